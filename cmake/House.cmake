@@ -1,0 +1,73 @@
+# How every target of the house is compiled, and the functions that add a folder, a test or a fuzz target.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+
+add_library(house INTERFACE)
+target_compile_options(house INTERFACE
+  -Wall -Wextra -Wshadow -Wconversion -Wundef -Wformat=2 -Wcast-qual -Wmissing-declarations
+  -Wnon-virtual-dtor)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  target_compile_options(house INTERFACE -Wsuggest-override)
+else()
+  target_compile_options(house INTERFACE -Wsuggest-override -Wno-unused-command-line-argument)
+endif()
+if(PROJECT_IS_TOP_LEVEL)
+  target_compile_options(house INTERFACE -Werror)
+endif()
+
+if(LFOUNDATION_SANITIZE)
+  add_compile_options(-fsanitize=${LFOUNDATION_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${LFOUNDATION_SANITIZE})
+elseif(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
+  add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -fstack-protector-strong)
+  add_link_options(-Wl,-z,relro,-z,now)
+endif()
+if(LFOUNDATION_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+
+include(CheckPIESupported)
+check_pie_supported(LANGUAGES CXX)
+
+# house_folder(NAME SOURCES ... [NEEDS ...]): the objects of one folder. NEEDS names the folders whose
+# headers and objects it builds on; a folder sees no other.
+function(house_folder name)
+  cmake_parse_arguments(arg "" "" "SOURCES;NEEDS" ${ARGN})
+  add_library(${name} OBJECT ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE house PUBLIC Threads::Threads ${arg_NEEDS})
+endfunction()
+
+# house_test(NAME SOURCES ... LIBS ... [TIMEOUT s] [LABELS ...]): a GoogleTest program under ctest,
+# one ctest entry a test case.
+function(house_test name)
+  cmake_parse_arguments(arg "" "TIMEOUT" "SOURCES;LIBS;LABELS;ENVIRONMENT" ${ARGN})
+  if(NOT arg_TIMEOUT)
+    set(arg_TIMEOUT 60)
+  endif()
+  add_executable(${name} ${arg_SOURCES})
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+  target_link_libraries(${name} PRIVATE house ${arg_LIBS} GTest::gtest GTest::gtest_main)
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60
+    PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}")
+endfunction()
+
+# house_fuzz(NAME SOURCE file LIBS ...): a libFuzzer program when the fuzz targets are built, else a
+# ctest entry that replays the corpus fuzz/corpus/NAME through the same entry point.
+function(house_fuzz name)
+  cmake_parse_arguments(arg "" "SOURCE" "LIBS" ${ARGN})
+  add_executable(fuzz_${name} ${arg_SOURCE})
+  target_link_libraries(fuzz_${name} PRIVATE house ${arg_LIBS})
+  if(LFOUNDATION_FUZZ)
+    target_link_options(fuzz_${name} PRIVATE -fsanitize=fuzzer)
+  else()
+    target_sources(fuzz_${name} PRIVATE ${PROJECT_SOURCE_DIR}/fuzz/ReplayMain.cpp)
+    add_test(NAME fuzz.replay.${name}
+             COMMAND fuzz_${name} ${PROJECT_SOURCE_DIR}/fuzz/corpus/${name})
+    set_tests_properties(fuzz.replay.${name} PROPERTIES TIMEOUT 120)
+  endif()
+endfunction()

@@ -1,0 +1,5 @@
+// The sizes that every module shares.
+#pragma once
+
+// Size in bytes of every path, name, key and status buffer: 259 characters and the terminator.
+constexpr unsigned long LPathBufferSize = 260;

@@ -1,0 +1,21 @@
+#include <port/bsd.h>
+
+#include <algorithm>
+#include <cstring>
+
+std::size_t strlcpy(char* destination, const char* source, std::size_t size) {
+    const std::size_t length = std::strlen(source);
+    if (size != 0) {
+        const std::size_t kept = std::min(length, size - 1);
+        std::memcpy(destination, source, kept);
+        destination[kept] = '\0';
+    }
+    return length;
+}
+
+std::size_t strlcat(char* destination, const char* source, std::size_t size) {
+    const std::size_t used = strnlen(destination, size);
+    if (used == size)
+        return size + std::strlen(source);
+    return used + strlcpy(destination + used, source, size - used);
+}
