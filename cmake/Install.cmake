@@ -1,0 +1,22 @@
+# The install tree: the library with its headers, what find_package and pkg-config need, the helper and its
+# command-line tool with their manual page, completions and units.
+include(CMakePackageConfigHelpers)
+
+install(TARGETS lfoundation port EXPORT LFoundationTargets
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(DIRECTORY lib/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/lfoundation
+  FILES_MATCHING PATTERN "*.h" PATTERN "*Kernels.h" EXCLUDE)
+install(DIRECTORY port/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/lfoundation/port
+  FILES_MATCHING PATTERN "*.h")
+
+set(LFOUNDATION_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/LFoundation)
+install(EXPORT LFoundationTargets NAMESPACE LFoundation:: DESTINATION ${LFOUNDATION_CMAKE_DIR})
+configure_package_config_file(cmake/LFoundationConfig.cmake.in
+  ${PROJECT_BINARY_DIR}/LFoundationConfig.cmake INSTALL_DESTINATION ${LFOUNDATION_CMAKE_DIR})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/LFoundationConfigVersion.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/LFoundationConfig.cmake ${PROJECT_BINARY_DIR}/LFoundationConfigVersion.cmake
+  DESTINATION ${LFOUNDATION_CMAKE_DIR})
+
+configure_file(packaging/lfoundation.pc.in ${PROJECT_BINARY_DIR}/lfoundation.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/lfoundation.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

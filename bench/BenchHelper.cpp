@@ -1,0 +1,150 @@
+// The idle helper beside a do-nothing poll loop and a service on sd-bus: start to serving, private memory,
+// threads, wake-ups.
+#include "Driver.h"
+#include "Processes.h"
+
+#include <LoginHelperContract.h>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+extern char** environ;
+
+namespace bench {
+namespace {
+
+constexpr int kIdleSeconds = 5;
+
+pid_t spawn(const std::string& program, const std::string& argument) {
+    char* const argv[] = {const_cast<char*>(program.c_str()), const_cast<char*>(argument.c_str()), nullptr};
+    pid_t child = -1;
+    return posix_spawn(&child, program.c_str(), nullptr, nullptr, argv, environ) == 0 ? child : -1;
+}
+
+void end(pid_t child) {
+    if (child <= 0)
+        return;
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+}
+
+bool connects(const std::string& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const bool connected = connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+    close(fd);
+    return connected;
+}
+
+// One started service: its private home and runtime folder, and for the helper a running main application.
+class Service {
+public:
+    explicit Service(const char* program) : helper_(std::strcmp(program, BENCH_HELPER) == 0) {
+        setenv("HOME", folder_.path().c_str(), 1);
+        setenv("XDG_CONFIG_HOME", (folder_.path() + "/config").c_str(), 1);
+        setenv("XDG_RUNTIME_DIR", folder_.path().c_str(), 1);
+        socket_ =
+            folder_.path() + (helper_ ? std::string("/port-xpc/") + LHelperServiceName + ".sock" : "/socket");
+        if (helper_) {
+            application_ = spawn(BENCH_MAIN_APPLICATION, "");
+            usleep(50'000);
+        }
+        start_ = Clock::now();
+        child_ = spawn(program, socket_);
+        while (!connects(socket_) && nanosecondsSince(start_) < 2e9) {
+        }
+        startMilliseconds_ = nanosecondsSince(start_) * 1e-6;
+    }
+    ~Service() {
+        end(child_);
+        end(application_);
+    }
+    Service(const Service&) = delete;
+    Service& operator=(const Service&) = delete;
+
+    double startMilliseconds() const { return startMilliseconds_; }
+
+    // Sum of the numbers behind `name` in a /proc file of the process.
+    double sum(const char* file, const char* name) const {
+        std::ifstream in("/proc/" + std::to_string(child_) + "/" + file);
+        double total = 0;
+        for (std::string line; std::getline(in, line);)
+            if (line.rfind(name, 0) == 0)
+                total += std::strtod(line.c_str() + line.find(':') + 1, nullptr);
+        return total;
+    }
+    double privateKib() const { return sum("smaps_rollup", "Private_"); }
+    double threads() const { return sum("status", "Threads"); }
+    double wakeUps() const {
+        double total = 0;
+        for (const auto& task :
+             std::filesystem::directory_iterator("/proc/" + std::to_string(child_) + "/task"))
+            total += sum(("task/" + task.path().filename().string() + "/status").c_str(),
+                         "voluntary_ctxt_switches");
+        return total;
+    }
+
+private:
+    ScratchFolder folder_;
+    bool helper_;
+    std::string socket_;
+    pid_t application_ = -1;
+    pid_t child_ = -1;
+    Clock::time_point start_;
+    double startMilliseconds_ = -1;
+};
+
+double startMilliseconds(const char* program) {
+    return Service(program).startMilliseconds();
+}
+
+double privateKib(const char* program) {
+    const Service service(program);
+    usleep(100'000);
+    return service.privateKib();
+}
+
+double threads(const char* program) {
+    const Service service(program);
+    usleep(100'000);
+    return service.threads();
+}
+
+// One more than the wake-ups, so that a ratio to a floor of none is still a number.
+double wakeUpsAndOne(const char* program) {
+    const Service service(program);
+    usleep(200'000);
+    const double before = service.wakeUps();
+    sleep(kIdleSeconds);
+    return 1 + service.wakeUps() - before;
+}
+
+Case helperCase(const char* name, const char* unit, double (*figure)(const char*), int repetitions) {
+    Case result{name, unit, Better::Lower, {}, repetitions};
+    result.rows.push_back({"floor: poll loop", [figure] { return figure(BENCH_POLL_LOOP); }});
+#if BENCH_HAVE_SDBUS
+    result.rows.push_back({"service on sd-bus", [figure] { return figure(BENCH_SDBUS_SERVICE); }});
+#endif
+    result.rows.push_back({"login helper", [figure] { return figure(BENCH_HELPER); }});
+    return result;
+}
+
+const Register helper{[](std::vector<Case>& cases) {
+    cases.push_back(helperCase("helper/start to serving", "ms", startMilliseconds, 21));
+    cases.push_back(helperCase("helper/private memory", "KiB", privateKib, 3));
+    cases.push_back(helperCase("helper/threads", "threads", threads, 1));
+    cases.push_back(helperCase("helper/wake-ups in 5 s, plus one", "wake-ups", wakeUpsAndOne, 1));
+}};
+
+} // namespace
+} // namespace bench

@@ -1,0 +1,176 @@
+// The library's side of the message benchmarks: LXPCMachServer in one process, LXPCClient in the other, both
+// with their main threads in the main loop, as an application has it.
+#include "Driver.h"
+#include "MessageLoad.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <dispatch/dispatch.h>
+#include <memory>
+#include <thread>
+#include <time.h>
+#include <xpc/LXPCClient.h>
+#include <xpc/LXPCServer.h>
+
+namespace bench {
+namespace {
+
+constexpr char kService[] = "bench.messages";
+constexpr unsigned long kNumber = 1;
+
+LXPCData Item(const char* name, LXPCDataType type, long value, unsigned long size = 0) {
+    LXPCData item{};
+    std::strncpy(item.szName, name, sizeof item.szName - 1);
+    item.eType = type;
+    item.nValue = value;
+    item.dwSize = size;
+    return item;
+}
+
+// Answers every message that wants a reply; one-way messages are only received.
+struct Server : LXPCServerEventNotify {
+    LXPCMachServer* pServer = nullptr;
+
+    void EvConnectionError(long connection, LXPCErrorType) override { pServer->Disconnect(connection); }
+    void EvMessageReceived(long connection, long message, LList<LXPCDataListable> const& items) override {
+        if (items.GetFirst()->eType != LXPCDataTypeBool)
+            return;
+        LList<LXPCDataListable> reply;
+        auto* pItem = new LXPCDataListable;
+        static_cast<LXPCData&>(*pItem) = Item("answer", LXPCDataTypeBool, 1);
+        reply.AddHead(pItem);
+        pServer->SendReply(connection, message, reply);
+    }
+    void EvReplyReceived(long, LList<LXPCDataListable> const&) override {}
+    void EvMessageSent(long) override {}
+    void EvInvalidConnectionAttempt() override { std::_Exit(1); }
+};
+
+void serve() {
+    Server sink;
+    LXPCMachServer server(&sink);
+    sink.pServer = &server;
+    server.AddKey("question", LXPCDataTypeBool);
+    server.AddKey("text", LXPCDataTypeString);
+    server.AddKey("data", LXPCDataTypeData);
+    server.Start(kService);
+}
+
+// What a client does when a reply comes, or when a message was handed over.
+struct Client : LXPCEventNotify {
+    LXPCClient client{this};
+    std::function<void()> onReply;
+    std::atomic<std::size_t> sent{0};
+
+    explicit Client(std::function<void(Client&)> start) {
+        client.AddKey("answer", LXPCDataTypeBool);
+        connect();
+        start(*this);
+    }
+    void connect() { client.Connect(kService, kNumber, true); }
+    void ask() {
+        const LXPCData items[] = {
+            Item("question", LXPCDataTypeBool, 1),
+            Item("text", LXPCDataTypeString, reinterpret_cast<long>("a string of an ordinary length")),
+        };
+        client.SendMessage(kService, kNumber, items, 2, true);
+    }
+
+    void EvConnectionError(long, LXPCErrorType) override {}
+    void EvMessageReceived(long, long, LList<LXPCDataListable> const&) override {}
+    void EvReplyReceived(long, LList<LXPCDataListable> const&) override { onReply(); }
+    void EvMessageSent(long) override {
+        sent.fetch_add(1, std::memory_order_release);
+        sent.notify_one();
+    }
+};
+
+// Runs the two ends in a runtime folder of their own; the client waits until the server's socket is there.
+double measure(Placement placement, const std::function<double()>& client) {
+    const ScratchFolder folder;
+    setenv("XDG_RUNTIME_DIR", folder.path().c_str(), 1);
+    return measurePair(placement, serve, [&] {
+        const timespec pauseTime{0, 30'000'000};
+        nanosleep(&pauseTime, nullptr);
+        return client();
+    });
+}
+
+double roundTrip(Placement placement) {
+    return measure(placement, []() -> double {
+        std::vector<double> times;
+        Clock::time_point start;
+        Client client([&](Client& self) {
+            self.onReply = [&] {
+                times.push_back(nanosecondsSince(start) / 1000);
+                if (times.size() > kRoundTrips)
+                    reportAndExit(medianOf(times));
+                start = Clock::now();
+                self.ask();
+            };
+            start = Clock::now();
+            self.ask();
+        });
+        dispatch_main();
+    });
+}
+
+// Sends `count` messages with at most `window` on their way, then asks once: the reply tells that all
+// arrived.
+double stream(Placement placement, std::size_t count, std::size_t window, const LXPCData& item) {
+    return measure(placement, [&]() -> double {
+        Clock::time_point start;
+        Client client([&](Client& self) {
+            self.onReply = [&] {
+                reportAndExit(static_cast<double>(count) / (nanosecondsSince(start) * 1e-9));
+            };
+        });
+        dispatch_async(dispatch_get_main_queue(), [&] {
+            start = Clock::now();
+            for (std::size_t i = 0; i < count; ++i) {
+                client.client.SendMessage(kService, kNumber, &item, 1, false);
+                for (std::size_t done; i - (done = client.sent.load(std::memory_order_acquire)) > window;)
+                    client.sent.wait(done);
+            }
+            client.ask();
+        });
+        dispatch_main();
+    });
+}
+
+double smallMessages(Placement placement) {
+    static const std::string text(kSmallSize, 'x');
+    return stream(placement, kSmallMessages, 2048,
+                  Item("text", LXPCDataTypeString, reinterpret_cast<long>(text.c_str())));
+}
+
+double largeMessages(Placement placement) {
+    static const std::string data(kLargeSize, 'x');
+    return stream(placement, kLargeMessages, 16,
+                  Item("data", LXPCDataTypeData, reinterpret_cast<long>(data.data()), kLargeSize));
+}
+
+double connects(Placement placement) {
+    return measure(placement, []() -> double {
+        std::size_t done = 0;
+        const auto start = Clock::now();
+        Client client([&](Client& self) {
+            self.onReply = [&] {
+                if (++done == kConnects)
+                    reportAndExit(static_cast<double>(kConnects) / (nanosecondsSince(start) * 1e-9));
+                self.client.Disconnect(kService, kNumber);
+                self.connect();
+                self.ask();
+            };
+            self.ask();
+        });
+        dispatch_main();
+    });
+}
+
+} // namespace
+
+const Carrier kLibrary = {roundTrip, smallMessages, largeMessages, connects};
+
+} // namespace bench

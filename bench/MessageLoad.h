@@ -1,0 +1,33 @@
+// The four loads of the message benchmarks, and who carries them: a raw socket (the floor), sd-bus (the
+// peer), the library.
+#pragma once
+
+#include "Processes.h"
+
+#include <cstddef>
+
+namespace bench {
+
+constexpr std::size_t kRoundTrips = 4000;
+constexpr std::size_t kSmallMessages = 100000; // of kSmallSize bytes
+constexpr std::size_t kLargeMessages = 4000;   // of kLargeSize bytes
+constexpr std::size_t kConnects = 1500;
+constexpr std::size_t kSmallSize = 100;
+constexpr std::size_t kLargeSize = 64 * 1024;
+
+// Each runs its load once and gives its figure: microseconds (the median) of a round trip, messages or
+// connections a second; negative when it cannot run.
+struct Carrier {
+    double (*roundTrip)(Placement);
+    double (*smallMessages)(Placement);
+    double (*largeMessages)(Placement);
+    double (*connects)(Placement);
+};
+
+extern const Carrier kRawSocket;
+extern const Carrier kLibrary;
+#if BENCH_HAVE_SDBUS
+extern const Carrier kSdBus;
+#endif
+
+} // namespace bench

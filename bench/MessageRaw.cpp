@@ -1,0 +1,147 @@
+// The floor of the message benchmarks: blocking Unix stream sockets, one write a message.
+#include "Driver.h"
+#include "MessageLoad.h"
+
+#include <cstring>
+#include <memory>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace bench {
+namespace {
+
+bool readAll(int fd, char* buffer, std::size_t size) {
+    while (size > 0) {
+        const ssize_t got = read(fd, buffer, size);
+        if (got <= 0)
+            return false;
+        buffer += got;
+        size -= static_cast<std::size_t>(got);
+    }
+    return true;
+}
+
+bool writeAll(int fd, const char* bytes, std::size_t size) {
+    while (size > 0) {
+        const ssize_t written = write(fd, bytes, size);
+        if (written <= 0)
+            return false;
+        bytes += written;
+        size -= static_cast<std::size_t>(written);
+    }
+    return true;
+}
+
+void echo(int fd) {
+    char buffer[kSmallSize];
+    while (readAll(fd, buffer, sizeof buffer) && writeAll(fd, buffer, sizeof buffer)) {
+    }
+}
+
+struct Pair {
+    int ends[2] = {-1, -1};
+    Pair() {
+        if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0)
+            ends[0] = ends[1] = -1;
+    }
+    ~Pair() {
+        close(ends[0]);
+        close(ends[1]);
+    }
+};
+
+double roundTrip(Placement placement) {
+    const Pair pair;
+    return measurePair(
+        placement, [&] { echo(pair.ends[0]); },
+        [&] {
+            char buffer[kSmallSize] = {};
+            std::vector<double> times;
+            for (std::size_t i = 0; i < kRoundTrips; ++i) {
+                const auto start = Clock::now();
+                if (!writeAll(pair.ends[1], buffer, sizeof buffer) ||
+                    !readAll(pair.ends[1], buffer, sizeof buffer))
+                    return -1.0;
+                times.push_back(nanosecondsSince(start) / 1000);
+            }
+            return medianOf(times);
+        });
+}
+
+// Writes `count` messages, then waits for one byte that the reader sends when it has read them all.
+double stream(Placement placement, std::size_t count, std::size_t size) {
+    const Pair pair;
+    return measurePair(
+        placement,
+        [&] {
+            const auto buffer = std::make_unique<char[]>(kLargeSize);
+            std::size_t left = count * size;
+            while (left > 0) {
+                const ssize_t got = read(pair.ends[0], buffer.get(), kLargeSize);
+                if (got <= 0)
+                    return;
+                left -= static_cast<std::size_t>(got);
+            }
+            writeAll(pair.ends[0], "!", 1);
+            pause();
+        },
+        [&] {
+            const auto buffer = std::make_unique<char[]>(size);
+            const auto start = Clock::now();
+            for (std::size_t i = 0; i < count; ++i)
+                if (!writeAll(pair.ends[1], buffer.get(), size))
+                    return -1.0;
+            char done;
+            if (!readAll(pair.ends[1], &done, 1))
+                return -1.0;
+            return static_cast<double>(count) / (nanosecondsSince(start) * 1e-9);
+        });
+}
+
+double smallMessages(Placement placement) {
+    return stream(placement, kSmallMessages, kSmallSize);
+}
+double largeMessages(Placement placement) {
+    return stream(placement, kLargeMessages, kLargeSize);
+}
+
+double connects(Placement placement) {
+    const ScratchFolder folder;
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, (folder.path() + "/floor").c_str(), sizeof address.sun_path - 1);
+    const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+        listen(listener, 64) != 0)
+        return -1;
+    const double figure = measurePair(
+        placement,
+        [&] {
+            for (;;) {
+                const int peer = accept(listener, nullptr, nullptr);
+                echo(peer);
+                close(peer);
+            }
+        },
+        [&] {
+            char buffer[kSmallSize] = {};
+            const auto start = Clock::now();
+            for (std::size_t i = 0; i < kConnects; ++i) {
+                const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+                if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+                    !writeAll(fd, buffer, sizeof buffer) || !readAll(fd, buffer, sizeof buffer))
+                    return -1.0;
+                close(fd);
+            }
+            return static_cast<double>(kConnects) / (nanosecondsSince(start) * 1e-9);
+        });
+    close(listener);
+    return figure;
+}
+
+} // namespace
+
+const Carrier kRawSocket = {roundTrip, smallMessages, largeMessages, connects};
+
+} // namespace bench

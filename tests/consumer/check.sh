@@ -1,0 +1,23 @@
+#!/bin/sh
+# Installs the build tree into a private prefix and builds the consumer against it twice: through
+# find_package and through pkg-config.
+# usage: check.sh BUILD-DIR SOURCE-DIR
+set -eu
+build=$1
+source=$2
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT INT TERM
+
+cmake --install "$build" --prefix "$work/prefix" >"$work/install.log"
+[ -z "$(find "$work/prefix" -name '*.cpp')" ]
+
+cmake -S "$source" -B "$work/cmake" -DCMAKE_PREFIX_PATH="$work/prefix" ${CXXFLAGS:+-DCMAKE_CXX_FLAGS="$CXXFLAGS"} >"$work/configure.log"
+cmake --build "$work/cmake" >"$work/build.log" || { cat "$work/build.log"; exit 1; }
+"$work/cmake/consumer"
+
+PKG_CONFIG_PATH=$(dirname "$(find "$work/prefix" -name lfoundation.pc)")
+export PKG_CONFIG_PATH
+# shellcheck disable=SC2046
+${CXX:-c++} -std=c++20 ${CXXFLAGS:-} "$source/consumer.cpp" -o "$work/consumer" \
+    $(pkg-config --define-variable=prefix="$work/prefix" --cflags --libs lfoundation)
+"$work/consumer"
