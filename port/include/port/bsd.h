@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstddef>
+#include <sys/types.h>
 
 // Copies at most size - 1 bytes of `source` and terminates when size is not 0. Returns strlen(source): a
 // result >= size tells that the text was cut.
@@ -25,3 +26,16 @@ struct port_statfs_t {
 // The volume that holds `path`: its mount point and the name of its file system. 0, or -1 with errno set and
 // both names empty. Asks the file system and may block with it.
 int port_statfs(const char* path, port_statfs_t* result);
+
+// Flags of `port_open`: a shared or an exclusive lock, taken as part of the open and held while the
+// descriptor is open. The lock is that of `flock`.
+constexpr int O_SHLOCK = 0x10000000;
+constexpr int O_EXLOCK = 0x20000000;
+
+// `open`, close-on-exec, with the two flags above. The descriptor, or -1 with errno: EWOULDBLOCK when
+// somebody else holds the lock and O_NONBLOCK was given; without O_NONBLOCK it blocks until the lock is free.
+//
+// The lock comes first: O_TRUNC empties the file only once it is locked, a file that is made with
+// O_CREAT | O_EXCL appears under its name locked, and a file that was unlinked while the lock was waited for
+// is opened anew.
+int port_open(const char* path, int flags, mode_t mode = 0);

@@ -1,0 +1,37 @@
+#include "base/LSystemVersion.h"
+
+#include <CoreServices/CoreServices.h>
+
+#include <cstdint>
+
+namespace {
+
+std::uint8_t VersionByte(OSType selector) {
+    SInt32 nVersion = 0; // stays when the call fails
+    Gestalt(selector, &nVersion);
+    return static_cast<std::uint8_t>(nVersion);
+}
+
+// True above 10.nMinor.
+bool IsSystemLaterThan(std::uint8_t nMinor) {
+    constexpr std::uint8_t nMajorOfTen = 10;
+    const std::uint8_t nMajor = VersionByte(gestaltSystemVersionMajor);
+    return nMajor > nMajorOfTen || (nMajor == nMajorOfTen && VersionByte(gestaltSystemVersionMinor) > nMinor);
+}
+
+} // namespace
+
+bool IsOSMacLeopardOrLater() {
+    static const bool bIsLeopardOrLater = IsSystemLaterThan(4);
+    return bIsLeopardOrLater;
+}
+
+bool IsOSMacSnowLeopardOrLater() {
+    static const bool bIsSnowLeopardOrLater = IsSystemLaterThan(5);
+    return bIsSnowLeopardOrLater;
+}
+
+bool IsOSMacLionOrLater() {
+    static const bool bIsLionOrLater = IsSystemLaterThan(6);
+    return bIsLionOrLater;
+}

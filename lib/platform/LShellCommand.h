@@ -1,0 +1,9 @@
+// Running a shell command line to its end.
+//
+// Thread-safety: reentrant. Where the application ignores SIGCHLD the status of a command cannot be had, and
+// it counts as failed.
+#pragma once
+
+// Runs the command line through "/bin/sh" and blocks until it ends. True when it exited with status 0; false
+// when the shell could not be started, the command failed, or a signal ended it.
+bool RunCommandLineProcess(const char* szCommandLine);

@@ -1,0 +1,43 @@
+// A shared and exclusive lock inside one process, with upgrade and downgrade.
+//
+// Thread-safety: that is what it is for. Any number of shared holders, or one exclusive holder.
+//
+// Only one shared holder at a time may upgrade: a second one would wait for the first while the first waits
+// for the second to leave. A thread that holds the lock in one way does not lock it anew in the other.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "threads/LLockObject.h"
+#include "threads/LSignalObject.h"
+
+class LLockObjectShared {
+public:
+    LLockObjectShared() = default;
+    LLockObjectShared(const LLockObjectShared&) = delete;
+    LLockObjectShared& operator=(const LLockObjectShared&) = delete;
+
+    // Blocks while an exclusive holder, or one that waits to be, keeps others out.
+    void LockShared();
+    // Never blocks.
+    void UnlockShared();
+
+    // Blocks until all shared holders have left; new ones may come in while it waits.
+    void LockExclusive();
+    void UnlockExclusive() { mutex.Unlock(); }
+
+    // A shared holder becomes the exclusive one. Blocks until the other shared holders have left; no new ones
+    // come in while it waits.
+    void UpgradeLock();
+    // The exclusive holder becomes a shared one without letting anybody in between.
+    void DowngradeLock();
+
+private:
+    void _ArmReleased();
+    void _LeaveShared();
+
+    LLockObject mutex;
+    LSignalObject released;
+    std::atomic<std::int32_t> nShared{0};
+};

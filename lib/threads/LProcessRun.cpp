@@ -1,0 +1,59 @@
+#include "threads/LProcessRun.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <memory>
+#include <pthread.h>
+#include <sys/wait.h>
+
+namespace {
+
+// The command gets no input: its pipe is closed at once, and closing waits for its end. When the application
+// ignores its children's ends nobody can tell the status, which is not the command's failure.
+void Run(ProcessRunData& data) {
+    data.nResult = LProcessFinished;
+    data.nExitCode = -1;
+    FILE* pStream = popen(LUTF8StringLongRef(data.sCommand), "we");
+    if (pStream == nullptr) {
+        data.nResult = LProcessFailed;
+        return;
+    }
+    const int nStatus = pclose(pStream);
+    if (nStatus == -1 && errno != ECHILD)
+        data.nResult = LProcessFailed;
+    else if (nStatus != -1 && WIFEXITED(nStatus))
+        data.nExitCode = WEXITSTATUS(nStatus);
+}
+
+} // namespace
+
+void* ProcessRunThreadCallback(void* pData) {
+    const std::unique_ptr<ProcessRunData> data(static_cast<ProcessRunData*>(pData));
+    Run(*data);
+    data->done.Signal();
+    while (!data->release.IsSignaled())
+        data->release.WaitSignal(LNoTimeLimit);
+    return nullptr;
+}
+
+int ProcessRunCommand(LProcessInterface& process, const char* szCommand, int& nExitCode) {
+    nExitCode = -1;
+    auto data = std::make_unique<ProcessRunData>();
+    data->sCommand = szCommand;
+    pthread_t thread;
+    if (pthread_create(&thread, nullptr, ProcessRunThreadCallback, data.get()) != 0)
+        return LProcessFailed;
+    pthread_detach(thread);
+    ProcessRunData* pShared = data.release();
+    int nWait;
+    do
+        nWait = process.ProcessWaitSignal(pShared->done, LNoTimeLimit);
+    while (nWait != LProcessWaitStopped && !pShared->done.IsSignaled());
+    int nResult = LProcessStopped;
+    if (nWait != LProcessWaitStopped) {
+        nResult = pShared->nResult;
+        nExitCode = pShared->nExitCode;
+    }
+    pShared->release.Signal();
+    return nResult;
+}

@@ -1,0 +1,125 @@
+#include "threads/LSignalObject.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <port/thread_order.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int nNoDescriptor = -1;
+
+void AddFlags(int nDescriptor) {
+    fcntl(nDescriptor, F_SETFL, fcntl(nDescriptor, F_GETFL) | O_NONBLOCK);
+    fcntl(nDescriptor, F_SETFD, fcntl(nDescriptor, F_GETFD) | FD_CLOEXEC);
+}
+
+} // namespace
+
+void LSignalObjectRef::Signal() const {
+    const char byte = 1;
+    // A full pipe means that the signal is set already.
+    [[maybe_unused]] const ssize_t nWritten = port_order_write(nRead, nWrite, &byte, 1);
+}
+
+void LSignalObjectRef::Reset() const {
+    char bytes[64];
+    ssize_t nGot;
+    // A short read has emptied the pipe; only a full one can have left something behind. An end of file sets
+    // no errno, so it ends the loop by its length.
+    do
+        nGot = read(nRead, bytes, sizeof bytes);
+    while (nGot == static_cast<ssize_t>(sizeof bytes) || (nGot < 0 && errno == EINTR));
+}
+
+bool LSignalObjectRef::WaitSignal(unsigned int timeout) const {
+    if (!FitsSelect(nRead))
+        return false;
+    fd_set set;
+    FD_ZERO(&set);
+    FD_SET(nRead, &set);
+    return Select(nRead, set, timeout);
+}
+
+bool LSignalObjectRef::WaitSignalDual(LSignalObjectRef other, unsigned int timeout) const {
+    if (!FitsSelect(nRead) || !FitsSelect(other.nRead))
+        return false;
+    fd_set set;
+    FD_ZERO(&set);
+    FD_SET(nRead, &set);
+    FD_SET(other.nRead, &set);
+    return Select(std::max(nRead, other.nRead), set, timeout);
+}
+
+bool LSignalObjectRef::WaitSignalTriple(LSignalObjectRef second, LSignalObjectRef third,
+                                        unsigned int timeout) const {
+    if (!FitsSelect(nRead) || !FitsSelect(second.nRead) || !FitsSelect(third.nRead))
+        return false;
+    fd_set set;
+    FD_ZERO(&set);
+    FD_SET(nRead, &set);
+    FD_SET(second.nRead, &set);
+    FD_SET(third.nRead, &set);
+    return Select(std::max({nRead, second.nRead, third.nRead}), set, timeout);
+}
+
+// The time-out is rebuilt for each call because `select` may change it.
+int LSignalObjectRef::SelectReadable(int nHighest, fd_set& set, unsigned int timeout) {
+    timeval limit{static_cast<time_t>(timeout / 1000), static_cast<suseconds_t>(timeout % 1000 * 1000)};
+    const int nReady =
+        select(nHighest + 1, &set, nullptr, nullptr, timeout == LNoTimeLimit ? nullptr : &limit);
+    if (nReady > 0)
+        port_order_acquire(set, nHighest);
+    return nReady;
+}
+
+bool LSignalObjectRef::Select(int nHighest, fd_set& set, unsigned int timeout) {
+    const int nReady = SelectReadable(nHighest, set, timeout);
+    return nReady > 0 || (nReady < 0 && errno == EINTR);
+}
+
+LSignalObject::LSignalObject() {
+    int ends[2];
+    if (pipe(ends) != 0)
+        return;
+    nRead = ends[0];
+    nWrite = ends[1];
+    AddFlags(nRead);
+    AddFlags(nWrite);
+}
+
+LSignalObject::~LSignalObject() {
+    if (nRead == nNoDescriptor)
+        return;
+    close(nRead);
+    close(nWrite);
+}
+
+LSignalObjectGroup::LSignalObjectGroup() {
+    FD_ZERO(&set);
+}
+
+bool LSignalObjectGroup::_Add(int nDescriptor) {
+    if (nCount >= LSignalObjectGroupMaximum || !LSignalObjectRef::FitsSelect(nDescriptor))
+        return false;
+    FD_SET(nDescriptor, &set);
+    nHighest = std::max(nHighest, nDescriptor);
+    ++nCount;
+    return true;
+}
+
+void LSignalObjectGroup::Add(LSignalObjectRef signal) {
+    _Add(signal.GetReadDescriptor());
+}
+
+void LSignalObjectGroup::Add(LSignalObjectGroup& other) {
+    for (int nDescriptor = 0; nDescriptor <= other.nHighest; ++nDescriptor)
+        if (FD_ISSET(nDescriptor, &other.set) && !_Add(nDescriptor))
+            return;
+}
+
+bool LSignalObjectGroup::Select(unsigned int timeout) const {
+    fd_set copy = set;
+    return LSignalObjectRef::SelectReadable(nHighest, copy, timeout) > 0;
+}

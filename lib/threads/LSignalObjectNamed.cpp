@@ -1,0 +1,82 @@
+#include "threads/LSignalObjectNamed.h"
+
+#include <cerrno>
+#include <cstring>
+#include <port/bsd.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+#include <utility>
+
+#include "base/LLimits.h"
+#include "files/LFile.h"
+#include "threads/LSignalObject.h"
+
+namespace {
+
+constexpr int nBacklog = 5;
+
+struct Address {
+    sockaddr_un address{};
+    explicit Address(const char* szPath) {
+        address.sun_family = AF_UNIX;
+        strlcpy(address.sun_path, szPath, sizeof address.sun_path);
+    }
+    const sockaddr* Get() const { return reinterpret_cast<const sockaddr*>(&address); }
+};
+
+port::UniqueFd OpenSocket() {
+    return port::UniqueFd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+}
+
+} // namespace
+
+LSignalObjectNamed::LSignalObjectNamed(const char* szName) {
+    char szFolder[LPathBufferSize];
+    char szWhole[LPathBufferSize];
+    LFile::GetUserDataFolder(szFolder);
+    LFile::_MakeFilePath(szWhole, szFolder, szName, "");
+    if (strlcpy(szPath, szWhole, sizeof szPath) >= sizeof szPath)
+        szPath[0] = '\0';
+}
+
+LSignalObjectNamed::~LSignalObjectNamed() {
+    if (connection)
+        unlink(szPath);
+}
+
+// The connection is closed right behind the byte: its end is what ends the waiter's Reset.
+void LSignalObjectNamed::Signal() const {
+    const Address address(szPath);
+    const port::UniqueFd peer = OpenSocket();
+    const char byte = 1;
+    if (szPath[0] != '\0' && peer && connect(peer.get(), address.Get(), sizeof address.address) == 0)
+        send(peer.get(), &byte, 1, MSG_NOSIGNAL);
+}
+
+bool LSignalObjectNamed::WaitSignal(unsigned int timeout) {
+    const Address address(szPath);
+    const port::UniqueFd listener = OpenSocket();
+    if (szPath[0] == '\0' || !listener || !LSignalObjectRef::FitsSelect(listener.get()) ||
+        bind(listener.get(), address.Get(), sizeof address.address) != 0 ||
+        listen(listener.get(), nBacklog) != 0)
+        return false;
+    fd_set set;
+    FD_ZERO(&set);
+    FD_SET(listener.get(), &set);
+    if (LSignalObjectRef::SelectReadable(listener.get(), set, timeout) <= 0)
+        return false;
+    port::UniqueFd accepted(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    if (!accepted)
+        return false;
+    connection = std::move(accepted);
+    return true;
+}
+
+void LSignalObjectNamed::Reset() const {
+    char byte;
+    ssize_t nGot;
+    do
+        nGot = connection ? read(connection.get(), &byte, 1) : 0;
+    while (nGot > 0 || (nGot < 0 && errno == EINTR));
+}

@@ -1,0 +1,145 @@
+#include "threads/LThread.h"
+
+#include <algorithm>
+#include <port/mach.h>
+
+#include "base/LDeadline.h"
+
+namespace {
+
+constexpr int nTimeConstraintPriority = 91;
+constexpr std::uint32_t dwNoMachThread = 0xFFFFFFFFU;
+
+void SetTimeConstraint(mach_port_t machThread) {
+    thread_time_constraint_policy_data_t policy{};
+    std::uint32_t count = THREAD_TIME_CONSTRAINT_POLICY_COUNT;
+    bool bDefault = true;
+    if (thread_policy_get(machThread, THREAD_TIME_CONSTRAINT_POLICY, &policy, &count, &bDefault) ==
+        KERN_SUCCESS)
+        thread_policy_set(machThread, THREAD_TIME_CONSTRAINT_POLICY, &policy, count);
+}
+
+// A POSIX signal ends a wait early; only the signal object itself tells.
+void WaitUntilSet(const LSignalObject& signal) {
+    while (!signal.IsSignaled())
+        signal.WaitSignal(LNoTimeLimit);
+}
+
+} // namespace
+
+LThread::~LThread() {
+    _StopAndWait();
+}
+
+// Also for a thread that was made and has not begun yet: it would run on a destroyed object.
+void LThread::_StopAndWait() {
+    stop.Signal();
+    if (bCreated)
+        WaitUntilSet(finished);
+}
+
+void LThread::Start(int nNewPriority) {
+    const LLockScope scope(startLock);
+    if (bRunning.load())
+        return;
+    // The former thread sets its finished signal last; setting it after the reset below would end this one.
+    if (bCreated)
+        WaitUntilSet(finished);
+    _Prepare(nNewPriority);
+    if (_Create(_ThreadCallback, this))
+        _WaitStarted(nNewPriority);
+}
+
+void LThread::_Prepare(int nNewPriority) {
+    stop.Reset();
+    finished.Reset();
+    started.Reset();
+    nPriority.store(nNewPriority);
+}
+
+bool LThread::_Create(void* (*pEntry)(void*), void* pArgument) {
+    bRunning.store(true);
+    bCreated = true;
+    pthread_t made;
+    if (pthread_create(&made, nullptr, pEntry, pArgument) == 0)
+        return true;
+    bCreated = false;
+    bRunning.store(false);
+    return false;
+}
+
+void LThread::_WaitStarted(int nNewPriority) {
+    while (ProcessWaitSignal(started, LNoTimeLimit) == LProcessWaitFailed && !started.IsSignaled()) {
+    }
+    SetPriority(nNewPriority);
+}
+
+void* LThread::_ThreadCallback(void* pThread) {
+    auto* pSelf = static_cast<LThread*>(pThread);
+    pSelf->ThreadCallback();
+    pSelf->_SetFinished();
+    return nullptr;
+}
+
+// The thread records and clears its handle itself, and so can be detached by nobody else.
+void LThread::ThreadCallback() {
+    dwMachThread.store(mach_thread_self());
+    thread.store(pthread_self());
+    started.Signal();
+    ThreadFunction();
+    const LLockScope scope(handleLock);
+    bRunning.store(false);
+    pthread_detach(thread.exchange(pthread_t{}));
+    dwMachThread.store(dwNoMachThread);
+}
+
+void LThread::SetPriority(int nNewPriority) {
+    const LLockScope scope(handleLock);
+    const pthread_t handle = thread.load();
+    if (handle == pthread_t{})
+        return;
+    if (nNewPriority == nTimeConstraintPriority) {
+        SetTimeConstraint(dwMachThread.load());
+        return;
+    }
+    sched_param parameters{};
+    parameters.sched_priority = nNewPriority;
+    pthread_setschedparam(handle, SCHED_OTHER, &parameters);
+}
+
+bool LThread::ProcessWait(unsigned int timeout) {
+    const LDeadline deadline(timeout);
+    do {
+        if (stop.WaitSignal(deadline.GetRemaining()) && stop.IsSignaled())
+            return true;
+    } while (!deadline.IsPast());
+    return false;
+}
+
+int LThread::ProcessWaitSignal(LSignalObjectRef signal, unsigned int timeout) {
+    const int nDescriptor = signal.GetReadDescriptor();
+    if (!LSignalObjectRef::FitsSelect(nDescriptor))
+        return IsToStop() ? LProcessWaitStopped : LProcessWaitFailed;
+    fd_set set;
+    FD_ZERO(&set);
+    FD_SET(nDescriptor, &set);
+    return _Wait(nDescriptor, set, timeout);
+}
+
+int LThread::ProcessWaitSignalObjectGroup(LSignalObjectGroup& group, unsigned int timeout) {
+    group.Add(stop);
+    fd_set copy = group.set;
+    return _Wait(group.nHighest, copy, timeout);
+}
+
+// The stop descriptor is put into every wait anew: a full group refuses it, and a group that is used again
+// may still hold that of a thread long gone.
+int LThread::_Wait(int nHighest, fd_set& set, unsigned int timeout) const {
+    const int nStop = LSignalObjectRef(stop).GetReadDescriptor();
+    if (!LSignalObjectRef::FitsSelect(nStop))
+        return LProcessWaitFailed;
+    FD_SET(nStop, &set);
+    if (LSignalObjectRef::SelectReadable(std::max(nHighest, nStop), set, timeout) <= 0)
+        return LProcessWaitFailed;
+    return FD_ISSET(nStop, &set) ? LProcessWaitStopped : LProcessWaitSignaled;
+}

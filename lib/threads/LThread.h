@@ -1,0 +1,82 @@
+// Worker threads: subclasses implement `ThreadFunction`, which runs on a POSIX thread of its own.
+//
+// A thread is a process interface: its stop request is what the operations that it runs ask for, so it passes
+// itself to them and `StopThreadSoon` from any thread ends them early. Its reports are dropped.
+//
+// Thread-safety: everything may be called from any thread but where it is told.
+//
+// A subclass whose ThreadFunction uses its own members stops and waits for the thread in its own destructor
+// (`_StopAndWait`): by the time `~LThread` does, those members are gone.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <pthread.h>
+
+#include "threads/LLockObject.h"
+#include "threads/LProcessInterface.h"
+#include "threads/LSignalObject.h"
+
+class LThread : public LProcessInterface {
+public:
+    LThread() = default;
+    // The name is not used.
+    explicit LThread(const char*) {}
+    LThread(const LThread&) = delete;
+    LThread& operator=(const LThread&) = delete;
+
+    // Starts the thread, unless it runs: then nothing changes, not even the priority. A thread that has ended
+    // may be started again. Returns when the new thread has started, or a stop was requested meanwhile;
+    // priority 91 asks for the time-constraint policy, any other is a plain scheduling priority, and a system
+    // that refuses either is not reported. When no thread can be made the object is left without one.
+    void Start(int nPriority);
+
+    // Requests the stop and returns at once. A request that arrives while the thread starts is seen by it.
+    void StopThreadSoon() { stop.Signal(); }
+
+    bool IsRunning() const { return bRunning.load(); }
+    LSignalObjectRef GetFinishedSignal() const { return finished; }
+
+    bool IsToStop() override { return stop.IsSignaled(); }
+    // True as soon as a stop is requested; POSIX signals do not shorten the wait.
+    bool ProcessWait(unsigned int timeout) override;
+    // LProcessWaitStopped when a stop is requested, also when both are set. A POSIX signal ends the wait as
+    // LProcessWaitFailed.
+    int ProcessWaitSignal(LSignalObjectRef signal, unsigned int timeout) override;
+    // As above. The group keeps its members and gains the stop signal, which counts as one addition each
+    // time.
+    int ProcessWaitSignalObjectGroup(LSignalObjectGroup& group, unsigned int timeout) override;
+
+    // Requests the stop and waits, without a time-out, until the thread has ended.
+    virtual ~LThread();
+
+protected:
+    // The work; called on the new thread.
+    virtual void ThreadFunction() = 0;
+
+    void SetPriority(int nNewPriority);
+    // Requests the stop and waits for the end of a thread that was started. Not from the thread itself.
+    void _StopAndWait();
+
+    // What LDetachedThread shares.
+    void _Prepare(int nNewPriority);
+    bool _Create(void* (*pEntry)(void*), void* pArgument);
+    void _WaitStarted(int nNewPriority);
+    void ThreadCallback();
+    void _SetFinished() { finished.Signal(); }
+
+private:
+    static void* _ThreadCallback(void* pThread);
+    int _Wait(int nHighest, fd_set& set, unsigned int timeout) const;
+
+    std::atomic<pthread_t> thread{}; // written under the handle lock
+    std::atomic<std::uint32_t> dwMachThread{0xFFFFFFFFU};
+    std::atomic<int> nPriority{0};
+    std::atomic<bool> bRunning{false};
+    LSignalObject stop;
+    LSignalObject finished;
+    LSignalObject started;
+    LLockObject startLock;
+    LLockObject handleLock; // a handle is used only while the thread that it names cannot end
+    bool bCreated = false;  // there was a thread, and its end is told by the finished signal
+};

@@ -1,0 +1,57 @@
+#include <port/files.h>
+
+#include <cerrno>
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <port/UniqueFd.h>
+#include <string>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+
+#include "bsd/SystemCalls.h"
+
+namespace {
+
+constexpr int kImmutable = FS_IMMUTABLE_FL | FS_APPEND_FL;
+
+// Only a regular file is opened: opening a device or a pipe would do something to it.
+port::UniqueFd openRegular(int folder, const char* name) {
+    struct stat status;
+    if (::fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(status.st_mode))
+        return {};
+    return port::UniqueFd(port::sys::openat(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
+}
+
+} // namespace
+
+unsigned port_file_flags(int folder, const char* name) {
+    const port::UniqueFd file = openRegular(folder, name);
+    int flags = 0;
+    if (!file || ::ioctl(file.get(), FS_IOC_GETFLAGS, &flags) != 0)
+        return 0;
+    return (flags & kImmutable) != 0 ? SF_IMMUTABLE : 0;
+}
+
+bool port_clear_file_flags(int folder, const char* name) {
+    const port::UniqueFd file = openRegular(folder, name);
+    int flags = 0;
+    if (!file || ::ioctl(file.get(), FS_IOC_GETFLAGS, &flags) != 0)
+        return false;
+    flags &= ~kImmutable;
+    return ::ioctl(file.get(), FS_IOC_SETFLAGS, &flags) == 0;
+}
+
+bool port_birth_time(const char* path, std::int64_t* seconds) {
+    struct statx status;
+    if (::statx(AT_FDCWD, path, 0, STATX_BTIME | STATX_CTIME, &status) != 0)
+        return false;
+    *seconds = (status.stx_mask & STATX_BTIME) != 0 ? status.stx_btime.tv_sec : status.stx_ctime.tv_sec;
+    return true;
+}
+
+int port_setxattr(const char* path, const char* name, const void* value, std::size_t size, std::uint32_t,
+                  int) {
+    const std::string userName = std::string("user.") + name;
+    return ::setxattr(path, userName.c_str(), value, size, 0);
+}

@@ -1,0 +1,80 @@
+#include <port/bsd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <fcntl.h>
+#include <port/UniqueFd.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "bsd/SystemCalls.h"
+
+namespace {
+
+constexpr int kLockFlags = O_SHLOCK | O_EXLOCK;
+constexpr int kMaxNameAttempts = 100;
+
+bool lock(int fd, int flags) {
+    const int operation =
+        ((flags & O_EXLOCK) != 0 ? LOCK_EX : LOCK_SH) | ((flags & O_NONBLOCK) != 0 ? LOCK_NB : 0);
+    int result;
+    do
+        result = ::flock(fd, operation);
+    while (result != 0 && errno == EINTR);
+    return result == 0;
+}
+
+// False when the path no longer leads to the open file: a former holder unlinked it before it let go.
+bool stillNamed(int fd, const char* path) {
+    struct stat open;
+    struct stat named;
+    return ::fstat(fd, &open) == 0 && ::stat(path, &named) == 0 && open.st_dev == named.st_dev &&
+           open.st_ino == named.st_ino;
+}
+
+int openThenLock(const char* path, int flags, mode_t mode) {
+    for (;;) {
+        port::UniqueFd fd(port::sys::open(path, flags & ~(kLockFlags | O_TRUNC), mode));
+        if (!fd || !lock(fd.get(), flags))
+            return -1;
+        if (!stillNamed(fd.get(), path))
+            continue;
+        if ((flags & O_TRUNC) != 0 && ::ftruncate(fd.get(), 0) != 0)
+            return -1;
+        return fd.release();
+    }
+}
+
+// The file is locked under another name and then linked to its own, so that nobody ever finds it unlocked.
+int makeLocked(const char* path, int flags, mode_t mode) {
+    char temporary[PATH_MAX];
+    for (int attempt = 0; attempt < kMaxNameAttempts; ++attempt) {
+        const int length = std::snprintf(temporary, sizeof temporary, "%s.%d-%d", path, ::getpid(), attempt);
+        if (length < 0 || static_cast<std::size_t>(length) >= sizeof temporary) {
+            errno = ENAMETOOLONG;
+            return -1;
+        }
+        port::UniqueFd fd(port::sys::open(temporary, (flags & ~kLockFlags) | O_NOFOLLOW, mode));
+        if (!fd && errno == EEXIST)
+            continue;
+        if (!fd)
+            return -1;
+        const bool linked = lock(fd.get(), flags) && ::link(temporary, path) == 0;
+        const int error = errno;
+        ::unlink(temporary);
+        errno = error;
+        return linked ? fd.release() : -1;
+    }
+    return -1;
+}
+
+} // namespace
+
+int port_open(const char* path, int flags, mode_t mode) {
+    if ((flags & kLockFlags) == 0)
+        return port::sys::open(path, flags, mode);
+    constexpr int kMake = O_CREAT | O_EXCL;
+    return (flags & kMake) == kMake ? makeLocked(path, flags, mode) : openThenLock(path, flags, mode);
+}

@@ -1,0 +1,51 @@
+#include <port/mach.h>
+
+#include <pthread.h>
+#include <sched.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr thread_time_constraint_policy_data_t kDefaultConstraint = {0, 50'000'000, 100'000'000, 1};
+constexpr int kRealTimePriority = 1;
+constexpr int kRaisedNice = -10;
+
+constinit thread_local mach_port_t self = 0;
+
+// The child of a fork has one thread, with another number than its original.
+void forgetSelf() {
+    self = 0;
+}
+
+} // namespace
+
+mach_port_t mach_thread_self() {
+    if (self == 0) {
+        static const int registered = pthread_atfork(nullptr, nullptr, forgetSelf);
+        static_cast<void>(registered);
+        self = static_cast<mach_port_t>(gettid());
+    }
+    return self;
+}
+
+kern_return_t thread_policy_get(mach_port_t, int policy, thread_time_constraint_policy_data_t* data,
+                                std::uint32_t* count, bool* getDefault) {
+    if (policy != THREAD_TIME_CONSTRAINT_POLICY || *count < THREAD_TIME_CONSTRAINT_POLICY_COUNT)
+        return KERN_INVALID_ARGUMENT;
+    *data = kDefaultConstraint;
+    *count = THREAD_TIME_CONSTRAINT_POLICY_COUNT;
+    *getDefault = true;
+    return KERN_SUCCESS;
+}
+
+kern_return_t thread_policy_set(mach_port_t thread, int policy, const thread_time_constraint_policy_data_t*,
+                                std::uint32_t count) {
+    if (policy != THREAD_TIME_CONSTRAINT_POLICY || count != THREAD_TIME_CONSTRAINT_POLICY_COUNT)
+        return KERN_INVALID_ARGUMENT;
+    sched_param parameters{};
+    parameters.sched_priority = kRealTimePriority;
+    if (sched_setscheduler(static_cast<pid_t>(thread), SCHED_RR, &parameters) != 0)
+        setpriority(PRIO_PROCESS, thread, kRaisedNice);
+    return KERN_SUCCESS;
+}

@@ -1,0 +1,45 @@
+// Files by folder descriptor and name: copies that appear whole under their names, flags, birth times,
+// extended attributes.
+//
+// Thread-safety: reentrant. All of it blocks with the file system. Failures leave errno.
+//
+// A name is one component, never followed when it is a symbolic link; a folder descriptor may be AT_FDCWD,
+// the name then any path.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <fcntl.h>
+#include <sys/types.h>
+
+// For opening a folder only to reach what is in it; needs no permission to read it.
+constexpr int O_SEARCH = O_PATH;
+
+// Copies a regular file, with its permissions, times and extended attributes, into a folder under a name,
+// replacing what has that name. The data go into a temporary file in the folder, which takes the name when it
+// is whole: the target is the old file or the new one, never a part. False when the source is no regular file
+// (EINVAL; such a source is not opened), when it and the target are the same file (EEXIST), when the target is
+// a folder, or when anything fails on the way.
+bool port_copy_file(int fromFolder, const char* from, int toFolder, const char* to);
+
+// Copies a symbolic link as a link, replacing what has the target's name, but no folder.
+bool port_copy_link(int fromFolder, const char* from, int toFolder, const char* to);
+
+// Flags of a file that forbid its change. The immutable and append-only attributes are reported as
+// SF_IMMUTABLE; UF_IMMUTABLE has no counterpart here.
+constexpr unsigned UF_IMMUTABLE = 0x2;
+constexpr unsigned SF_IMMUTABLE = 0x20000;
+
+// The flags of a regular file; 0 for what is none, and where the file system has no such attributes.
+unsigned port_file_flags(int folder, const char* name);
+// Takes the flags off a regular file. Needs the privilege for it. False when they could not be taken off.
+bool port_clear_file_flags(int folder, const char* name);
+
+// When the file, links followed, was created, in seconds since 1970; where the file system does not know, when
+// it was last changed. False when there is no such file.
+bool port_birth_time(const char* path, std::int64_t* seconds);
+
+// `setxattr` of the platform; the attribute is kept among the user's. `position` and `options` are 0. 0, or -1
+// where the file is missing or the file system has no user attributes.
+int port_setxattr(const char* path, const char* name, const void* value, std::size_t size,
+                  std::uint32_t position, int options);
