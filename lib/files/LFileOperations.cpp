@@ -1,0 +1,119 @@
+// The operations on single files and folders.
+#include "files/LFile.h"
+
+#include <CoreServices/CoreServices.h>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <port/UniqueFd.h>
+#include <port/bsd.h>
+#include <port/files.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "files/LFolderIterator.h"
+#include "platform/LCFURL.h"
+#include "strings/LStringFormat.h"
+
+namespace {
+
+constexpr std::int64_t SecondsPerDay = 86400;
+constexpr char szTextEncodingAttribute[] = "com.apple.TextEncoding";
+constexpr char szTextEncodingUTF8[] =
+    "utf-8;134217984"; // the name, and the platform's number of the encoding
+
+} // namespace
+
+bool LFile::Exists(const char* szPath) {
+    if (access(szPath, F_OK) == 0)
+        return true;
+    LCFURL url;
+    url.CreateFromFullPath(szPath);
+    FSRef reference;
+    return url && CFURLGetFSRef(url.Get(), &reference);
+}
+
+char* LFile::MakeUniqueOrderedFilePath(char* szOut, const char* szFolder, const char* szName,
+                                       const char* szExtension) {
+    char szFolderCopy[LPathBufferSize];
+    char szCandidate[LPathBufferSize];
+    char szFormer[LPathBufferSize] = "";
+    strlcpy(szFolderCopy, szFolder, sizeof szFolderCopy);
+    _MakeFilePath(szOut, szFolderCopy, szName, szExtension);
+    for (unsigned n = 0; Exists(szOut) && std::strcmp(szOut, szFormer) != 0; ++n) {
+        strlcpy(szFormer, szOut, sizeof szFormer);
+        tplsnprintf(szCandidate, sizeof szCandidate, "%s_%u", szName, n);
+        _MakeFilePath(szOut, szFolderCopy, szCandidate, szExtension);
+    }
+    return szOut;
+}
+
+bool LFile::CopyFile(const char* szFrom, const char* szTo) {
+    struct stat status;
+    if (lstat(szFrom, &status) != 0)
+        return false;
+    char szFolder[LPathBufferSize];
+    char szName[LPathBufferSize];
+    _GetFolderFromPath(szFolder, szTo);
+    _GetFileFromPath(szName, szTo);
+    const port::UniqueFd folder(
+        open(szFolder[0] != '\0' ? szFolder : ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!folder || szName[0] == '\0')
+        return false;
+    return S_ISLNK(status.st_mode) ? port_copy_link(AT_FDCWD, szFrom, folder.get(), szName)
+                                   : port_copy_file(AT_FDCWD, szFrom, folder.get(), szName);
+}
+
+bool LFile::CreateFolderTree(const char* szPath) {
+    char szParent[LPathBufferSize];
+    _GetFolderFromPath(szParent, szPath);
+    if (szParent[0] != '\0' && !Exists(szParent) && !CreateFolderTree(szParent))
+        return false;
+    return mkdir(szPath, 0777) == 0;
+}
+
+void LFile::DeleteOldFiles(const char* szFolder, const char* szPattern, int nDays) {
+    if (nDays < 1)
+        return;
+    const std::int64_t nCutOff = std::time(nullptr) - nDays * SecondsPerDay;
+    FolderIterator iterator;
+    for (iterator.Open(szFolder, szPattern); iterator.IsOpen(); iterator.Next()) {
+        char szPath[LPathBufferSize];
+        _MakeFilePath(szPath, szFolder, iterator.GetName(), "");
+        std::int64_t nCreated = 0;
+        if (!port_birth_time(szPath, &nCreated) || nCreated < nCutOff)
+            unlink(szPath);
+    }
+}
+
+bool LFile::TestFileShareWriteBlocked(const char* szPath) {
+    const port::UniqueFd file(port_open(szPath, O_RDONLY | O_NONBLOCK | O_EXLOCK));
+    return !file && errno == EAGAIN;
+}
+
+bool LFile::TestFileLocked(const char* szPath) {
+    return (port_file_flags(AT_FDCWD, szPath) & (UF_IMMUTABLE | SF_IMMUTABLE)) != 0;
+}
+
+int LFile::SetFileAttributeTextEncodingUTF8(const char* szPath) {
+    return port_setxattr(szPath, szTextEncodingAttribute, szTextEncodingUTF8, std::strlen(szTextEncodingUTF8),
+                         0, 0);
+}
+
+bool LFile::IsErrorSharingViolation() {
+    return errno == EACCES || errno == EAGAIN;
+}
+
+bool LFile::IsErrorAlreadyExists() {
+    return errno == EEXIST;
+}
+
+bool LFile::IsErrorPermissionDenied() {
+    return errno == EACCES;
+}
+
+bool LFile::IsErrorFileNotFound() {
+    return errno == ENOENT;
+}

@@ -1,0 +1,179 @@
+// Where things are.
+#include "files/LFile.h"
+
+#include <CoreServices/CoreServices.h>
+#include <Foundation/Foundation.h>
+#include <cerrno>
+#include <port/bsd.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+#include "base/LLimits.h"
+#include "platform/LCFString.h"
+#include "platform/LCFURL.h"
+#include "strings/LStringFormat.h"
+
+namespace {
+
+constexpr char szDataFolderName[] = "loginhelper";
+constexpr char szSharedFolderName[] = "Shared";
+constexpr char szDataFallback[] = "Library/Application Support";
+constexpr char szAllUsersApplications[] = "/Applications";
+constexpr char szMountedVolumes[] = "/Volumes";
+constexpr char szHelpInBundle[] = "/Contents/Resources/help";
+constexpr std::size_t UserEntrySize = 16384;
+
+void CopyText(char* szOut, const NSRef<NSString>& text) {
+    strlcpy(szOut, text ? text->UTF8String() : "", LPathBufferSize);
+}
+
+} // namespace
+
+void GetUserSpecialFolder(char* szOut, unsigned int dwDirectory, const char* szFallback) {
+    const auto found = NSSearchPathForDirectoriesInDomains(static_cast<NSSearchPathDirectory>(dwDirectory),
+                                                           NSUserDomainMask, true);
+    if (!found.empty())
+        return CopyText(szOut, found.front());
+    char szHome[LPathBufferSize];
+    LFile::GetUserFolder(szHome);
+    LFile::_MakeFilePath(szOut, szHome, szFallback, "");
+    if (!LFile::Exists(szOut))
+        mkdir(szOut, 0777);
+}
+
+void LFile::GetTempFolder(char* szOut) {
+    GetUserSpecialFolder(szOut, NSCachesDirectory, "Library/Caches");
+}
+
+void LFile::GetUserMusicFolder(char* szOut) {
+    GetUserSpecialFolder(szOut, NSMusicDirectory, "Music");
+}
+
+void LFile::GetUserVideoFolder(char* szOut) {
+    GetUserSpecialFolder(szOut, NSMoviesDirectory, "Movies");
+}
+
+void LFile::GetUserPicturesFolder(char* szOut) {
+    GetUserSpecialFolder(szOut, NSPicturesDirectory, "Pictures");
+}
+
+void LFile::GetUserApplicationsFolder(char* szOut) {
+    GetUserSpecialFolder(szOut, NSApplicationDirectory, "Applications");
+}
+
+void LFile::GetUserDocumentsFolder(char* szOut) {
+    GetUserSpecialFolder(szOut, NSDocumentDirectory, "Documents");
+}
+
+void LFile::GetUserDesktopFolder(char* szOut) {
+    GetUserSpecialFolder(szOut, NSDesktopDirectory, "Desktop");
+}
+
+void LFile::GetUserDownloadFolder(char* szOut) {
+    GetUserSpecialFolder(szOut, NSDownloadsDirectory, "Downloads");
+}
+
+void LFile::GetUserDataFolder(char* szOut) {
+    GetUserSpecialFolder(szOut, NSApplicationSupportDirectory, szDataFallback);
+}
+
+void LFile::GetSharedDataFolder(char* szOut) {
+    GetUserSpecialFolder(szOut, NSApplicationSupportDirectory, szDataFallback);
+}
+
+void LFile::GetUserFolder(char* szOut) {
+    CopyText(szOut, NSHomeDirectory());
+}
+
+void LFile::GetUserFolderNonSandboxed(char* szOut) {
+    std::vector<char> buffer(UserEntrySize);
+    passwd entry;
+    passwd* pFound = nullptr;
+    const bool bKnown =
+        getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &pFound) == 0 && pFound != nullptr;
+    strlcpy(szOut, bKnown ? pFound->pw_dir : "", LPathBufferSize);
+}
+
+void LFile::GetUserDataFolderApp(char* szOut) {
+    char szFolder[LPathBufferSize];
+    GetUserDataFolder(szFolder);
+    _MakeFilePath(szOut, szFolder, szDataFolderName, "");
+    mkdir(szOut, 0777);
+}
+
+void LFile::GetUserDataFolderApp(char* szOut, const char*) {
+    GetUserDataFolderApp(szOut);
+}
+
+void LFile::GetUserDataFolderAppSubFolder(const char* szSubFolder, char* szOut) {
+    char szFolder[LPathBufferSize];
+    GetUserDataFolderApp(szFolder);
+    _MakeFilePath(szOut, szFolder, szSubFolder, "");
+    mkdir(szOut, 0777);
+}
+
+void LFile::GetSharedDataFolderApp(char* szOut) {
+    GetUserDataFolderAppSubFolder(szSharedFolderName, szOut);
+}
+
+void LFile::GetSharedDataFolderAppSubFolder(const char* szSubFolder, char* szOut) {
+    char szFolder[LPathBufferSize];
+    GetSharedDataFolderApp(szFolder);
+    _MakeFilePath(szOut, szFolder, szSubFolder, "");
+    if (Exists(szOut))
+        return;
+    mkdir(szOut, 0777);
+    SetFolderSecurityAllAccess(szOut);
+}
+
+void LFile::GetApplicationsFolder(char* szOut) {
+    const auto found = NSSearchPathForDirectoriesInDomains(NSApplicationDirectory, NSLocalDomainMask, true);
+    if (found.empty())
+        strlcpy(szOut, szAllUsersApplications, LPathBufferSize);
+    else
+        CopyText(szOut, found.front());
+}
+
+bool LFile::GetInstalledApplicationExePath(char* szOut, const char* szName) {
+    char szFolder[LPathBufferSize];
+    GetUserApplicationsFolder(szFolder);
+    _MakeFilePath(szOut, szFolder, szName, "");
+    if (Exists(szOut))
+        return true;
+    GetApplicationsFolder(szFolder);
+    _MakeFilePath(szOut, szFolder, szName, "");
+    return Exists(szOut);
+}
+
+void LFile::GetProgramExecutablePath(char* szOut) {
+    const LCFURL url(CFBundleCopyBundleURL(CFBundleGetMainBundle()));
+    const LCFString path(CFURLCopyFileSystemPath(url.Get(), kCFURLPOSIXPathStyle));
+    path.GetString(szOut, LPathBufferSize);
+}
+
+void LFile::GetHelpFolder(char* szOut) {
+    const NSRef<NSString> bundle = NSBundle::mainBundle()->bundlePath();
+    tplsnprintf(szOut, LPathBufferSize, "%s%s", bundle ? bundle->UTF8String() : "", szHelpInBundle);
+}
+
+void LFile::GetMountedDrivesFolder(char* szOut) {
+    FSRef folder;
+    if (FSFindFolder(kOnSystemDisk, kVolumesFolderType, false, &folder) != noErr ||
+        FSRefMakePath(&folder, reinterpret_cast<UInt8*>(szOut), LPathBufferSize) != noErr)
+        strlcpy(szOut, szMountedVolumes, LPathBufferSize);
+}
+
+void LFile::GetNetworkSharesFolder(char* szOut) {
+    GetMountedDrivesFolder(szOut);
+}
+
+void LFile::GetCurrentDirectory(char* szOut) {
+    if (getcwd(szOut, LPathBufferSize) == nullptr)
+        szOut[0] = '\0';
+}
+
+int LFile::SetCurrentDirectory(const char* szPath) {
+    return chdir(szPath);
+}

@@ -1,0 +1,25 @@
+// An owned file URL.
+//
+// Thread-safety: as a plain value.
+#pragma once
+
+#include "platform/LCFRef.h"
+
+class LCFURL {
+public:
+    LCFURL() = default;
+    // Takes over a reference that the caller owns; null for none.
+    explicit LCFURL(CFURLRef pURL) : _pURL(pURL) {}
+
+    // Null when none is held. The wrapper keeps owning it.
+    CFURLRef Get() const { return _pURL.Get(); }
+    explicit operator bool() const { return static_cast<bool>(_pURL); }
+
+    // Replaces the URL by that of a POSIX path in UTF-8, marked as a folder when there is one at the path
+    // now. An empty path leaves none held; a relative one starts at the working folder. Asks the file system
+    // and may block with it.
+    void CreateFromFullPath(const char* szPath);
+
+private:
+    LCFRef<CFURLRef> _pURL;
+};

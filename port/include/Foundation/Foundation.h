@@ -1,0 +1,183 @@
+// Foundation: counted objects, strings, the settings of the user, files and the home folder.
+//
+// Objects and ownership: classes are C++ classes over one intrusive count; a selector `setBool:forKey:`
+// becomes `setBool` with its arguments in order. A function that answers a new object returns an `NSRef`,
+// which holds one reference and gives it back by itself. A shared object (`standard...`, `shared...`,
+// `default...`) comes as a plain pointer and lives until the process ends. Texts and keys are NUL-terminated
+// UTF-8; the callee copies what it keeps.
+//
+// Thread-safety: counts, and every method unless it says otherwise, may be used from any thread. One `NSRef`
+// belongs to one thread.
+//
+// Failure: nothing throws. A missing object is a null `NSRef`.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <CoreFoundation/CoreFoundation.h>
+
+using BOOL = bool;
+constexpr BOOL YES = true;
+constexpr BOOL NO = false;
+
+// The root of counted objects. A new one has the count 1, which belongs to its maker.
+class NSObject {
+public:
+    NSObject(const NSObject&) = delete;
+    NSObject& operator=(const NSObject&) = delete;
+
+    void retain() const { retainCount_.fetch_add(1, std::memory_order_relaxed); }
+    // Gives one reference back; the last one destroys the object through `dealloc`.
+    void release() const;
+
+protected:
+    NSObject() = default;
+    virtual ~NSObject() = default;
+    virtual void dealloc() { delete this; }
+
+private:
+    mutable std::atomic<unsigned long> retainCount_{1};
+};
+
+// One reference to an object, or none.
+template <typename T>
+class NSRef {
+public:
+    NSRef() = default;
+    // Takes over the reference that the caller holds.
+    explicit NSRef(T* object) : object_(object) {}
+    NSRef(const NSRef& other) : object_(other.object_) {
+        if (object_ != nullptr)
+            object_->retain();
+    }
+    NSRef(NSRef&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
+    NSRef& operator=(NSRef other) noexcept {
+        std::swap(object_, other.object_);
+        return *this;
+    }
+    ~NSRef() {
+        if (object_ != nullptr)
+            object_->release();
+    }
+
+    T* get() const { return object_; }
+    T* operator->() const { return object_; }
+    T& operator*() const { return *object_; }
+    explicit operator bool() const { return object_ != nullptr; }
+
+private:
+    T* object_ = nullptr;
+};
+
+// An immutable text.
+class NSString final : public NSObject {
+public:
+    // Null when `text` is null or no well-formed UTF-8.
+    static NSRef<NSString> stringWithUTF8String(const char* text);
+    // Null when `text` is null or has no UTF-8 form (a lone surrogate).
+    static NSRef<NSString> stringWithCFString(CFStringRef text);
+
+    // Lives as long as this object.
+    const char* UTF8String() const { return utf8_.c_str(); }
+    // Exact comparison.
+    BOOL isEqualToString(const char* text) const { return utf8_ == text; }
+
+private:
+    explicit NSString(std::string utf8) : utf8_(std::move(utf8)) {}
+
+    std::string utf8_;
+};
+
+namespace port {
+class SettingsStore;
+}
+
+// The settings of one application: one property list, `<bundle identifier>.plist` (for a program outside a
+// bundle `<executable name>.plist`), in $XDG_CONFIG_HOME, else ~/.config.
+//
+// Reading and changing work in memory; the file is read at the first use. The lasting effect comes with
+// `synchronize`, which blocks.
+class NSUserDefaults final : public NSObject {
+public:
+    // The settings of this application.
+    static NSUserDefaults* standardUserDefaults();
+    // The settings of the application with that bundle identifier. Null when the identifier names no file
+    // (empty, too long, or with a "/").
+    static NSRef<NSUserDefaults> initWithSuiteName(const char* identifier);
+
+    // Null when the key is absent or its value is no string.
+    NSRef<NSString> stringForKey(const char* key) const;
+    // True for a true boolean, a number other than 0, and a text that begins with Y, y, T, t or a number
+    // other than 0 (blanks, signs and zeros in front skipped); false otherwise, also when the key is absent.
+    BOOL boolForKey(const char* key) const;
+
+    void setBool(BOOL value, const char* key);
+    void setObject(const NSString& value, const char* key);
+    void removeObjectForKey(const char* key);
+
+    // Writes the changes made through this object into the file, key by key over what other processes wrote
+    // meanwhile, and takes their changes in. The new file replaces the old one whole and is on the disk when
+    // this returns; when nothing differs, nothing is written. False when the file could not be read, locked
+    // (waits up to 5 s for another process) or written: the file is as it was, the changes stay pending.
+    // A file that is no property list is renamed to `<file>.corrupt-<time>`, with one line on standard error.
+    BOOL synchronize();
+
+private:
+    explicit NSUserDefaults(std::string file);
+    ~NSUserDefaults() override;
+
+    std::unique_ptr<port::SettingsStore> store_;
+};
+
+class NSFileManager final : public NSObject {
+public:
+    static NSFileManager* defaultManager();
+
+    // Follows links; false for an empty path. Asks the file system and may block with it.
+    BOOL fileExistsAtPath(const char* path) const;
+};
+
+// The home folder as it was given to this process: CFFIXED_USER_HOME, else HOME, else the entry of the user
+// database. Null when there is none.
+NSRef<NSString> NSHomeDirectory();
+
+// What the application tells its delegate.
+class NSNotification final {
+public:
+    explicit NSNotification(const char* name) : name_(name) {}
+    const char* name() const { return name_; }
+
+private:
+    const char* name_;
+};
+
+// Directories and domains of search paths; the numbers are the platform's.
+enum NSSearchPathDirectory : unsigned long {
+    NSApplicationDirectory = 1,
+    NSDocumentDirectory = 9,
+    NSDesktopDirectory = 12,
+    NSCachesDirectory = 13,
+    NSApplicationSupportDirectory = 14,
+    NSDownloadsDirectory = 15,
+    NSMoviesDirectory = 17,
+    NSMusicDirectory = 18,
+    NSPicturesDirectory = 19,
+};
+enum NSSearchPathDomainMask : unsigned long { NSUserDomainMask = 1, NSLocalDomainMask = 2 };
+
+// The folders of that kind, the first one to be preferred; none when there is none. Absolute; the tilde is
+// always expanded. Caches and application support are those of the XDG base directories and are made, 0700,
+// when they are missing; documents, media and the like come from user-dirs.dirs in the configuration folder.
+std::vector<NSRef<NSString>> NSSearchPathForDirectoriesInDomains(NSSearchPathDirectory directory,
+                                                                 NSSearchPathDomainMask domain, BOOL expandTilde);
+
+// The bundle of this process; for a plain executable the folder that it is in.
+class NSBundle final : public NSObject {
+public:
+    static NSBundle* mainBundle();
+    NSRef<NSString> bundlePath() const;
+};
