@@ -1,0 +1,24 @@
+# Every header of lib/ and of the platform compiles alone: a source file that includes nothing else is made for
+# each, and the target headers_alone compiles them all. Nothing builds it but scripts/check and
+# `ctest -C headers -L headers`.
+file(GLOB_RECURSE headers CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR}
+  ${PROJECT_SOURCE_DIR}/lib/*.h ${PROJECT_SOURCE_DIR}/port/include/*.h)
+
+set(sources)
+foreach(header IN LISTS headers)
+  string(MAKE_C_IDENTIFIER ${header} name)
+  set(source ${PROJECT_BINARY_DIR}/headers_alone/${name}.cpp)
+  file(CONFIGURE OUTPUT ${source} CONTENT "#include \"@PROJECT_SOURCE_DIR@/@header@\"\n" @ONLY)
+  list(APPEND sources ${source})
+endforeach()
+
+add_library(headers_alone OBJECT EXCLUDE_FROM_ALL ${sources})
+target_link_libraries(headers_alone PRIVATE house)
+target_include_directories(headers_alone PRIVATE
+  ${PROJECT_SOURCE_DIR}/lib ${PROJECT_SOURCE_DIR}/port/include)
+
+if(LFOUNDATION_TESTS)
+  add_test(NAME headers.alone CONFIGURATIONS headers
+    COMMAND ${CMAKE_COMMAND} --build ${PROJECT_BINARY_DIR} --target headers_alone)
+  set_tests_properties(headers.alone PROPERTIES LABELS headers TIMEOUT 600)
+endif()

@@ -1,0 +1,58 @@
+// Two plain owning arrays: one of a fixed count, one that is resized exactly.
+//
+// Thread-safety: none; the owner guards it.
+// An allocation that fails throws std::bad_alloc and leaves the array as it was. An index is below the count.
+#pragma once
+
+#include <algorithm>
+#include <memory>
+#include <type_traits>
+#include <utility>
+
+// `count` elements, each zero-filled.
+template <typename T>
+class LArray {
+public:
+    explicit LArray(unsigned long count) : pItems(new T[count]()), dwCount(count) {}
+
+    T* GetData() { return pItems.get(); }
+    const T* GetData() const { return pItems.get(); }
+    unsigned long GetCount() const { return dwCount; }
+    T& operator[](unsigned long index) { return pItems[index]; }
+    const T& operator[](unsigned long index) const { return pItems[index]; }
+
+private:
+    std::unique_ptr<T[]> pItems;
+    unsigned long dwCount;
+};
+
+// A resizable array of plain values; null while its size is 0.
+template <typename T>
+class LVector {
+    static_assert(std::is_trivially_copyable_v<T>);
+
+public:
+    T* GetData() { return pItems.get(); }
+    const T* GetData() const { return pItems.get(); }
+    unsigned long GetSize() const { return dwSize; }
+    T& operator[](unsigned long index) { return pItems[index]; }
+    const T& operator[](unsigned long index) const { return pItems[index]; }
+
+    // Reallocates exactly n elements, unless there are n: the first min(old, n) keep their values, new ones
+    // are not initialised.
+    void SetSize(unsigned long n) {
+        if (n == dwSize)
+            return;
+        std::unique_ptr<T[]> pNew;
+        if (n != 0) {
+            pNew.reset(new T[n]);
+            std::copy_n(pItems.get(), std::min(dwSize, n), pNew.get());
+        }
+        pItems = std::move(pNew);
+        dwSize = n;
+    }
+
+private:
+    std::unique_ptr<T[]> pItems;
+    unsigned long dwSize = 0;
+};
