@@ -38,9 +38,13 @@ auto repeat(Function function) {
 
 } // namespace
 
-void setHook(Hook replacement) { hook.store(replacement, std::memory_order_release); }
+void setHook(Hook replacement) {
+    hook.store(replacement, std::memory_order_release);
+}
 
-int open(const char* path, int flags, mode_t mode) { return openat(AT_FDCWD, path, flags, mode); }
+int open(const char* path, int flags, mode_t mode) {
+    return openat(AT_FDCWD, path, flags, mode);
+}
 
 int openat(int folder, const char* name, int flags, mode_t mode) {
     if (refused(Call::Open))

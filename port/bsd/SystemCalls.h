@@ -2,7 +2,8 @@
 // hook that makes a call fail or fall short. Calls interrupted by a signal are repeated here, so callers
 // never see EINTR.
 //
-// Thread-safety: the calls are as safe as the kernel's; the hook is set before the threads that meet it start.
+// Thread-safety: the calls are as safe as the kernel's; the hook is set before the threads that meet it
+// start.
 #pragma once
 
 #include <cstddef>

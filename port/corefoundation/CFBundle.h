@@ -1,0 +1,37 @@
+// The body of a bundle, and how an executable's path tells its bundle.
+//
+// Thread-safety: any thread; Info.plist is read under a once-flag.
+#pragma once
+
+#include <mutex>
+#include <string>
+#include <string_view>
+
+#include "corefoundation/CFObject.h"
+
+struct __CFBundle final : port::CFObject {
+    // `executable` is known for the main bundle and empty for others. An unbundled one has no Info.plist.
+    __CFBundle(std::string path, std::string executable, bool isBundled);
+
+    CFDictionaryRef info();
+    std::string executablePath();
+
+    const std::string folder;
+    const bool bundled;
+
+private:
+    std::string executable_;
+    std::once_flag infoRead_;
+    port::CFRef<CFDictionaryRef> info_;
+};
+
+namespace port {
+
+// "/x/Y.app" of "/x/Y.app/Contents/MacOS/name"; empty for any other path.
+std::string_view bundleFolderOfExecutable(std::string_view executable);
+
+// The executable that a link of the process table names, without the mark that the system sets behind the
+// name of one that was deleted or replaced. Empty when the link cannot be read.
+std::string readExecutableLink(const char* link);
+
+} // namespace port

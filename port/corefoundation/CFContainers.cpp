@@ -1,0 +1,149 @@
+#include "corefoundation/CFContainers.h"
+
+#include "corefoundation/CFString.h"
+
+#include <algorithm>
+
+struct CFArrayCallBacks {};
+struct CFDictionaryKeyCallBacks {};
+struct CFDictionaryValueCallBacks {};
+const CFArrayCallBacks kCFTypeArrayCallBacks;
+const CFDictionaryKeyCallBacks kCFTypeDictionaryKeyCallBacks;
+const CFDictionaryValueCallBacks kCFTypeDictionaryValueCallBacks;
+
+namespace {
+
+using Entry = __CFDictionary::Entry;
+using Entries = __CFDictionary::Entries;
+
+bool isBefore(const Entry& entry, CFStringRef key) {
+    return port::compareByCodePoint(entry.key.get(), key) < 0;
+}
+
+// The place of the key: its entry, or the one to insert it before.
+template <typename Sorted>
+auto placeOf(Sorted& entries, CFStringRef key) {
+    return std::lower_bound(entries.begin(), entries.end(), key, isBefore);
+}
+
+template <typename Sorted, typename Place>
+bool holds(const Sorted& entries, Place place, CFStringRef key) {
+    return place != entries.end() && place->key.get()->equals(*key);
+}
+
+} // namespace
+
+bool __CFArray::equals(const CFObject& other) const {
+    const auto& array = static_cast<const __CFArray&>(other);
+    return std::equal(values.begin(), values.end(), array.values.begin(), array.values.end(),
+                      [](const auto& one, const auto& two) { return CFEqual(one.get(), two.get()); });
+}
+
+__CFDictionary::__CFDictionary(Entries unsorted)
+    : CFObject(port::CFKind::Dictionary), entries_(std::move(unsorted)) {
+    std::stable_sort(entries_.begin(), entries_.end(),
+                     [](const Entry& one, const Entry& two) { return isBefore(one, two.key.get()); });
+    // From behind, so that the last of equal keys is the one that stays.
+    const auto kept = std::unique(entries_.rbegin(), entries_.rend(), [](const Entry& one, const Entry& two) {
+        return one.key.get()->equals(*two.key.get());
+    });
+    entries_.erase(entries_.begin(), kept.base());
+}
+
+CFTypeRef __CFDictionary::find(CFStringRef key) const {
+    const auto place = placeOf(entries_, key);
+    return holds(entries_, place, key) ? place->value.get() : nullptr;
+}
+
+void __CFDictionary::set(CFStringRef key, CFTypeRef value) {
+    const auto place = placeOf(entries_, key);
+    auto kept = port::CFRef<CFTypeRef>::retained(value);
+    if (holds(entries_, place, key))
+        place->value = std::move(kept);
+    else
+        entries_.insert(place, Entry{port::CFRef<CFStringRef>::retained(key), std::move(kept)});
+}
+
+void __CFDictionary::remove(CFStringRef key) {
+    const auto place = placeOf(entries_, key);
+    if (holds(entries_, place, key))
+        entries_.erase(place);
+}
+
+bool __CFDictionary::equals(const CFObject& other) const {
+    const auto& dictionary = static_cast<const __CFDictionary&>(other);
+    return std::equal(entries_.begin(), entries_.end(), dictionary.entries_.begin(),
+                      dictionary.entries_.end(), [](const Entry& one, const Entry& two) {
+                          return one.key.get()->equals(*two.key.get()) &&
+                                 CFEqual(one.value.get(), two.value.get());
+                      });
+}
+
+CFTypeID CFArrayGetTypeID() {
+    return static_cast<CFTypeID>(port::CFKind::Array);
+}
+
+CFArrayRef CFArrayCreate(CFAllocatorRef, const void** values, CFIndex count, const CFArrayCallBacks*) {
+    __CFArray::Values elements;
+    elements.reserve(static_cast<std::size_t>(count));
+    for (CFIndex i = 0; i < count; ++i)
+        elements.push_back(port::CFRef<CFTypeRef>::retained(values[i]));
+    return new __CFArray(std::move(elements));
+}
+
+CFIndex CFArrayGetCount(CFArrayRef array) {
+    return static_cast<CFIndex>(array->values.size());
+}
+
+CFTypeRef CFArrayGetValueAtIndex(CFArrayRef array, CFIndex index) {
+    return index >= 0 && index < CFArrayGetCount(array) ? array->values[static_cast<std::size_t>(index)].get()
+                                                        : nullptr;
+}
+
+CFTypeID CFDictionaryGetTypeID() {
+    return static_cast<CFTypeID>(port::CFKind::Dictionary);
+}
+
+CFDictionaryRef CFDictionaryCreate(CFAllocatorRef, const void** keys, const void** values, CFIndex count,
+                                   const CFDictionaryKeyCallBacks*, const CFDictionaryValueCallBacks*) {
+    Entries entries;
+    entries.reserve(static_cast<std::size_t>(count));
+    for (CFIndex i = 0; i < count; ++i)
+        entries.push_back({port::CFRef<CFStringRef>::retained(static_cast<CFStringRef>(keys[i])),
+                           port::CFRef<CFTypeRef>::retained(values[i])});
+    return new __CFDictionary(std::move(entries));
+}
+
+CFIndex CFDictionaryGetCount(CFDictionaryRef dictionary) {
+    return static_cast<CFIndex>(dictionary->entries().size());
+}
+
+CFTypeRef CFDictionaryGetValue(CFDictionaryRef dictionary, const void* key) {
+    return dictionary->find(static_cast<CFStringRef>(key));
+}
+
+void CFDictionaryGetKeysAndValues(CFDictionaryRef dictionary, const void** keys, const void** values) {
+    for (const Entry& entry : dictionary->entries()) {
+        if (keys != nullptr)
+            *keys++ = entry.key.get();
+        if (values != nullptr)
+            *values++ = entry.value.get();
+    }
+}
+
+CFMutableDictionaryRef CFDictionaryCreateMutable(CFAllocatorRef, CFIndex, const CFDictionaryKeyCallBacks*,
+                                                 const CFDictionaryValueCallBacks*) {
+    return new __CFDictionary(Entries());
+}
+
+CFMutableDictionaryRef CFDictionaryCreateMutableCopy(CFAllocatorRef, CFIndex, CFDictionaryRef dictionary) {
+    return new __CFDictionary(dictionary->entries());
+}
+
+void CFDictionarySetValue(CFMutableDictionaryRef dictionary, const void* key, const void* value) {
+    dictionary->set(static_cast<CFStringRef>(key), value);
+}
+
+void CFDictionaryRemoveValue(CFMutableDictionaryRef dictionary, const void* key) {
+    dictionary->remove(static_cast<CFStringRef>(key));
+}

@@ -1,0 +1,39 @@
+// The bodies of arrays and dictionaries. A dictionary is a vector sorted by key: small, and written as it
+// stands.
+//
+// Thread-safety: immutable arrays; dictionaries are guarded by their owner while they change.
+#pragma once
+
+#include <utility>
+#include <vector>
+
+#include "corefoundation/CFObject.h"
+
+struct __CFArray final : port::CFObject {
+    using Values = std::vector<port::CFRef<CFTypeRef>>;
+
+    explicit __CFArray(Values elements) : CFObject(port::CFKind::Array), values(std::move(elements)) {}
+    bool equals(const CFObject& other) const override;
+
+    const Values values;
+};
+
+struct __CFDictionary final : port::CFObject {
+    struct Entry {
+        port::CFRef<CFStringRef> key;
+        port::CFRef<CFTypeRef> value;
+    };
+    using Entries = std::vector<Entry>;
+
+    // In any order; of two equal keys the later entry stays.
+    explicit __CFDictionary(Entries unsorted);
+
+    const Entries& entries() const { return entries_; }
+    CFTypeRef find(CFStringRef key) const;
+    void set(CFStringRef key, CFTypeRef value);
+    void remove(CFStringRef key);
+    bool equals(const CFObject& other) const override;
+
+private:
+    Entries entries_; // ascending by code point of the key, each key once
+};

@@ -1,0 +1,104 @@
+// What every counted object of Core Foundation has in common, and the owner of one reference to it.
+//
+// Thread-safety: counts are atomic; an owner belongs to one thread.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <utility>
+
+#include <CoreFoundation/CoreFoundation.h>
+
+namespace port {
+
+enum class CFKind : CFTypeID {
+    String = 1,
+    Data,
+    Number,
+    Boolean,
+    Date,
+    Error,
+    Array,
+    Dictionary,
+    URL,
+    Bundle
+};
+
+// The first and only base of each object, so that a CFTypeRef is a pointer to it.
+class CFObject {
+public:
+    CFObject(const CFObject&) = delete;
+    CFObject& operator=(const CFObject&) = delete;
+
+    CFKind kind() const { return kind_; }
+    void retain() const { count_.fetch_add(1, std::memory_order_relaxed); }
+    void release() const {
+        if (count_.fetch_sub(1, std::memory_order_acq_rel) == 1)
+            delete this;
+    }
+    // `other` is of the same kind.
+    virtual bool equals(const CFObject& other) const { return this == &other; }
+
+protected:
+    constexpr explicit CFObject(CFKind kind) : kind_(kind) {}
+    virtual ~CFObject() = default;
+
+private:
+    mutable std::atomic<std::uint32_t> count_{1};
+    const CFKind kind_;
+};
+
+inline const CFObject& objectOf(CFTypeRef object) {
+    return *static_cast<const CFObject*>(object);
+}
+
+// The object as one of the given kind, null when it is null or of another kind.
+template <typename Pointer>
+Pointer asKind(CFTypeRef object, CFKind kind) {
+    return object != nullptr && objectOf(object).kind() == kind ? static_cast<Pointer>(object) : nullptr;
+}
+
+// One reference to an object, or none. `Pointer` is the platform's reference type (CFStringRef ...).
+template <typename Pointer>
+class CFRef {
+public:
+    CFRef() = default;
+    // Takes over the reference that the caller holds.
+    explicit CFRef(Pointer object) : object_(object) {}
+    // Adds a reference of its own.
+    static CFRef retained(Pointer object) {
+        if (object != nullptr)
+            objectOf(object).retain();
+        return CFRef(object);
+    }
+    CFRef(const CFRef& other) : CFRef(retained(other.object_)) {}
+    CFRef(CFRef&& other) noexcept : object_(other.release()) {}
+    CFRef& operator=(CFRef other) noexcept {
+        std::swap(object_, other.object_);
+        return *this;
+    }
+    ~CFRef() {
+        if (object_ != nullptr)
+            CFRelease(object_);
+    }
+
+    Pointer get() const { return object_; }
+    // Gives the reference up to the caller.
+    Pointer release() { return std::exchange(object_, nullptr); }
+    explicit operator bool() const { return object_ != nullptr; }
+
+private:
+    Pointer object_ = nullptr;
+};
+
+// A constant that is built at compile time and never destroyed.
+template <typename T>
+union CFImmortal {
+    template <typename... Arguments>
+    constexpr explicit CFImmortal(Arguments... arguments) : value(arguments...) {}
+    ~CFImmortal() {} // the value stays: threads may still use it while the process exits
+
+    T value;
+};
+
+} // namespace port
