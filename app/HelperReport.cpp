@@ -1,0 +1,21 @@
+#include "HelperReport.h"
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+#include <unistd.h>
+
+void HelperReport(const char* szFormat, ...) {
+    char szLine[8192] = "loginhelper: ";
+    constexpr std::size_t dwPrefix = 13;
+    va_list arguments;
+    va_start(arguments, szFormat);
+    const int nText = vsnprintf(szLine + dwPrefix, sizeof szLine - dwPrefix, szFormat, arguments);
+    va_end(arguments);
+    if (nText < 0)
+        return;
+    const std::size_t dwEnd = std::min(dwPrefix + static_cast<std::size_t>(nText), sizeof szLine - 1);
+    szLine[dwEnd] = '\n';
+    // Nobody to tell it to when this fails.
+    [[maybe_unused]] const ssize_t nWritten = write(STDERR_FILENO, szLine, dwEnd + 1);
+}

@@ -1,0 +1,7 @@
+// What the helper says: one line on standard error for each decision.
+//
+// Thread-safety: any thread; a line is written at once.
+#pragma once
+
+// The text, formatted as printf does, behind "loginhelper: ". Cut at 8191 bytes.
+[[gnu::format(printf, 1, 2)]] void HelperReport(const char* szFormat, ...);

@@ -1,0 +1,34 @@
+// The login helper's application delegate: at login it launches the main application if the user asked for
+// that; while the main application runs it serves the service through which the setting is changed.
+//
+// Thread-safety: the methods belong to the main thread, but for `getXPCServer` and `shutdownHelper`, which
+// the event sink calls from the threads that deliver its events.
+#pragma once
+
+#include <AppKit/AppKit.h>
+
+class LXPCMachServer;
+
+class LLoginHelper final : public NSObject, public NSApplicationDelegate {
+public:
+    // The server that serves now; null before it was started and once the helper ends. Not to be kept beyond
+    // the event in which it was asked for.
+    LXPCMachServer* getXPCServer() const;
+
+    // Destroys the server and ends the process with status 0. Of several threads that call it, or end the
+    // application meanwhile, one goes on and the others stay here.
+    [[noreturn]] void shutdownHelper();
+
+    // Declares the message keys and serves. Returns only when the service cannot be created.
+    void startXPCServer();
+
+    // Whether an application with the main application's bundle identifier and display name runs.
+    BOOL isMainAppRunning() const;
+
+    // Launches the main application when the setting says so, its bundle is still where it was and its
+    // version is the expected one; forgets the setting when the bundle is gone. Says what it did and why.
+    void launchMainApp();
+
+    void applicationDidFinishLaunching(const NSNotification& notification) override;
+    void applicationWillTerminate(const NSNotification& notification) override;
+};

@@ -1,0 +1,13 @@
+// What the next login would do, told from the helper's settings, the stored bundle and the running programs.
+//
+// Thread-safety: none; the main thread.
+#pragma once
+
+#include "Options.h"
+#include "Report.h"
+
+// Looks without changing anything.
+void Doctor(const Options& options, Report& report);
+
+// Removes the helper's two settings. Blocks while another process writes them.
+void Forget(const Options& options, Report& report);

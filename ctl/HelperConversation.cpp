@@ -1,0 +1,72 @@
+#include "HelperConversation.h"
+
+#include <chrono>
+#include <port/bsd.h>
+#include <port/seams.h>
+
+#include "LoginHelperContract.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr unsigned long ConnectionNumber = 1;
+
+int MillisecondsUntil(Clock::time_point deadline) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+    return static_cast<int>(left.count());
+}
+
+} // namespace
+
+HelperConversation::HelperConversation(const char* szServiceName, unsigned dwTimeoutMilliseconds)
+    : szService(szServiceName), dwTimeout(dwTimeoutMilliseconds), client(this) {
+    for (const char* szReply :
+         {LReplyTestConnection, LReplyNewConnection, LReplyLaunchAtLogin, LReplyQueryLaunchAtLogin})
+        client.AddKey(szReply, LXPCDataTypeBool);
+}
+
+HelperAnswer HelperConversation::Ask(std::initializer_list<LXPCData> items, bool& bValue) {
+    bValue = false;
+    bReplyValue = false;
+    answer = HelperAnswer::Silent;
+    if (!bConnected)
+        bConnected = client.Connect(szService, ConnectionNumber, true);
+    if (!bConnected)
+        return HelperAnswer::Unreachable;
+    client.SendMessage(szService, ConnectionNumber, items.begin(), items.size(), true);
+    const auto deadline = Clock::now() + std::chrono::milliseconds(dwTimeout);
+    int nLeft;
+    while (answer == HelperAnswer::Silent && (nLeft = MillisecondsUntil(deadline)) > 0)
+        port_main_queue_drain(nLeft);
+    bValue = bReplyValue;
+    return answer;
+}
+
+LXPCData HelperConversation::Flag(const char* szName, bool bValue) {
+    LXPCData item;
+    strlcpy(item.szName, szName, sizeof(item.szName));
+    item.eType = LXPCDataTypeBool;
+    item.nValue = bValue ? 1 : 0;
+    return item;
+}
+
+LXPCData HelperConversation::Text(const char* szName, const char* szText) {
+    LXPCData item;
+    strlcpy(item.szName, szName, sizeof(item.szName));
+    item.eType = LXPCDataTypeString;
+    item.nValue = reinterpret_cast<long>(szText);
+    return item;
+}
+
+void HelperConversation::EvConnectionError(long, LXPCErrorType type) {
+    HelperAnswer waiting = HelperAnswer::Silent;
+    answer.compare_exchange_strong(waiting, type == LXPCErrorTypeConnectionInterrupted
+                                                ? HelperAnswer::Ended
+                                                : HelperAnswer::Unreachable);
+}
+
+void HelperConversation::EvReplyReceived(long, const LList<LXPCDataListable>& items) {
+    bReplyValue = items.GetFirst()->nValue != 0;
+    answer = HelperAnswer::Replied;
+}
