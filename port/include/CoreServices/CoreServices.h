@@ -1,4 +1,4 @@
-// The system version and the file manager: references to existing files and folders, and specifications of
+// The system version and the file manager: references to existing files and folders, and file specifications of
 // files by volume, parent folder and name.
 //
 // Thread-safety: all functions may be called on any thread. Everything here is a value; nothing needs to be
@@ -99,8 +99,8 @@ struct HFSUniStr255 {
     UniChar unicode[255];
 };
 
-// Fills `info` as `which` asks, and the specification of the object. Either may be null; name and parent must
-// be null, no caller asks for them here. Outputs are unchanged on failure; bdNamErr when a specification is
+// Fills `info` as `which` asks, and the file specification of the object. Either may be null; name and parent must
+// be null, no caller asks for them here. Outputs are unchanged on failure; bdNamErr when a file specification is
 // asked for and the name has more than 63 bytes.
 OSErr FSGetCatalogInfo(const FSRef* ref, FSCatalogInfoBitmap which, FSCatalogInfo* info, HFSUniStr255* name,
                        FSSpec* spec, FSRef* parent);

@@ -1,0 +1,214 @@
+#include "dispatch/MainLoop.h"
+
+#include "dispatch/WorkerPool.h"
+
+#include <array>
+#include <chrono>
+#include <span>
+#include <utility>
+
+namespace port {
+namespace {
+
+constexpr std::size_t kTasksPerTurn = 64;
+constexpr unsigned kTurnsPerWait = 16; // of tasks alone, then the descriptors have theirs
+constexpr std::size_t kEventsPerWait = 32;
+constexpr SourceKey kPoolKey = Epoll::kWakeKey - 1;
+
+// Milliseconds that are left of a limit.
+class Countdown {
+public:
+    explicit Countdown(int milliseconds) : limit_(milliseconds) {
+        if (limit_ > 0)
+            end_ = Clock::now() + std::chrono::milliseconds(limit_);
+    }
+    int left() const {
+        if (limit_ <= 0)
+            return limit_;
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end_ - Clock::now());
+        return left.count() > 0 ? static_cast<int>(left.count()) : 0;
+    }
+
+private:
+    using Clock = std::chrono::steady_clock;
+    int limit_;
+    Clock::time_point end_;
+};
+
+class CallbackSource final : public Source {
+public:
+    explicit CallbackSource(std::function<void()> callback) : callback_(std::move(callback)) {}
+
+    bool pin() noexcept override {
+        references_.fetch_add(1, std::memory_order_relaxed);
+        return true;
+    }
+    void unpin() noexcept override {
+        if (references_.fetch_sub(1, std::memory_order_acq_rel) == 1)
+            delete this;
+    }
+    bool ready(std::uint32_t /*events*/) override {
+        callback_();
+        return true;
+    }
+
+private:
+    ~CallbackSource() = default;
+    std::function<void()> callback_;
+    std::atomic<int> references_{1};
+};
+
+} // namespace
+
+void MainQueue::append(Task task) {
+    bool call = false;
+    {
+        const std::lock_guard lock(mutex_);
+        tasks_.push(std::move(task));
+        call = waiters_ != 0 && !std::exchange(called_, true);
+    }
+    if (call)
+        MainLoop::shared().epoll_.wake();
+}
+
+void MainQueue::suspend() {
+    const std::lock_guard lock(mutex_);
+    ++suspensions_;
+}
+
+void MainQueue::resume() {
+    {
+        const std::lock_guard lock(mutex_);
+        if (suspensions_ != 0)
+            --suspensions_;
+    }
+    MainLoop::shared().epoll_.wake();
+}
+
+bool MainQueue::wantsTurn() const {
+    return !running_ && suspensions_ == 0 && !tasks_.isEmpty();
+}
+
+bool MainQueue::next(Task& task) {
+    const std::lock_guard lock(mutex_);
+    if (!wantsTurn())
+        return false;
+    task = tasks_.pop();
+    running_ = true;
+    return true;
+}
+
+bool MainQueue::runTurn() {
+    Task task;
+    std::size_t count = 0;
+    for (; count < kTasksPerTurn && next(task); ++count) {
+        if (count == 0)
+            WorkerPool::shared().mainLoopIsBusy();
+        task();
+        task.reset();
+        const std::lock_guard lock(mutex_);
+        running_ = false;
+    }
+    return count != 0;
+}
+
+bool MainQueue::beginWait() {
+    const std::lock_guard lock(mutex_);
+    if (wantsTurn())
+        return false;
+    ++waiters_;
+    called_ = false;
+    return true;
+}
+
+void MainQueue::endWait() {
+    const std::lock_guard lock(mutex_);
+    --waiters_;
+}
+
+MainLoop& MainLoop::shared() {
+    static MainLoop& loop = *new MainLoop;
+    return loop;
+}
+
+void MainLoop::wake() {
+    wakeAsked_ = true;
+    epoll_.wake();
+}
+
+bool MainLoop::runOnce(int milliseconds) {
+    const Countdown countdown(milliseconds);
+    for (;;) {
+        const bool ran = queue_.runTurn();
+        if (ran && ++turnsWithoutWait_ < kTurnsPerWait)
+            return true;
+        turnsWithoutWait_ = 0;
+        const int left = ran || wakeAsked_ ? 0 : countdown.left();
+        bool handled = serve(left);
+        handled |= queue_.runTurn();
+        if (ran || handled)
+            return true;
+        if (wakeAsked_.exchange(false) || left == 0)
+            return false;
+    }
+}
+
+// One wait and what it brought.
+bool MainLoop::serve(int milliseconds) {
+    const bool mayWait = milliseconds != 0 && queue_.beginWait();
+    std::array<epoll_event, kEventsPerWait> events;
+    bool handled = false;
+    std::size_t count = 0;
+    do {
+        count = epoll_.wait(events, mayWait && count == 0 ? milliseconds : 0);
+        if (mayWait && count != kEventsPerWait)
+            queue_.endWait();
+        for (const epoll_event& event : std::span(events.data(), count))
+            handled |= deliver(event);
+    } while (count == kEventsPerWait); // nothing that was ready may stay behind unseen
+    return handled;
+}
+
+bool MainLoop::deliver(const epoll_event& event) {
+    if (event.data.u64 == kPoolKey) {
+        WorkerPool::shared().inputWaits();
+        return false;
+    }
+    Source* const source = SourceTable::shared().pin(event.data.u64);
+    if (source == nullptr)
+        return false;
+    const bool called = source->ready(event.events);
+    source->unpin();
+    return called;
+}
+
+SourceKey MainLoop::addSource(int fd, std::function<void()> callback) {
+    auto* const source = new CallbackSource(std::move(callback));
+    const SourceKey key = SourceTable::shared().add(*source);
+    if (epoll_.add(fd, EPOLLIN, key))
+        return key;
+    SourceTable::shared().remove(key);
+    source->unpin();
+    return kNoSource;
+}
+
+void MainLoop::removeSource(SourceKey key, int fd) {
+    Source* const source = SourceTable::shared().pin(key);
+    if (source == nullptr)
+        return;
+    epoll_.remove(fd);
+    SourceTable::shared().remove(key);
+    source->unpin();
+    source->unpin(); // the reference that the table stood for
+}
+
+// The watch ends where the first worker begins, so that input for the workers costs the main thread nothing.
+void MainLoop::watchPool(int fd) {
+    epoll_.add(fd, EPOLLIN | EPOLLONESHOT, kPoolKey);
+}
+
+void MainLoop::unwatchPool(int fd) {
+    epoll_.remove(fd);
+}
+
+} // namespace port

@@ -1,0 +1,84 @@
+// The main thread's one wait: the main queue, the descriptors that belong to the main loop, and the workers'
+// set while no worker exists. `dispatch_main`, the application's run loop and `port_main_queue_drain` are
+// doors into it; the thread that is inside serves the main queue.
+//
+// Thread-safety: every function may be called from any thread. Callbacks run on the thread inside the loop.
+#pragma once
+
+#include "dispatch/Epoll.h"
+#include "dispatch/Queue.h"
+#include "dispatch/Source.h"
+#include "dispatch/TaskList.h"
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+
+namespace port {
+
+// The main queue. One task at a time: a loop that is entered from inside a task runs no other.
+class MainQueue final : public dispatch_queue_s {
+public:
+    void append(Task task) override;
+    void suspend() override;
+    void resume() override;
+
+private:
+    friend class MainLoop;
+
+    bool runTurn();
+    bool next(Task& task);
+    bool wantsTurn() const;
+    // False when there is work to do instead.
+    bool beginWait();
+    void endWait();
+
+    std::mutex mutex_;
+    TaskList tasks_;
+    unsigned suspensions_ = 0;
+    unsigned waiters_ = 0;
+    bool called_ = false;
+    bool running_ = false;
+};
+
+class MainLoop {
+public:
+    static MainLoop& shared();
+
+    MainQueue& queue() { return queue_; }
+    // Serves until something was handled (a task of the main queue, a callback), or `milliseconds` have passed
+    // (-1: no limit, 0: what is ready now), or `wake` was called. True when something was handled.
+    bool runOnce(int milliseconds);
+    // Ends the wait of `runOnce` that runs, or the next one.
+    void wake();
+    // The calling thread serves the loop from now on, for the life of the process.
+    void becomePermanent() { permanent_ = true; }
+    bool isPermanent() const { return permanent_; }
+
+    // The callback runs whenever the descriptor is readable, until the source is removed; the descriptor stays
+    // the caller's and outlives its source. kNoSource with errno when the kernel refuses.
+    SourceKey addSource(int fd, std::function<void()> callback);
+    // From inside the callback, or any other place. No callback starts afterwards on the loop's own thread.
+    void removeSource(SourceKey key, int fd);
+
+    // For sources that read and deliver by themselves.
+    Epoll& epoll() { return epoll_; }
+    // The workers' set, while there is no worker.
+    void watchPool(int fd);
+    void unwatchPool(int fd);
+
+private:
+    MainLoop() = default;
+    friend class MainQueue;
+    bool serve(int milliseconds);
+    static bool deliver(const epoll_event& event);
+
+    Epoll epoll_;
+    MainQueue queue_;
+    std::atomic<bool> permanent_{false};
+    std::atomic<bool> wakeAsked_{false};
+    std::atomic<unsigned> turnsWithoutWait_{0};
+};
+
+} // namespace port

@@ -1,0 +1,122 @@
+#include "dispatch/Queue.h"
+
+#include "dispatch/WorkerPool.h"
+
+#include <utility>
+
+namespace port {
+namespace {
+
+constexpr std::size_t kTasksPerTurn = 64; // then the queue goes to the end of the line
+
+struct SingleTask final : Runnable {
+    explicit SingleTask(Task task) : work(std::move(task)) {}
+    void run() noexcept override {
+        work();
+        delete this;
+    }
+    Task work;
+};
+
+} // namespace
+
+SerialQueue::SerialQueue(dispatch_queue_t target, unsigned suspensions)
+    : suspensions_(suspensions), target_(target) {
+    if (target_ != nullptr)
+        target_->retain();
+}
+
+SerialQueue::~SerialQueue() {
+    if (target_ != nullptr)
+        target_->release();
+}
+
+void SerialQueue::append(Task task) {
+    bool starts = false;
+    {
+        const std::lock_guard lock(mutex_);
+        tasks_.push(std::move(task));
+        starts = mustSchedule();
+    }
+    if (starts)
+        schedule();
+}
+
+void SerialQueue::suspend() {
+    const std::lock_guard lock(mutex_);
+    ++suspensions_;
+}
+
+void SerialQueue::resume() {
+    bool starts = false;
+    {
+        const std::lock_guard lock(mutex_);
+        if (suspensions_ != 0)
+            --suspensions_;
+        starts = mustSchedule();
+    }
+    if (starts)
+        schedule();
+}
+
+bool SerialQueue::isSuspended() const {
+    const std::lock_guard lock(mutex_);
+    return suspensions_ != 0;
+}
+
+std::size_t SerialQueue::backlog() const {
+    const std::lock_guard lock(mutex_);
+    return tasks_.size();
+}
+
+// Under the lock. True when the queue has to be put in line; it holds its own reference from here on.
+bool SerialQueue::mustSchedule() {
+    if (active_ || suspensions_ != 0 || tasks_.isEmpty())
+        return false;
+    active_ = true;
+    retain();
+    return true;
+}
+
+void SerialQueue::schedule() {
+    if (target_ == nullptr)
+        WorkerPool::shared().submit(*this);
+    else
+        target_->append(Task([this] { run(); }));
+}
+
+// The next task, or the end of the turn.
+bool SerialQueue::next(Task& task) {
+    const std::lock_guard lock(mutex_);
+    if (suspensions_ != 0 || tasks_.isEmpty()) {
+        active_ = false;
+        return false;
+    }
+    task = tasks_.pop();
+    return true;
+}
+
+void SerialQueue::run() noexcept {
+    turnBegins();
+    for (std::size_t count = 0; count < kTasksPerTurn; ++count) {
+        Task task;
+        if (!next(task)) {
+            turnEnds();
+            release();
+            return;
+        }
+        task();
+    }
+    schedule();
+}
+
+GlobalQueue& GlobalQueue::shared() {
+    static GlobalQueue& queue = *new GlobalQueue;
+    return queue;
+}
+
+void GlobalQueue::append(Task task) {
+    WorkerPool::shared().submit(*new SingleTask(std::move(task)));
+}
+
+} // namespace port

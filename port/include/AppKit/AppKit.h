@@ -1,0 +1,76 @@
+// AppKit: the application object without a display, running applications, and launching them.
+//
+// Ownership and failure: as in <Foundation/Foundation.h>.
+#pragma once
+
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+#include <Foundation/Foundation.h>
+
+// What an application wants to hear; called on the main thread.
+class NSApplicationDelegate {
+public:
+    virtual void applicationDidFinishLaunching(const NSNotification&) {}
+    virtual void applicationWillTerminate(const NSNotification&) {}
+
+protected:
+    ~NSApplicationDelegate() = default;
+};
+
+// The application object. Its methods belong to the main thread.
+class NSApplication final : public NSObject {
+public:
+    static NSApplication* sharedApplication();
+
+    // The delegate is not owned and must live until the process ends. May be null.
+    void setDelegate(NSApplicationDelegate* delegate) { delegate_ = delegate; }
+
+    // Tells the delegate that launching is finished, then serves the main loop (main queue, sources) for
+    // ever. SIGTERM, unless the program has a disposition of its own for it, terminates the application from
+    // the loop.
+    [[noreturn]] void run();
+
+    // Tells the delegate, then ends the process with status 0.
+    [[noreturn]] void terminate();
+
+private:
+    NSApplicationDelegate* delegate_ = nullptr;
+};
+
+// Creates the application and the delegate and runs the application; never returns. The delegate is made on
+// the main thread before anything else and is kept until the process ends.
+using NSApplicationDelegateFactory = NSApplicationDelegate* (*)();
+int NSApplicationMain(int argc, char* argv[], NSApplicationDelegateFactory makeDelegate);
+
+// A process of this user whose executable lies in an application bundle, as it was when it was asked for.
+class NSRunningApplication final : public NSObject {
+public:
+    // The running applications with that bundle identifier, in the order of the process table; empty when
+    // there is none. Reads the process table and the bundles' property lists.
+    static std::vector<NSRef<NSRunningApplication>>
+    runningApplicationsWithBundleIdentifier(const char* identifier);
+
+    // The bundle's display name, else its name, else the folder's name without ".app".
+    const NSString& localizedName() const { return *localizedName_; }
+    pid_t processIdentifier() const { return processIdentifier_; }
+
+private:
+    NSRunningApplication(NSRef<NSString> localizedName, pid_t processIdentifier)
+        : localizedName_(std::move(localizedName)), processIdentifier_(processIdentifier) {}
+
+    NSRef<NSString> localizedName_;
+    pid_t processIdentifier_;
+};
+
+class NSWorkspace final : public NSObject {
+public:
+    static NSWorkspace* sharedWorkspace();
+
+    // Starts the application bundle at that absolute path, unless a copy of it runs already. True when it
+    // runs or its program was started; blocks until that is known, not for the application itself.
+    // The application gets a session of its own, default signals, no descriptor but 0 (empty), 1 and 2, the
+    // home folder as working folder, and LAUNCHED_AT_LOGIN=1 in its environment; it outlives this process.
+    BOOL launchApplication(const char* fullPath);
+};

@@ -1,0 +1,316 @@
+#include "xpc/XPCConnection.h"
+
+#include "dispatch/MainLoop.h"
+#include "xpc/XPCBundledService.h"
+#include "xpc/XPCEndpoint.h"
+
+#include <cerrno>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <utility>
+#include <vector>
+
+namespace port {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr int kBusySendBuffer = 1 << 20; // bytes
+constexpr auto kConnectRetry = 2ms;      // while the service's queue of new connections is full
+constexpr auto kConnectPatience = 5s;
+
+// A client's socket is in the main loop's set and in the workers': the kernel wakes the main thread if it
+// waits there, which then gets its reply without a change of threads, else a worker. Never both.
+constexpr std::uint32_t kClientEvents = EPOLLIN | EPOLLET | EPOLLEXCLUSIVE;
+constexpr std::uint32_t kPeerEvents = EPOLLIN | EPOLLRDHUP | EPOLLET;
+// An exclusive watch cannot ask for output, so a blocked client has a plain one.
+constexpr std::uint32_t kBlockedEvents = EPOLLIN | EPOLLOUT | EPOLLRDHUP | EPOLLET;
+
+constexpr pid_t kLargestPid = 99999; // of the platform
+constexpr pid_t kNoForcedPid = -1;
+
+constinit std::atomic<std::size_t> peers{0};
+constinit std::atomic<pid_t> pidForNewPeers{kNoForcedPid};
+
+} // namespace
+
+XPCRef<XPCConnection> XPCConnection::toService(Kind kind, const char* name, dispatch_queue_t target) {
+    return XPCRef<XPCConnection>::adopt(new XPCConnection(kind, name, target));
+}
+
+XPCRef<XPCConnection> XPCConnection::ofPeer(UniqueFd socket, pid_t pid) {
+    return XPCRef<XPCConnection>::adopt(new XPCConnection(std::move(socket), pid));
+}
+
+void XPCConnection::forcePid(pid_t pid) {
+    pidForNewPeers = pid;
+}
+
+std::size_t XPCConnection::peerCount() {
+    return peers;
+}
+
+XPCConnection::XPCConnection(Kind kind, std::string name, dispatch_queue_t target)
+    : _xpc_connection_s(target), name_(std::move(name)), kind_(kind) {}
+
+XPCConnection::XPCConnection(UniqueFd socket, pid_t pid)
+    : _xpc_connection_s(nullptr), forcedPid_(pidForNewPeers), socket_(std::move(socket)), pid_(pid) {
+    ++peers;
+}
+
+// Only a connection that was never resumed can have something waiting here: else it keeps itself.
+XPCConnection::~XPCConnection() {
+    SourceTable::shared().remove(key_);
+    closeSocket();
+    std::vector<dispatch_block_t> barriers;
+    writer_.clear(barriers);
+    for (dispatch_block_t& barrier : barriers)
+        GlobalQueue::shared().append(Task(std::move(barrier)));
+    for (XPCReplyHandler& waiting : replies_.takeAll())
+        waiting.answer({}, XPCRef<XPCObject>::adopt(XPCObject::from(XPC_ERROR_CONNECTION_INVALID)));
+    if (!isClient())
+        --peers;
+}
+
+// The queue first: what arrives at once need not be held back.
+void XPCConnection::resume() {
+    queue().resume();
+    Leftovers left;
+    {
+        const std::lock_guard lock(mutex_);
+        if (state_ == State::Created)
+            activate(left);
+    }
+    settle(std::move(left));
+    continueInput();
+}
+
+void XPCConnection::cancel() {
+    Leftovers left;
+    dropEvents();
+    {
+        const std::lock_guard lock(mutex_);
+        if (state_ != State::Over)
+            endForGood(left);
+    }
+    settle(std::move(left));
+    finish();
+}
+
+pid_t XPCConnection::peerPid() const {
+    const std::lock_guard lock(mutex_);
+    if (forcedPid_ != kNoForcedPid)
+        return forcedPid_;
+    pid_t pid = pid_;
+    if (isClient() && socket_)
+        xpcPeerIsOurs(socket_.get(), pid);
+    // Larger ids are folded into the platform's range; 0, a peer of another pid namespace, stays.
+    return pid > kLargestPid ? 1 + (pid - 1) % kLargestPid : pid;
+}
+
+void XPCConnection::send(XPCDictionary& message) {
+    if (!message.seal())
+        return;
+    const bool isReply = message.kind() == XPCFrameKind::Reply;
+    Leftovers left;
+    {
+        const std::lock_guard lock(mutex_);
+        write(message, isReply ? XPCFrameKind::Reply : XPCFrameKind::Message, isReply ? message.replyId() : 0,
+              left);
+    }
+    settle(std::move(left));
+}
+
+void XPCConnection::sendWithReply(XPCDictionary& message, dispatch_queue_t queue, xpc_handler_t handler) {
+    XPCReplyHandler waiting(queue, std::move(handler));
+    Leftovers left;
+    {
+        const std::lock_guard lock(mutex_);
+        if (state_ == State::Over || !message.seal()) {
+            left.replies.push_back(std::move(waiting));
+            left.error = XPC_ERROR_CONNECTION_INVALID;
+        } else {
+            write(message, XPCFrameKind::MessageWantsReply, replies_.add(std::move(waiting)), left);
+        }
+    }
+    settle(std::move(left));
+}
+
+void XPCConnection::sendBarrier(dispatch_block_t barrier) {
+    const std::lock_guard lock(mutex_);
+    if (writer_.isEmpty())
+        queue().append(Task(std::move(barrier)));
+    else
+        writer_.enqueueBarrier(std::move(barrier));
+}
+
+void XPCConnection::activate(Leftovers& left) {
+    key_ = SourceTable::shared().add(*this);
+    if (isClient())
+        connect(left);
+    else
+        open(left);
+}
+
+void XPCConnection::connect(Leftovers& left) {
+    if (state_ != State::Connecting) {
+        connectBefore_ = WorkerPool::Clock::now() + kConnectPatience;
+        launched_ = false;
+    }
+    socket_ = xpcConnect(name_);
+    if (socket_) {
+        open(left);
+    } else if (mayYetConnect(errno)) {
+        setState(State::Connecting);
+        callAt(WorkerPool::Clock::now() + kConnectRetry);
+    } else {
+        endForGood(left);
+    }
+}
+
+bool XPCConnection::mayYetConnect(int error) {
+    if (WorkerPool::Clock::now() >= connectBefore_)
+        return false;
+    if (kind_ == Kind::Bundled && !launched_ && error != EAGAIN)
+        return launched_ = xpcLaunchBundled(name_);
+    return launched_ || error == EAGAIN;
+}
+
+// The socket is there: from now on it is read, and what waits is sent.
+void XPCConnection::open(Leftovers& left) {
+    setState(State::Open);
+    outputBlocked_ = false;
+    readingHeld_ = false;
+    frameTimed_ = false;
+    if (watch())
+        flush();
+    else
+        endForGood(left);
+    keepWhileBusy();
+}
+
+bool XPCConnection::watch() {
+    WorkerPool& pool = WorkerPool::shared();
+    const int fd = socket_.get();
+    if (!isClient()) {
+        pool.moveIn(WorkerPool::Tenant::Guest);
+        return pool.epoll().add(fd, kPeerEvents, key_);
+    }
+    pool.moveIn(WorkerPool::Tenant::Resident);
+    return MainLoop::shared().epoll().add(fd, kClientEvents, key_) &&
+           pool.epoll().add(fd, kClientEvents, key_);
+}
+
+void XPCConnection::closeSocket() {
+    if (!socket_)
+        return;
+    socket_.reset(); // also ends both watches
+    if (state_ != State::Created)
+        WorkerPool::shared().moveOut(isClient() ? WorkerPool::Tenant::Resident : WorkerPool::Tenant::Guest);
+}
+
+void XPCConnection::write(XPCDictionary& message, XPCFrameKind kind, std::uint64_t replyId, Leftovers& left) {
+    if (state_ == State::Interrupted)
+        connect(left);
+    if (state_ == State::Over)
+        return;
+    if (state_ == State::Open && !outputBlocked_)
+        written(writer_.send(socket_.get(), message, kind, replyId));
+    else if (!writer_.enqueue(message, kind, replyId))
+        state_ == State::Open ? written(XPCWriteResult::Failed) : endForGood(left);
+    keepWhileBusy();
+}
+
+void XPCConnection::flush() {
+    std::vector<dispatch_block_t> reached;
+    written(writer_.flush(socket_.get(), reached));
+    for (dispatch_block_t& barrier : reached)
+        queue().append(Task(std::move(barrier)));
+    keepWhileBusy();
+}
+
+void XPCConnection::written(XPCWriteResult result) {
+    if (result == XPCWriteResult::Failed)
+        ::shutdown(socket_.get(), SHUT_RDWR); // what the peer has sent is still read, then the end is seen
+    else if (outputBlocked_ != (result == XPCWriteResult::Blocked))
+        watchOutput(!outputBlocked_);
+}
+
+void XPCConnection::watchOutput(bool wanted) {
+    outputBlocked_ = wanted;
+    Epoll& epoll = WorkerPool::shared().epoll();
+    const int fd = socket_.get();
+    if (wanted) // a connection that fills its socket gets a larger one: fewer turns for the same bytes
+        ::setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &kBusySendBuffer, sizeof kBusySendBuffer);
+    if (!isClient()) {
+        epoll.modify(fd, wanted ? kBlockedEvents : kPeerEvents, key_);
+        return;
+    }
+    epoll.remove(fd);
+    epoll.add(fd, wanted ? kBlockedEvents : kClientEvents, key_);
+}
+
+// The runtime's own reference, for as long as something is to be sent or answered. Whoever calls holds
+// another one, so this release is never the last.
+void XPCConnection::keepWhileBusy() {
+    const bool busy = state_ != State::Created && !(writer_.isEmpty() && replies_.isEmpty());
+    if (busy == kept_)
+        return;
+    kept_ = busy;
+    busy ? retain() : release();
+}
+
+void XPCConnection::dropWaiting(Leftovers& left, xpc_object_t error) {
+    std::vector<dispatch_block_t> barriers;
+    writer_.clear(barriers);
+    for (dispatch_block_t& barrier : barriers)
+        queue().append(Task(std::move(barrier)));
+    left.replies = replies_.takeAll();
+    left.error = error;
+    keepWhileBusy();
+}
+
+void XPCConnection::endForGood(Leftovers& left) {
+    if (reading_)
+        ::shutdown(socket_.get(), SHUT_RDWR); // the reader closes it
+    else
+        closeSocket();
+    setState(State::Over);
+    dropWaiting(left, XPC_ERROR_CONNECTION_INVALID);
+    left.ended = true;
+}
+
+void XPCConnection::settle(Leftovers left) {
+    for (XPCReplyHandler& waiting : left.replies)
+        waiting.answer(XPCRef<XPCObject>::retain(this),
+                       XPCRef<XPCObject>::adopt(XPCObject::from(left.error)));
+    if (left.ended)
+        finish();
+}
+
+void XPCConnection::callAt(WorkerPool::Clock::time_point when) {
+    WorkerPool::shared().callAt(when, key_);
+}
+
+// The link is gone, found by the thread that reads.
+void XPCConnection::lost() {
+    Leftovers left;
+    bool comesBack = false;
+    {
+        const std::lock_guard lock(mutex_);
+        reading_ = false;
+        frameTimed_ = false;
+        comesBack = isClient() && state_ == State::Open;
+        closeSocket();
+        if (state_ == State::Over)
+            return;
+        setState(comesBack ? State::Interrupted : State::Over);
+        dropWaiting(left, XPC_ERROR_CONNECTION_INTERRUPTED);
+        left.ended = !comesBack;
+    }
+    settle(std::move(left));
+    if (comesBack)
+        injectError(XPC_ERROR_CONNECTION_INTERRUPTED);
+}
+
+} // namespace port

@@ -1,0 +1,80 @@
+// Takes frames off a stream socket: one read into a buffer that belongs to the thread yields many frames; a
+// frame that is not complete yet gets memory of exactly its size, and the next read goes straight into it.
+//
+// Thread-safety: a reader belongs to one connection and is used by one thread at a time.
+#pragma once
+
+#include "xpc/XPCDictionary.h"
+#include "xpc/XPCFrame.h"
+
+#include <array>
+#include <cstddef>
+#include <memory>
+#include <port/UniqueFd.h>
+#include <span>
+#include <sys/socket.h>
+
+namespace port {
+
+// The buffer that all connections read by one thread share. Its content has no meaning between reads.
+struct XPCScratch {
+    alignas(8) std::array<std::byte, kReceiveBytes> bytes;
+
+    // The calling thread's, made at its first call and freed with the thread.
+    static XPCScratch& ofThisThread();
+};
+
+class XPCFrameSink {
+public:
+    // One checked frame, in order of arrival; `kind()` and `replyId()` tell what it is.
+    virtual void frameReceived(XPCRef<XPCDictionary> frame) = 0;
+
+protected:
+    ~XPCFrameSink() = default;
+};
+
+enum class XPCReadResult {
+    Read,       // bytes were taken; the sink has been given the frames that they completed
+    Emptied,    // the same, and nothing was left behind in the socket
+    WouldBlock, // nothing to read now
+    Closed,     // the peer is gone
+    Refused,    // the peer broke a rule or memory is short: the connection must be closed
+};
+
+class XPCFrameReader {
+public:
+    XPCFrameReader() = default;
+
+    // One `recvmsg` on a non-blocking socket. After Closed or Refused every descriptor received for an
+    // unfinished frame is closed and the reader is of no further use.
+    XPCReadResult readFrom(int socket, XPCScratch& scratch, XPCFrameSink& sink);
+    // True while a frame has begun and is not complete: what kFrameDeadline is about.
+    bool isInsideFrame() const { return headerFill_ != 0 || body_ != nullptr; }
+
+private:
+    // What one read may leave: those of a frame whose header is not complete, and those of the next.
+    static constexpr std::size_t kWaitingDescriptors = 2 * kMaxDescriptors;
+
+    bool takeDescriptors(msghdr& message);
+    bool advance(std::size_t bytes, XPCScratch& scratch, XPCFrameSink& sink);
+    bool consume(std::span<const std::byte> bytes, XPCFrameSink& sink);
+    bool begin(std::span<const std::byte> part);
+    bool claim(std::size_t count, XPCAttachments& attachments);
+    XPCReadResult abandon(XPCReadResult result);
+
+    // A header of which only a part has arrived.
+    std::array<std::byte, sizeof(XPCFrameHeader)> headerBytes_{};
+    std::size_t headerFill_ = 0;
+
+    // A frame whose header is known and whose body is on its way.
+    XPCFrameHeader header_;
+    std::unique_ptr<std::byte[]> body_;
+    std::size_t bodyFill_ = 0;
+    XPCAttachments attachments_;
+
+    // Received, not yet claimed by a header.
+    std::array<UniqueFd, kWaitingDescriptors> waiting_;
+    std::size_t waitingCount_ = 0;
+};
+
+} // namespace port

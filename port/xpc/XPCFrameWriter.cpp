@@ -1,0 +1,200 @@
+#include "xpc/XPCFrameWriter.h"
+
+#include "bsd/SystemCalls.h"
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <sys/socket.h>
+#include <sys/uio.h>
+#include <utility>
+
+namespace port {
+namespace {
+
+// Spent items are dropped from the front of the queue once there are this many and they are the half.
+constexpr std::size_t kSpentItems = 64;
+
+void* writable(const void* bytes) {
+    return const_cast<void*>(bytes);
+} // iovec knows no const
+
+bool wouldBlock() {
+    return errno == EAGAIN || errno == EWOULDBLOCK;
+}
+
+// Parts and descriptors of one `sendmsg`.
+struct Gathering {
+    std::array<iovec, 2 * kGatherFrames> parts;
+    std::size_t count = 0;
+    std::size_t bytes = 0;
+    const XPCAttachments* attachments = nullptr;
+
+    // The part of `size` bytes at `start`, without its first `skip` bytes; the rest of `skip` comes back.
+    std::size_t add(const void* start, std::size_t size, std::size_t skip) {
+        if (skip >= size)
+            return skip - size;
+        parts[count++] = {writable(static_cast<const std::byte*>(start) + skip), size - skip};
+        bytes += size - skip;
+        return 0;
+    }
+    void addFrame(const XPCFrameHeader& header, const XPCDictionary& dictionary, std::size_t written) {
+        add(dictionary.body().data(), dictionary.body().size(), add(&header, sizeof header, written));
+    }
+    ssize_t send(int socket);
+};
+
+ssize_t Gathering::send(int socket) {
+    alignas(cmsghdr) char control[CMSG_SPACE(kMaxDescriptors * sizeof(int))];
+    msghdr message{};
+    message.msg_iov = parts.data();
+    message.msg_iovlen = count;
+    if (attachments != nullptr) {
+        const std::size_t length = attachments->size() * sizeof(int);
+        std::memset(control, 0, sizeof control);
+        message.msg_control = control;
+        message.msg_controllen = CMSG_SPACE(length);
+        cmsghdr* const part = CMSG_FIRSTHDR(&message);
+        part->cmsg_level = SOL_SOCKET;
+        part->cmsg_type = SCM_RIGHTS;
+        part->cmsg_len = CMSG_LEN(length);
+        for (std::size_t i = 0; i < attachments->size(); ++i) {
+            const int fd = attachments->descriptor(i);
+            std::memcpy(CMSG_DATA(part) + i * sizeof fd, &fd, sizeof fd);
+        }
+    }
+    return sys::sendmsg(socket, &message, MSG_DONTWAIT);
+}
+
+XPCFrameHeader headerFor(const XPCDictionary& dictionary, XPCFrameKind kind, std::uint64_t replyId) {
+    XPCFrameHeader header = dictionary.header();
+    header.kind = kind;
+    header.replyId = replyId;
+    return header;
+}
+
+const XPCAttachments* attachmentsOf(const XPCDictionary& dictionary) {
+    return dictionary.attachments().size() == 0 ? nullptr : &dictionary.attachments();
+}
+
+} // namespace
+
+std::size_t XPCFrameWriter::Item::cost() const {
+    if (!dictionary)
+        return sizeof *this;
+    return sizeof *this + sizeof *dictionary + header.bodyBytes + header.attachedBytes;
+}
+
+bool XPCFrameWriter::enqueue(XPCDictionary& dictionary, XPCFrameKind kind, std::uint64_t replyId) {
+    Item item{XPCRef<XPCDictionary>::retain(&dictionary), headerFor(dictionary, kind, replyId), 0, {}};
+    if (!isEmpty() && waitingBytes_ + item.cost() > kSendQueueBytes)
+        return false;
+    append(std::move(item));
+    return true;
+}
+
+void XPCFrameWriter::enqueueBarrier(dispatch_block_t barrier) {
+    append({{}, {}, 0, std::move(barrier)});
+}
+
+void XPCFrameWriter::append(Item item) {
+    if (first_ >= kSpentItems && first_ * 2 >= queue_.size()) {
+        queue_.erase(queue_.begin(), queue_.begin() + static_cast<std::ptrdiff_t>(first_));
+        first_ = 0;
+    }
+    waitingBytes_ += item.cost();
+    queue_.push_back(std::move(item));
+}
+
+XPCWriteResult XPCFrameWriter::send(int socket, XPCDictionary& dictionary, XPCFrameKind kind,
+                                    std::uint64_t replyId) {
+    if (!isEmpty())
+        return enqueue(dictionary, kind, replyId) ? XPCWriteResult::Blocked : XPCWriteResult::Failed;
+    const XPCFrameHeader header = headerFor(dictionary, kind, replyId);
+    Gathering gathering;
+    gathering.addFrame(header, dictionary, 0);
+    gathering.attachments = attachmentsOf(dictionary);
+    const ssize_t written = gathering.send(socket);
+    if (written < 0 && !wouldBlock())
+        return XPCWriteResult::Failed;
+    const std::size_t taken = written < 0 ? 0 : static_cast<std::size_t>(written);
+    if (taken == gathering.bytes)
+        return XPCWriteResult::Drained;
+    append({XPCRef<XPCDictionary>::retain(&dictionary), header, taken, {}});
+    return XPCWriteResult::Blocked;
+}
+
+XPCWriteResult XPCFrameWriter::flush(int socket, std::vector<dispatch_block_t>& reached) {
+    for (popBarriers(reached); !isEmpty(); popBarriers(reached)) {
+        std::size_t wanted = 0;
+        const ssize_t written = writeFront(socket, wanted);
+        if (written < 0)
+            return wouldBlock() ? XPCWriteResult::Blocked : XPCWriteResult::Failed;
+        popWritten(static_cast<std::size_t>(written), reached);
+        if (static_cast<std::size_t>(written) < wanted)
+            return XPCWriteResult::Blocked;
+    }
+    return XPCWriteResult::Drained;
+}
+
+void XPCFrameWriter::clear(std::vector<dispatch_block_t>& reached) {
+    while (!isEmpty()) {
+        popBarriers(reached);
+        if (!isEmpty())
+            pop();
+    }
+}
+
+// One `sendmsg` of the frames at the front. Descriptors go with the first byte of their frame, so a frame
+// that brings some may only be the first.
+ssize_t XPCFrameWriter::writeFront(int socket, std::size_t& wanted) const {
+    Gathering gathering;
+    std::size_t frames = 0;
+    for (std::size_t i = first_; i < queue_.size() && frames < kGatherFrames; ++i) {
+        const Item& item = queue_[i];
+        if (!item.dictionary)
+            continue;
+        const XPCAttachments* const attachments =
+            item.written == 0 ? attachmentsOf(*item.dictionary) : nullptr;
+        if (attachments != nullptr && frames != 0)
+            break;
+        if (attachments != nullptr)
+            gathering.attachments = attachments;
+        gathering.addFrame(item.header, *item.dictionary, item.written);
+        ++frames;
+    }
+    wanted = gathering.bytes;
+    return gathering.send(socket);
+}
+
+void XPCFrameWriter::popWritten(std::size_t bytes, std::vector<dispatch_block_t>& reached) {
+    while (bytes != 0) {
+        popBarriers(reached);
+        Item& item = queue_[first_];
+        const std::size_t rest = item.frameBytes() - item.written;
+        if (bytes < rest) {
+            item.written += bytes;
+            return;
+        }
+        bytes -= rest;
+        pop();
+    }
+}
+
+void XPCFrameWriter::popBarriers(std::vector<dispatch_block_t>& reached) {
+    while (!isEmpty() && !queue_[first_].dictionary) {
+        reached.push_back(std::move(queue_[first_].barrier));
+        pop();
+    }
+}
+
+void XPCFrameWriter::pop() {
+    waitingBytes_ -= queue_[first_].cost();
+    queue_[first_] = Item();
+    if (++first_ == queue_.size()) {
+        queue_.clear();
+        first_ = 0;
+    }
+}
+
+} // namespace port

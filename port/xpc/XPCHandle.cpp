@@ -1,0 +1,74 @@
+#include "xpc/XPCHandle.h"
+
+#include <utility>
+
+namespace {
+
+thread_local _xpc_connection_s* currentConnection = nullptr;
+
+} // namespace
+
+namespace port {
+
+XPCCurrent::XPCCurrent(_xpc_connection_s* connection)
+    : before_(std::exchange(currentConnection, connection)) {}
+
+XPCCurrent::~XPCCurrent() {
+    currentConnection = before_;
+}
+
+} // namespace port
+
+_xpc_connection_s::_xpc_connection_s(dispatch_queue_t target)
+    : XPCObject(XPC_TYPE_CONNECTION), queue_(*this, target) {}
+
+_xpc_connection_s* _xpc_connection_s::from(xpc_object_t object) {
+    XPCObject* const candidate = XPCObject::from(object);
+    if (candidate == nullptr || candidate->type() != XPC_TYPE_CONNECTION)
+        return nullptr;
+    return static_cast<_xpc_connection_s*>(candidate);
+}
+
+_xpc_connection_s* _xpc_connection_s::current() {
+    return currentConnection;
+}
+
+void _xpc_connection_s::setHandler(xpc_handler_t handler) {
+    // The old handler is destroyed outside the lock: what it holds may call back.
+    Handler replaced = std::make_shared<const xpc_handler_t>(std::move(handler));
+    const std::lock_guard lock(handlerMutex_);
+    handler_.swap(replaced);
+}
+
+void _xpc_connection_s::suspend() {
+    queue_.suspend();
+}
+
+void _xpc_connection_s::deliver(xpc_object_t event) {
+    Handler handler;
+    {
+        const std::lock_guard lock(handlerMutex_);
+        handler = handler_;
+    }
+    if (handler == nullptr || !*handler || dropped_)
+        return;
+    const port::XPCCurrent scope(this);
+    (*handler)(event);
+}
+
+void _xpc_connection_s::injectError(xpc_object_t error) {
+    queue_.append(port::Task([this, error] { deliver(error); }));
+}
+
+void _xpc_connection_s::finish() {
+    if (finishing_.exchange(true))
+        return;
+    queue_.append(port::Task([this] {
+        dropped_ = false;
+        deliver(XPC_ERROR_CONNECTION_INVALID);
+        dropped_ = true;
+        Handler last;
+        const std::lock_guard lock(handlerMutex_);
+        handler_.swap(last);
+    }));
+}

@@ -1,0 +1,33 @@
+// Every limit that a peer, a service name or a caller of XPC meets, side by side. What is past a limit is
+// refused before it costs memory: a setter poisons its dictionary, a received frame ends its connection.
+//
+// Thread-safety: constants.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+
+namespace port {
+
+// One message.
+constexpr std::size_t kMaxFrameBytes = std::size_t{1} << 20;    // header and body, what the socket carries
+constexpr std::size_t kMaxMessageBytes = std::size_t{64} << 20; // the frame and its attached values
+constexpr std::size_t kMaxInlineValueBytes = std::size_t{256} << 10; // above: a sealed memory file
+constexpr std::size_t kMaxKeys = 1024;
+constexpr std::size_t kMaxKeyBytes = 1023;  // terminator not counted
+constexpr std::size_t kMaxDescriptors = 16; // passed descriptors and attached values together
+
+// One connection.
+constexpr std::chrono::milliseconds kFrameDeadline{5000};      // from the first byte of a frame to its last
+constexpr std::size_t kSendQueueBytes = std::size_t{64} << 20; // waiting for a peer that does not read
+constexpr std::size_t kGatherFrames = 64;                      // frames written by one call
+constexpr std::size_t kReceiveBytes = std::size_t{16} << 10;   // read by one call beside a started frame
+constexpr std::size_t kFramesPerTurn = 64; // handled before other connections have their turn
+
+// One process.
+constexpr std::size_t kMaxConnections = 256; // peers of one listener; further ones are closed at once
+constexpr std::size_t kAcceptsPerTurn = 16;
+constexpr int kListenBacklog = 4096;
+
+} // namespace port

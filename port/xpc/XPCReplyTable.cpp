@@ -1,0 +1,71 @@
+#include "xpc/XPCReplyTable.h"
+
+#include "dispatch/Queue.h"
+#include "xpc/XPCHandle.h"
+
+#include <utility>
+
+namespace port {
+namespace {
+
+struct Answer {
+    XPCRef<XPCObject> connection;
+    XPCRef<XPCObject> reply;
+    xpc_handler_t handler;
+
+    void operator()() {
+        if (XPCDictionary* const dictionary = XPCDictionary::from(reply.get()))
+            dictionary->setRemoteConnection(connection.get());
+        const XPCCurrent scope(_xpc_connection_s::from(connection.get()));
+        handler(reply.get());
+    }
+};
+
+} // namespace
+
+XPCReplyHandler::XPCReplyHandler(dispatch_queue_t queue, xpc_handler_t handler)
+    : queue_(queue != nullptr ? queue : dispatch_get_main_queue()), handler_(std::move(handler)) {
+    queue_->retain();
+}
+
+XPCReplyHandler::XPCReplyHandler(XPCReplyHandler&& other) noexcept
+    : queue_(std::exchange(other.queue_, nullptr)), handler_(std::move(other.handler_)) {}
+
+XPCReplyHandler& XPCReplyHandler::operator=(XPCReplyHandler&& other) noexcept {
+    std::swap(queue_, other.queue_);
+    handler_.swap(other.handler_);
+    return *this;
+}
+
+XPCReplyHandler::~XPCReplyHandler() {
+    if (queue_ != nullptr)
+        queue_->release();
+}
+
+void XPCReplyHandler::answer(XPCRef<XPCObject> connection, XPCRef<XPCObject> reply) {
+    if (handler_)
+        queue_->append(Task(Answer{std::move(connection), std::move(reply), std::move(handler_)}));
+}
+
+std::uint64_t XPCReplyTable::add(XPCReplyHandler handler) {
+    waiting_.push_back(std::move(handler));
+    return firstId_ + waiting_.size() - 1;
+}
+
+XPCReplyHandler XPCReplyTable::take(std::uint64_t id) {
+    if (id < firstId_ || id - firstId_ >= waiting_.size())
+        return {};
+    XPCReplyHandler handler = std::move(waiting_[static_cast<std::size_t>(id - firstId_)]);
+    while (!waiting_.empty() && !waiting_.front()) {
+        waiting_.pop_front();
+        ++firstId_;
+    }
+    return handler;
+}
+
+std::deque<XPCReplyHandler> XPCReplyTable::takeAll() {
+    firstId_ += waiting_.size();
+    return std::exchange(waiting_, {});
+}
+
+} // namespace port

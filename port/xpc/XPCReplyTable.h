@@ -1,0 +1,54 @@
+// The reply handlers that a connection waits for, under the ids that their messages carried.
+//
+// Thread-safety: none; the connection's lock covers it.
+#pragma once
+
+#include "xpc/XPCObject.h"
+
+#include <cstdint>
+#include <deque>
+#include <dispatch/dispatch.h>
+#include <xpc/xpc.h>
+
+namespace port {
+
+// One waiting handler and the queue on which it wants to be called, retained.
+class XPCReplyHandler {
+public:
+    XPCReplyHandler() = default;
+    // A null queue means the main queue.
+    XPCReplyHandler(dispatch_queue_t queue, xpc_handler_t handler);
+    XPCReplyHandler(XPCReplyHandler&& other) noexcept;
+    XPCReplyHandler& operator=(XPCReplyHandler&& other) noexcept;
+    XPCReplyHandler(const XPCReplyHandler&) = delete;
+    XPCReplyHandler& operator=(const XPCReplyHandler&) = delete;
+    ~XPCReplyHandler();
+
+    explicit operator bool() const { return queue_ != nullptr; }
+    // Puts the call in line. The connection, which may be null, is the `current` one meanwhile. To be called
+    // without a lock, once.
+    void answer(XPCRef<XPCObject> connection, XPCRef<XPCObject> reply);
+
+private:
+    dispatch_queue_t queue_ = nullptr;
+    xpc_handler_t handler_;
+};
+
+class XPCReplyTable {
+public:
+    bool isEmpty() const { return waiting_.empty(); }
+    // The id under which the handler waits; never 0, never used twice.
+    std::uint64_t add(XPCReplyHandler handler);
+    // The handler, which waits no more; none when the id is unknown.
+    XPCReplyHandler take(std::uint64_t id);
+    // All that wait, in the order in which they were added; some places are empty.
+    std::deque<XPCReplyHandler> takeAll();
+
+private:
+    // Ids are given in order, so a handler's place is its distance from the first; places that were answered
+    // out of turn stay empty until they come to the front.
+    std::deque<XPCReplyHandler> waiting_;
+    std::uint64_t firstId_ = 1;
+};
+
+} // namespace port

@@ -1,0 +1,73 @@
+#include "xpc/XPCRuntimeFolder.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace port {
+namespace {
+
+constexpr std::size_t kMaxPathBytes = sizeof(sockaddr_un::sun_path) - 1;
+constexpr std::size_t kHashDigits = 16;
+
+// FNV-1a, 64 bits, in hexadecimal digits.
+std::string hashOf(std::string_view name) {
+    std::uint64_t hash = 0xcbf29ce484222325U;
+    for (const char c : name)
+        hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3U;
+    std::string digits(kHashDigits, '0');
+    for (std::size_t i = kHashDigits; i-- != 0; hash >>= 4)
+        digits[i] = "0123456789abcdef"[hash & 15];
+    return digits;
+}
+
+bool fail(int error) {
+    errno = error;
+    return false;
+}
+
+} // namespace
+
+std::string xpcRuntimeFolder() {
+    const char* const base = std::getenv("XDG_RUNTIME_DIR");
+    if (base != nullptr && base[0] == '/')
+        return std::string(base) + "/port-xpc";
+    return "/tmp/port-xpc-" + std::to_string(::geteuid());
+}
+
+bool xpcCheckRuntimeFolder(const std::string& folder, bool create) {
+    if (create && ::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST)
+        return false;
+    struct stat status {};
+    if (::lstat(folder.c_str(), &status) != 0)
+        return false;
+    if (!S_ISDIR(status.st_mode))
+        return fail(ENOTDIR);
+    if (status.st_uid != ::geteuid())
+        return fail(EPERM);
+    return (status.st_mode & 07777) == 0700 || fail(EACCES);
+}
+
+std::string xpcServicePath(const std::string& folder, std::string_view name, std::string_view suffix) {
+    const std::size_t taken = folder.size() + 1 + suffix.size();
+    if (name.empty() || taken + 1 + kHashDigits > kMaxPathBytes) {
+        errno = name.empty() ? EINVAL : ENAMETOOLONG;
+        return {};
+    }
+    const std::size_t room = kMaxPathBytes - taken;
+    std::string file(name);
+    if (name.size() > room || name.find('/') != std::string_view::npos) {
+        file.resize(std::min(name.size(), room - 1 - kHashDigits));
+        for (char& c : file)
+            c = c == '/' ? '_' : c;
+        file += '-';
+        file += hashOf(name);
+    }
+    return folder + '/' + file + std::string(suffix);
+}
+
+} // namespace port
