@@ -33,7 +33,7 @@ struct Server : LXPCServerEventNotify {
     LXPCMachServer* pServer = nullptr;
 
     void EvConnectionError(long connection, LXPCErrorType) override { pServer->Disconnect(connection); }
-    void EvMessageReceived(long connection, long message, LList<LXPCDataListable> const& items) override {
+    void EvMessageReceived(long connection, long message, const LList<LXPCDataListable>& items) override {
         if (items.GetFirst()->eType != LXPCDataTypeBool)
             return;
         LList<LXPCDataListable> reply;
@@ -42,7 +42,7 @@ struct Server : LXPCServerEventNotify {
         reply.AddHead(pItem);
         pServer->SendReply(connection, message, reply);
     }
-    void EvReplyReceived(long, LList<LXPCDataListable> const&) override {}
+    void EvReplyReceived(long, const LList<LXPCDataListable>&) override {}
     void EvMessageSent(long) override {}
     void EvInvalidConnectionAttempt() override { std::_Exit(1); }
 };
@@ -78,8 +78,8 @@ struct Client : LXPCEventNotify {
     }
 
     void EvConnectionError(long, LXPCErrorType) override {}
-    void EvMessageReceived(long, long, LList<LXPCDataListable> const&) override {}
-    void EvReplyReceived(long, LList<LXPCDataListable> const&) override { onReply(); }
+    void EvMessageReceived(long, long, const LList<LXPCDataListable>&) override {}
+    void EvReplyReceived(long, const LList<LXPCDataListable>&) override { onReply(); }
     void EvMessageSent(long) override {
         sent.fetch_add(1, std::memory_order_release);
         sent.notify_one();

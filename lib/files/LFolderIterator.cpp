@@ -89,3 +89,12 @@ bool LFile::FolderIterator::IsFolder() const {
     struct stat status;
     return fstatat(dirfd(pStream), szName, &status, 0) == 0 && S_ISDIR(status.st_mode);
 }
+
+bool LFile::FolderIterator::IsLink() const {
+    if (pStream == nullptr || szName[0] == '\0')
+        return false;
+    if (cType != DT_UNKNOWN)
+        return cType == DT_LNK;
+    struct stat status;
+    return fstatat(dirfd(pStream), szName, &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(status.st_mode);
+}

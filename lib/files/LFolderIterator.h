@@ -37,6 +37,8 @@ public:
     // Whether the current entry is a folder, or a link to one. Asks the file system only where the folder's
     // own listing does not tell.
     bool IsFolder() const;
+    // Whether the current entry is a symbolic link.
+    bool IsLink() const;
 
     // Reads the next entry, unfiltered. False at the end; the iterator is then closed.
     bool _GetNextFile();

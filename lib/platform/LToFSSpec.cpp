@@ -10,7 +10,7 @@
 
 namespace {
 
-// Bytes of the longest path that a specification can stand for, its volume's name in front.
+// Bytes of the longest path that a file specification can stand for, its volume's name in front.
 constexpr std::size_t dwLongestText = kPortPathSize + sizeof(Str255);
 
 // A text that grows at its front.
@@ -54,7 +54,7 @@ void PrependFolders(LTextFromEnd& text, SInt16 nVolume, SInt32 nFolder) {
     }
 }
 
-// The specification of an item that does not exist yet.
+// The file specification of an item that does not exist yet.
 OSErr MakeNewItem(const char* szPath, FSSpec* pSpec) {
     const LCFRef<CFStringRef> path(
         CFStringCreateWithCString(kCFAllocatorDefault, szPath, CFStringGetSystemEncoding()));

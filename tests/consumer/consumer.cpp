@@ -15,8 +15,8 @@ namespace {
 
 struct Sink : LXPCEventNotify {
     void EvConnectionError(long, LXPCErrorType) override {}
-    void EvMessageReceived(long, long, LList<LXPCDataListable> const&) override {}
-    void EvReplyReceived(long, LList<LXPCDataListable> const&) override {}
+    void EvMessageReceived(long, long, const LList<LXPCDataListable>&) override {}
+    void EvReplyReceived(long, const LList<LXPCDataListable>&) override {}
     void EvMessageSent(long) override {}
 };
 

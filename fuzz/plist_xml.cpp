@@ -1,0 +1,12 @@
+// The XML reader of property lists.
+#include "plist.h"
+
+#include <algorithm>
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    std::string error;
+    checkRewriting(port::readXMLPropertyList({data, std::min(size, port::kPropertyListFileLimit)}, error));
+    return 0;
+}

@@ -1,0 +1,6 @@
+#include <Foundation/Foundation.h>
+
+void NSObject::release() const {
+    if (retainCount_.fetch_sub(1, std::memory_order_acq_rel) == 1)
+        const_cast<NSObject*>(this)->dealloc(); // every object is made by `new` and never constant
+}
