@@ -62,6 +62,26 @@ CFBundleRef CreateBundle(const char* szPath) {
     return url ? CFBundleCreate(kCFAllocatorDefault, url.Get()) : nullptr;
 }
 
+bool HasExpectedVersion(const LCFBundle& bundle) {
+    int nMajor = 0;
+    int nMinor = 0;
+    bundle.GetVersionNumber(nMajor, nMinor);
+    char szVersion[LPathBufferSize];
+    tplsnprintf(szVersion, sizeof szVersion, "%d.%d", nMajor, nMinor);
+    if (strcmp(szVersion, LMainAppVersion) == 0)
+        return true;
+    HelperReport("not launched: version %s is not %s", szVersion, LMainAppVersion);
+    return false;
+}
+
+void ReportMissing(const NSString* pPath) {
+    if (pPath == nullptr)
+        HelperReport("not launched: launch at login is off");
+    else
+        HelperReport("not launched: nothing is at %s any more, the setting is forgotten",
+                     pPath->UTF8String());
+}
+
 } // namespace
 
 LXPCMachServer* LLoginHelper::getXPCServer() const {
@@ -100,11 +120,7 @@ void LLoginHelper::launchMainApp() {
     NSUserDefaults* pDefaults = NSUserDefaults::standardUserDefaults();
     const NSRef<NSString> pPath = pDefaults->stringForKey(LSettingMainAppPath);
     if (!pPath || !NSFileManager::defaultManager()->fileExistsAtPath(pPath->UTF8String())) {
-        if (pPath)
-            HelperReport("not launched: nothing is at %s any more, the setting is forgotten",
-                         pPath->UTF8String());
-        else
-            HelperReport("not launched: launch at login is off");
+        ReportMissing(pPath.get());
         ForgetSetting(pDefaults);
         return;
     }
@@ -114,19 +130,14 @@ void LLoginHelper::launchMainApp() {
         HelperReport("not launched: %s is no bundle", szPath);
         return;
     }
-    int nMajor = 0;
-    int nMinor = 0;
-    bundle.GetVersionNumber(nMajor, nMinor);
-    char szVersion[LPathBufferSize];
-    tplsnprintf(szVersion, sizeof szVersion, "%d.%d", nMajor, nMinor);
-    if (strcmp(szVersion, LMainAppVersion) != 0) {
-        HelperReport("not launched: version %s is not %s", szVersion, LMainAppVersion);
-    } else if (!pDefaults->boolForKey(LSettingLaunchAtLogin)) {
+    if (!HasExpectedVersion(bundle))
+        return;
+    if (!pDefaults->boolForKey(LSettingLaunchAtLogin)) {
         HelperReport("not launched: launch at login is off");
-    } else {
-        HelperReport("launching %s", szPath);
-        NSWorkspace::sharedWorkspace()->launchApplication(szPath);
+        return;
     }
+    HelperReport("launching %s", szPath);
+    NSWorkspace::sharedWorkspace()->launchApplication(szPath);
 }
 
 void LLoginHelper::applicationDidFinishLaunching(const NSNotification&) {

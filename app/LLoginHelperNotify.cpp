@@ -91,8 +91,10 @@ void LLoginHelperNotify::_SetLaunchAtLogin(long connection, long message, const 
     NSUserDefaults* pDefaults = NSUserDefaults::standardUserDefaults();
     if (request.bLaunchOn) {
         // A path that is missing, endless or no UTF-8 is answered like any other mismatch: not at all.
+        if (request.szBundlePath == nullptr || strlen(request.szBundlePath) >= dwStoredPathLimit)
+            return;
         const NSRef<NSString> pPath = NSString::stringWithUTF8String(request.szBundlePath);
-        if (!pPath || strlen(request.szBundlePath) >= dwStoredPathLimit)
+        if (!pPath)
             return;
         pDefaults->setBool(YES, LSettingLaunchAtLogin);
         pDefaults->setObject(*pPath, LSettingMainAppPath);

@@ -29,7 +29,7 @@ LXPCData Item(const char* name, LXPCDataType type, long value, unsigned long siz
 }
 
 // Answers every message that wants a reply; one-way messages are only received.
-struct Server : LXPCServerEventNotify {
+struct Server final : LXPCServerEventNotify {
     LXPCMachServer* pServer = nullptr;
 
     void EvConnectionError(long connection, LXPCErrorType) override { pServer->Disconnect(connection); }
@@ -58,7 +58,7 @@ void serve() {
 }
 
 // What a client does when a reply comes, or when a message was handed over.
-struct Client : LXPCEventNotify {
+struct Client final : LXPCEventNotify {
     LXPCClient client{this};
     std::function<void()> onReply;
     std::atomic<std::size_t> sent{0};
@@ -128,9 +128,9 @@ double stream(Placement placement, std::size_t count, std::size_t window, const 
         });
         dispatch_async(dispatch_get_main_queue(), [&] {
             start = Clock::now();
-            for (std::size_t i = 0; i < count; ++i) {
+            for (std::size_t sent = 1; sent <= count; ++sent) {
                 client.client.SendMessage(kService, kNumber, &item, 1, false);
-                for (std::size_t done; i - (done = client.sent.load(std::memory_order_acquire)) > window;)
+                for (std::size_t done; sent - (done = client.sent.load(std::memory_order_acquire)) > window;)
                     client.sent.wait(done);
             }
             client.ask();

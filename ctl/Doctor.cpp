@@ -65,31 +65,40 @@ LoginFacts CollectFacts(const NSUserDefaults& settings) {
     return facts;
 }
 
+struct Action {
+    const char* szWord;
+    const char* szText;
+};
+constexpr Action Quit = {"quit", "ends at once"};
+constexpr Action Serve = {"serve", "serves"};
+constexpr Action Forgetting = {"forget", "launches nothing and forgets the settings"};
+constexpr Action Nothing = {"nothing", "launches nothing"};
+constexpr Action Launch = {"launch", "launches the application"};
+
 // The helper's decision, in its order.
 void AddVerdict(const LoginFacts& facts, Report& report) {
-    const auto tell = [&](const char* szAction, const std::string& szWhy) {
-        report.AddText("nextLogin", "next login", szAction);
+    const auto tell = [&](const Action& action, const std::string& szWhy) {
+        report.AddChoice("nextLogin", "next login", action.szWord, action.szText);
         report.AddText("why", "why", szWhy);
     };
     if (!facts.bSystemIsRecent)
-        tell("ends at once", "the system is older than 10.7");
+        tell(Quit, "the system is older than 10.7");
     else if (facts.bMainAppRuns)
-        tell("serves", "the main application runs already");
+        tell(Serve, "the main application runs already");
     else if (facts.szPath.empty())
-        tell("launches nothing and forgets the settings", "no path is stored");
+        tell(Forgetting, "no path is stored");
     else if (!facts.bPathExists)
-        tell("launches nothing and forgets the settings", "nothing exists at the stored path");
+        tell(Forgetting, "nothing exists at the stored path");
     else if (!facts.bBundle)
-        tell("launches nothing", "the stored path is no bundle");
+        tell(Nothing, "the stored path is no bundle");
     else if (facts.szVersion.empty())
-        tell("launches nothing", "the bundle tells no version");
+        tell(Nothing, "the bundle tells no version");
     else if (facts.szVersion != LMainAppVersion)
-        tell("launches nothing", "version " + facts.szVersion + " is not " + LMainAppVersion);
+        tell(Nothing, "version " + facts.szVersion + " is not " + LMainAppVersion);
     else if (!facts.bSetting)
-        tell("launches nothing", "launch at login is off");
+        tell(Nothing, "launch at login is off");
     else
-        tell("launches the application",
-             "launch at login is on and version " + facts.szVersion + " is there");
+        tell(Launch, "launch at login is on and version " + facts.szVersion + " is there");
 }
 
 void AddOptionalText(Report& report, const char* szKey, const char* szLabel, const std::string& szText) {

@@ -67,6 +67,10 @@ void Report::AddText(const char* szKey, const char* szLabel, const std::string& 
     facts.push_back({szKey, szLabel, szText, QuoteJSON(szText)});
 }
 
+void Report::AddChoice(const char* szKey, const char* szLabel, const char* szWord, const char* szText) {
+    facts.push_back({szKey, szLabel, szText, QuoteJSON(szWord)});
+}
+
 void Report::AddNone(const char* szKey, const char* szLabel) {
     facts.push_back({szKey, szLabel, "none", "null"});
 }

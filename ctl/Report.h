@@ -15,6 +15,8 @@ public:
                  const char* szFalse);
     // Printed as it is; in JSON escaped, with U+FFFD for what is no UTF-8.
     void AddText(const char* szKey, const char* szLabel, const std::string& szText);
+    // One of several outcomes: a word for programs, a text for people.
+    void AddChoice(const char* szKey, const char* szLabel, const char* szWord, const char* szText);
     // A fact that does not exist: null in JSON, "none" for people.
     void AddNone(const char* szKey, const char* szLabel);
 

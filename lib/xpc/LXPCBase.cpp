@@ -9,6 +9,10 @@ LXPCBase::~LXPCBase() {
     _CloseEvents();
 }
 
+void LXPCBase::_Settle() const {
+    pGate->Settle();
+}
+
 void LXPCBase::_CloseEvents() {
     pGate->Close(LXPCCloseWaitMilliseconds);
 }
@@ -53,7 +57,7 @@ void LXPCBase::SendReply(long connection, long message, const LList<LXPCDataList
 void LXPCBase::_SendBarrier(long connection) {
     xpc_connection_send_barrier(LXPCConnectionObject(connection), [this, pAlive = pGate, connection] {
         if (const LXPCEventScope scope(*pAlive); scope)
-            pNotify->EvMessageSent(connection);
+            _LeaveTo(pNotify)->EvMessageSent(connection);
     });
 }
 
@@ -67,7 +71,6 @@ void LXPCBase::SetupConnectionHandlerAndResume(LXPCConnection& connection) {
     connection.Resume();
 }
 
-// The sink may destroy this endpoint in any call: nothing of it is touched afterwards, here and below.
 void LXPCBase::_HandleEvent(void* pEvent) {
     const xpc_type_t pType = xpc_get_type(pEvent);
     const long connection = LXPCHandle(xpc_dictionary_get_remote_connection(pEvent));
@@ -75,9 +78,9 @@ void LXPCBase::_HandleEvent(void* pEvent) {
         LList<LXPCDataListable> loItems;
         GetXPCDictionary(pEvent, loKeys, loItems);
         if (!loItems.IsEmpty())
-            pNotify->EvMessageReceived(connection, LXPCHandle(pEvent), loItems);
+            _LeaveTo(pNotify)->EvMessageReceived(connection, LXPCHandle(pEvent), loItems);
     } else if (pType == XPC_TYPE_ERROR) {
-        ErrorHandler(pEvent, connection, pNotify);
+        ErrorHandler(pEvent, connection, _LeaveTo(pNotify));
     }
 }
 
@@ -88,9 +91,9 @@ void LXPCBase::_HandleReply(void* pReply) {
         LList<LXPCDataListable> loItems;
         GetXPCDictionary(pReply, loKeys, loItems);
         if (!loItems.IsEmpty())
-            pNotify->EvReplyReceived(connection, loItems);
+            _LeaveTo(pNotify)->EvReplyReceived(connection, loItems);
     } else if (pType == XPC_TYPE_ERROR) {
-        ErrorHandler(pReply, connection, pNotify);
+        ErrorHandler(pReply, connection, _LeaveTo(pNotify));
     }
 }
 

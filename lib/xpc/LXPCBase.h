@@ -49,8 +49,15 @@ protected:
     // `LXPCCloseWaitMilliseconds` in all, never for the event that it is called from.
     void _CloseEvents();
     const std::shared_ptr<LXPCEventGate>& _GetGate() const { return pGate; }
+    // Gives back the sink, as an event's last use of the endpoint: the sink may destroy it, or never return.
+    template <typename T>
+    T* _LeaveTo(T* pSink) const {
+        _Settle();
+        return pSink;
+    }
 
 private:
+    void _Settle() const;
     void _HandleEvent(void* pEvent);
     void _HandleReply(void* pReply);
     void _SendBarrier(long connection);

@@ -16,6 +16,10 @@ public:
     // the first call waits.
     void Close(unsigned dwMilliseconds);
 
+    // Puts what the calling event has read so far before what follows a `Close`, though the event may never
+    // leave: a sink may stay in its call while the process ends.
+    void Settle() { dwState.fetch_add(0, std::memory_order_release); }
+
 private:
     friend class LXPCEventScope;
     bool _Enter();

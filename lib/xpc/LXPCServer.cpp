@@ -40,7 +40,7 @@ void LXPCServerBase::NewConnectionHandler(_xpc_connection_s* pConnection) {
     if (!IsConnection(pConnection))
         return;
     if (bPeerCheck && !HasPeerPid(pConnection)) {
-        pServerNotify->EvInvalidConnectionAttempt();
+        _LeaveTo(pServerNotify)->EvInvalidConnectionAttempt();
         return;
     }
     auto pRecord = std::make_unique<LXPCConnection>(LXPCHandle(pConnection));

@@ -104,6 +104,7 @@ ssize_t recvmsg(int fd, msghdr* message, int flags) {
     const ssize_t got = repeat([&] { return ::recvmsg(fd, message, flags | MSG_CMSG_CLOEXEC); });
     message->msg_iov[0].iov_len = whole;
     message->msg_iovlen = parts;
+    message->msg_flags |= MSG_TRUNC; // a read cut short here does not mean that nothing is left
     return got;
 }
 

@@ -31,7 +31,7 @@ SerialQueue::~SerialQueue() {
         target_->release();
 }
 
-void SerialQueue::append(Task task) {
+bool SerialQueue::add(Task task) {
     bool starts = false;
     {
         const std::lock_guard lock(mutex_);
@@ -40,6 +40,7 @@ void SerialQueue::append(Task task) {
     }
     if (starts)
         schedule();
+    return starts;
 }
 
 void SerialQueue::suspend() {

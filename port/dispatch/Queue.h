@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <dispatch/dispatch.h>
 #include <mutex>
+#include <utility>
 
 struct dispatch_queue_s {
     virtual void append(port::Task task) = 0;
@@ -30,7 +31,9 @@ namespace port {
 // it is in line or runs, it holds a reference to itself.
 class SerialQueue : public dispatch_queue_s, private Runnable {
 public:
-    void append(Task task) final;
+    void append(Task task) final { add(std::move(task)); }
+    // As `append`; true when the queue was at rest and a turn of it has been put in line for this.
+    bool add(Task task);
     void suspend() final;
     void resume() final;
     bool isSuspended() const;
@@ -42,7 +45,7 @@ protected:
     explicit SerialQueue(dispatch_queue_t target, unsigned suspensions = 0);
     SerialQueue(const SerialQueue&) = delete;
     SerialQueue& operator=(const SerialQueue&) = delete;
-    ~SerialQueue();
+    ~SerialQueue() override;
 
     // Called without a lock: before the first task of a turn, and when the last task has run.
     virtual void turnBegins() {}
@@ -72,7 +75,7 @@ public:
     }
 
 private:
-    ~PlainQueue() = default;
+    ~PlainQueue() override = default;
     std::atomic<int> references_{1};
 };
 

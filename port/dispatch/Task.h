@@ -15,12 +15,12 @@ class Task {
 public:
     Task() = default;
     template <typename Function>
-    requires(!std::is_same_v<std::remove_cvref_t<Function>, Task>) explicit Task(Function&& function) {
-        using Held = std::remove_cvref_t<Function>;
-        static_assert(sizeof(Held) <= kBytes && alignof(Held) <= alignof(std::max_align_t));
-        static_assert(std::is_nothrow_move_constructible_v<Held>);
-        ::new (static_cast<void*>(bytes_)) Held(std::forward<Function>(function));
-        actions_ = &kActionsOf<Held>;
+    explicit Task(Function function) {
+        static_assert(sizeof(Function) <= kBytes);
+        static_assert(alignof(Function) <= alignof(std::max_align_t));
+        static_assert(std::is_nothrow_move_constructible_v<Function>);
+        ::new (static_cast<void*>(bytes_)) Function(std::move(function));
+        actions_ = &kActionsOf<Function>;
     }
     Task(Task&& other) noexcept { take(other); }
     Task& operator=(Task&& other) noexcept {

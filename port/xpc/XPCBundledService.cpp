@@ -44,10 +44,11 @@ std::string programOf(const std::string& name) {
     const std::string bundle = bundleOf(ownProgram());
     if (bundle.empty() || name.find('/') != std::string::npos)
         return {};
-    const std::string folder =
-        bundle + "/Contents/XPCServices/" + name + std::string(kBundleSuffix) + std::string(kProgramFolder);
+    std::string folder = bundle;
+    folder.append("/Contents/XPCServices/").append(name).append(kBundleSuffix).append(kProgramFolder);
     for (const std::string& file : {name, name.substr(name.rfind('.') + 1)}) {
-        std::string program = folder + "/" + file;
+        std::string program = folder;
+        program.append("/").append(file);
         if (::access(program.c_str(), X_OK) == 0)
             return program;
     }
@@ -56,11 +57,13 @@ std::string programOf(const std::string& name) {
 
 // The environment with the two variables set.
 std::vector<std::string> environmentWith(int socket, int lock) {
-    const std::string ours[] = {std::string(kSocketVariable) + "=", std::string(kLockVariable) + "="};
-    std::vector<std::string> variables{ours[0] + std::to_string(socket), ours[1] + std::to_string(lock)};
+    const std::string socketPrefix = std::string(kSocketVariable).append("=");
+    const std::string lockPrefix = std::string(kLockVariable).append("=");
+    std::vector<std::string> variables{socketPrefix + std::to_string(socket),
+                                       lockPrefix + std::to_string(lock)};
     for (char** variable = environ; *variable != nullptr; ++variable) {
         const std::string_view text(*variable);
-        if (!text.starts_with(ours[0]) && !text.starts_with(ours[1]))
+        if (!text.starts_with(socketPrefix) && !text.starts_with(lockPrefix))
             variables.emplace_back(text);
     }
     return variables;
@@ -92,6 +95,7 @@ bool spawn(const std::string& program, int socket, int lock) {
 
     std::vector<std::string> variables = environmentWith(socket, lock);
     std::vector<char*> environment;
+    environment.reserve(variables.size() + 1);
     for (std::string& variable : variables)
         environment.push_back(variable.data());
     environment.push_back(nullptr);

@@ -16,7 +16,8 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr int kBusySendBuffer = 1 << 20; // bytes
-constexpr auto kConnectRetry = 2ms;      // while the service's queue of new connections is full
+constexpr std::size_t kMaxDeferred = 2 * kGatherFrames;
+constexpr auto kConnectRetry = 2ms; // while the service's queue of new connections is full
 constexpr auto kConnectPatience = 5s;
 
 // A client's socket is in the main loop's set and in the workers': the kernel wakes the main thread if it
@@ -26,51 +27,7 @@ constexpr std::uint32_t kPeerEvents = EPOLLIN | EPOLLRDHUP | EPOLLET;
 // An exclusive watch cannot ask for output, so a blocked client has a plain one.
 constexpr std::uint32_t kBlockedEvents = EPOLLIN | EPOLLOUT | EPOLLRDHUP | EPOLLET;
 
-constexpr pid_t kLargestPid = 99999; // of the platform
-constexpr pid_t kNoForcedPid = -1;
-
-constinit std::atomic<std::size_t> peers{0};
-constinit std::atomic<pid_t> pidForNewPeers{kNoForcedPid};
-
 } // namespace
-
-XPCRef<XPCConnection> XPCConnection::toService(Kind kind, const char* name, dispatch_queue_t target) {
-    return XPCRef<XPCConnection>::adopt(new XPCConnection(kind, name, target));
-}
-
-XPCRef<XPCConnection> XPCConnection::ofPeer(UniqueFd socket, pid_t pid) {
-    return XPCRef<XPCConnection>::adopt(new XPCConnection(std::move(socket), pid));
-}
-
-void XPCConnection::forcePid(pid_t pid) {
-    pidForNewPeers = pid;
-}
-
-std::size_t XPCConnection::peerCount() {
-    return peers;
-}
-
-XPCConnection::XPCConnection(Kind kind, std::string name, dispatch_queue_t target)
-    : _xpc_connection_s(target), name_(std::move(name)), kind_(kind) {}
-
-XPCConnection::XPCConnection(UniqueFd socket, pid_t pid)
-    : _xpc_connection_s(nullptr), forcedPid_(pidForNewPeers), socket_(std::move(socket)), pid_(pid) {
-    ++peers;
-}
-
-// Only a connection that was never resumed can have something waiting here: else it keeps itself.
-XPCConnection::~XPCConnection() {
-    SourceTable::shared().remove(key_);
-    closeSocket();
-    std::vector<dispatch_block_t> barriers;
-    writer_.clear(barriers);
-    for (dispatch_block_t& barrier : barriers)
-        GlobalQueue::shared().append(Task(std::move(barrier)));
-    for (XPCReplyHandler& waiting : replies_.takeAll())
-        waiting.answer({}, XPCRef<XPCObject>::adopt(XPCObject::from(XPC_ERROR_CONNECTION_INVALID)));
-    if (!isClient())
-        --peers;
-}
 
 // The queue first: what arrives at once need not be held back.
 void XPCConnection::resume() {
@@ -90,22 +47,13 @@ void XPCConnection::cancel() {
     dropEvents();
     {
         const std::lock_guard lock(mutex_);
+        if (state_ == State::Open && !outputBlocked_ && !writer_.isEmpty())
+            flush(); // only a blocked socket costs messages
         if (state_ != State::Over)
             endForGood(left);
     }
     settle(std::move(left));
     finish();
-}
-
-pid_t XPCConnection::peerPid() const {
-    const std::lock_guard lock(mutex_);
-    if (forcedPid_ != kNoForcedPid)
-        return forcedPid_;
-    pid_t pid = pid_;
-    if (isClient() && socket_)
-        xpcPeerIsOurs(socket_.get(), pid);
-    // Larger ids are folded into the platform's range; 0, a peer of another pid namespace, stays.
-    return pid > kLargestPid ? 1 + (pid - 1) % kLargestPid : pid;
 }
 
 void XPCConnection::send(XPCDictionary& message) {
@@ -138,10 +86,10 @@ void XPCConnection::sendWithReply(XPCDictionary& message, dispatch_queue_t queue
 
 void XPCConnection::sendBarrier(dispatch_block_t barrier) {
     const std::lock_guard lock(mutex_);
-    if (writer_.isEmpty())
-        queue().append(Task(std::move(barrier)));
-    else
+    if (!writer_.isEmpty())
         writer_.enqueueBarrier(std::move(barrier));
+    else if (queue().add(Task(std::move(barrier))) && ownTurns_)
+        flushComes_ = true;
 }
 
 void XPCConnection::activate(Leftovers& left) {
@@ -214,14 +162,31 @@ void XPCConnection::write(XPCDictionary& message, XPCFrameKind kind, std::uint64
         connect(left);
     if (state_ == State::Over)
         return;
-    if (state_ == State::Open && !outputBlocked_)
+    const bool now = state_ == State::Open && !outputBlocked_ && !mayDefer(kind);
+    if (now && writer_.isEmpty())
         written(writer_.send(socket_.get(), message, kind, replyId));
     else if (!writer_.enqueue(message, kind, replyId))
-        state_ == State::Open ? written(XPCWriteResult::Failed) : endForGood(left);
+        socket_ ? written(XPCWriteResult::Failed) : endForGood(left);
+    else if (now)
+        flush();
     keepWhileBusy();
 }
 
+// A worker is on its way to run a barrier: it writes what gathers until then with one call. Whoever wants an
+// answer does not wait for it.
+bool XPCConnection::mayDefer(XPCFrameKind kind) {
+    return flushComes_ && kind == XPCFrameKind::Message && ++deferred_ <= kMaxDeferred;
+}
+
+void XPCConnection::queueTurnBegins() {
+    const std::lock_guard lock(mutex_);
+    flushComes_ = false;
+    if (state_ == State::Open && !outputBlocked_ && !writer_.isEmpty())
+        flush();
+}
+
 void XPCConnection::flush() {
+    deferred_ = 0;
     std::vector<dispatch_block_t> reached;
     written(writer_.flush(socket_.get(), reached));
     for (dispatch_block_t& barrier : reached)

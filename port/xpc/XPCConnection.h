@@ -66,7 +66,7 @@ private:
     XPCConnection(Kind kind, std::string name, dispatch_queue_t target);
     XPCConnection(UniqueFd socket, pid_t pid);
     ~XPCConnection();
-    void dispose() noexcept override { delete this; }
+    void dispose() noexcept override;
 
     // Source
     bool pin() noexcept override { return retainUnlessGone(); }
@@ -87,6 +87,7 @@ private:
     void open(Leftovers& left);
     void write(XPCDictionary& message, XPCFrameKind kind, std::uint64_t replyId, Leftovers& left);
     void flush();
+    bool mayDefer(XPCFrameKind kind);
     void written(XPCWriteResult result);
     void watchOutput(bool wanted);
     void dropWaiting(Leftovers& left, xpc_object_t error);
@@ -105,6 +106,8 @@ private:
     bool endReading(XPCReadResult result);
     void continueInput();
     void lost();
+    void deliverMessage(XPCDictionary& message);
+    void queueTurnBegins() override;
     void queueRanEmpty() override;
 
     const std::string name_; // empty: an accepted peer
@@ -118,7 +121,10 @@ private:
     bool kept_ = false; // holds a reference to itself while something is to be sent or answered
 
     XPCFrameWriter writer_;
+    const bool ownTurns_; // the queue runs on the workers, so a turn that is in line comes at once
     bool outputBlocked_ = false;
+    bool flushComes_ = false;  // with the turn of the queue that is in line
+    std::size_t deferred_ = 0; // frames that wait for it
     XPCReplyTable replies_;
     WorkerPool::Clock::time_point connectBefore_;
     bool launched_ = false; // in this attempt to connect

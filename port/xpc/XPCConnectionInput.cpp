@@ -118,10 +118,7 @@ void XPCConnection::queueRanEmpty() {
 void XPCConnection::frameReceived(XPCRef<XPCDictionary> frame) {
     ++frames_;
     if (frame->kind() != XPCFrameKind::Reply) {
-        queue().append(Task([this, message = std::move(frame)] {
-            message->setRemoteConnection(this);
-            deliver(message.get());
-        }));
+        queue().append(Task([this, message = std::move(frame)] { deliverMessage(*message); }));
         return;
     }
     XPCReplyHandler waiting;
@@ -132,6 +129,11 @@ void XPCConnection::frameReceived(XPCRef<XPCDictionary> frame) {
     }
     if (waiting)
         waiting.answer(XPCRef<XPCObject>::retain(this), XPCRef<XPCObject>::adopt(frame.leak()));
+}
+
+void XPCConnection::deliverMessage(XPCDictionary& message) {
+    message.setRemoteConnection(this);
+    deliver(&message);
 }
 
 // A frame that has begun must be complete within its time, however slowly its bytes drip. The time runs from

@@ -53,7 +53,8 @@ XPCReadResult XPCFrameReader::readFrom(int socket, XPCScratch& scratch, XPCFrame
     if (!takeDescriptors(message) || !advance(static_cast<std::size_t>(got), scratch, sink))
         return abandon(XPCReadResult::Refused);
     // A read ends early at a frame with descriptors, more may lie behind it; else a short one took all.
-    const bool emptied = message.msg_controllen == 0 && static_cast<std::size_t>(got) < room;
+    const bool mayGoOn = message.msg_controllen != 0 || (message.msg_flags & MSG_TRUNC) != 0;
+    const bool emptied = !mayGoOn && static_cast<std::size_t>(got) < room;
     return emptied ? XPCReadResult::Emptied : XPCReadResult::Read;
 }
 

@@ -40,7 +40,8 @@ protected:
     explicit _xpc_connection_s(dispatch_queue_t target);
     ~_xpc_connection_s() = default;
 
-    // Called without a lock when the queue's tasks have all run.
+    // Called without a lock before a turn of the queue, and when its tasks have all run.
+    virtual void queueTurnBegins() {}
     virtual void queueRanEmpty() {}
 
     // Calls the handler, on the queue.
@@ -58,6 +59,7 @@ protected:
         void release() noexcept override { owner_.release(); }
 
     private:
+        void turnBegins() override { owner_.queueTurnBegins(); }
         void turnEnds() override { owner_.queueRanEmpty(); }
         _xpc_connection_s& owner_;
     };

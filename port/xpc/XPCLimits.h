@@ -27,7 +27,6 @@ constexpr std::size_t kFramesPerTurn = 64; // handled before other connections h
 
 // One process.
 constexpr std::size_t kMaxConnections = 256; // peers of one listener; further ones are closed at once
-constexpr std::size_t kAcceptsPerTurn = 16;
 constexpr int kListenBacklog = 4096;
 
 } // namespace port

@@ -1,49 +1,62 @@
 // Short hands for the tests of Core Foundation.
 #pragma once
 
-#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
-#include <span>
 #include <string>
-#include <string_view>
+#include <vector>
 
-#include "corefoundation/CFObject.h"
 #include "corefoundation/CFString.h"
+#include "corefoundation/CFURL.h"
 #include "corefoundation/PropertyList.h"
+
+using String = port::CFRef<CFStringRef>;
+using URL = port::CFRef<CFURLRef>;
 
 inline port::Bytes bytesOf(std::string_view text) {
     return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
 }
 
-// The list in its canonical form without head and tail, or the reason why there is none.
-inline std::string rewritten(std::string_view list) {
-    std::string error;
-    std::string xml;
-    const auto read = port::readPropertyList(bytesOf(list), error);
-    if (!read)
-        return error;
-    if (!port::writeXMLPropertyList(read.get(), xml, error))
-        return "unwritable: " + error;
+inline std::string textOf(const String& string) {
+    std::string utf8;
+    return string && port::copyUtf8(string.get(), utf8) ? utf8 : "(null)";
+}
+
+inline std::string pathOf(const URL& url) {
+    return url ? textOf(String(CFURLCopyFileSystemPath(url.get(), kCFURLPOSIXPathStyle))) : "(null)";
+}
+
+// An XML list without its head and tail.
+inline std::string bodyOf(const std::string& xml) {
     const std::size_t first = xml.find("<plist version=\"1.0\">\n") + 22;
     return xml.substr(first, xml.rfind("</plist>") - first);
 }
 
+// The body of the list in its canonical form, or the reason why there is none.
+inline std::string rewritten(std::string_view list) {
+    std::string error;
+    std::string xml;
+    const auto read = port::readPropertyList(bytesOf(list), error);
+    return read && port::writeXMLPropertyList(read.get(), xml, error) ? bodyOf(xml) : error;
+}
+
 // Holds at the limit, and one past it fails for this reason.
 template <typename Make>
-void expectLimit(const Make& make, std::size_t limit, const std::string& reason) {
+void expectLimit(const std::string& reason, std::size_t limit, const Make& make) {
     EXPECT_TRUE(rewritten(make(limit)).starts_with('<')) << reason;
     EXPECT_TRUE(rewritten(make(limit + 1)).ends_with(": " + reason)) << reason;
 }
 
-inline std::string repeated(std::string_view text, std::size_t count) {
-    std::string all;
-    while (count-- > 0)
-        all += text;
-    return all;
+// What `rewritten` tells, and the lists of which it tells that.
+using Results = std::vector<std::pair<std::string, std::vector<std::string>>>;
+
+inline void expectResults(const Results& rows) {
+    for (const auto& [result, lists] : rows)
+        for (const std::string& list : lists)
+            EXPECT_EQ(result, rewritten(list)) << testing::PrintToString(list);
 }
 
 inline std::string fileText(const std::filesystem::path& path) {
@@ -51,22 +64,12 @@ inline std::string fileText(const std::filesystem::path& path) {
     return {std::istreambuf_iterator<char>(in), {}};
 }
 
-inline void writeFile(const std::filesystem::path& path, std::string_view text) {
-    std::ofstream(path, std::ios::binary) << text;
-}
-
 // A folder of its own, gone with the object.
-class TestFolder {
-public:
-    TestFolder() {
-        std::string name = (std::filesystem::temp_directory_path() / "corefoundation-XXXXXX").string();
-        path_ = mkdtemp(name.data());
-    }
-    TestFolder(const TestFolder&) = delete;
-    TestFolder& operator=(const TestFolder&) = delete;
-    ~TestFolder() { std::filesystem::remove_all(path_); }
-    const std::filesystem::path& path() const { return path_; }
+struct TestFolder {
+    TestFolder() = default;
+    TestFolder(TestFolder&&) = delete;
+    ~TestFolder() { std::filesystem::remove_all(path); }
 
-private:
-    std::filesystem::path path_;
+    std::string name = (std::filesystem::temp_directory_path() / "corefoundation-XXXXXX").string();
+    const std::filesystem::path path = mkdtemp(name.data());
 };

@@ -1,23 +1,18 @@
-// The path operations written down naively, character by character, to compare with.
+// The path operations written down naively, over whole texts, to compare with.
 #pragma once
 
+#include <algorithm>
 #include <string>
 
 namespace oracle {
 
 constexpr std::size_t kLongest = 259;
-
-inline bool isSeparator(char character) {
-    return character == '/' || character == '\\';
-}
+constexpr const char* kSeparators = "/\\";
 
 inline std::string file(const std::string& path) {
     std::string out;
-    for (const char character : path) {
-        if (out.size() == kLongest)
-            break;
-        out = isSeparator(character) ? "" : out + character;
-    }
+    for (std::size_t i = 0; i < path.size() && out.size() < kLongest; ++i)
+        out = path[i] == '/' || path[i] == '\\' ? "" : out + path[i];
     return out;
 }
 
@@ -28,61 +23,44 @@ inline std::string fileName(const std::string& path) {
 }
 
 inline std::string folder(const std::string& path) {
-    std::size_t last = 0;
-    for (std::size_t i = 0; i < path.size() && i < kLongest + 1; ++i)
-        if (isSeparator(path[i]))
-            last = i;
-    return last != 0 ? path.substr(0, last) : path.substr(0, path.starts_with('/') ? 1 : 0);
+    const std::size_t last = path.find_last_of(kSeparators, kLongest);
+    if (last == 0 || last == std::string::npos)
+        return path.starts_with('/') ? "/" : "";
+    return path.substr(0, last);
 }
 
 inline std::string baseFolder(const std::string& path) {
-    std::string out;
-    for (std::size_t i = 0; i < path.size() && i < kLongest && !(i >= 2 && isSeparator(path[i])); ++i)
-        out += path[i];
-    if (out.size() > 1 && isSeparator(out.back()))
+    std::string out = path.substr(0, std::min(path.find_first_of(kSeparators, 2), kLongest));
+    if (out.size() > 1 && out.find_last_of(kSeparators) == out.size() - 1)
         out.pop_back();
     return out;
 }
 
 inline std::string extension(const std::string& path) {
-    std::size_t dot = std::string::npos;
-    for (std::size_t i = 0; i < path.size(); ++i)
-        if (path[i] == '.')
-            dot = i;
-        else if (isSeparator(path[i]))
-            dot = std::string::npos;
-    return dot == std::string::npos ? "" : path.substr(dot, kLongest);
+    const std::string name = path.substr(path.find_last_of(kSeparators) + 1);
+    const std::size_t dot = name.rfind('.');
+    return dot == std::string::npos ? "" : name.substr(dot, kLongest);
 }
 
 inline std::string newExtension(const std::string& path, const std::string& added) {
     std::string kept = path.substr(0, kLongest);
-    std::size_t cut = kept.size();
-    for (std::size_t i = 0; i < kept.size(); ++i)
-        if (kept[i] == '.' && i != 0)
-            cut = i;
-        else if (isSeparator(kept[i]))
-            cut = kept.size();
-    kept.resize(cut);
-    return cut > kLongest - 1 ? kept : (kept + added).substr(0, kLongest);
+    const std::size_t dot = kept.rfind('.');
+    if (dot != 0 && dot != std::string::npos && kept.find_first_of(kSeparators, dot) == std::string::npos)
+        kept.resize(dot);
+    return (kept + added).substr(0, kLongest);
 }
 
 inline bool matches(const char* pattern, const char* name) {
-    if (*pattern == '\0')
-        return *name == '\0';
-    for (;; ++pattern, ++name) {
-        if (*name == '\0')
-            return std::string(pattern).find_first_not_of('*') == std::string::npos;
-        if (*pattern == *name || *pattern == '?')
-            continue;
-        if (*pattern != '*')
-            return false;
-        if (pattern[1] == '\0')
+    if (*name == '\0')
+        return std::string(pattern).find_first_not_of('*') == std::string::npos;
+    if (*pattern == *name || *pattern == '?')
+        return matches(pattern + 1, name + 1);
+    if (*pattern != '*')
+        return false;
+    for (; *name != '\0'; ++name)
+        if (matches(pattern + 1, name))
             return true;
-        for (; *name != '\0'; ++name)
-            if (matches(pattern + 1, name))
-                return true;
-        return matches(pattern + 1, name);
-    }
+    return matches(pattern + 1, name);
 }
 
 } // namespace oracle

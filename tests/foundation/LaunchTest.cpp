@@ -150,13 +150,6 @@ TEST(Application, TellsItsDelegateAndEndsWithZero) {
     waiting.Kill(SIGTERM);
     EXPECT_EQ(waiting.ReadLine(), kTerminates);
     EXPECT_EQ(waiting.Wait(), 0);
-
-    setenv("TERMINATE_AT_ONCE", "1", 1);
-    ChildProcess leaving({HostPath("foundation_host"), "application"});
-    unsetenv("TERMINATE_AT_ONCE");
-    EXPECT_EQ(leaving.ReadLine(), kLaunched);
-    EXPECT_EQ(leaving.ReadLine(), kTerminates);
-    EXPECT_EQ(leaving.Wait(), 0);
 }
 
 } // namespace

@@ -76,8 +76,6 @@ public:
     void applicationDidFinishLaunching(const NSNotification& notification) override {
         std::printf("%s\n", notification.name());
         std::fflush(stdout);
-        if (getenv("TERMINATE_AT_ONCE") != nullptr)
-            NSApplication::sharedApplication()->terminate();
     }
     void applicationWillTerminate(const NSNotification& notification) override {
         std::printf("%s\n", notification.name());

@@ -10,7 +10,7 @@
 
 #include "xpc/LXPCClient.h"
 
-class RecordingSink final : public LXPCEventNotify {
+class RecordingSink final : public LXPCServerEventNotify {
 public:
     // One line an event: "error 2", "reply NAMES=TEXT SENT=0", "message PUSHED=1", "sent".
     std::vector<std::string> Lines();
@@ -24,6 +24,7 @@ public:
     void EvMessageReceived(long connection, long message, const LList<LXPCDataListable>& items) override;
     void EvReplyReceived(long connection, const LList<LXPCDataListable>& items) override;
     void EvMessageSent(long connection) override;
+    void EvInvalidConnectionAttempt() override { Note(0, "refused"); }
 
 private:
     void Note(long connection, std::string line);

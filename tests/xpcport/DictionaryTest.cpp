@@ -155,7 +155,7 @@ TEST(XPCDictionary, LimitsPoison) {
          times([](auto d, auto* key) { xpc_dictionary_set_fd(d, key, 0); })},
         {"key bytes", port::kMaxKeyBytes, 1,
          [](auto d, auto size) { xpc_dictionary_set_bool(d, std::string(size, 'k').c_str(), true); }},
-        {"frame bytes", port::kMaxFrameBytes - kFixed - 16 * 4, 8,
+        {"frame bytes", port::kMaxFrameBytes - kFixed - std::size_t{4} * 16, 8,
          [&](auto d, auto size) {
              for (const char* key : {"a", "b", "c", "d", "e"}) {
                  const std::size_t part = std::min(size, std::size_t{250000});

@@ -55,8 +55,9 @@ public:
         if (descriptors != 0) {
             message.msg_control = control.data();
             message.msg_controllen = control.size();
-            *CMSG_FIRSTHDR(&message) = {CMSG_LEN(descriptors * sizeof(int)), SOL_SOCKET, SCM_RIGHTS};
-            std::memcpy(CMSG_DATA(CMSG_FIRSTHDR(&message)), files.data(), descriptors * sizeof(int));
+            auto* const rights = reinterpret_cast<cmsghdr*>(control.data());
+            *rights = {CMSG_LEN(descriptors * sizeof(int)), SOL_SOCKET, SCM_RIGHTS};
+            std::memcpy(CMSG_DATA(rights), files.data(), descriptors * sizeof(int));
         }
         ASSERT_EQ(::sendmsg(sender.get(), &message, MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
     }

@@ -6,47 +6,34 @@
 #include <sys/un.h>
 
 #include "xpc/ChildProcess.h"
+#include "xpc/XPCDictionary.h"
 
-RawFrame::RawFrame(port::XPCFrameKind kind, std::uint64_t replyId) {
-    header.kind = kind;
+RawFrame::RawFrame(const std::vector<LXPCData>& items, std::uint64_t replyId) {
+    const auto dictionary = port::XPCDictionary::create();
+    LList<LXPCDataListable> list;
+    for (const LXPCData& item : items)
+        list.AddHead(CreateXPCData({item.szName, item.eType}, item.nValue, item.dwSize));
+    SetXPCDictionary(dictionary.get(), list);
+    header = dictionary->header();
+    header.kind = replyId == 0 ? port::XPCFrameKind::Message : port::XPCFrameKind::MessageWantsReply;
     header.replyId = replyId;
-}
-
-RawFrame& RawFrame::Add(port::XPCTag tag, std::string_view key, std::string_view value) {
-    port::XPCEntryHeader entry;
-    entry.tag = tag;
-    entry.keyBytes = static_cast<std::uint16_t>(key.size());
-    entry.valueBytes = static_cast<std::uint32_t>(value.size());
-    const std::size_t start = body.size();
-    body.append(reinterpret_cast<const char*>(&entry), sizeof entry);
-    body.append(key).resize(start + entry.valueOffset());
-    body.append(value).resize(start + entry.totalBytes());
-    header.bodyBytes = static_cast<std::uint32_t>(body.size());
-    header.keyCount++;
-    return *this;
-}
-
-RawFrame& RawFrame::AddText(std::string_view key, std::string_view text) {
-    return Add(port::XPCTag::String, key, std::string(text) + '\0');
-}
-
-RawFrame& RawFrame::AddNumber(std::string_view key, std::int64_t value) {
-    return Add(port::XPCTag::Int64, key, {reinterpret_cast<const char*>(&value), sizeof value});
+    body.assign(reinterpret_cast<const char*>(dictionary->body().data()), dictionary->body().size());
 }
 
 std::string RawFrame::Bytes() const {
     return std::string(reinterpret_cast<const char*>(&header), sizeof header) + body;
 }
 
-RawPeer::RawPeer(const std::string& path) : socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+RawPeer::RawPeer(const std::string& place, const char* service)
+    : socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    SocketPath(place, service).copy(address.sun_path, sizeof address.sun_path - 1);
     if (connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
         socket.reset();
 }
 
-bool RawPeer::Send(std::string_view bytes, const std::vector<int>& descriptors) {
+bool RawPeer::Send(const std::string& bytes, const std::vector<int>& descriptors) {
     iovec part = {const_cast<char*>(bytes.data()), bytes.size()};
     std::vector<char> control(CMSG_SPACE(descriptors.size() * sizeof(int)));
     msghdr message = {};
@@ -55,22 +42,13 @@ bool RawPeer::Send(std::string_view bytes, const std::vector<int>& descriptors) 
     if (!descriptors.empty()) {
         message.msg_control = control.data();
         message.msg_controllen = control.size();
-        cmsghdr* const item = CMSG_FIRSTHDR(&message);
-        item->cmsg_level = SOL_SOCKET;
-        item->cmsg_type = SCM_RIGHTS;
-        item->cmsg_len = CMSG_LEN(descriptors.size() * sizeof(int));
-        memcpy(CMSG_DATA(item), descriptors.data(), descriptors.size() * sizeof(int));
+        *CMSG_FIRSTHDR(&message) = {CMSG_LEN(descriptors.size() * sizeof(int)), SOL_SOCKET, SCM_RIGHTS};
+        memcpy(CMSG_DATA(CMSG_FIRSTHDR(&message)), descriptors.data(), descriptors.size() * sizeof(int));
     }
-    while (part.iov_len > 0) {
-        const ssize_t sent = sendmsg(socket.get(), &message, MSG_NOSIGNAL);
-        if (sent < 0)
-            return false;
-        part.iov_base = static_cast<char*>(part.iov_base) + sent;
-        part.iov_len -= static_cast<std::size_t>(sent);
-        message.msg_control = nullptr;
-        message.msg_controllen = 0;
-    }
-    return true;
+    ssize_t sent = sendmsg(socket.get(), &message, MSG_NOSIGNAL);
+    for (std::size_t done = 0; sent >= 0 && (done += static_cast<std::size_t>(sent)) < bytes.size();)
+        sent = send(socket.get(), bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
+    return sent >= 0;
 }
 
 bool RawPeer::IsClosedWithin(int milliseconds) {
@@ -84,31 +62,16 @@ bool RawPeer::IsClosedWithin(int milliseconds) {
     return false;
 }
 
-bool RawPeer::ReadBytes(void* bytes, std::size_t size, long deadline) {
-    for (char* place = static_cast<char*>(bytes); size > 0;) {
-        pollfd wait = {socket.get(), POLLIN, 0};
-        const long left = deadline - NowMilliseconds();
-        if (left <= 0 || poll(&wait, 1, static_cast<int>(left)) <= 0)
-            return false;
-        const ssize_t count = recv(socket.get(), place, size, 0);
-        if (count <= 0)
-            return false;
-        place += count;
-        size -= static_cast<std::size_t>(count);
-    }
-    return true;
-}
-
-RawFrame RawPeer::Read(int milliseconds) {
-    const long deadline = NowMilliseconds() + milliseconds;
-    RawFrame frame;
-    if (ReadBytes(&frame.header, sizeof frame.header, deadline)) {
-        frame.body.resize(frame.header.bodyBytes);
-        if (ReadBytes(frame.body.data(), frame.body.size(), deadline))
-            return frame;
-    }
-    frame.header.magic = 0;
-    return frame;
+// Frames are read one at a time, and those of these tests are small.
+std::uint64_t RawPeer::ReadReplyId(int milliseconds) {
+    port::XPCFrameHeader header;
+    pollfd wait = {socket.get(), POLLIN, 0};
+    if (poll(&wait, 1, milliseconds) <= 0 ||
+        recv(socket.get(), &header, sizeof header, MSG_WAITALL) != sizeof header)
+        return 0;
+    std::string body(header.bodyBytes, '\0');
+    recv(socket.get(), body.data(), body.size(), MSG_WAITALL);
+    return header.replyId;
 }
 
 std::string SocketPath(const std::string& place, const std::string& service) {

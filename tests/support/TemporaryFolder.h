@@ -1,0 +1,17 @@
+// A folder of a test's own, named without links, gone with the object.
+#pragma once
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+class TemporaryFolder {
+public:
+    explicit TemporaryFolder(const std::string& parent = "/tmp")
+        : root(std::filesystem::canonical(mkdtemp((parent + "/lfoundation-test-XXXXXX").data()))) {}
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+    ~TemporaryFolder() { std::filesystem::remove_all(root); }
+
+    const std::filesystem::path root;
+};
