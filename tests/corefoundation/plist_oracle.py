@@ -32,6 +32,8 @@ def value(depth):
 
 for n in range(LISTS):
     made = value(5)
+    for _ in range(n % 12):
+        made = [made]
     target = pathlib.Path(sys.argv[1], str(n))
     target.with_suffix(".bin").write_bytes(plistlib.dumps(made, fmt=plistlib.FMT_BINARY))
     lines = plistlib.dumps(made, sort_keys=True).splitlines(keepends=True)
