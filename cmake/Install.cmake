@@ -20,3 +20,13 @@ install(FILES ${PROJECT_BINARY_DIR}/LFoundationConfig.cmake ${PROJECT_BINARY_DIR
 
 configure_file(packaging/lfoundation.pc.in ${PROJECT_BINARY_DIR}/lfoundation.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/lfoundation.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# The helper's bundle, started at login by the session's autostart entry or by the user's service manager.
+install(DIRECTORY ${PROJECT_BINARY_DIR}/app/loginhelper.app DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}
+  USE_SOURCE_PERMISSIONS)
+foreach(unit loginhelper.desktop loginhelper.service)
+  configure_file(packaging/units/${unit}.in ${PROJECT_BINARY_DIR}/${unit} @ONLY)
+endforeach()
+install(FILES ${PROJECT_BINARY_DIR}/loginhelper.desktop DESTINATION ${CMAKE_INSTALL_SYSCONFDIR}/xdg/autostart)
+install(FILES ${PROJECT_BINARY_DIR}/loginhelper.service packaging/units/loginhelper.socket
+  DESTINATION lib/systemd/user)
