@@ -4,8 +4,10 @@ include(CMakePackageConfigHelpers)
 
 install(TARGETS lfoundation port EXPORT LFoundationTargets
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+set(INTERNAL_HEADERS "(Kernels|Units|PathText|FolderStack|TreeWalk|EventGate|Handles)\\.h$")
 install(DIRECTORY lib/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/lfoundation
-  FILES_MATCHING PATTERN "*.h" PATTERN "*Kernels.h" EXCLUDE)
+  FILES_MATCHING PATTERN "*.h" REGEX "${INTERNAL_HEADERS}" EXCLUDE)
+install(FILES app/LoginHelperContract.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/lfoundation)
 install(DIRECTORY port/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/lfoundation/port
   FILES_MATCHING PATTERN "*.h")
 

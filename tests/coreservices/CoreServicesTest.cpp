@@ -70,11 +70,11 @@ TEST_F(FileManager, NodeIdsNameObjectsAndTheirParents) {
     EXPECT_STREQ(reinterpret_cast<const char*>(name), "\006folder");
     EXPECT_EQ(block.dirInfo.ioDrParID, static_cast<SInt32>(infoOf(root).nodeID));
     fs::rename(root / "folder", root / "moved");
-    EXPECT_EQ(infoOf(root / "moved/file").nodeID, file.nodeID);
     for (const SInt32 unknown : {block.dirInfo.ioDrDirID, -1, 0, 1, 1 << 30}) {
         block.dirInfo.ioDrDirID = unknown;
         EXPECT_EQ(PBGetCatInfoSync(&block), fnfErr) << unknown;
     }
+    EXPECT_EQ(infoOf(root / "moved/file").nodeID, file.nodeID);
 }
 
 TEST(VolumesTest, AttributesFollowTypeBusAndMedium) {

@@ -2,12 +2,12 @@
 #include <AppKit/AppKit.h>
 #include <csignal>
 #include <fcntl.h>
-#include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <map>
+#include <iterator>
+#include <sys/wait.h>
 #include <thread>
 
+#include "support/Bundle.h"
 #include "xpc/ChildProcess.h"
 
 namespace {
@@ -23,96 +23,78 @@ protected:
             kill(application->processIdentifier(), SIGKILL);
     }
 
-    static std::vector<NSRef<NSRunningApplication>> running() {
-        return NSRunningApplication::runningApplicationsWithBundleIdentifier(kIdentifier);
+    static std::vector<NSRef<NSRunningApplication>> running(const char* identifier = kIdentifier) {
+        return NSRunningApplication::runningApplicationsWithBundleIdentifier(identifier);
     }
-
-    // A bundle with the test's host as its program; `entries` are those of its Info.plist.
-    std::string makeBundle(const std::string& name, const std::string& entries) const {
-        const std::string bundle = place.Path() + "/" + name + ".app";
-        fs::create_directories(bundle + "/Contents/MacOS");
-        fs::copy_file(HostPath("foundation_host"), bundle + "/Contents/MacOS/" + name);
-        std::ofstream(bundle + "/Contents/Info.plist")
-            << "<?xml version=\"1.0\" encoding=\"UTF-8\"?><plist version=\"1.0\"><dict>"
-               "<key>CFBundleIdentifier</key><string>"
-            << kIdentifier << "</string>" << entries << "</dict></plist>";
-        return bundle;
+    static bool launch(const std::string& path) {
+        return NSWorkspace::sharedWorkspace()->launchApplication(path.c_str());
     }
-
-    // What the launched program wrote down, by the first word of each line.
-    std::map<std::string, std::string> report() const {
-        const std::string path = place.Path() + "/report";
-        for (int wait = 0; wait < 500 && !fs::exists(path); ++wait)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        std::map<std::string, std::string> lines;
-        std::ifstream in(path);
-        for (std::string word, rest; in >> word && std::getline(in >> std::ws, rest);)
-            lines[word] = rest;
-        return lines;
+    std::string makeBundle(const std::string& name, const std::string& entries = "",
+                           const std::string& program = HostPath("foundation_host")) const {
+        return MakeBundleAt(place.Path(), name, program, Entry("CFBundleIdentifier", kIdentifier) + entries);
     }
 
     PrivatePlace place;
 };
 
 TEST_F(Launch, StartsFromScratch) {
-    const std::string bundle = makeBundle("Probe", "");
-    const int kept = open("/dev/null", O_RDONLY); // inheritable on purpose
-    const int high = fcntl(kept, F_DUPFD, 300);
+    const std::string script = place.Path() + "/script";
+    std::ofstream(script) << "#!/bin/sh\n"
+                             "{ ls /proc/self/fd; readlink /proc/self/fd/0 /proc/self/cwd\n"
+                             "  echo $LAUNCHED_AT_LOGIN $LISTEN_FDS; grep -E 'Sig(Blk|Ign)' /proc/self/status\n"
+                             "  cut -d' ' -f6 /proc/$$/stat; } >$HOME/part; mv $HOME/part $HOME/report\n";
+    fs::permissions(script, fs::perms::owner_all);
+    const port::UniqueFd kept(open("/dev/null", O_RDONLY)); // inheritable on purpose
+    const port::UniqueFd high(fcntl(kept.get(), F_DUPFD, 300));
     signal(SIGPIPE, SIG_IGN);
     sigset_t blocked;
     sigemptyset(&blocked);
     sigaddset(&blocked, SIGUSR1);
     sigprocmask(SIG_BLOCK, &blocked, nullptr);
     setenv("LISTEN_FDS", "1", 1);
-    ASSERT_TRUE(NSWorkspace::sharedWorkspace()->launchApplication(bundle.c_str()));
+    ASSERT_TRUE(launch(makeBundle("Probe", "", script)));
     sigprocmask(SIG_UNBLOCK, &blocked, nullptr);
     unsetenv("LISTEN_FDS");
-    close(kept);
-    close(high);
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child of ours was left";
 
-    const auto lines = report();
-    ASSERT_FALSE(lines.empty());
-    EXPECT_EQ(lines.at("descriptors"), "0 1 2 ");
-    EXPECT_EQ(lines.at("stdin"), "/dev/null");
-    EXPECT_EQ(lines.at("folder"), place.Path());
-    EXPECT_EQ(lines.at("mark"), "1");
-    EXPECT_EQ(lines.at("manager"), "none");
-    EXPECT_EQ(lines.at("SIGPIPE"), "default 1");
-    EXPECT_EQ(lines.at("SIGUSR1"), "blocked 0");
-    EXPECT_NE(lines.at("parent"), std::to_string(getpid()));
-    EXPECT_NE(lines.at("session"), std::to_string(getsid(0)));
+    for (int wait = 0; wait < 500 && !fs::exists(place.Path() + "/report"); ++wait)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    std::ifstream in(place.Path() + "/report");
+    const std::string report(std::istreambuf_iterator<char>(in), {});
+    // The descriptor 3 is the one that `ls` reads; the session at the end must only be another.
+    const std::string expected = "0\n1\n2\n3\n/dev/null\n" + place.Path() +
+                                 "\n1\nSigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n";
+    EXPECT_EQ(report.substr(0, expected.size()), expected);
+    EXPECT_NE(report, expected + std::to_string(getsid(0)) + "\n");
 }
 
 TEST_F(Launch, NoSecondCopyAlsoThroughALink) {
-    const std::string bundle = makeBundle("Probe", "");
+    const std::string bundle = makeBundle("Probe");
     const std::string link = place.Path() + "/Link.app";
     fs::create_directory_symlink(bundle, link);
     for (const std::string& path : {bundle, bundle, link, bundle + "/"})
-        EXPECT_TRUE(NSWorkspace::sharedWorkspace()->launchApplication(path.c_str())) << path;
+        EXPECT_TRUE(launch(path)) << path;
     EXPECT_EQ(running().size(), 1U);
 }
 
 TEST_F(Launch, WhatCannotBeStarted) {
-    const std::string bundle = makeBundle("Probe", "");
-    const std::string program = bundle + "/Contents/MacOS/Probe";
-    fs::create_directories(place.Path() + "/Empty.app/Contents/MacOS");
-    std::ofstream(program) << "no program";
-    const std::string rows[] = {bundle,
-                                place.Path() + "/Empty.app",
-                                place.Path() + "/Absent.app",
-                                "Probe.app",
-                                "",
-                                makeBundle("Escape", "<key>CFBundleExecutable</key><string>../../../"
-                                                     "Escape.app/Contents/MacOS/Escape</string>")};
+    const std::string empty = place.Path() + "/Empty.app";
+    fs::create_directories(empty + "/Contents/MacOS");
+    const std::string broken = makeBundle("Broken");
+    std::ofstream(broken + "/Contents/MacOS/Broken") << "no program";
+    const std::string escaping = makeBundle(
+        "Escape", Entry("CFBundleExecutable", "../../../Escape.app/Contents/MacOS/Escape"));
+    makeBundle("Good");
     fs::current_path(place.Path());
-    for (const std::string& path : rows)
-        EXPECT_FALSE(NSWorkspace::sharedWorkspace()->launchApplication(path.c_str())) << path;
+    for (const std::string& path : {empty, broken, escaping, place.Path() + "/Absent.app",
+                                    std::string("Good.app"), std::string()})
+        EXPECT_FALSE(launch(path)) << path;
     fs::current_path("/");
-    EXPECT_TRUE(running().empty());
     EXPECT_FALSE(NSWorkspace::sharedWorkspace()->launchApplication(nullptr));
+    EXPECT_TRUE(running().empty());
 }
 
-TEST_F(Launch, RunningApplicationsByIdentifierAndName) {
+TEST_F(Launch, RunningApplicationsFromStartToEnd) {
     static constexpr struct {
         const char* bundle;
         const char* entries;
@@ -123,12 +105,11 @@ TEST_F(Launch, RunningApplicationsByIdentifierAndName) {
                  "Shown Näme"},
                 {"Two", "<key>CFBundleName</key><string>Short</string>", "Short"},
                 {"Three", "<key>CFBundleName</key><integer>3</integer>", "Three"}};
-    EXPECT_TRUE(running().empty());
     for (const auto& row : rows) {
-        const std::string bundle = makeBundle(row.bundle, row.entries);
-        const std::string program = bundle + "/Contents/MacOS/" + row.bundle;
-        const ChildProcess child({program});
-        EXPECT_FALSE(report().empty()) << row.name;
+        EXPECT_TRUE(running().empty());
+        const std::string program = makeBundle(row.bundle, row.entries) + "/Contents/MacOS/" + row.bundle;
+        ChildProcess child({program});
+        EXPECT_EQ(child.ReadLine(), "NSApplicationDidFinishLaunchingNotification");
         // Replacing the program of a running application, as an update does, must not hide it.
         fs::rename(program, program + ".old");
         fs::copy_file(program + ".old", program);
@@ -137,19 +118,11 @@ TEST_F(Launch, RunningApplicationsByIdentifierAndName) {
         ASSERT_EQ(found.size(), 1U) << row.name;
         EXPECT_STREQ(found[0]->localizedName().UTF8String(), row.name);
         EXPECT_EQ(found[0]->processIdentifier(), child.Pid()) << row.name;
-        fs::remove(place.Path() + "/report");
+        EXPECT_TRUE(running("com.example").empty());
+        child.Kill(SIGTERM);
+        EXPECT_EQ(child.ReadLine(), "NSApplicationWillTerminateNotification");
+        EXPECT_EQ(child.Wait(), 0);
     }
-    EXPECT_TRUE(NSRunningApplication::runningApplicationsWithBundleIdentifier("com.example").empty());
-}
-
-TEST(Application, TellsItsDelegateAndEndsWithZero) {
-    constexpr const char* kLaunched = "NSApplicationDidFinishLaunchingNotification";
-    constexpr const char* kTerminates = "NSApplicationWillTerminateNotification";
-    ChildProcess waiting({HostPath("foundation_host"), "application"});
-    EXPECT_EQ(waiting.ReadLine(), kLaunched);
-    waiting.Kill(SIGTERM);
-    EXPECT_EQ(waiting.ReadLine(), kTerminates);
-    EXPECT_EQ(waiting.Wait(), 0);
 }
 
 } // namespace

@@ -1,48 +1,13 @@
-// The other process of the foundation tests. Without arguments it is the program of an application bundle:
-// it writes down how it was started, then stays until it is ended or 30 seconds have passed.
-#include <csignal>
+// The other process of the foundation tests. Without arguments it is an application that says what its
+// delegate hears, and stays until it is ended or 30 seconds have passed.
 #include <cstdio>
 #include <cstdlib>
-#include <fcntl.h>
-#include <filesystem>
-#include <fstream>
 #include <string>
 #include <unistd.h>
 
 #include <AppKit/AppKit.h>
 
 namespace {
-
-std::string descriptors() {
-    std::string list;
-    for (int fd = 0; fd < 1024; ++fd)
-        if (fcntl(fd, F_GETFD) >= 0)
-            list += std::to_string(fd) + " ";
-    return list;
-}
-
-int runApplication() {
-    alarm(30);
-    const std::string inherited = descriptors();
-    sigset_t blocked;
-    sigprocmask(SIG_SETMASK, nullptr, &blocked);
-    struct sigaction pipeAction;
-    sigaction(SIGPIPE, nullptr, &pipeAction);
-    const auto text = [](const char* name) { return getenv(name) == nullptr ? "none" : getenv(name); };
-    const std::string report = std::string(getenv("HOME")) + "/report";
-    {
-        std::ofstream out(report + ".part");
-        out << "descriptors " << inherited << "\nstdin "
-            << std::filesystem::read_symlink("/proc/self/fd/0").string() << "\nfolder "
-            << std::filesystem::current_path().string() << "\nmark " << text("LAUNCHED_AT_LOGIN")
-            << "\nmanager " << text("LISTEN_FDS") << "\nSIGPIPE default "
-            << (pipeAction.sa_handler == SIG_DFL) << "\nSIGUSR1 blocked " << sigismember(&blocked, SIGUSR1)
-            << "\nparent " << getppid() << "\nsession " << getsid(0) << "\n";
-    }
-    std::filesystem::rename(report + ".part", report);
-    pause();
-    return 0;
-}
 
 // Sets `count` keys of its own, with a save after each.
 int writeKeys(const std::string& prefix, int count) {
@@ -65,20 +30,19 @@ int writeForEver() {
         settings->setObject(*text, "second");
         if (!settings->synchronize())
             return 1;
-        std::printf("%ld\n", number);
+        std::puts(text->UTF8String());
         std::fflush(stdout);
     }
 }
 
-// An application that says what its delegate hears.
 class Delegate final : public NSApplicationDelegate {
 public:
-    void applicationDidFinishLaunching(const NSNotification& notification) override {
-        std::printf("%s\n", notification.name());
-        std::fflush(stdout);
-    }
-    void applicationWillTerminate(const NSNotification& notification) override {
-        std::printf("%s\n", notification.name());
+    void applicationDidFinishLaunching(const NSNotification& notification) override { say(notification); }
+    void applicationWillTerminate(const NSNotification& notification) override { say(notification); }
+
+private:
+    static void say(const NSNotification& notification) {
+        std::puts(notification.name());
         std::fflush(stdout);
     }
 };
@@ -91,7 +55,6 @@ int main(int argc, char* argv[]) {
         return writeKeys(argv[2], std::atoi(argv[3]));
     if (role == "torture")
         return writeForEver();
-    if (role == "application")
-        return NSApplicationMain(argc, argv, []() -> NSApplicationDelegate* { return new Delegate; });
-    return runApplication();
+    alarm(30);
+    return NSApplicationMain(argc, argv, []() -> NSApplicationDelegate* { return new Delegate; });
 }

@@ -9,8 +9,7 @@ class TemporaryFolder {
 public:
     explicit TemporaryFolder(const std::string& parent = "/tmp")
         : root(std::filesystem::canonical(mkdtemp((parent + "/lfoundation-test-XXXXXX").data()))) {}
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+    TemporaryFolder(TemporaryFolder&&) = delete;
     ~TemporaryFolder() { std::filesystem::remove_all(root); }
 
     const std::filesystem::path root;
