@@ -4,10 +4,13 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <charconv>
 #include <chrono>
+#include <clocale>
 #include <cmath>
-#include <limits>
+#include <cstdio>
+#include <cstdlib>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -57,13 +60,54 @@ bool takeSign(std::string_view& text) {
     return negative;
 }
 
-template <typename Value, typename... Form>
-std::optional<Value> whole(std::string_view text, Form... form) {
-    Value value{};
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, form...);
-    if (error != std::errc() || end != text.data() + text.size())
+std::optional<std::uint64_t> wholeNumber(std::string_view digits, int base) {
+    std::uint64_t value = 0;
+    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value, base);
+    if (error != std::errc() || end != digits.data() + digits.size())
         return std::nullopt;
     return value;
+}
+
+// Reals are read and written by libc in the "C" locale, whatever the program has set: the tables behind
+// from_chars and to_chars of a double would be most of a small program.
+class NeutralLocale {
+public:
+    NeutralLocale() : before_(::uselocale(neutral())) {}
+    NeutralLocale(const NeutralLocale&) = delete;
+    NeutralLocale& operator=(const NeutralLocale&) = delete;
+    ~NeutralLocale() { ::uselocale(before_); }
+
+private:
+    static locale_t neutral() {
+        static const locale_t locale = ::newlocale(LC_ALL_MASK, "C", nullptr);
+        return locale;
+    }
+
+    locale_t before_;
+};
+
+std::optional<double> wholeReal(const std::string& text) {
+    const NeutralLocale neutral;
+    char* end = nullptr;
+    errno = 0;
+    const double value = std::strtod(text.c_str(), &end);
+    // Out of range, too, is what is so small that only zero is left of it.
+    const bool isBeyond = errno == ERANGE && (value == 0 || std::isinf(value));
+    if (text.empty() || isBeyond || end != text.data() + text.size())
+        return std::nullopt;
+    return value;
+}
+
+// The fewest digits of 15 to 17 that read as the same number again; the last form always does.
+int printReal(double value, std::span<char> text) {
+    const NeutralLocale neutral;
+    int length = 0;
+    for (const int digits : {15, 16, 17}) {
+        length = std::snprintf(text.data(), text.size(), "%.*g", digits, value);
+        if (std::strtod(text.data(), nullptr) == value)
+            break;
+    }
+    return length;
 }
 
 // The digits of a date's field.
@@ -93,7 +137,7 @@ CFRef<CFNumberRef> parseInteger(std::string_view text) {
     text = trimmed(text);
     const bool negative = takeSign(text);
     const bool hexadecimal = text.starts_with("0x") || text.starts_with("0X");
-    const auto magnitude = whole<std::uint64_t>(hexadecimal ? text.substr(2) : text, hexadecimal ? 16 : 10);
+    const auto magnitude = wholeNumber(hexadecimal ? text.substr(2) : text, hexadecimal ? 16 : 10);
     if (!magnitude || (negative && *magnitude > kMostNegative))
         return {};
     if (negative)
@@ -104,10 +148,10 @@ CFRef<CFNumberRef> parseInteger(std::string_view text) {
 CFRef<CFNumberRef> parseReal(std::string_view text) {
     text = trimmed(text);
     const bool negative = takeSign(text);
-    // A second sign, or the payload that "nan(...)" may carry, belongs to no list.
-    if (text.empty() || text.front() == '-' || text.back() == ')')
+    // A second sign, hexadecimal digits and the payload that "nan(...)" may carry belong to no list.
+    if (text.find_first_of("+-") == 0 || text.find_first_of("xX()") != text.npos)
         return {};
-    const auto magnitude = whole<double>(text);
+    const auto magnitude = wholeReal(std::string(text));
     if (!magnitude)
         return {};
     return CFRef<CFNumberRef>(new __CFNumber(negative ? -*magnitude : *magnitude));
@@ -166,7 +210,7 @@ void appendNumber(CFNumberRef number, std::string& text) {
     char* end = nullptr;
     if (number->isReal)
         end = std::isnan(number->real) ? std::copy_n("nan", 3, first)
-                                       : std::to_chars(first, last, number->real).ptr;
+                                       : first + printReal(number->real, digits);
     else if (number->isNegative)
         end = std::to_chars(first, last, static_cast<std::int64_t>(number->bits)).ptr;
     else
@@ -181,7 +225,7 @@ bool appendDate(CFDateRef date, std::string& text) {
     if (!(date->time >= static_cast<double>(kFirst.count()) &&
           date->time < static_cast<double>(kEnd.count())))
         return false;
-    const auto time = kReferenceDay + seconds(static_cast<std::int64_t>(std::floor(date->time)));
+    const auto time = kReferenceDay + std::chrono::floor<seconds>(std::chrono::duration<double>(date->time));
     const sys_days dayPoint = std::chrono::floor<days>(time);
     const year_month_day day{dayPoint};
     const long ofDay = (time - dayPoint).count();

@@ -8,7 +8,8 @@
 
 namespace {
 
-struct Version {
+// Aligned so that both numbers are read and written at once, by one instruction.
+struct alignas(8) Version {
     SInt32 major;
     SInt32 minor; // kFails: the call fails
 };

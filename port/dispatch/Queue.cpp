@@ -99,16 +99,24 @@ bool SerialQueue::next(Task& task) {
 
 void SerialQueue::run() noexcept {
     turnBegins();
+    const bool ended = runTasks();
+    // On a target queue other tasks follow.
+    const WorkerPool::Returning scope(target_ == nullptr);
+    if (!ended)
+        return schedule();
+    turnEnds();
+    release();
+}
+
+// A turn's worth of them. True when none is left.
+bool SerialQueue::runTasks() {
     for (std::size_t count = 0; count < kTasksPerTurn; ++count) {
         Task task;
-        if (!next(task)) {
-            turnEnds();
-            release();
-            return;
-        }
+        if (!next(task))
+            return true;
         task();
     }
-    schedule();
+    return false;
 }
 
 GlobalQueue& GlobalQueue::shared() {

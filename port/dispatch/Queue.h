@@ -53,6 +53,7 @@ protected:
 
 private:
     void run() noexcept final;
+    bool runTasks();
     bool next(Task& task);
     bool mustSchedule();
     void schedule();

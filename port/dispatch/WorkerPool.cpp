@@ -22,8 +22,7 @@ constexpr unsigned kMaxWorkers = 16; // when handlers block
 constexpr std::size_t kEventsPerWait = 32;
 constexpr std::size_t kRunsPerInput = 32; // between two looks at new input
 
-// Set while this thread reads input as the leader: it will run what it puts in line, nobody need be called.
-thread_local bool harvesting = false;
+thread_local bool returning = false;
 
 // Signals are the main thread's, but for those that a fault of the thread itself raises.
 class BlockedSignals {
@@ -45,6 +44,12 @@ private:
 
 } // namespace
 
+WorkerPool::Returning::Returning(bool returns) : before_(std::exchange(returning, returns)) {}
+
+WorkerPool::Returning::~Returning() {
+    returning = before_;
+}
+
 WorkerPool& WorkerPool::shared() {
     static WorkerPool& pool = *new WorkerPool;
     return pool;
@@ -62,7 +67,7 @@ unsigned WorkerPool::workerCount() {
 void WorkerPool::submit(Runnable& work) {
     Lock lock(mutex_);
     line_.push(work);
-    if (!harvesting)
+    if (!returning)
         summon(std::move(lock));
 }
 
@@ -172,14 +177,13 @@ void WorkerPool::leave() {
 }
 
 void WorkerPool::harvest(std::span<const epoll_event> events) {
-    harvesting = true;
+    const Returning scope;
     for (const epoll_event& event : events) {
         if (Source* const source = SourceTable::shared().pin(event.data.u64)) {
             source->ready(event.events);
             source->unpin();
         }
     }
-    harvesting = false;
 }
 
 // A look at new input while work is still in line, so that no source waits for the whole line.
@@ -204,7 +208,7 @@ int WorkerPool::leaderPatience() const {
 void WorkerPool::callAt(Clock::time_point when, SourceKey key) {
     Lock lock(mutex_);
     deadlines_.push_back({when, key});
-    if (!harvesting)
+    if (!returning)
         summon(std::move(lock)); // whoever comes waits anew, with the right patience
 }
 

@@ -29,6 +29,18 @@ public:
 
     // Puts the work at the end of the line and sees to it that a worker comes.
     void submit(Runnable& work);
+    // While it exists, the calling worker runs no user code and then goes straight back to the line: what it
+    // puts there calls nobody.
+    class Returning {
+    public:
+        explicit Returning(bool returns = true);
+        Returning(const Returning&) = delete;
+        Returning& operator=(const Returning&) = delete;
+        ~Returning();
+
+    private:
+        const bool before_;
+    };
     // The set that the leader waits on: sources whose events are read by workers.
     Epoll& epoll() { return epoll_; }
     // The source's `expired` is called at that time or soon after, once.

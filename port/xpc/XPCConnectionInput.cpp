@@ -29,6 +29,7 @@ bool XPCConnection::ready(std::uint32_t events) {
 }
 
 void XPCConnection::InputTurn::run() noexcept {
+    const WorkerPool::Returning scope;
     owner.readOn();
     owner.release();
 }

@@ -116,7 +116,7 @@ void XPCDictionary::overwrite(const XPCEntry& old, const XPCEntryHeader& header,
 
 bool XPCDictionary::append(std::string_view key, const XPCEntryHeader& header, const void* value,
                            UniqueFd descriptor) {
-    std::unique_ptr<std::byte[]> retired;
+    XPCBody retired;
     std::byte* const start = grow(header.totalBytes(), retired);
     if (start == nullptr)
         return false;
@@ -134,11 +134,11 @@ bool XPCDictionary::append(std::string_view key, const XPCEntryHeader& header, c
 }
 
 // Room behind the last entry; the memory that it replaces is handed out, to be freed after the copy.
-std::byte* XPCDictionary::grow(std::size_t extra, std::unique_ptr<std::byte[]>& retired) {
+std::byte* XPCDictionary::grow(std::size_t extra, XPCBody& retired) {
     const std::size_t needed = bodyBytes_ + extra;
     if (needed > capacity_) {
         const std::size_t capacity = std::max<std::size_t>(needed, std::size_t{capacity_} * 2);
-        std::unique_ptr<std::byte[]> fresh(new (std::nothrow) std::byte[capacity]);
+        XPCBody fresh = makeXPCBody(capacity);
         if (fresh == nullptr)
             return nullptr;
         std::memcpy(fresh.get(), body_, bodyBytes_);
@@ -209,9 +209,9 @@ XPCRef<XPCDictionary> XPCDictionary::receive(const XPCFrameHeader& header, std::
                                              XPCAttachments attachments) {
     if (!bodyIsValid(header, body))
         return {};
-    std::unique_ptr<std::byte[]> copy;
+    XPCBody copy;
     if (body.size() > kInlineBytes) {
-        copy.reset(new (std::nothrow) std::byte[body.size()]);
+        copy = makeXPCBody(body.size());
         if (copy == nullptr)
             return {};
         std::memcpy(copy.get(), body.data(), body.size());
@@ -222,7 +222,7 @@ XPCRef<XPCDictionary> XPCDictionary::receive(const XPCFrameHeader& header, std::
     return frame && frame->acceptAttachedValues() ? std::move(frame) : XPCRef<XPCDictionary>();
 }
 
-XPCRef<XPCDictionary> XPCDictionary::receive(const XPCFrameHeader& header, std::unique_ptr<std::byte[]> body,
+XPCRef<XPCDictionary> XPCDictionary::receive(const XPCFrameHeader& header, XPCBody body,
                                              XPCAttachments attachments) {
     if (!bodyIsValid(header, {body.get(), header.bodyBytes}))
         return {};
@@ -231,7 +231,7 @@ XPCRef<XPCDictionary> XPCDictionary::receive(const XPCFrameHeader& header, std::
 }
 
 // A sealed dictionary with everything but the bytes of an inline body.
-XPCRef<XPCDictionary> XPCDictionary::received(const XPCFrameHeader& header, std::unique_ptr<std::byte[]> heap,
+XPCRef<XPCDictionary> XPCDictionary::received(const XPCFrameHeader& header, XPCBody heap,
                                               XPCAttachments attachments) {
     auto frame = create();
     if (!frame)

@@ -9,6 +9,7 @@
 #pragma once
 
 #include "xpc/XPCAttachments.h"
+#include "xpc/XPCBody.h"
 #include "xpc/XPCFrame.h"
 #include "xpc/XPCObject.h"
 
@@ -16,7 +17,6 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <span>
 #include <string_view>
 
@@ -44,7 +44,7 @@ public:
     static XPCRef<XPCDictionary> receive(const XPCFrameHeader& header, std::span<const std::byte> body,
                                          XPCAttachments attachments);
     // The same, for a body that was read into memory of its own (header.bodyBytes long), which is taken over.
-    static XPCRef<XPCDictionary> receive(const XPCFrameHeader& header, std::unique_ptr<std::byte[]> body,
+    static XPCRef<XPCDictionary> receive(const XPCFrameHeader& header, XPCBody body,
                                          XPCAttachments attachments);
     // The dictionary behind a handle; null for null and for other objects.
     static XPCDictionary* from(xpc_object_t object);
@@ -92,9 +92,9 @@ private:
     bool fits(const XPCEntryHeader& fresh, const XPCEntryHeader& replaced) const;
     void overwrite(const XPCEntry& old, const XPCEntryHeader& header, const void* value, UniqueFd descriptor);
     bool append(std::string_view key, const XPCEntryHeader& header, const void* value, UniqueFd descriptor);
-    std::byte* grow(std::size_t extra, std::unique_ptr<std::byte[]>& retired);
+    std::byte* grow(std::size_t extra, XPCBody& retired);
     void remove(std::size_t offset, std::size_t descriptorIndex);
-    static XPCRef<XPCDictionary> received(const XPCFrameHeader& header, std::unique_ptr<std::byte[]> heap,
+    static XPCRef<XPCDictionary> received(const XPCFrameHeader& header, XPCBody heap,
                                           XPCAttachments attachments);
     bool acceptAttachedValues();
 
@@ -109,7 +109,7 @@ private:
     std::atomic<bool> replyTaken_{false};
     std::uint64_t replyId_ = 0;
     XPCRef<XPCObject> remoteConnection_;
-    std::unique_ptr<std::byte[]> heap_;
+    XPCBody heap_;
     XPCAttachments attachments_;
     alignas(8) std::array<std::byte, kInlineBytes> inline_;
 };

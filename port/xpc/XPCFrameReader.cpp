@@ -115,7 +115,7 @@ bool XPCFrameReader::consume(std::span<const std::byte> bytes, XPCFrameSink& sin
 }
 
 bool XPCFrameReader::begin(std::span<const std::byte> part) {
-    body_.reset(new (std::nothrow) std::byte[header_.bodyBytes]);
+    body_ = makeXPCBody(header_.bodyBytes);
     if (body_ == nullptr)
         return false;
     std::memcpy(body_.get(), part.data(), part.size());

@@ -68,7 +68,7 @@ private:
 
     // A frame whose header is known and whose body is on its way.
     XPCFrameHeader header_;
-    std::unique_ptr<std::byte[]> body_;
+    XPCBody body_;
     std::size_t bodyFill_ = 0;
     XPCAttachments attachments_;
 

@@ -4,7 +4,7 @@
 // other test of this machine has a main application that runs.
 #pragma once
 
-#include <Foundation/Foundation.h>
+#include <AppKit/AppKit.h>
 #include <memory>
 #include <port/UniqueFd.h>
 #include <string>
@@ -14,8 +14,6 @@
 class Login {
 public:
     Login();
-    Login(const Login&) = delete;
-    Login& operator=(const Login&) = delete;
     // Ends the applications that the helper launched.
     ~Login();
 
@@ -24,15 +22,12 @@ public:
                            const char* displayName = "Zubeq Free") const;
     // Writes the helper's settings; the property-list element of the setting may be empty.
     void Store(const std::string& setting, const std::string& path) const;
-    // The stored path as another process sees it, "(none)" without one, and whether the setting is on.
-    static std::string StoredPath();
-    static bool StoredSetting();
+    // The setting and the stored path as another process sees them: "on /a/path", "off (none)".
+    static std::string Stored();
 
-    // The helper, its standard error on the pipe.
+    // The helper, with its standard error on the pipe, and what the application that it launches says.
     static std::unique_ptr<ChildProcess> StartHelper();
-    // What the launched application wrote down when it started; waits for it.
-    std::string LaunchedApplicationSays() const;
-    static int RunningApplications();
+    static std::vector<NSRef<NSRunningApplication>> RunningApplications();
     const std::string& Path() const { return place.Path(); }
 
 private:

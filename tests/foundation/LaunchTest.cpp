@@ -3,7 +3,6 @@
 #include <csignal>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <sys/wait.h>
 #include <thread>
 
@@ -39,13 +38,13 @@ protected:
 
 TEST_F(Launch, StartsFromScratch) {
     const std::string script = place.Path() + "/script";
-    std::ofstream(script) << "#!/bin/sh\n"
-                             "{ ls /proc/self/fd; readlink /proc/self/fd/0 /proc/self/cwd\n"
-                             "  echo $LAUNCHED_AT_LOGIN $LISTEN_FDS; grep -E 'Sig(Blk|Ign)' /proc/self/status\n"
-                             "  cut -d' ' -f6 /proc/$$/stat; } >$HOME/part; mv $HOME/part $HOME/report\n";
+    std::ofstream(script)
+        << "#!/bin/sh\n"
+           "{ ls /proc/self/fd; readlink /proc/self/fd/0 /proc/self/cwd\n"
+           "  echo $LAUNCHED_AT_LOGIN $LISTEN_FDS; grep -E 'Sig(Blk|Ign)' /proc/self/status\n"
+           "  cut -d' ' -f6 /proc/$$/stat; } >$HOME/part; mv $HOME/part $HOME/report\n";
     fs::permissions(script, fs::perms::owner_all);
-    const port::UniqueFd kept(open("/dev/null", O_RDONLY)); // inheritable on purpose
-    const port::UniqueFd high(fcntl(kept.get(), F_DUPFD, 300));
+    const port::UniqueFd kept(fcntl(STDIN_FILENO, F_DUPFD, 300)); // inheritable on purpose
     signal(SIGPIPE, SIG_IGN);
     sigset_t blocked;
     sigemptyset(&blocked);
@@ -54,13 +53,11 @@ TEST_F(Launch, StartsFromScratch) {
     setenv("LISTEN_FDS", "1", 1);
     ASSERT_TRUE(launch(makeBundle("Probe", "", script)));
     sigprocmask(SIG_UNBLOCK, &blocked, nullptr);
-    unsetenv("LISTEN_FDS");
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child of ours was left";
 
     for (int wait = 0; wait < 500 && !fs::exists(place.Path() + "/report"); ++wait)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    std::ifstream in(place.Path() + "/report");
-    const std::string report(std::istreambuf_iterator<char>(in), {});
+    const std::string report = FileText(place.Path() + "/report");
     // The descriptor 3 is the one that `ls` reads; the session at the end must only be another.
     const std::string expected = "0\n1\n2\n3\n/dev/null\n" + place.Path() +
                                  "\n1\nSigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n";
@@ -82,12 +79,12 @@ TEST_F(Launch, WhatCannotBeStarted) {
     fs::create_directories(empty + "/Contents/MacOS");
     const std::string broken = makeBundle("Broken");
     std::ofstream(broken + "/Contents/MacOS/Broken") << "no program";
-    const std::string escaping = makeBundle(
-        "Escape", Entry("CFBundleExecutable", "../../../Escape.app/Contents/MacOS/Escape"));
+    const std::string escaping =
+        makeBundle("Escape", Entry("CFBundleExecutable", "../../../Escape.app/Contents/MacOS/Escape"));
     makeBundle("Good");
     fs::current_path(place.Path());
-    for (const std::string& path : {empty, broken, escaping, place.Path() + "/Absent.app",
-                                    std::string("Good.app"), std::string()})
+    for (const std::string& path :
+         {empty, broken, escaping, place.Path() + "/Absent.app", std::string("Good.app"), std::string()})
         EXPECT_FALSE(launch(path)) << path;
     fs::current_path("/");
     EXPECT_FALSE(NSWorkspace::sharedWorkspace()->launchApplication(nullptr));
@@ -95,29 +92,23 @@ TEST_F(Launch, WhatCannotBeStarted) {
 }
 
 TEST_F(Launch, RunningApplicationsFromStartToEnd) {
-    static constexpr struct {
-        const char* bundle;
-        const char* entries;
-        const char* name;
-    } rows[] = {{"One",
-                 "<key>CFBundleDisplayName</key><string>Shown Näme</string>"
-                 "<key>CFBundleName</key><string>Short</string>",
-                 "Shown Näme"},
-                {"Two", "<key>CFBundleName</key><string>Short</string>", "Short"},
-                {"Three", "<key>CFBundleName</key><integer>3</integer>", "Three"}};
-    for (const auto& row : rows) {
+    const std::string shortName = Entry("CFBundleName", "Short");
+    const std::pair<std::string, const char*> rows[] = {
+        {Entry("CFBundleDisplayName", "Shown Näme") + shortName, "Shown Näme"},
+        {shortName, "Short"},
+        {"<key>CFBundleName</key><integer>3</integer>", "Probe"}};
+    for (const auto& [entries, name] : rows) {
         EXPECT_TRUE(running().empty());
-        const std::string program = makeBundle(row.bundle, row.entries) + "/Contents/MacOS/" + row.bundle;
+        const std::string program = makeBundle("Probe", entries) + "/Contents/MacOS/Probe";
         ChildProcess child({program});
         EXPECT_EQ(child.ReadLine(), "NSApplicationDidFinishLaunchingNotification");
         // Replacing the program of a running application, as an update does, must not hide it.
-        fs::rename(program, program + ".old");
-        fs::copy_file(program + ".old", program);
-        fs::remove(program + ".old");
+        fs::copy_file(program, program + ".new");
+        fs::rename(program + ".new", program);
         const auto found = running();
-        ASSERT_EQ(found.size(), 1U) << row.name;
-        EXPECT_STREQ(found[0]->localizedName().UTF8String(), row.name);
-        EXPECT_EQ(found[0]->processIdentifier(), child.Pid()) << row.name;
+        ASSERT_EQ(found.size(), 1U) << name;
+        EXPECT_STREQ(found[0]->localizedName().UTF8String(), name);
+        EXPECT_EQ(found[0]->processIdentifier(), child.Pid()) << name;
         EXPECT_TRUE(running("com.example").empty());
         child.Kill(SIGTERM);
         EXPECT_EQ(child.ReadLine(), "NSApplicationWillTerminateNotification");

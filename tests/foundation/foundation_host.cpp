@@ -1,60 +1,51 @@
 // The other process of the foundation tests. Without arguments it is an application that says what its
 // delegate hears, and stays until it is ended or 30 seconds have passed.
+#include <AppKit/AppKit.h>
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <thread>
 #include <unistd.h>
-
-#include <AppKit/AppKit.h>
 
 namespace {
 
-// Sets `count` keys of its own, with a save after each.
-int writeKeys(const std::string& prefix, int count) {
-    const NSRef<NSUserDefaults> settings = NSUserDefaults::initWithSuiteName("shared");
-    for (int number = 0; number < count; ++number) {
-        settings->setBool(YES, (prefix + std::to_string(number)).c_str());
-        if (!settings->synchronize())
-            return 1;
-    }
-    return 0;
+void say(const char* line) {
+    std::puts(line);
+    std::fflush(stdout);
 }
 
-// Saves the same rising number under two keys for ever, and says each one that is safe.
-int writeForEver() {
-    const NSRef<NSUserDefaults> settings = NSUserDefaults::initWithSuiteName("torture");
-    const NSRef<NSString> last = settings->stringForKey("first");
-    for (long number = last ? std::atol(last->UTF8String()) + 1 : 1;; ++number) {
-        const NSRef<NSString> text = NSString::stringWithUTF8String(std::to_string(number).c_str());
-        settings->setObject(*text, "first");
-        settings->setObject(*text, "second");
-        if (!settings->synchronize())
-            return 1;
-        std::puts(text->UTF8String());
-        std::fflush(stdout);
-    }
+// Two threads save keys of their own through one object, and say each key that is safe.
+int saveKeys(const std::string& prefix, int count) {
+    const NSRef<NSUserDefaults> settings = NSUserDefaults::initWithSuiteName("shared");
+    std::atomic<bool> failed = false;
+    const auto save = [&](const std::string& start) {
+        for (int number = 0; number < count && !failed; ++number) {
+            const std::string key = start + std::to_string(number);
+            settings->setBool(YES, key.c_str());
+            if (settings->synchronize() && settings->boolForKey(key.c_str()))
+                say(key.c_str());
+            else
+                failed = true;
+        }
+    };
+    std::thread second(save, prefix + ".b");
+    save(prefix + ".a");
+    second.join();
+    return failed ? EXIT_FAILURE : EXIT_SUCCESS;
 }
 
 class Delegate final : public NSApplicationDelegate {
 public:
-    void applicationDidFinishLaunching(const NSNotification& notification) override { say(notification); }
-    void applicationWillTerminate(const NSNotification& notification) override { say(notification); }
-
-private:
-    static void say(const NSNotification& notification) {
-        std::puts(notification.name());
-        std::fflush(stdout);
-    }
+    void applicationDidFinishLaunching(const NSNotification& told) override { say(told.name()); }
+    void applicationWillTerminate(const NSNotification& told) override { say(told.name()); }
 };
 
 } // namespace
 
 int main(int argc, char* argv[]) {
-    const std::string role = argc > 1 ? argv[1] : "";
-    if (role == "write")
-        return writeKeys(argv[2], std::atoi(argv[3]));
-    if (role == "torture")
-        return writeForEver();
+    if (argc == 3)
+        return saveKeys(argv[1], std::atoi(argv[2]));
     alarm(30);
     return NSApplicationMain(argc, argv, []() -> NSApplicationDelegate* { return new Delegate; });
 }

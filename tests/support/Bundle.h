@@ -1,9 +1,15 @@
-// Property lists and application bundles of a test's own.
+// Files of a test's own: property lists and application bundles.
 #pragma once
 
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
+
+inline std::string FileText(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
 
 // A list of these entries.
 inline std::string PropertyList(const std::string& entries) {

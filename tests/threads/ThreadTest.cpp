@@ -51,6 +51,7 @@ TEST(LThreadTest, StartsAgainAndSurvivesDestructionInEveryState) {
             worker.Start(i % 5 == 0 ? 91 : 31);
             if (worker.bWait)
                 worker.Start(31); // runs already
+            EXPECT_TRUE(worker.IsRunning() || !worker.bWait);
             worker.StopThreadSoon();
             worker.Wait();
             ASSERT_EQ(worker.nRuns, nRuns);

@@ -2,134 +2,103 @@
 
 #include "bsd/SystemCalls.h"
 
-#include <array>
+#include <algorithm>
 #include <cerrno>
-#include <cmath>
-#include <fcntl.h>
 #include <functional>
 #include <map>
 #include <random>
-#include <sys/stat.h>
 #include <thread>
 
 namespace {
 
-using namespace frametest;
+// What is stored in three ways: in the body, in a memory file when it is large, and as a descriptor.
+enum class Kind { Data, Text, File };
+constexpr Kind kKinds[] = {Kind::Data, Kind::Text, Kind::File};
 
-constexpr const char* kFile = "/dev/null";
-
-template <auto Setter, typename T>
-void setFrom(xpc_object_t d, const char* key, const std::string& content) {
-    T value{};
-    std::memcpy(&value, content.data(), std::min(sizeof value, content.size()));
-    Setter(d, key, value);
+void store(xpc_object_t dictionary, const char* key, Kind kind, const std::string& content) {
+    if (kind == Kind::Data)
+        xpc_dictionary_set_data(dictionary, key, content.data(), content.size());
+    else if (kind == Kind::Text)
+        xpc_dictionary_set_string(dictionary, key, content.c_str());
+    else
+        xpc_dictionary_set_fd(dictionary, key, port::makeValueFile(content.data(), content.size()).get());
 }
 
-template <auto Getter>
-std::string getAs(xpc_object_t d, const char* key) {
-    const auto value = Getter(d, key);
-    return value == 0 ? "" : std::string(reinterpret_cast<const char*>(&value), sizeof value);
+// "" for what is not there or of another kind.
+std::string load(xpc_object_t dictionary, const char* key, Kind kind) {
+    std::size_t length = 0;
+    const void* bytes = xpc_dictionary_get_data(dictionary, key, &length);
+    const char* const text = xpc_dictionary_get_string(dictionary, key);
+    if (kind != Kind::File)
+        return kind == Kind::Text ? text == nullptr ? "" : text
+                                  : std::string(static_cast<const char*>(bytes), length);
+    std::string content(8, '\0');
+    const port::UniqueFd file(xpc_dictionary_dup_fd(dictionary, key));
+    return ::pread(file.get(), content.data(), 8, 0) == 8 ? content : "";
 }
 
-std::string textOrNothing(const char* text) {
-    return text == nullptr ? "" : text;
-}
+using Model = std::map<std::string, std::pair<Kind, std::string>>; // key: kind and content
 
-// Every type as text in and text out; "" is what a getter of another type must give.
-struct Type {
-    std::function<void(xpc_object_t, const char*, const std::string&)> set;
-    std::function<std::string(xpc_object_t, const char*)> get;
-    std::size_t size; // of the content; 0: any
-};
-
-const std::array<Type, 8> kTypes{{
-    {setFrom<xpc_dictionary_set_int64, std::int64_t>, getAs<xpc_dictionary_get_int64>, 8},
-    {setFrom<xpc_dictionary_set_uint64, std::uint64_t>, getAs<xpc_dictionary_get_uint64>, 8},
-    {setFrom<xpc_dictionary_set_double, double>, getAs<xpc_dictionary_get_double>, 8},
-    {setFrom<xpc_dictionary_set_date, std::int64_t>, getAs<xpc_dictionary_get_date>, 8},
-    {[](auto d, auto* key, auto& bytes) { xpc_dictionary_set_data(d, key, bytes.data(), bytes.size()); },
-     [](auto d, auto* key) {
-         std::size_t length = 99;
-         const auto* bytes = static_cast<const char*>(xpc_dictionary_get_data(d, key, &length));
-         return bytes == nullptr && length == 0 ? std::string() : std::string(bytes, length);
-     },
-     0},
-    {[](auto d, auto* key, auto& bytes) {
-         xpc_dictionary_set_uuid(d, key, reinterpret_cast<const std::uint8_t*>(bytes.data()));
-     },
-     [](auto d, auto* key) {
-         const auto* uuid = reinterpret_cast<const char*>(xpc_dictionary_get_uuid(d, key));
-         return uuid == nullptr ? "" : std::string(uuid, 16);
-     },
-     16},
-    {[](auto d, auto* key, auto& text) { xpc_dictionary_set_string(d, key, text.c_str()); },
-     [](auto d, auto* key) { return textOrNothing(xpc_dictionary_get_string(d, key)); }, 0},
-    {[](auto d, auto* key, auto&) {
-         xpc_dictionary_set_fd(d, key, port::UniqueFd(::open(kFile, O_RDONLY | O_CLOEXEC)).get());
-     },
-     [](auto d, auto* key) {
-         const port::UniqueFd fd(xpc_dictionary_dup_fd(d, key));
-         struct stat there {
-         }, here{};
-         const bool same = ::fstat(fd.get(), &there) == 0 && ::stat(kFile, &here) == 0 &&
-                           there.st_ino == here.st_ino && there.st_dev == here.st_dev;
-         return std::string(fd ? (same ? "the file" : "another file") : "");
-     },
-     8},
-}};
-
-using Model = std::map<std::string, std::pair<std::size_t, std::string>>; // key: type and content
-
-void expectHolds(xpc_object_t dictionary, const Model& model) {
-    ASSERT_EQ(port::XPCDictionary::from(dictionary)->header().keyCount, model.size());
+void expectHolds(const Dictionary& dictionary, const Model& model) {
+    ASSERT_TRUE(dictionary);
+    ASSERT_EQ(dictionary->header().keyCount, model.size());
     for (const auto& [key, value] : model) {
-        for (std::size_t type = 0; type < kTypes.size(); ++type)
-            EXPECT_TRUE(kTypes[type].get(dictionary, key.c_str()) ==
-                        (type == value.first ? value.second : ""))
-                << key << " of type " << value.first << " read as " << type;
+        for (const Kind kind : kKinds)
+            EXPECT_TRUE(load(dictionary.get(), key.c_str(), kind) ==
+                        (kind == value.first ? value.second : ""))
+                << key << " of kind " << int(value.first) << " read as " << int(kind);
     }
 }
 
+// Sends the dictionary through sockets and gives back what arrives; none when it cannot be sent.
+Dictionary transport(const Dictionary& dictionary) {
+    if (!dictionary->seal())
+        return {};
+    Pipe pipe;
+    port::XPCFrameWriter writer;
+    std::vector<dispatch_block_t> reached;
+    auto state = writer.send(pipe.sender.get(), *dictionary, port::XPCFrameKind::Message, 0);
+    while (state == port::XPCWriteResult::Blocked && pipe.drain() == XPCReadResult::WouldBlock)
+        state = writer.flush(pipe.sender.get(), reached);
+    EXPECT_EQ(pipe.drain(), XPCReadResult::WouldBlock);
+    return pipe.frames.size() == 1 ? std::move(pipe.frames.front()) : Dictionary();
+}
+
 TEST(XPCDictionary, BehavesLikeAMapAndArrivesAsItWas) {
-    const long before = openDescriptors();
+    const int before = CountDescriptors(getpid());
     std::mt19937 random(20140214);
-    constexpr std::array<std::size_t, 8> kSizes{
+    constexpr std::size_t kSizes[] = {
         0, 1, 7, 8, 100, 3000, port::kMaxInlineValueBytes, port::kMaxInlineValueBytes + 1};
-    for (int round = 0; round < 150; ++round) {
+    for (int round = 0; round < 200; ++round) {
         SCOPED_TRACE(round);
-        const Dictionary dictionary = makeDictionary();
+        const Dictionary dictionary = port::XPCDictionary::create();
         Model model;
         // No more of the large values and the descriptors than one message takes.
         for (std::size_t step = random() % 40, rare = 0; step != 0 && rare < 3; --step) {
             const std::string key = "key " + std::string(random() % 12, 'k');
-            const std::size_t type = random() % kTypes.size();
+            const Kind kind = kKinds[random() % 3];
             const bool large = random() % 16 == 0;
-            const std::size_t size =
-                kTypes[type].size != 0 ? kTypes[type].size : kSizes[random() % (large ? 8 : 6)];
+            const std::size_t size = kind == Kind::File ? 8 : kSizes[random() % (large ? 8 : 6)];
             rare += large;
-            const std::string content =
-                type == 7 ? "the file" : std::string(size, static_cast<char>('a' + random() % 26));
-            kTypes[type].set(dictionary.get(), key.c_str(), content);
-            model[key] = {type, content};
+            const std::string content(size, static_cast<char>('a' + random() % 26));
+            store(dictionary.get(), key.c_str(), kind, content);
+            model[key] = {kind, content};
         }
-        ASSERT_NO_FATAL_FAILURE(expectHolds(dictionary.get(), model));
-        const Dictionary arrived = transport(*dictionary);
-        ASSERT_TRUE(arrived);
-        ASSERT_NO_FATAL_FAILURE(expectHolds(arrived.get(), model));
+        ASSERT_NO_FATAL_FAILURE(expectHolds(dictionary, model));
+        ASSERT_NO_FATAL_FAILURE(expectHolds(transport(dictionary), model));
     }
-    EXPECT_EQ(openDescriptors(), before);
+    EXPECT_EQ(CountDescriptors(getpid()), before);
 }
 
 TEST(XPCDictionary, ValueMayPointIntoTheDictionaryItself) {
     for (const std::size_t size : {10U, 300U, 5000U, 300000U}) {
-        const Dictionary owner = makeDictionary();
-        auto* const dictionary = owner.get();
+        const Dictionary owner = port::XPCDictionary::create();
         const std::string text(size, 'x');
-        xpc_dictionary_set_string(dictionary, "a", text.c_str());
-        xpc_dictionary_set_string(dictionary, "b", xpc_dictionary_get_string(dictionary, "a"));
-        xpc_dictionary_set_string(dictionary, "a", xpc_dictionary_get_string(dictionary, "a") + 1);
-        EXPECT_EQ(xpc_dictionary_get_string(dictionary, "b"), text);
-        EXPECT_EQ(xpc_dictionary_get_string(dictionary, "a"), text.substr(1));
+        xpc_dictionary_set_string(owner.get(), "a", text.c_str());
+        xpc_dictionary_set_string(owner.get(), "b", xpc_dictionary_get_string(owner.get(), "a"));
+        xpc_dictionary_set_string(owner.get(), "a", xpc_dictionary_get_string(owner.get(), "a") + 1);
+        EXPECT_EQ(load(owner.get(), "b", Kind::Text), text);
+        EXPECT_EQ(load(owner.get(), "a", Kind::Text), text.substr(1));
     }
 }
 
@@ -137,22 +106,22 @@ TEST(XPCDictionary, ValueMayPointIntoTheDictionaryItself) {
 TEST(XPCDictionary, LimitsPoison) {
     constexpr std::size_t kFixed = sizeof(port::XPCFrameHeader) + 16; // and an entry with a short key
     const std::string bytes(port::kMaxMessageBytes, 'b');
-    struct Row {
+    const struct {
         const char* name;
         std::size_t limit;
         std::size_t step;
         std::function<void(xpc_object_t, std::size_t)> build;
-    };
-    const auto times = [](auto set) {
-        return [=](xpc_object_t d, std::size_t count) {
-            for (std::size_t i = 0; i < count; ++i)
-                set(d, std::to_string(i).c_str());
-        };
-    };
-    const Row rows[] = {
-        {"keys", port::kMaxKeys, 1, times([](auto d, auto* key) { xpc_dictionary_set_bool(d, key, true); })},
+    } rows[] = {
+        {"keys", port::kMaxKeys, 1,
+         [](auto d, auto count) {
+             while (count-- != 0)
+                 xpc_dictionary_set_bool(d, std::to_string(count).c_str(), true);
+         }},
         {"descriptors", port::kMaxDescriptors, 1,
-         times([](auto d, auto* key) { xpc_dictionary_set_fd(d, key, 0); })},
+         [](auto d, auto count) {
+             while (count-- != 0)
+                 xpc_dictionary_set_fd(d, std::to_string(count).c_str(), STDIN_FILENO);
+         }},
         {"key bytes", port::kMaxKeyBytes, 1,
          [](auto d, auto size) { xpc_dictionary_set_bool(d, std::string(size, 'k').c_str(), true); }},
         {"frame bytes", port::kMaxFrameBytes - kFixed - std::size_t{4} * 16, 8,
@@ -166,73 +135,41 @@ TEST(XPCDictionary, LimitsPoison) {
         {"message bytes", port::kMaxMessageBytes - kFixed, 1,
          [&](auto d, auto size) { xpc_dictionary_set_data(d, "h", bytes.data(), size); }},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
-        const Dictionary last = makeDictionary();
-        row.build(last.get(), row.limit);
-        EXPECT_TRUE(transport(*last));
-        const Dictionary past = makeDictionary();
-        row.build(past.get(), row.limit + row.step);
-        EXPECT_FALSE(past->seal());
+    for (const auto& row : rows) {
+        for (const bool past : {false, true}) {
+            const Dictionary dictionary = port::XPCDictionary::create();
+            row.build(dictionary.get(), row.limit + (past ? row.step : 0));
+            EXPECT_EQ(bool(transport(dictionary)), !past) << row.name;
+        }
     }
 }
 
 TEST(XPCDictionary, BadDescriptorChangesNothingAndNoDescriptorPoisons) {
-    const Dictionary dictionary = makeDictionary();
+    const Dictionary dictionary = port::XPCDictionary::create();
     xpc_dictionary_set_bool(dictionary.get(), "k", true);
     xpc_dictionary_set_fd(dictionary.get(), "k", -1);
     EXPECT_TRUE(dictionary->seal());
     xpc_dictionary_set_bool(dictionary.get(), "k", false);
     EXPECT_TRUE(xpc_dictionary_get_bool(dictionary.get(), "k")) << "a sealed dictionary changed";
-
-    const Dictionary starved = makeDictionary();
+    const Dictionary starved = port::XPCDictionary::create();
     port::sys::setHook(
         [](auto call) { return port::sys::Verdict{call == port::sys::Call::Duplicate ? EMFILE : 0}; });
-    xpc_dictionary_set_fd(starved.get(), "k", 0);
+    xpc_dictionary_set_fd(starved.get(), "k", STDIN_FILENO);
     port::sys::setHook(nullptr);
     EXPECT_FALSE(starved->seal());
 }
 
 TEST(XPCDictionary, ManyThreadsMayReadAnAttachedValue) {
-    const std::string large(port::kMaxInlineValueBytes + 1, 'L');
-    const Dictionary dictionary = makeDictionary();
-    xpc_dictionary_set_data(dictionary.get(), "large", large.data(), large.size());
-    const Dictionary arrived = transport(*dictionary);
-    std::array<const void*, 4> seen{};
-    std::array<std::thread, seen.size()> readers;
-    for (std::size_t i = 0; i < seen.size(); ++i)
-        readers[i] =
-            std::thread([&, i] { seen[i] = xpc_dictionary_get_data(arrived.get(), "large", nullptr); });
-    for (std::size_t i = 0; i < seen.size(); ++i) {
-        readers[i].join();
-        EXPECT_EQ(seen[i], seen[0]);
-    }
-    EXPECT_EQ(std::memcmp(seen[0], large.data(), large.size()), 0);
-}
-
-TEST(XPCDictionary, OnlyAMessageThatWantsAReplyGetsOne) {
-    for (const auto kind :
-         {port::XPCFrameKind::Message, port::XPCFrameKind::MessageWantsReply, port::XPCFrameKind::Reply}) {
-        port::XPCFrameHeader header;
-        header.kind = kind;
-        header.replyId = 77;
-        const Dictionary message = port::XPCDictionary::receive(header, std::span<const std::byte>(), {});
-        const Dictionary reply = message->createReply();
-        EXPECT_EQ(bool(reply), kind == port::XPCFrameKind::MessageWantsReply);
-        EXPECT_TRUE(!reply || (reply->kind() == port::XPCFrameKind::Reply && reply->replyId() == 77));
-        EXPECT_EQ(xpc_dictionary_create_reply(message.get()), nullptr) << "a second reply";
-    }
-    EXPECT_EQ(xpc_dictionary_create_reply(XPC_ERROR_CONNECTION_INVALID), nullptr);
-}
-
-TEST(XPCDictionary, ErrorsOutliveEveryRelease) {
-    for (xpc_object_t error :
-         {XPC_ERROR_CONNECTION_INVALID, XPC_ERROR_CONNECTION_INTERRUPTED, XPC_ERROR_TERMINATION_IMMINENT}) {
-        xpc_release(error);
-        xpc_release(error);
-        EXPECT_EQ(xpc_get_type(xpc_retain(error)), XPC_TYPE_ERROR);
-        EXPECT_EQ(xpc_dictionary_get_value(error, "b"), nullptr);
-    }
+    const Dictionary dictionary = port::XPCDictionary::create();
+    store(dictionary.get(), "large", Kind::Data, std::string(port::kMaxInlineValueBytes + 1, 'L'));
+    const Dictionary arrived = transport(dictionary);
+    const void* seen[4] = {};
+    std::vector<std::thread> readers;
+    for (const void*& place : seen)
+        readers.emplace_back([&] { place = xpc_dictionary_get_data(arrived.get(), "large", nullptr); });
+    for (std::thread& reader : readers)
+        reader.join();
+    EXPECT_EQ(std::count(std::begin(seen), std::end(seen), seen[0]), 4);
 }
 
 } // namespace
