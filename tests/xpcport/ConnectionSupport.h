@@ -59,6 +59,10 @@ public:
         serveUntil([&] { return lines().size() >= count; });
         return lines();
     }
+    // True once the connection's last event has come.
+    bool waitForEnd() const {
+        return serveUntil([&] { return !lines().empty() && lines().back() == "invalid"; });
+    }
 
 private:
     mutable std::mutex mutex_;
@@ -74,7 +78,6 @@ public:
             log.add(event);
             if (onEvent)
                 onEvent(event);
-            over = over || event == XPC_ERROR_CONNECTION_INVALID;
         });
     }
     explicit Peer(const char* service) : Peer(xpc_connection_create_mach_service(service, nullptr, 0)) {
@@ -84,7 +87,7 @@ public:
     Peer& operator=(const Peer&) = delete;
     ~Peer() {
         xpc_connection_cancel(connection_);
-        EXPECT_TRUE(serveUntil([this] { return over.load(); }));
+        EXPECT_TRUE(log.waitForEnd());
         EXPECT_EQ(replies.wait(asked_).size(), asked_);
         xpc_release(connection_);
     }
@@ -101,7 +104,6 @@ public:
 
     Log log;
     Log replies;
-    std::atomic<bool> over{false};
     std::function<void(xpc_object_t)> onEvent;
 
 private:
