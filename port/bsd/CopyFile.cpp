@@ -19,10 +19,10 @@
 namespace port {
 namespace {
 
-constexpr std::size_t kSmallFile = 64 * 1024; // up to here one read and one write beat the kernel's own copy
+constexpr std::size_t kSmallFile = std::size_t{64} << 10; // up to here one read and one write beat the kernel's own copy
 constexpr std::size_t kKernelChunk = 1U << 30;
-constexpr std::size_t kMaxAttributeNames = 64 * 1024;
-constexpr std::size_t kMaxAttributeValue = 64 * 1024;
+constexpr std::size_t kMaxAttributeNames = std::size_t{64} << 10;
+constexpr std::size_t kMaxAttributeValue = std::size_t{64} << 10;
 constexpr int kMaxNameAttempts = 100;
 constexpr mode_t kPermissionBits = 07777;
 constexpr mode_t kWhileCopying = 0600;
