@@ -37,12 +37,32 @@ endif()
 include(CheckPIESupported)
 check_pie_supported(LANGUAGES CXX)
 
-# house_folder(NAME SOURCES ... [NEEDS ...]): the objects of one folder. NEEDS names the folders whose
-# headers and objects it builds on; a folder sees no other.
+# house_folder(NAME SOURCES ... [NEEDS ...] [COMPACT]): the objects of one folder. NEEDS names the folders
+# whose headers and objects it builds on; a folder sees no other. COMPACT: seldom run, small before fast.
 function(house_folder name)
-  cmake_parse_arguments(arg "" "" "SOURCES;NEEDS" ${ARGN})
+  cmake_parse_arguments(arg "COMPACT" "" "SOURCES;NEEDS" ${ARGN})
   add_library(${name} OBJECT ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE house PUBLIC Threads::Threads ${arg_NEEDS})
+  if(arg_COMPACT AND NOT LFOUNDATION_SANITIZE AND NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
+    target_compile_options(${name} PRIVATE -Os)
+  endif()
+endfunction()
+
+# house_property_list(SOURCE FILE): a bundle's property list, with the variables in SOURCE set; in the binary
+# form where Python is there to make it, so that nobody who reads it has to bring an XML reader to memory.
+function(house_property_list source file)
+  cmake_path(GET source FILENAME name)
+  set(text ${CMAKE_CURRENT_BINARY_DIR}/${name}.xml)
+  configure_file(${source} ${text} @ONLY)
+  if(NOT Python3_Interpreter_FOUND)
+    configure_file(${text} ${file} COPYONLY)
+    return()
+  endif()
+  cmake_path(GET file PARENT_PATH folder)
+  file(MAKE_DIRECTORY ${folder})
+  execute_process(COMMAND_ERROR_IS_FATAL ANY COMMAND ${Python3_EXECUTABLE} -c
+    "import plistlib, sys; texts, file = open(sys.argv[1], 'rb'), open(sys.argv[2], 'wb')
+plistlib.dump(plistlib.load(texts), file, fmt=plistlib.FMT_BINARY)" ${text} ${file})
 endfunction()
 
 # house_test(NAME SOURCES ... LIBS ... [TIMEOUT s] [LABELS ...]): a GoogleTest program under ctest,

@@ -73,8 +73,7 @@ void LXPCClient::SendMessage(const char* szServiceName, unsigned long dwNumber, 
         return;
     LList<LXPCDataListable> loItems;
     for (const LXPCData* pItem = pItems; pItem != pItems + dwCount; pItem++)
-        loItems.AddHead(CreateXPCData(LXPCDictionaryKeyListable(pItem->szName, pItem->eType), pItem->nValue,
-                                      pItem->dwSize));
+        loItems.AddHead(new LXPCDataListable(*pItem));
     LXPCBase::SendMessage(pRecord->GetHandle(), loItems, bWantReply);
 }
 

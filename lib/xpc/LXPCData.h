@@ -49,6 +49,9 @@ struct LXPCData {
 
 // An item in a list. A message, a reply and what is received are all `LList<LXPCDataListable>`.
 struct LXPCDataListable : LXPCData {
+    LXPCDataListable() = default;
+    explicit LXPCDataListable(const LXPCData& data) : LXPCData(data) {}
+
     LXPCDataListable* pNext = nullptr;
 };
 

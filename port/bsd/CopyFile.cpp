@@ -19,7 +19,8 @@
 namespace port {
 namespace {
 
-constexpr std::size_t kSmallFile = std::size_t{64} << 10; // up to here one read and one write beat the kernel's own copy
+constexpr std::size_t kSmallFile = std::size_t{64}
+                                   << 10; // up to here one read and one write beat the kernel's own copy
 constexpr std::size_t kKernelChunk = 1U << 30;
 constexpr std::size_t kMaxAttributeNames = std::size_t{64} << 10;
 constexpr std::size_t kMaxAttributeValue = std::size_t{64} << 10;

@@ -209,8 +209,8 @@ void appendNumber(CFNumberRef number, std::string& text) {
     char* const last = first + digits.size();
     char* end = nullptr;
     if (number->isReal)
-        end = std::isnan(number->real) ? std::copy_n("nan", 3, first)
-                                       : first + printReal(number->real, digits);
+        end =
+            std::isnan(number->real) ? std::copy_n("nan", 3, first) : first + printReal(number->real, digits);
     else if (number->isNegative)
         end = std::to_chars(first, last, static_cast<std::int64_t>(number->bits)).ptr;
     else

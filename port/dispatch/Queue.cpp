@@ -32,15 +32,9 @@ SerialQueue::~SerialQueue() {
 }
 
 bool SerialQueue::add(Task task) {
-    bool starts = false;
-    {
-        const std::lock_guard lock(mutex_);
-        tasks_.push(std::move(task));
-        starts = mustSchedule();
-    }
-    if (starts)
-        schedule();
-    return starts;
+    const std::lock_guard lock(mutex_);
+    tasks_.push(std::move(task));
+    return mustSchedule();
 }
 
 void SerialQueue::suspend() {

@@ -31,9 +31,14 @@ namespace port {
 // it is in line or runs, it holds a reference to itself.
 class SerialQueue : public dispatch_queue_s, private Runnable {
 public:
-    void append(Task task) final { add(std::move(task)); }
-    // As `append`; true when the queue was at rest and a turn of it has been put in line for this.
+    void append(Task task) final {
+        if (add(std::move(task)))
+            schedule();
+    }
+    // The first half of `append`, which calls nobody. True when the queue was at rest: the caller puts a turn
+    // of it in line with `schedule`.
     bool add(Task task);
+    void schedule();
     void suspend() final;
     void resume() final;
     bool isSuspended() const;
@@ -56,7 +61,6 @@ private:
     bool runTasks();
     bool next(Task& task);
     bool mustSchedule();
-    void schedule();
 
     mutable std::mutex mutex_;
     TaskList tasks_;

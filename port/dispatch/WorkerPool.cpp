@@ -133,6 +133,9 @@ void WorkerPool::runOne(Worker& self, Runnable& runnable, Lock& lock) {
     if (leader_ == &self)
         ++leaderTurns_;
     ++running_;
+    // The monitor that was called may have come upon work first.
+    if (monitorWanted_ && running_ == workers_ && workers_ < kMaxWorkers)
+        spawn();
     lock.unlock();
     runnable.run();
     lock.lock();

@@ -85,11 +85,15 @@ void XPCConnection::sendWithReply(XPCDictionary& message, dispatch_queue_t queue
 }
 
 void XPCConnection::sendBarrier(dispatch_block_t barrier) {
-    const std::lock_guard lock(mutex_);
-    if (!writer_.isEmpty())
-        writer_.enqueueBarrier(std::move(barrier));
-    else if (queue().add(Task(std::move(barrier))) && ownTurns_)
-        flushComes_ = true;
+    {
+        const std::lock_guard lock(mutex_);
+        if (!writer_.isEmpty())
+            return writer_.enqueueBarrier(std::move(barrier));
+        if (!queue().add(Task(std::move(barrier))))
+            return;
+        flushComes_ = ownTurns_;
+    }
+    queue().schedule(); // without the lock, which the worker that is called takes first
 }
 
 void XPCConnection::activate(Leftovers& left) {

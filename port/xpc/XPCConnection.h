@@ -15,10 +15,10 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <mutex>
 #include <port/UniqueFd.h>
 #include <string>
+#include <vector>
 
 namespace port {
 
@@ -52,7 +52,7 @@ private:
     };
     // What a change of state leaves to be done once the lock is gone.
     struct Leftovers {
-        std::deque<XPCReplyHandler> replies;
+        std::vector<XPCReplyHandler> replies;
         xpc_object_t error = nullptr; // their answer
         bool ended = false;
     };

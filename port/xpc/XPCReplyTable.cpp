@@ -8,6 +8,8 @@
 namespace port {
 namespace {
 
+constexpr std::size_t kSpentPlaces = 64; // worth a move of what is behind them
+
 struct Answer {
     XPCRef<XPCObject> connection;
     XPCRef<XPCObject> reply;
@@ -49,22 +51,28 @@ void XPCReplyHandler::answer(XPCRef<XPCObject> connection, XPCRef<XPCObject> rep
 
 std::uint64_t XPCReplyTable::add(XPCReplyHandler handler) {
     waiting_.push_back(std::move(handler));
-    return firstId_ + waiting_.size() - 1;
+    return frontId_ + waiting_.size() - 1;
 }
 
 XPCReplyHandler XPCReplyTable::take(std::uint64_t id) {
-    if (id < firstId_ || id - firstId_ >= waiting_.size())
+    if (id < frontId_ || id - frontId_ >= waiting_.size())
         return {};
-    XPCReplyHandler handler = std::move(waiting_[static_cast<std::size_t>(id - firstId_)]);
-    while (!waiting_.empty() && !waiting_.front()) {
-        waiting_.pop_front();
-        ++firstId_;
-    }
+    XPCReplyHandler handler = std::move(waiting_[static_cast<std::size_t>(id - frontId_)]);
+    while (!isEmpty() && !waiting_[first_])
+        ++first_;
+    if (isEmpty() || (first_ >= kSpentPlaces && first_ * 2 >= waiting_.size()))
+        dropSpent();
     return handler;
 }
 
-std::deque<XPCReplyHandler> XPCReplyTable::takeAll() {
-    firstId_ += waiting_.size();
+void XPCReplyTable::dropSpent() {
+    waiting_.erase(waiting_.begin(), waiting_.begin() + static_cast<std::ptrdiff_t>(first_));
+    frontId_ += std::exchange(first_, 0);
+}
+
+std::vector<XPCReplyHandler> XPCReplyTable::takeAll() {
+    dropSpent();
+    frontId_ += waiting_.size();
     return std::exchange(waiting_, {});
 }
 

@@ -5,9 +5,10 @@
 
 #include "xpc/XPCObject.h"
 
+#include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <dispatch/dispatch.h>
+#include <vector>
 #include <xpc/xpc.h>
 
 namespace port {
@@ -36,19 +37,22 @@ private:
 
 class XPCReplyTable {
 public:
-    bool isEmpty() const { return waiting_.empty(); }
+    bool isEmpty() const { return first_ == waiting_.size(); }
     // The id under which the handler waits; never 0, never used twice.
     std::uint64_t add(XPCReplyHandler handler);
     // The handler, which waits no more; none when the id is unknown.
     XPCReplyHandler take(std::uint64_t id);
     // All that wait, in the order in which they were added; some places are empty.
-    std::deque<XPCReplyHandler> takeAll();
+    std::vector<XPCReplyHandler> takeAll();
 
 private:
-    // Ids are given in order, so a handler's place is its distance from the first; places that were answered
-    // out of turn stay empty until they come to the front.
-    std::deque<XPCReplyHandler> waiting_;
-    std::uint64_t firstId_ = 1;
+    void dropSpent();
+
+    // Ids are given in order, so a handler's place is the distance of its id from that of the front; places
+    // that were answered out of turn stay empty until all before them are.
+    std::vector<XPCReplyHandler> waiting_;
+    std::size_t first_ = 0; // places before it are spent
+    std::uint64_t frontId_ = 1;
 };
 
 } // namespace port

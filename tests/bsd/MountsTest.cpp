@@ -42,7 +42,7 @@ TEST(Mounts, AgreeWithTheSystemsTool) {
     for (const std::string path : {"/", "/proc", "/dev/null", "/dev/shm", "/tmp", "."}) {
         char line[PORT_MOUNT_NAME_SIZE] = {};
         FILE* const tool = popen(("stat --format=%m " + path).c_str(), "re");
-        std::fgets(line, sizeof line, tool);
+        EXPECT_NE(std::fgets(line, sizeof line, tool), nullptr) << path;
         ASSERT_EQ(pclose(tool), 0) << path;
         ASSERT_EQ(port_statfs(path.c_str(), &result), 0) << path;
         EXPECT_EQ(result.f_mntonname + std::string("\n"), line) << path;

@@ -32,6 +32,10 @@ TEST(PropertyListXML, AcceptedValuesInTheirCanonicalForm) {
         {"<integer>0</integer>\n", {wrapped("<integer> -0 </integer>")}},
         {"<integer>255</integer>\n", {wrapped("<integer>+0xFF</integer>")}},
         {"<real>-1500</real>\n", {wrapped("<real>-1.5e3</real>")}},
+        {"<real>0.1</real>\n", {wrapped("<real>.1000</real>")}},
+        {"<real>0.30000000000000004</real>\n", {wrapped("<real>0.30000000000000004</real>")}},
+        {"<real>4.94065645841247e-324</real>\n", {wrapped("<real>5e-324</real>")}},
+        {"<real>inf</real>\n", {wrapped("<real>+Infinity</real>")}},
         {"<date>0001-01-01T00:00:00Z</date>\n", {wrapped("<date>0001-01-01T00:00:00Z</date>")}},
         {"<date>9999-12-31T23:59:59Z</date>\n", {wrapped("<date>9999-12-31T23:59:59Z</date>")}},
         {"<data>\nAA==\n</data>\n", {wrapped("<data> AA\n== </data>")}},
@@ -62,7 +66,7 @@ TEST(PropertyListXML, MalformedListsAreRefusedWithTheirLine) {
 TEST(PropertyListXML, MalformedValuesAreNeverReadAsSomethingElse) {
     const std::pair<std::string, std::vector<std::string>> rows[] = {
         {"integer", {" ", "+-1", "1 2", "1.0", "0x", "18446744073709551616", "-9223372036854775809"}},
-        {"real", {"", ".", "+-1", "1,5", "1e", "1e999", "0x10", "nan(1)"}},
+        {"real", {"", ".", "+-1", "1,5", "1e", "1e999", "1e-999", "0x10", "nan(1)"}},
         {"date",
          {"", "2023-02-29T00:00:00Z", "2024-00-01T00:00:00Z", "2024-01-01T24:00:00Z", "2024-01-01T00:60:00Z",
           "2024-01-01T00:00:60Z", "2024-01-01T00:00:00", "0000-01-01T00:00:00Z", "+024-01-01T00:00:00Z"}},

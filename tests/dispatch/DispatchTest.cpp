@@ -4,7 +4,6 @@
 #include <array>
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <dispatch/dispatch.h>
 #include <gtest/gtest.h>
 #include <random>
@@ -17,7 +16,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using port::MainLoop;
-using port::WorkerPool;
 
 void sleepFor(std::chrono::milliseconds time) {
     std::this_thread::sleep_for(time);
@@ -31,15 +29,13 @@ bool reached(Condition condition, std::chrono::milliseconds limit = 10s) {
     return condition();
 }
 
-// What one serial queue has seen: blocks of several producers, each numbered in its own order.
+// What one queue has seen: blocks of several producers, each numbered in its own order.
 struct Record {
     std::atomic<bool> busy{false};
-    std::atomic<bool> overlapped{false};
     std::vector<std::array<int, 2>> seen;
 
     void note(int producer, int number) {
-        if (busy.exchange(true))
-            overlapped = true;
+        EXPECT_FALSE(busy.exchange(true)) << "two blocks at a time";
         seen.push_back({producer, number});
         busy = false;
     }
@@ -47,33 +43,34 @@ struct Record {
         std::vector<int> next(static_cast<std::size_t>(producers), 0);
         for (const auto& [producer, number] : seen)
             ASSERT_EQ(number, next[static_cast<std::size_t>(producer)]++) << "producer " << producer;
-        for (const int count : next)
-            EXPECT_EQ(count, each);
-        EXPECT_FALSE(overlapped);
+        EXPECT_EQ(next, std::vector<int>(next.size(), each));
     }
 };
 
-TEST(SerialQueue, RunsBlocksOfManyThreadsInOrderAndOneAtATime) {
-    constexpr int kQueues = 5;
+// The first queue is the main one, served here.
+TEST(Queues, RunBlocksOfManyThreadsInOrderAndOneAtATime) {
+    constexpr int kQueues = 6;
     constexpr int kProducers = 4;
     constexpr int kEach = 2000;
     std::array<Record, kQueues> records;
-    std::array<dispatch_queue_t, kQueues> queues{};
-    for (auto& queue : queues)
-        queue = dispatch_queue_create("test", nullptr);
+    std::array<dispatch_queue_t, kQueues> queues{dispatch_get_main_queue()};
+    for (std::size_t q = 1; q < kQueues; ++q)
+        queues[q] = dispatch_queue_create("test", nullptr);
     std::atomic<int> done{0};
+    const auto here = std::this_thread::get_id();
     const auto produce = [&](int producer) {
         std::minstd_rand random(static_cast<unsigned>(producer + 1));
         for (int number = 0; number < kEach; ++number) {
             const bool pause = random() % 8 == 0; // suspensions from all sides must balance
             for (std::size_t q = 0; q < kQueues; ++q) {
-                if (pause)
+                if (pause && q != 0)
                     dispatch_suspend(queues[q]);
                 dispatch_async(queues[q], [&, q, producer, number] {
+                    EXPECT_TRUE(q != 0 || std::this_thread::get_id() == here);
                     records[q].note(producer, number);
                     ++done;
                 });
-                if (pause)
+                if (pause && q != 0)
                     dispatch_resume(queues[q]);
             }
         }
@@ -81,25 +78,30 @@ TEST(SerialQueue, RunsBlocksOfManyThreadsInOrderAndOneAtATime) {
     std::vector<std::thread> threads;
     for (int producer = 0; producer < kProducers; ++producer)
         threads.emplace_back(produce, producer);
+    while (records[0].seen.size() < kProducers * kEach)
+        ASSERT_TRUE(MainLoop::shared().runOnce(10000));
+    EXPECT_FALSE(MainLoop::shared().runOnce(0));
     for (auto& thread : threads)
         thread.join();
     ASSERT_TRUE(reached([&] { return done == kQueues * kProducers * kEach; })) << done;
-    for (std::size_t q = 0; q < kQueues; ++q) {
-        records[q].expectAllInOrder(kProducers, kEach);
+    for (const Record& record : records)
+        record.expectAllInOrder(kProducers, kEach);
+    for (std::size_t q = 1; q < kQueues; ++q)
         dispatch_release(queues[q]);
-    }
 }
 
-TEST(SerialQueue, RunsNothingWhileSuspended) {
+TEST(SerialQueue, RunsNothingWhileSuspendedAndLivesUntilItsLastBlockHasRun) {
     const dispatch_queue_t queue = dispatch_queue_create("test", nullptr);
     std::atomic<int> ran{0};
     dispatch_suspend(queue);
     dispatch_suspend(queue);
-    for (int i = 0; i < 3; ++i) {
+    for (int i = 0; i < 4; ++i) {
         dispatch_async(queue, [&, i] {
-            ++ran;
             if (i == 1)
                 dispatch_suspend(queue); // from inside: the block ends, the next one waits
+            if (i == 2)
+                sleepFor(20ms); // the queue is released meanwhile
+            ++ran;
         });
     }
     dispatch_resume(queue);
@@ -110,19 +112,19 @@ TEST(SerialQueue, RunsNothingWhileSuspended) {
     sleepFor(30ms);
     EXPECT_EQ(ran, 2);
     dispatch_resume(queue);
-    EXPECT_TRUE(reached([&] { return ran == 3; }));
     dispatch_release(queue);
+    EXPECT_TRUE(reached([&] { return ran == 4; }));
 }
 
-TEST(SerialQueue, LivesUntilItsLastBlockHasRun) {
+TEST(Workers, LeaveWhenThereIsNoMoreWork) {
     std::atomic<bool> ran{false};
-    const dispatch_queue_t queue = dispatch_queue_create("test", nullptr);
-    dispatch_async(queue, [] { sleepFor(20ms); });
-    dispatch_async(queue, [&] { ran = true; });
-    dispatch_release(queue);
-    EXPECT_TRUE(reached([&] { return ran.load(); }));
+    dispatch_async(dispatch_get_global_queue(0, 0), [&] { ran = true; });
+    ASSERT_TRUE(reached([&] { return ran.load(); }));
+    EXPECT_GT(port::WorkerPool::shared().workerCount(), 0U);
+    EXPECT_TRUE(reached([] { return port::WorkerPool::shared().workerCount() == 0; }, 30s));
 }
 
+// After the last test: the workers come back.
 TEST(Workers, ABlockThatWaitsDoesNotStopTheOthers) {
     constexpr int kStuck = 6; // more than the usual number of workers of a small machine
     std::counting_semaphore<> release(0);
@@ -138,43 +140,6 @@ TEST(Workers, ABlockThatWaitsDoesNotStopTheOthers) {
     EXPECT_TRUE(reached([&] { return freed == kStuck; })) << freed;
 }
 
-TEST(Workers, LeaveWhenThereIsNoMoreWork) {
-    std::atomic<bool> ran{false};
-    dispatch_async(dispatch_get_global_queue(0, 0), [&] { ran = true; });
-    ASSERT_TRUE(reached([&] { return ran.load(); }));
-    EXPECT_GT(WorkerPool::shared().workerCount(), 0U);
-    EXPECT_TRUE(reached([] { return WorkerPool::shared().workerCount() == 0; }, 30s));
-    ran = false; // and come back
-    dispatch_async(dispatch_get_global_queue(0, 0), [&] { ran = true; });
-    EXPECT_TRUE(reached([&] { return ran.load(); }));
-}
-
-TEST(MainQueue, RunsOnTheThreadInsideTheLoopInOrder) {
-    constexpr int kProducers = 4;
-    constexpr int kEach = 1000;
-    Record record;
-    std::vector<std::thread> threads;
-    std::atomic<bool> elsewhere{false};
-    const auto here = std::this_thread::get_id();
-    for (int producer = 0; producer < kProducers; ++producer) {
-        threads.emplace_back([&, producer] {
-            for (int number = 0; number < kEach; ++number) {
-                dispatch_async(dispatch_get_main_queue(), [&, producer, number] {
-                    elsewhere = elsewhere || std::this_thread::get_id() != here;
-                    record.note(producer, number);
-                });
-            }
-        });
-    }
-    while (record.seen.size() < kProducers * kEach)
-        ASSERT_TRUE(MainLoop::shared().runOnce(10000));
-    for (auto& thread : threads)
-        thread.join();
-    record.expectAllInOrder(kProducers, kEach);
-    EXPECT_FALSE(elsewhere);
-    EXPECT_FALSE(MainLoop::shared().runOnce(0));
-}
-
 TEST(MainQueue, ALoopInsideABlockRunsNoOtherBlock) {
     bool second = false;
     dispatch_async(dispatch_get_main_queue(), [&] {
@@ -186,7 +151,7 @@ TEST(MainQueue, ALoopInsideABlockRunsNoOtherBlock) {
         ASSERT_TRUE(MainLoop::shared().runOnce(10000));
 }
 
-TEST(MainLoop, CallsBackForItsDescriptorsUntilTheyAreRemoved) {
+TEST(MainLoop, ServesItsDescriptorsUntilTheyAreRemovedAndIsWoken) {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
     int calls = 0;
@@ -202,32 +167,11 @@ TEST(MainLoop, CallsBackForItsDescriptorsUntilTheyAreRemoved) {
     EXPECT_EQ(calls, 3);
     close(ends[0]);
     close(ends[1]);
-}
-
-TEST(MainLoop, IsWokenFromAnotherThread) {
-    std::thread waker([] {
+    const std::jthread waker([] {
         sleepFor(20ms);
         MainLoop::shared().wake();
     });
     EXPECT_FALSE(MainLoop::shared().runOnce(-1));
-    waker.join();
-}
-
-TEST(ExitDeathTest, FromAWorkerWhileOthersWork) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(
-        {
-            const dispatch_queue_t global = dispatch_get_global_queue(0, 0);
-            for (int i = 0; i < 200; ++i) {
-                dispatch_async(global, [i] {
-                    if (i == 100)
-                        std::exit(7);
-                });
-                dispatch_async(dispatch_get_main_queue(), [] {});
-            }
-            dispatch_main();
-        },
-        testing::ExitedWithCode(7), "");
 }
 
 } // namespace

@@ -1,7 +1,6 @@
 // The other process of the foundation tests. Without arguments it is an application that says what its
 // delegate hears, and stays until it is ended or 30 seconds have passed.
 #include <AppKit/AppKit.h>
-#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -18,25 +17,22 @@ void say(const char* line) {
 // Two threads save keys of their own through one object, and say each key that is safe.
 int saveKeys(const std::string& prefix, int count) {
     const NSRef<NSUserDefaults> settings = NSUserDefaults::initWithSuiteName("shared");
-    std::atomic<bool> failed = false;
     const auto save = [&](const std::string& start) {
-        for (int number = 0; number < count && !failed; ++number) {
+        for (int number = 0; number < count; ++number) {
             const std::string key = start + std::to_string(number);
             settings->setBool(YES, key.c_str());
-            if (settings->synchronize() && settings->boolForKey(key.c_str()))
-                say(key.c_str());
-            else
-                failed = true;
+            if (!settings->synchronize() || !settings->boolForKey(key.c_str()))
+                std::_Exit(EXIT_FAILURE);
+            say(key.c_str());
         }
     };
     std::thread second(save, prefix + ".b");
     save(prefix + ".a");
     second.join();
-    return failed ? EXIT_FAILURE : EXIT_SUCCESS;
+    return EXIT_SUCCESS;
 }
 
-class Delegate final : public NSApplicationDelegate {
-public:
+struct Delegate final : NSApplicationDelegate {
     void applicationDidFinishLaunching(const NSNotification& told) override { say(told.name()); }
     void applicationWillTerminate(const NSNotification& told) override { say(told.name()); }
 };

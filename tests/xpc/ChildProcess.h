@@ -5,46 +5,43 @@
 #pragma once
 
 #include <port/UniqueFd.h>
-#include <string>
 #include <sys/types.h>
 #include <vector>
+
+#include "support/TemporaryFolder.h"
 
 // A temporary folder that stands in for home, settings and runtime folder of this process and its children.
 class PrivatePlace {
 public:
     PrivatePlace();
-    PrivatePlace(const PrivatePlace&) = delete;
-    PrivatePlace& operator=(const PrivatePlace&) = delete;
-    ~PrivatePlace();
-    const std::string& Path() const { return folder; }
+    const std::string& Path() const { return folder.root.native(); }
 
 private:
-    std::string folder;
+    TemporaryFolder folder;
 };
 
 // A running program with its standard output on a pipe; killed and reaped when it is destroyed.
 class ChildProcess {
 public:
-    explicit ChildProcess(const std::vector<std::string>& arguments);
+    explicit ChildProcess(std::vector<std::string> arguments);
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
     ~ChildProcess();
 
     pid_t Pid() const { return pid; }
     // The next line without its end; empty when none came in time or the output has ended.
-    std::string ReadLine(int milliseconds = 10000);
+    std::string ReadLine(int milliseconds = 10000) { return Read('\n', milliseconds); }
     // All that is left of the output, until the program closes it.
-    std::string ReadAll(int milliseconds = 10000);
+    std::string ReadAll(int milliseconds = 10000) { return Read('\0', milliseconds); }
     // The exit status, 128 + signal, or -1 when the program still runs after that time.
     int Wait(int milliseconds = 10000);
     void Kill(int signal) const;
 
 private:
-    bool Fill(int milliseconds);
+    std::string Read(char end, int milliseconds);
 
     pid_t pid = -1;
     port::UniqueFd output;
-    std::string pending;
     bool reaped = false;
 };
 

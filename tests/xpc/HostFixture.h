@@ -13,19 +13,19 @@ class HostFixture : public testing::Test {
 protected:
     static constexpr const char* Service = "Test.Service";
 
-    // Replaces the host; returns when it serves.
-    void StartHost(std::vector<std::string> more = {}) {
-        std::vector<std::string> arguments = {HostPath("xpc_host"), Service};
-        arguments.insert(arguments.end(), more.begin(), more.end());
-        host.reset();
-        host = std::make_unique<ChildProcess>(arguments);
-        ASSERT_EQ(host->ReadLine(), "ready");
-    }
+    void SetUp() override { Start(); }
 
-    void SetUp() override {
-        StartHost();
+    // A new host, which serves when the call returns, and a new client of it. An id replaces those of the
+    // host's peers.
+    void Start(const char* peerId = "-1") {
+        host.reset();
+        host =
+            std::make_unique<ChildProcess>(std::vector<std::string>{HostPath("xpc_host"), Service, peerId});
+        ASSERT_EQ(host->ReadLine(), "ready");
         client = std::make_unique<LXPCClient>(&sink);
-        DeclareHostReplies(*client);
+        client->AddKey("TEXT", LXPCDataTypeString);
+        for (const char* name : {"MESSAGES", "SENT", "PUSHED"})
+            client->AddKey(name, LXPCDataTypeInt64);
         ASSERT_TRUE(client->Connect(Service, 1, true));
     }
 
@@ -41,6 +41,9 @@ protected:
         return WaitFor([&] { return sink.Lines().size() > before; }, 3000) ? sink.Lines().back() : "nothing";
     }
 
+    static LXPCData Push(long count) { return Item("PUSH", LXPCDataTypeInt64, count); }
+
+    const LXPCData text = TextItem("TEXT", "x");
     PrivatePlace place;
     std::unique_ptr<ChildProcess> host;
     RecordingSink sink;

@@ -6,19 +6,6 @@
 
 #include "xpc/ChildProcess.h"
 
-namespace {
-
-std::string Describe(const LList<LXPCDataListable>& items) {
-    std::string text;
-    for (const LXPCDataListable* item = items.GetFirst(); item != nullptr; item = item->pNext)
-        text += std::string(" ") + item->szName + "=" +
-                (item->eType == LXPCDataTypeString ? reinterpret_cast<const char*>(item->nValue)
-                                                   : std::to_string(item->nValue));
-    return text;
-}
-
-} // namespace
-
 std::vector<std::string> RecordingSink::Lines() {
     const std::lock_guard guard(mutex);
     return lines;
@@ -26,18 +13,17 @@ std::vector<std::string> RecordingSink::Lines() {
 
 std::size_t RecordingSink::Count(const std::string& start) {
     const std::lock_guard guard(mutex);
-    return static_cast<std::size_t>(std::count_if(
-        lines.begin(), lines.end(), [&](const std::string& line) { return line.rfind(start, 0) == 0; }));
+    return static_cast<std::size_t>(
+        std::ranges::count_if(lines, [&](const std::string& line) { return line.starts_with(start); }));
 }
 
-long RecordingSink::LastConnection() {
+void RecordingSink::Note(long connection, const std::string& line, const LList<LXPCDataListable>& items) {
     const std::lock_guard guard(mutex);
-    return lastConnection;
-}
-
-void RecordingSink::Note(long connection, std::string line) {
-    const std::lock_guard guard(mutex);
-    lines.push_back(std::move(line));
+    std::string& text = lines.emplace_back(line);
+    for (const LXPCDataListable* item = items.GetFirst(); item != nullptr; item = item->pNext)
+        text += std::string(" ") + item->szName + "=" +
+                (item->eType == LXPCDataTypeString ? reinterpret_cast<const char*>(item->nValue)
+                                                   : std::to_string(item->nValue));
     lastConnection = connection;
 }
 
@@ -45,35 +31,24 @@ void RecordingSink::EvConnectionError(long connection, LXPCErrorType type) {
     Note(connection, "error " + std::to_string(type));
 }
 void RecordingSink::EvMessageReceived(long connection, long, const LList<LXPCDataListable>& items) {
-    Note(connection, "message" + Describe(items));
+    Note(connection, "message", items);
 }
 void RecordingSink::EvReplyReceived(long connection, const LList<LXPCDataListable>& items) {
-    Note(connection, "reply" + Describe(items));
+    Note(connection, "reply", items);
     if (onReply)
         onReply();
 }
-void RecordingSink::EvMessageSent(long connection) {
-    Note(connection, "sent");
-}
 
-LXPCData Item(const char* name, LXPCDataType type, long value, unsigned long size) {
+LXPCData Item(const char* name, LXPCDataType type, long value) {
     LXPCData item;
     strlcpy(item.szName, name, sizeof item.szName);
     item.eType = type;
     item.nValue = value;
-    item.dwSize = size;
     return item;
 }
 
 LXPCData TextItem(const char* name, const char* text) {
     return Item(name, LXPCDataTypeString, reinterpret_cast<long>(text));
-}
-
-void DeclareHostReplies(LXPCClient& client) {
-    for (const char* name : {"NAMES", "TEXT"})
-        client.AddKey(name, LXPCDataTypeString);
-    for (const char* name : {"MESSAGES", "SENT", "PUSHED"})
-        client.AddKey(name, LXPCDataTypeInt64);
 }
 
 bool WaitFor(const std::function<bool()>& condition, int milliseconds) {

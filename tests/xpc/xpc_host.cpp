@@ -1,13 +1,11 @@
-// A server for tests: xpc_host NAME [--peer-pid N]. Prints "ready" once it serves, "refused" for a refused
-// peer and "error N" for a connection error. Answers every message that asks for it with the names it
-// received, its text, and its counters; some keys make it do more.
+// A server for tests: xpc_host NAME [ID], where an id other than -1 replaces those of its peers. Prints "ready"
+// once it serves and "refused" for a refused peer. Answers every message that asks for it with the text it
+// received and its counters; some keys make it do more.
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <port/seams.h>
-#include <string>
-#include <thread>
+#include <string_view>
 #include <unistd.h>
 
 #include "xpc/LXPCServer.h"
@@ -19,28 +17,20 @@ public:
     LXPCMachServer* pServer = nullptr;
 
     void EvConnectionError(long connection, LXPCErrorType type) override {
-        printf("error %d\n", static_cast<int>(type));
         if (type != LXPCErrorTypeConnectionInterrupted)
             pServer->Disconnect(connection);
     }
 
     void EvMessageReceived(long connection, long message, const LList<LXPCDataListable>& items) override {
-        std::string names;
-        const char* text = "";
-        nMessages++;
-        for (const LXPCDataListable* item = items.GetFirst(); item != nullptr; item = item->pNext) {
-            const std::string name = item->szName;
-            names += (names.empty() ? "" : ",") + name;
-            if (name == "TEXT" && item->nValue != 0)
-                text = reinterpret_cast<const char*>(item->nValue);
-            Act(name, item->nValue, connection);
-        }
         LList<LXPCDataListable> reply;
-        const std::pair<const char*, long> numbers[] = {{"MESSAGES", nMessages}, {"SENT", nSent}};
-        for (const auto& [name, value] : numbers)
-            reply.AddHead(CreateXPCData({name, LXPCDataTypeInt64}, value, 0));
-        reply.AddHead(CreateXPCData({"NAMES", LXPCDataTypeString}, reinterpret_cast<long>(names.c_str()), 0));
-        reply.AddHead(CreateXPCData({"TEXT", LXPCDataTypeString}, reinterpret_cast<long>(text), 0));
+        nMessages++;
+        for (const LXPCDataListable* item = items.GetFirst(); item != nullptr; item = item->pNext)
+            if (item->eType == LXPCDataTypeString)
+                reply.AddHead(CreateXPCData({item->szName, item->eType}, item->nValue, 0));
+            else
+                Act(item->szName, item->nValue, connection);
+        reply.AddHead(CreateXPCData({"MESSAGES", LXPCDataTypeInt64}, nMessages, 0));
+        reply.AddHead(CreateXPCData({"SENT", LXPCDataTypeInt64}, nSent, 0));
         pServer->SendReply(connection, message, reply);
     }
 
@@ -49,20 +39,17 @@ public:
     void EvInvalidConnectionAttempt() override { printf("refused\n"); }
 
 private:
-    void Act(const std::string& name, long value, long connection) {
-        if (name == "PUSH") {
+    void Act(std::string_view name, long value, long connection) {
+        if (name == "DROP")
+            pServer->Disconnect(connection);
+        else if (name == "QUIT")
+            Shutdown();
+        else
             for (long n = 1; n <= value; n++) {
                 LList<LXPCDataListable> items;
                 items.AddHead(CreateXPCData({"PUSHED", LXPCDataTypeInt64}, n, 0));
                 pServer->SendMessage(connection, items, false);
             }
-        } else if (name == "SLEEP") {
-            std::this_thread::sleep_for(std::chrono::milliseconds(value));
-        } else if (name == "DROP") {
-            pServer->Disconnect(connection);
-        } else if (name == "QUIT") {
-            Shutdown();
-        }
     }
 
     // As the helper ends: the server first, from its own handler, then the process. Events that run on other
@@ -85,14 +72,12 @@ HostSink sink;
 
 int main(int argc, char** argv) {
     setvbuf(stdout, nullptr, _IOLBF, 0);
-    if (argc == 4 && strcmp(argv[2], "--peer-pid") == 0)
-        port_set_raw_peer_pid(atoi(argv[3]));
+    if (argc == 3)
+        port_set_raw_peer_pid(atoi(argv[2]));
     sink.pServer = new LXPCMachServer(&sink);
-    const std::pair<const char*, LXPCDataType> keys[] = {
-        {"TEXT", LXPCDataTypeString}, {"BLOB", LXPCDataTypeData}, {"PUSH", LXPCDataTypeInt64},
-        {"SLEEP", LXPCDataTypeInt64}, {"DROP", LXPCDataTypeBool}, {"QUIT", LXPCDataTypeBool}};
-    for (const auto& [name, type] : keys)
-        sink.pServer->AddKey(name, type);
+    sink.pServer->AddKey("TEXT", LXPCDataTypeString);
+    for (const char* name : {"PUSH", "DROP", "QUIT"})
+        sink.pServer->AddKey(name, LXPCDataTypeInt64);
     dispatch_async(dispatch_get_main_queue(), [] { printf("ready\n"); });
     sink.pServer->Start(argv[1]);
     return 69;

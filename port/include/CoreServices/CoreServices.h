@@ -24,7 +24,7 @@ using Str255 = unsigned char[256]; // a length byte, then that many bytes
 using OSType = UInt32;             // four characters, the first in the highest byte
 
 constexpr OSErr noErr = 0;
-constexpr OSErr nsvErr = -35;   // no such volume
+constexpr OSErr nsvErr = -35; // no such volume
 constexpr OSErr ioErr = -36;
 constexpr OSErr bdNamErr = -37; // a name does not fit a Pascal string
 constexpr OSErr fnfErr = -43;   // no such file or folder

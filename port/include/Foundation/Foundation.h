@@ -173,7 +173,8 @@ enum NSSearchPathDomainMask : unsigned long { NSUserDomainMask = 1, NSLocalDomai
 // always expanded. Caches and application support are those of the XDG base directories and are made, 0700,
 // when they are missing; documents, media and the like come from user-dirs.dirs in the configuration folder.
 std::vector<NSRef<NSString>> NSSearchPathForDirectoriesInDomains(NSSearchPathDirectory directory,
-                                                                 NSSearchPathDomainMask domain, BOOL expandTilde);
+                                                                 NSSearchPathDomainMask domain,
+                                                                 BOOL expandTilde);
 
 // The bundle of this process; for a plain executable the folder that it is in.
 class NSBundle final : public NSObject {
