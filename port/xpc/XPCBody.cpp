@@ -11,6 +11,7 @@ namespace port {
 namespace {
 
 constexpr std::size_t kWorthKeeping = std::size_t{16} << 10; // bytes
+static_assert(2 * kMaxFrameBytes <= kKeptBodyBytes, "any one block may be kept: a growing body doubles");
 
 // The blocks that were given back; the latest, whose bytes are still in the processor's caches, is the last.
 class KeptBodies {
@@ -22,7 +23,10 @@ public:
 
     XPCBody take(std::size_t bytes) {
         const std::lock_guard lock(mutex_);
-        const auto fits = [bytes](const Block& block) { return block.capacity >= bytes; };
+        // Not a much larger one either: what a message costs is reckoned by its own bytes.
+        const auto fits = [bytes](const Block& block) {
+            return block.capacity >= bytes && block.capacity / 2 <= bytes;
+        };
         const auto found = std::find_if(blocks_.rbegin(), blocks_.rend(), fits);
         if (found == blocks_.rend())
             return {};
