@@ -1,29 +1,15 @@
 // A main application as small as it can be: it says how it was started and stays until it is ended.
 //
 //   --limit SECONDS    ends by itself after that time
-//   MAINAPP_START_FILE in the environment names a file in the home folder that gets the same line
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <string>
 #include <unistd.h>
 
 #include <AppKit/AppKit.h>
 
 namespace {
-
-void SayToFile(const char* szLine) {
-    const char* szName = getenv("MAINAPP_START_FILE");
-    const NSRef<NSString> pHome = NSHomeDirectory();
-    if (szName == nullptr || !pHome)
-        return;
-    const std::string path = std::string(pHome->UTF8String()) + "/" + szName;
-    if (FILE* pFile = fopen(path.c_str(), "ae")) {
-        fputs(szLine, pFile);
-        fclose(pFile);
-    }
-}
 
 class MainApplication final : public NSApplicationDelegate {
 public:
@@ -34,7 +20,6 @@ public:
             bAtLogin ? "Zubeq Free: launched at login\n" : "Zubeq Free: started by the user\n";
         fputs(szLine, stdout);
         fflush(stdout);
-        SayToFile(szLine);
     }
 };
 
