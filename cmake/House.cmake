@@ -22,6 +22,8 @@ endif()
 
 if(LFOUNDATION_SANITIZE)
   add_compile_options(-fsanitize=${LFOUNDATION_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  # The check of virtual tables opens a pipe to look at memory, and reports a fault where there is no descriptor.
+  add_compile_options(-fno-sanitize=vptr)
   add_link_options(-fsanitize=${LFOUNDATION_SANITIZE})
 elseif(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
   add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -fstack-protector-strong)

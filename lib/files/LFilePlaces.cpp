@@ -149,8 +149,8 @@ bool LFile::GetInstalledApplicationExePath(char* szOut, const char* szName) {
 
 void LFile::GetProgramExecutablePath(char* szOut) {
     const LCFURL url(CFBundleCopyBundleURL(CFBundleGetMainBundle()));
-    const LCFString path(CFURLCopyFileSystemPath(url.Get(), kCFURLPOSIXPathStyle));
-    path.GetString(szOut, LPathBufferSize);
+    const LCFRef<CFStringRef> path(CFURLCopyFileSystemPath(url.Get(), kCFURLPOSIXPathStyle));
+    LCFString(path.Get()).GetString(szOut, LPathBufferSize);
 }
 
 void LFile::GetHelpFolder(char* szOut) {
