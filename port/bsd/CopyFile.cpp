@@ -1,6 +1,5 @@
 #include <port/files.h>
 
-#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -19,80 +18,138 @@
 namespace port {
 namespace {
 
-constexpr std::size_t kSmallFile = std::size_t{64}
-                                   << 10; // up to here one read and one write beat the kernel's own copy
+constexpr std::size_t kBuffer = std::size_t{64} << 10;
 constexpr std::size_t kKernelChunk = 1U << 30;
+constexpr off_t kSmallFile = 4096;           // below it a read and a write beat the kernel's own copy
+constexpr off_t kLargeFile = off_t{1} << 20; // from here it pays to look at the target before the work
 constexpr std::size_t kMaxAttributeNames = std::size_t{64} << 10;
 constexpr std::size_t kMaxAttributeValue = std::size_t{64} << 10;
 constexpr int kMaxNameAttempts = 100;
-constexpr mode_t kPermissionBits = 07777;
+constexpr mode_t kPermissionBits = 0777; // the copy is its maker's: it does not lend his rights to others
 constexpr mode_t kWhileCopying = 0600;
+constexpr char kOwnDescriptors[] = "/proc/self/fd";
 
-// A new file beside the target; removed again unless it took the target's name.
-class Replacement {
+// A name in the target's folder that nobody else uses; what has it is removed again unless it was renamed.
+class OwnName {
 public:
-    explicit Replacement(int folder) : folder_(folder) {}
-    Replacement(const Replacement&) = delete;
-    Replacement& operator=(const Replacement&) = delete;
-    ~Replacement() {
-        if (!fd_)
+    explicit OwnName(int folder) : folder_(folder) {}
+    OwnName(const OwnName&) = delete;
+    OwnName& operator=(const OwnName&) = delete;
+    ~OwnName() {
+        if (!isTaken())
             return;
         const int error = errno;
         ::unlinkat(folder_, name_.data(), 0);
         errno = error;
     }
 
-    bool open() {
+    int folder() const { return folder_; }
+    bool isTaken() const { return name_[0] != '\0'; }
+
+    // Hands names to `make` until one is free.
+    template <typename Make>
+    bool take(Make make) {
         static constinit std::atomic<unsigned> serial{0};
-        for (int attempt = 0; attempt < kMaxNameAttempts; ++attempt) {
+        bool made = false;
+        for (int attempt = 0; attempt < kMaxNameAttempts && !made; ++attempt) {
             std::snprintf(name_.data(), name_.size(), ".copy-%d-%u", ::getpid(), serial.fetch_add(1));
-            fd_.reset(
-                sys::openat(folder_, name_.data(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, kWhileCopying));
-            if (fd_ || errno != EEXIST)
-                return static_cast<bool>(fd_);
+            made = make(name_.data());
+            if (!made && errno != EEXIST)
+                break;
         }
-        return false;
+        if (!made)
+            name_[0] = '\0';
+        return made;
     }
-    int fd() const { return fd_.get(); }
-    bool takeName(const char* target) {
+    bool renameTo(const char* target) {
         if (sys::renameat(folder_, name_.data(), folder_, target) != 0)
             return false;
-        fd_.reset();
+        name_[0] = '\0';
         return true;
     }
 
 private:
     int folder_;
     std::array<char, 40> name_{};
+};
+
+// A new file that takes the target's name when it is whole. Until then it has no name at all, so that nothing
+// is left of it whenever the process ends; where the file system has no nameless files it has one of its own.
+class Draft {
+public:
+    explicit Draft(int folder) : name_(folder) {}
+
+    bool open() {
+        if (canBeNamedLater())
+            fd_.reset(sys::openat(name_.folder(), ".", O_WRONLY | O_TMPFILE, kWhileCopying));
+        return fd_ || name_.take([this](const char* name) {
+            fd_.reset(
+                sys::openat(name_.folder(), name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, kWhileCopying));
+            return static_cast<bool>(fd_);
+        });
+    }
+    int fd() const { return fd_.get(); }
+
+    // False with EEXIST when the name is taken, or may be.
+    bool takeFreeName(const char* target) {
+        if (!name_.isTaken())
+            return link(target);
+        errno = EEXIST;
+        return false;
+    }
+    bool replace(const char* target) {
+        return (name_.isTaken() || name_.take([this](const char* name) { return link(name); })) &&
+               name_.renameTo(target);
+    }
+
+private:
+    static bool canBeNamedLater() {
+        static const bool reachable = ::access(kOwnDescriptors, X_OK) == 0;
+        return reachable;
+    }
+
+    // By the descriptor alone, for which older kernels want a privilege, or by its path.
+    bool link(const char* target) const {
+        if (::linkat(fd_.get(), "", name_.folder(), target, AT_EMPTY_PATH) == 0)
+            return true;
+        if (errno != ENOENT)
+            return false;
+        std::array<char, 40> path;
+        std::snprintf(path.data(), path.size(), "%s/%d", kOwnDescriptors, fd_.get());
+        return ::linkat(AT_FDCWD, path.data(), name_.folder(), target, AT_SYMLINK_FOLLOW) == 0;
+    }
+
+    OwnName name_;
     UniqueFd fd_;
 };
 
-bool copySmall(int from, int to) {
-    std::array<char, kSmallFile> buffer;
-    for (;;) {
+// `size` is how much is left as far as the file tells; 0 may be what one tells that is made up while it is
+// read, so the end is looked for then.
+bool copyByHand(int from, off_t size, int to) {
+    std::array<char, kBuffer> buffer;
+    for (off_t done = 0; size == 0 || done < size;) {
         const ssize_t got = sys::read(from, buffer.data(), buffer.size());
         if (got <= 0)
             return got == 0;
         if (!sys::writeAll(to, buffer.data(), static_cast<std::size_t>(got)))
             return false;
-        if (static_cast<std::size_t>(got) < buffer.size())
-            return true;
+        done += got;
     }
+    return true;
 }
 
-// Goes on by reading and writing where the kernel cannot copy between the two file systems.
-bool copyLarge(int from, int to) {
-    for (;;) {
-        const ssize_t copied = ::copy_file_range(from, nullptr, to, nullptr, kKernelChunk, 0);
-        if (copied == 0)
-            return true;
-        if (copied < 0 && errno != EINTR)
-            return (errno == EXDEV || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP) &&
-                   copySmall(from, to);
+// What the kernel cannot copy, or takes for empty, is read and written; so is what fails, which then tells why.
+bool copyInKernel(int from, off_t size, int to) {
+    while (size > 0) {
+        const ssize_t copied = sys::copyRange(from, to, kKernelChunk);
+        if (copied <= 0)
+            return copyByHand(from, size, to);
+        size -= copied;
     }
+    return true;
 }
 
-// Attributes that the target's file system refuses are left behind, as a copy without them is better than none.
+// What the target's file system refuses of these is left behind, as a copy without it is better than none.
 void copyAttributes(int from, int to) {
     const ssize_t needed = ::flistxattr(from, nullptr, 0);
     if (needed <= 0 || static_cast<std::size_t>(needed) > kMaxAttributeNames)
@@ -111,23 +168,31 @@ void copyAttributes(int from, int to) {
 }
 
 bool copyContents(int from, const struct stat& source, int to) {
-    const bool small = source.st_size < static_cast<off_t>(kSmallFile);
-    if (!(small ? copySmall(from, to) : copyLarge(from, to)))
+    const bool copied = source.st_size < kSmallFile ? copyByHand(from, source.st_size, to)
+                                                    : copyInKernel(from, source.st_size, to);
+    if (!copied)
         return false;
     copyAttributes(from, to);
+    static_cast<void>(::fchmod(to, source.st_mode & kPermissionBits));
     const timespec times[2] = {source.st_atim, source.st_mtim};
-    return ::fchmod(to, source.st_mode & kPermissionBits) == 0 && ::futimens(to, times) == 0;
+    static_cast<void>(::futimens(to, times));
+    return true;
 }
 
-bool isSameFile(int folder, const char* name, const struct stat& source) {
+// False with EEXIST when the name is that of the source itself.
+bool isAnother(int folder, const char* name, const struct stat& source) {
     struct stat target;
-    return ::fstatat(folder, name, &target, AT_SYMLINK_NOFOLLOW) == 0 && target.st_dev == source.st_dev &&
-           target.st_ino == source.st_ino;
+    if (::fstatat(folder, name, &target, AT_SYMLINK_NOFOLLOW) != 0 || target.st_dev != source.st_dev ||
+        target.st_ino != source.st_ino)
+        return true;
+    errno = EEXIST;
+    return false;
 }
 
 } // namespace
 } // namespace port
 
+// Whether the name is free is learned by taking it.
 bool port_copy_file(int fromFolder, const char* from, int toFolder, const char* to) {
     using namespace port;
     // Without blocking: a pipe in the place of the file must not hold the copy up before it is recognised.
@@ -139,28 +204,27 @@ bool port_copy_file(int fromFolder, const char* from, int toFolder, const char* 
         errno = EINVAL;
         return false;
     }
-    if (isSameFile(toFolder, to, status)) {
-        errno = EEXIST;
+    if (status.st_size >= kLargeFile && !isAnother(toFolder, to, status))
         return false;
-    }
-    Replacement replacement(toFolder);
-    return replacement.open() && copyContents(source.get(), status, replacement.fd()) &&
-           replacement.takeName(to);
+    Draft draft(toFolder);
+    if (!draft.open() || !copyContents(source.get(), status, draft.fd()))
+        return false;
+    return draft.takeFreeName(to) ||
+           (errno == EEXIST && isAnother(toFolder, to, status) && draft.replace(to));
 }
 
 bool port_copy_link(int fromFolder, const char* from, int toFolder, const char* to) {
-    std::array<char, PATH_MAX> target;
-    const ssize_t length = ::readlinkat(fromFolder, from, target.data(), target.size() - 1);
+    using namespace port;
+    std::array<char, PATH_MAX> text;
+    const ssize_t length = ::readlinkat(fromFolder, from, text.data(), text.size() - 1);
     if (length < 0)
         return false;
-    target[static_cast<std::size_t>(length)] = '\0';
+    text[static_cast<std::size_t>(length)] = '\0';
+    const auto make = [&](const char* name) { return ::symlinkat(text.data(), toFolder, name) == 0; };
+    if (make(to))
+        return true;
     struct stat source;
-    if (::fstatat(fromFolder, from, &source, AT_SYMLINK_NOFOLLOW) != 0)
-        return false;
-    if (port::isSameFile(toFolder, to, source)) {
-        errno = EEXIST;
-        return false;
-    }
-    ::unlinkat(toFolder, to, 0);
-    return ::symlinkat(target.data(), toFolder, to) == 0;
+    OwnName replacement(toFolder);
+    return errno == EEXIST && ::fstatat(fromFolder, from, &source, AT_SYMLINK_NOFOLLOW) == 0 &&
+           isAnother(toFolder, to, source) && replacement.take(make) && replacement.renameTo(to);
 }

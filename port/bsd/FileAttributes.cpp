@@ -42,9 +42,9 @@ bool port_clear_file_flags(int folder, const char* name) {
     return ::ioctl(file.get(), FS_IOC_SETFLAGS, &flags) == 0;
 }
 
-bool port_birth_time(const char* path, std::int64_t* seconds) {
+bool port_birth_time(int folder, const char* name, std::int64_t* seconds) {
     struct statx status;
-    if (::statx(AT_FDCWD, path, 0, STATX_BTIME | STATX_CTIME, &status) != 0)
+    if (::statx(folder, name, 0, STATX_BTIME | STATX_CTIME, &status) != 0)
         return false;
     *seconds = (status.stx_mask & STATX_BTIME) != 0 ? status.stx_btime.tv_sec : status.stx_ctime.tv_sec;
     return true;

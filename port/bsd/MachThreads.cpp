@@ -1,3 +1,4 @@
+#include <port/bsd.h>
 #include <port/mach.h>
 
 #include <pthread.h>
@@ -27,6 +28,10 @@ mach_port_t mach_thread_self() {
         self = static_cast<mach_port_t>(gettid());
     }
     return self;
+}
+
+int pthread_main_np() {
+    return getpid() == gettid() ? 1 : 0;
 }
 
 kern_return_t thread_policy_get(mach_port_t, int policy, thread_time_constraint_policy_data_t* data,

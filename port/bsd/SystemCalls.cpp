@@ -64,6 +64,12 @@ ssize_t write(int fd, const void* bytes, std::size_t size) {
     return repeat([&] { return ::write(fd, bytes, size); });
 }
 
+ssize_t copyRange(int from, int to, std::size_t size) {
+    if (refused(Call::Write, size))
+        return -1;
+    return repeat([&] { return ::copy_file_range(from, nullptr, to, nullptr, size, 0); });
+}
+
 int fsync(int fd) {
     if (refused(Call::Fsync))
         return -1;

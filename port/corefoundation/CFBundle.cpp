@@ -1,11 +1,13 @@
 #include "corefoundation/CFBundle.h"
 
+#include "bsd/ExecutableLink.h"
 #include "corefoundation/CFContainers.h"
 #include "corefoundation/CFString.h"
 #include "corefoundation/CFURL.h"
 #include "corefoundation/PropertyList.h"
 
 #include <climits>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -113,15 +115,8 @@ std::string_view bundleFolderOfExecutable(std::string_view executable) {
 }
 
 std::string readExecutableLink(const char* link) {
-    constexpr std::string_view kDeleted = " (deleted)";
     char path[PATH_MAX];
-    const ssize_t length = readlink(link, path, sizeof path);
-    if (length <= 0 || static_cast<std::size_t>(length) == sizeof path)
-        return {};
-    std::string_view executable(path, static_cast<std::size_t>(length));
-    if (executable.ends_with(kDeleted))
-        executable.remove_suffix(kDeleted.size());
-    return std::string(executable);
+    return std::string(readExecutableLink(AT_FDCWD, link, path));
 }
 
 } // namespace port

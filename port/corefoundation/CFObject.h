@@ -21,7 +21,11 @@ enum class CFKind : CFTypeID {
     Array,
     Dictionary,
     URL,
-    Bundle
+    Bundle,
+    Locale,
+    RunLoop,
+    RunLoopSource,
+    Socket
 };
 
 // The first and only base of each object, so that a CFTypeRef is a pointer to it.

@@ -249,8 +249,10 @@ void appendData(std::span<const std::uint8_t> bytes, std::string& text) {
         std::uint32_t group = 0;
         for (std::size_t i = 0; i < 3; ++i)
             group = group << 8 | (i < taken ? bytes[i] : 0U);
-        for (std::size_t i = 0; i < 4; ++i)
-            text += i <= taken ? kBase64[group >> (18 - 6 * i) & 0x3F] : '=';
+        char characters[4];
+        for (std::size_t i = 0; i < sizeof characters; ++i)
+            characters[i] = i <= taken ? kBase64[group >> (18 - 6 * i) & 0x3F] : '=';
+        text.append(characters, sizeof characters);
         bytes = bytes.subspan(taken);
     }
 }

@@ -43,6 +43,7 @@ using CFDateRef = const struct __CFDate*;
 using CFDictionaryRef = const struct __CFDictionary*;
 using CFMutableDictionaryRef = struct __CFDictionary*;
 using CFErrorRef = struct __CFError*;
+using CFLocaleRef = const struct __CFLocale*;
 using CFNumberRef = const struct __CFNumber*;
 using CFStringRef = const struct __CFString*;
 using CFURLRef = const struct __CFURL*;
@@ -282,3 +283,27 @@ CFURLRef CFBundleCopyExecutableURL(CFBundleRef bundle);
 CFTypeRef CFBundleGetValueForInfoDictionaryKey(CFBundleRef bundle, CFStringRef key);
 CFDictionaryRef CFBundleGetInfoDictionary(CFBundleRef bundle); // empty when there are no values
 CFStringRef CFBundleGetIdentifier(CFBundleRef bundle);         // null when absent or no string
+
+// --- Locale and preferences -----------------------------------------------------------------------------
+
+CFTypeID CFLocaleGetTypeID();
+
+// The user's locale, never null.
+CFLocaleRef CFLocaleCopyCurrent();
+
+// Such as "de_DE": the name that the environment has for messages (LC_ALL, LC_MESSAGES, LANG), without its
+// character set; empty when it has none, or the C locale.
+CFStringRef CFLocaleGetIdentifier(CFLocaleRef locale);
+
+extern const CFStringRef kCFPreferencesAnyApplication;
+extern const CFStringRef kCFPreferencesCurrentUser;
+extern const CFStringRef kCFPreferencesAnyHost;
+
+// The value that the user's settings have under a key, for the application of that identifier or for any
+// application; its type is to be tested. Null when there is none. Reads the settings file anew: changes that
+// have not been saved do not show.
+CFPropertyListRef CFPreferencesCopyAppValue(CFStringRef key, CFStringRef applicationID);
+
+// The same; null for another user than the current one and another host than any.
+CFPropertyListRef CFPreferencesCopyValue(CFStringRef key, CFStringRef applicationID, CFStringRef userName,
+                                         CFStringRef hostName);

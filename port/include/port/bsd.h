@@ -4,6 +4,7 @@
 // Thread-safety: reentrant.
 #pragma once
 
+#include <csignal>
 #include <cstddef>
 #include <sys/types.h>
 
@@ -14,6 +15,9 @@ std::size_t strlcpy(char* destination, const char* source, std::size_t size);
 // Appends `source` to the text in `destination`, which holds `size` bytes in all. Returns the length that
 // the whole text wanted; a result >= size tells that it was cut.
 std::size_t strlcat(char* destination, const char* source, std::size_t size);
+
+// Not 0 on the thread that the process began with.
+int pthread_main_np();
 
 constexpr std::size_t PORT_MOUNT_NAME_SIZE = 1024; // bytes, terminator included (MAXPATHLEN of the platform)
 constexpr std::size_t PORT_TYPE_NAME_SIZE = 16;    // bytes, terminator included (MFSTYPENAMELEN)
@@ -39,3 +43,6 @@ constexpr int O_EXLOCK = 0x20000000;
 // O_CREAT | O_EXCL appears under its name locked, and a file that was unlinked while the lock was waited for
 // is opened anew.
 int port_open(const char* path, int flags, mode_t mode = 0);
+
+// What a signal handler with three arguments is told.
+using __siginfo = siginfo_t;

@@ -15,14 +15,17 @@
 // For opening a folder only to reach what is in it; needs no permission to read it.
 constexpr int O_SEARCH = O_PATH;
 
-// Copies a regular file, with its permissions, times and extended attributes, into a folder under a name,
-// replacing what has that name. The data go into a temporary file in the folder, which takes the name when it
-// is whole: the target is the old file or the new one, never a part. False when the source is no regular file
-// (EINVAL; such a source is not opened), when it and the target are the same file (EEXIST), when the target is
-// a folder, or when anything fails on the way.
+// Copies a regular file, with its permissions (0777; the bits that lend the owner's rights stay behind), times
+// and extended attributes, as far as the file system keeps them, into a folder under a name, replacing what
+// has that name. The data go into a file without a name, which takes the name when it is whole: the target is
+// the old file or the new one, never a part, and a copy that is killed leaves nothing behind. (Where the file
+// system has no such files, and for the moment in which a target is replaced, it has a name of its own in the
+// folder, ".copy-PID-N".) False when the source is no regular file (EINVAL; it is not read), when it and the
+// target are the same file (EEXIST), when the target is a folder, or when anything fails on the way.
 bool port_copy_file(int fromFolder, const char* from, int toFolder, const char* to);
 
-// Copies a symbolic link as a link, replacing what has the target's name, but no folder.
+// Copies a symbolic link as a link, replacing what has the target's name, but no folder: the target is the old
+// one or the new one at every moment. False as above.
 bool port_copy_link(int fromFolder, const char* from, int toFolder, const char* to);
 
 // Flags of a file that forbid its change. The immutable and append-only attributes are reported as
@@ -35,9 +38,9 @@ unsigned port_file_flags(int folder, const char* name);
 // Takes the flags off a regular file. Needs the privilege for it. False when they could not be taken off.
 bool port_clear_file_flags(int folder, const char* name);
 
-// When the file, links followed, was created, in seconds since 1970; where the file system does not know, when
-// it was last changed. False when there is no such file.
-bool port_birth_time(const char* path, std::int64_t* seconds);
+// When the file, a link followed here, was created, in seconds since 1970; where the file system does not
+// know, when it was last changed. False when there is no such file.
+bool port_birth_time(int folder, const char* name, std::int64_t* seconds);
 
 // `setxattr` of the platform; the attribute is kept among the user's. `position` and `options` are 0. 0, or -1
 // where the file is missing or the file system has no user attributes.

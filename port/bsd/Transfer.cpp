@@ -1,0 +1,19 @@
+#include <port/transfer.h>
+
+#include "bsd/SystemCalls.h"
+
+ssize_t port_read(int fd, void* buffer, std::size_t size) {
+    return port::sys::read(fd, buffer, size);
+}
+
+ssize_t port_write(int fd, const void* bytes, std::size_t size) {
+    return port::sys::write(fd, bytes, size);
+}
+
+bool port_write_all(int fd, const void* bytes, std::size_t size) {
+    return port::sys::writeAll(fd, bytes, size);
+}
+
+ssize_t port_copy_range(int from, int to, std::size_t size) {
+    return port::sys::copyRange(from, to, size);
+}

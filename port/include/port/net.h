@@ -1,0 +1,17 @@
+// Stream sockets as the platform keeps them: non-blocking, closed on exec from their first moment, and
+// (SO_NOSIGPIPE) without a signal when the peer is gone.
+//
+// Thread-safety: reentrant. No call blocks or is interrupted; a failure is -1 with errno.
+#pragma once
+
+#include <cstddef>
+#include <sys/types.h>
+
+// A new IPv4 TCP socket, and the next connection of a listening one; both belong to the caller.
+int port_tcp_socket();
+int port_tcp_accept(int listening);
+
+// `send` and `recv`, on any socket. EAGAIN: nothing can be sent, or nothing is there, now. Sending to a peer
+// that is gone is EPIPE.
+ssize_t port_send(int socket, const void* bytes, std::size_t size);
+ssize_t port_recv(int socket, void* buffer, std::size_t size, int flags);
