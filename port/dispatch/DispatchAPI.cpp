@@ -40,5 +40,5 @@ void dispatch_main() {
     port::MainLoop& loop = port::MainLoop::shared();
     loop.becomePermanent();
     for (;;)
-        loop.runOnce(-1);
+        loop.runTurn();
 }

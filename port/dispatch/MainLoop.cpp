@@ -153,6 +153,11 @@ bool MainLoop::runOnce(int milliseconds) {
     }
 }
 
+void MainLoop::runTurn() {
+    const EventServer serveEvents = eventServer_;
+    runOnce(serveEvents != nullptr && serveEvents() ? 0 : -1);
+}
+
 // One wait and what it brought.
 bool MainLoop::serve(int milliseconds) {
     const bool mayWait = milliseconds != 0 && queue_.beginWait();

@@ -1,6 +1,6 @@
 // The main thread's one wait: the main queue, the descriptors that belong to the main loop, and the workers'
-// set while no worker exists. `dispatch_main`, the application's run loop and `port_main_queue_drain` are
-// doors into it; the thread that is inside serves the main queue.
+// set while no worker exists. `dispatch_main`, the application's run loop, the waits for events and
+// `port_main_queue_drain` are doors into it; the thread that is inside serves the main queue.
 //
 // Thread-safety: every function may be called from any thread. Callbacks run on the thread inside the loop.
 #pragma once
@@ -52,6 +52,12 @@ public:
     bool runOnce(int milliseconds);
     // Ends the wait of `runOnce` that runs, or the next one.
     void wake();
+    // A turn of the application's own loop: what the event queue brings, and `runOnce` without a limit.
+    void runTurn();
+    // Hands queued events to their handlers; true when there are more. It leaves nothing behind that does not
+    // `wake` the loop. A program without events has none.
+    using EventServer = bool (*)();
+    void setEventServer(EventServer server) { eventServer_ = server; }
     // The calling thread serves the loop from now on, for the life of the process.
     void becomePermanent() { permanent_ = true; }
     bool isPermanent() const { return permanent_; }
@@ -79,6 +85,7 @@ private:
     std::atomic<bool> permanent_{false};
     std::atomic<bool> wakeAsked_{false};
     std::atomic<unsigned> turnsWithoutWait_{0};
+    std::atomic<EventServer> eventServer_{nullptr};
 };
 
 } // namespace port

@@ -1,0 +1,38 @@
+// What a time in seconds leaves to wait, in the main loop's milliseconds, on a clock that nobody sets.
+//
+// Thread-safety: as a plain value.
+#pragma once
+
+#include <chrono>
+
+namespace port {
+
+class LoopDeadline {
+public:
+    static constexpr double kForever = -1;
+
+    // Begins now. Times beyond some years have no limit.
+    explicit LoopDeadline(double seconds)
+        : isLimited_(seconds != kForever && seconds < kLongest), end_(Clock::now()) {
+        if (isLimited_ && seconds > 0)
+            end_ += std::chrono::round<Clock::duration>(std::chrono::duration<double>(seconds));
+    }
+
+    // -1 without a limit, 0 when the time has passed; a begun one counts as whole.
+    int milliseconds() const {
+        if (!isLimited_)
+            return -1;
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end_ - Clock::now()).count();
+        return left <= 0 ? 0 : static_cast<int>(left < kLongestWait ? left : kLongestWait);
+    }
+
+private:
+    using Clock = std::chrono::steady_clock;
+    static constexpr double kLongest = 1e8;
+    static constexpr long kLongestWait = 1'000'000'000; // longer ones are waited for in pieces
+
+    bool isLimited_;
+    Clock::time_point end_;
+};
+
+} // namespace port
