@@ -60,6 +60,8 @@ std::string blockDevicePath(dev_t device) {
 
 // A partition asks the disk that it is a part of.
 bool isRemovable(const std::string& devicePath) {
+    if (devicePath.empty())
+        return false;
     return saysYes(devicePath + "/removable") || saysYes(devicePath + "/../removable");
 }
 

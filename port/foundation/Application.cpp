@@ -1,5 +1,6 @@
 #include <AppKit/AppKit.h>
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
@@ -12,29 +13,57 @@
 
 namespace {
 
-// Made once, for the life of the process: the signal may come at any time.
-int terminationEvent = -1;
+// What the program does about the signals that ask it to end; as it was when the application began to run.
+struct sigaction interruptAction;
+struct sigaction terminateAction;
+std::atomic<int> askedSignal{0};
 
-void noteTermination(int) {
+// Made once, for the life of the process: a signal may come at any time.
+int endingEvent = -1;
+
+void noteSignal(int number) {
     const int error = errno;
+    askedSignal.store(number);
     const std::uint64_t one = 1;
-    [[maybe_unused]] const ssize_t written = ::write(terminationEvent, &one, sizeof one);
+    [[maybe_unused]] const ssize_t written = ::write(endingEvent, &one, sizeof one);
     errno = error;
 }
 
-// Turns SIGTERM into work of the main loop, unless the program has its own way with it. A handler, and not
-// a blocked signal with a descriptor: children would inherit the mask.
-void watchTerminationSignal() {
+void answerSignal() {
+    std::uint64_t count = 0;
+    [[maybe_unused]] const ssize_t got = ::read(endingEvent, &count, sizeof count);
+    const int number = askedSignal.load();
+    const struct sigaction& action = number == SIGINT ? interruptAction : terminateAction;
+    if (action.sa_handler == SIG_DFL)
+        NSApplication::sharedApplication()->terminate();
+    siginfo_t information{};
+    information.si_signo = number;
+    if ((action.sa_flags & SA_SIGINFO) != 0)
+        action.sa_sigaction(number, &information, nullptr);
+    else
+        action.sa_handler(number);
+}
+
+void watchSignal(int number, struct sigaction& program) {
+    if (::sigaction(number, nullptr, &program) != 0 || program.sa_handler == SIG_IGN)
+        return;
+    if (number == SIGINT && program.sa_handler == SIG_DFL)
+        return; // ends the process at once
     struct sigaction action = {};
-    if (::sigaction(SIGTERM, nullptr, &action) != 0 || action.sa_handler != SIG_DFL)
-        return;
-    terminationEvent = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    const auto terminate = [] { NSApplication::sharedApplication()->terminate(); };
-    if (port::MainLoop::shared().addSource(terminationEvent, terminate) == port::kNoSource)
-        return;
-    action.sa_handler = noteTermination;
+    action.sa_handler = noteSignal;
     action.sa_flags = SA_RESTART;
-    ::sigaction(SIGTERM, &action, nullptr);
+    ::sigaction(number, &action, nullptr);
+}
+
+// Turns the signals into work of the main loop: a handler that ends the process runs destructors, which may
+// want a lock that the interrupted code holds. Handlers, and not blocked signals with a descriptor: children
+// would inherit the mask.
+void watchSignals() {
+    endingEvent = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (port::MainLoop::shared().addSource(endingEvent, answerSignal) == port::kNoSource)
+        return;
+    watchSignal(SIGINT, interruptAction);
+    watchSignal(SIGTERM, terminateAction);
 }
 
 } // namespace
@@ -45,7 +74,7 @@ NSApplication* NSApplication::sharedApplication() {
 }
 
 void NSApplication::run() {
-    watchTerminationSignal();
+    watchSignals();
     if (delegate_ != nullptr)
         delegate_->applicationDidFinishLaunching(
             NSNotification("NSApplicationDidFinishLaunchingNotification"));

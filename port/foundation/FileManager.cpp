@@ -1,3 +1,6 @@
+#include <cstring>
+#include <dirent.h>
+#include <memory>
 #include <sys/stat.h>
 
 #include <Foundation/Foundation.h>
@@ -10,4 +13,38 @@ NSFileManager* NSFileManager::defaultManager() {
 BOOL NSFileManager::fileExistsAtPath(const char* path) const {
     struct stat status;
     return path != nullptr && ::stat(path, &status) == 0;
+}
+
+std::optional<NSFileAttributes> NSFileManager::attributesOfItemAtPath(const char* path) const {
+    struct stat status;
+    if (path == nullptr || ::lstat(path, &status) != 0)
+        return std::nullopt;
+    switch (status.st_mode & S_IFMT) {
+    case S_IFREG:
+        return NSFileAttributes{NSFileType::Regular};
+    case S_IFDIR:
+        return NSFileAttributes{NSFileType::Directory};
+    case S_IFLNK:
+        return NSFileAttributes{NSFileType::SymbolicLink};
+    default:
+        return NSFileAttributes{NSFileType::Unknown};
+    }
+}
+
+std::vector<NSRef<NSURL>> NSFileManager::contentsOfDirectoryAtURL(const NSURL& folder) const {
+    std::vector<NSRef<NSURL>> items;
+    const std::unique_ptr<DIR, int (*)(DIR*)> open(::opendir(folder.fileSystemRepresentation()), ::closedir);
+    if (open == nullptr)
+        return items;
+    std::string path = folder.fileSystemRepresentation();
+    if (path.back() != '/')
+        path += '/';
+    const std::size_t length = path.size();
+    while (const dirent* entry = items.size() < kPortDirectoryItems ? ::readdir(open.get()) : nullptr) {
+        if (std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0)
+            continue;
+        path.replace(length, path.npos, entry->d_name);
+        items.push_back(NSURL::fileURLWithPath(path.c_str()));
+    }
+    return items;
 }

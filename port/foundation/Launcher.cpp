@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdint>
 #include <fcntl.h>
+#include <spawn.h>
 #include <string_view>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -100,6 +101,14 @@ int awaitReport(UniqueFd& report) {
     return got == sizeof error ? error : 0;
 }
 
+// False when the child cannot be waited for.
+bool awaitEnd(pid_t child, int& status) {
+    while (::waitpid(child, &status, 0) < 0)
+        if (errno != EINTR)
+            return false;
+    return true;
+}
+
 } // namespace
 
 int launchDetached(const std::string& program, const std::string& workingFolder) {
@@ -120,9 +129,36 @@ int launchDetached(const std::string& program, const std::string& workingFolder)
         runChild(launch);
     childEnd.reset();
     const int error = awaitReport(report);
-    while (::waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
-    }
+    int status = 0;
+    awaitEnd(child, status);
     return error;
+}
+
+bool runToEnd(const std::vector<std::string>& arguments) {
+    std::vector<char*> pointers;
+    pointers.reserve(arguments.size() + 1);
+    for (const std::string& argument : arguments)
+        pointers.push_back(const_cast<char*>(argument.c_str())); // exec reads it only
+    pointers.push_back(nullptr);
+    posix_spawn_file_actions_t files;
+    posix_spawnattr_t attributes;
+    ::posix_spawn_file_actions_init(&files);
+    for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor)
+        ::posix_spawn_file_actions_addopen(&files, descriptor, "/dev/null", O_RDWR, 0);
+    ::posix_spawn_file_actions_addclosefrom_np(&files, STDERR_FILENO + 1);
+    sigset_t signals;
+    ::posix_spawnattr_init(&attributes);
+    ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
+    ::sigfillset(&signals);
+    ::posix_spawnattr_setsigdefault(&attributes, &signals);
+    ::sigemptyset(&signals);
+    ::posix_spawnattr_setsigmask(&attributes, &signals);
+    pid_t child = -1;
+    const int error = ::posix_spawnp(&child, pointers[0], &files, &attributes, pointers.data(), environ);
+    ::posix_spawnattr_destroy(&attributes);
+    ::posix_spawn_file_actions_destroy(&files);
+    int status = 0;
+    return error == 0 && awaitEnd(child, status) && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
 } // namespace port

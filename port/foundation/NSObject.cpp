@@ -4,3 +4,7 @@ void NSObject::release() const {
     if (retainCount_.fetch_sub(1, std::memory_order_acq_rel) == 1)
         const_cast<NSObject*>(this)->dealloc(); // every object is made by `new` and never constant
 }
+
+BOOL NSObject::respondsToSelector(const char*) const {
+    return NO;
+}

@@ -110,13 +110,13 @@ bool SettingsFile::updateLocked(const SettingChanges& changes, Settings& setting
         current = noSettings();
     }
     Settings merged = merge(current.get(), changes);
-    if (!CFEqual(merged.get(), current.get()) && !write(merged.get()))
+    if (!CFEqual(merged.get(), current.get()) && !write(merged))
         return false;
     settings = std::move(merged);
     return true;
 }
 
-SettingsFile::Content SettingsFile::read(Settings& settings) const {
+SettingsFile::Content SettingsFile::read(Settings& settings) {
     // Without O_NONBLOCK a named pipe in the file's place would hold us.
     const UniqueFd fd(sys::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY));
     if (!fd) {
@@ -129,6 +129,10 @@ SettingsFile::Content SettingsFile::read(Settings& settings) const {
     std::string bytes;
     if (::fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode) || !readAll(fd.get(), bytes))
         return Content::Unreadable;
+    if (known_ && bytes == knownBytes_) {
+        settings = known_;
+        return Content::Good;
+    }
     const CFRef<CFDataRef> data(CFDataCreate(kCFAllocatorDefault,
                                              reinterpret_cast<const UInt8*>(bytes.data()),
                                              static_cast<CFIndex>(bytes.size())));
@@ -137,7 +141,13 @@ SettingsFile::Content SettingsFile::read(Settings& settings) const {
     if (!list || CFGetTypeID(list.get()) != CFDictionaryGetTypeID())
         return Content::Damaged;
     settings = Settings::retained(static_cast<CFDictionaryRef>(list.get()));
+    remember(bytes, settings);
     return Content::Good;
+}
+
+void SettingsFile::remember(std::string_view bytes, const Settings& settings) {
+    knownBytes_ = bytes;
+    known_ = settings;
 }
 
 bool SettingsFile::keepDamaged() const {
@@ -153,17 +163,21 @@ bool SettingsFile::keepDamaged() const {
     return moved;
 }
 
-bool SettingsFile::write(CFDictionaryRef settings) {
-    const CFRef<CFDataRef> data(
-        CFPropertyListCreateData(kCFAllocatorDefault, settings, kCFPropertyListXMLFormat_v1_0, 0, nullptr));
+bool SettingsFile::write(const Settings& settings) {
+    const CFRef<CFDataRef> data(CFPropertyListCreateData(kCFAllocatorDefault, settings.get(),
+                                                         kCFPropertyListXMLFormat_v1_0, 0, nullptr));
     if (!data)
         return false;
     // We hold the lock, so a temporary file of another writer is one that was killed.
     if (!tidied_)
         removeAbandonedTemporaries(path_);
     tidied_ = true;
-    return replaceFile(path_, {reinterpret_cast<const char*>(CFDataGetBytePtr(data.get())),
-                               static_cast<std::size_t>(CFDataGetLength(data.get()))});
+    const std::string_view bytes(reinterpret_cast<const char*>(CFDataGetBytePtr(data.get())),
+                                 static_cast<std::size_t>(CFDataGetLength(data.get())));
+    if (!replaceFile(path_, bytes))
+        return false;
+    remember(bytes, settings);
+    return true;
 }
 
 } // namespace port

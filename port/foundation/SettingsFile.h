@@ -5,6 +5,7 @@
 
 #include <map>
 #include <string>
+#include <string_view>
 
 #include "corefoundation/CFObject.h"
 
@@ -30,13 +31,17 @@ public:
 private:
     enum class Content { Good, Damaged, Unreadable };
 
-    Content read(Settings& settings) const;
+    Content read(Settings& settings);
+    void remember(std::string_view bytes, const Settings& settings);
     bool updateLocked(const SettingChanges& changes, Settings& settings);
     bool keepDamaged() const;
-    bool write(CFDictionaryRef settings);
+    bool write(const Settings& settings);
 
     std::string path_;
     bool tidied_ = false; // what killed writers left was removed once
+    // The settings that were last read or written, and their bytes: a file of the same bytes is not read anew.
+    std::string knownBytes_;
+    Settings known_;
 };
 
 } // namespace port

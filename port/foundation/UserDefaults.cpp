@@ -1,4 +1,5 @@
 #include <cstring>
+#include <vector>
 
 #include "foundation/SettingsStore.h"
 #include <Foundation/Foundation.h>
@@ -30,6 +31,11 @@ bool isTrue(CFTypeRef value) {
     return text && isTrue(text->UTF8String());
 }
 
+CFRef<CFTypeRef> textFrom(const NSString& text) {
+    return CFRef<CFTypeRef>(
+        CFStringCreateWithCString(kCFAllocatorDefault, text.UTF8String(), kCFStringEncodingUTF8));
+}
+
 } // namespace
 
 NSUserDefaults::NSUserDefaults(std::string file)
@@ -59,13 +65,53 @@ BOOL NSUserDefaults::boolForKey(const char* key) const {
     return value && isTrue(value.get());
 }
 
+NSRef<NSData> NSUserDefaults::dataForKey(const char* key) const {
+    const CFRef<CFTypeRef> value = store_->value(key);
+    if (!value || CFGetTypeID(value.get()) != CFDataGetTypeID())
+        return {};
+    const auto data = static_cast<CFDataRef>(value.get());
+    return NSData::dataWithBytes(CFDataGetBytePtr(data), static_cast<unsigned long>(CFDataGetLength(data)));
+}
+
+NSRef<NSMutableArray> NSUserDefaults::arrayForKey(const char* key) const {
+    const CFRef<CFTypeRef> value = store_->value(key);
+    if (!value || CFGetTypeID(value.get()) != CFArrayGetTypeID())
+        return {};
+    const auto stored = static_cast<CFArrayRef>(value.get());
+    NSRef<NSMutableArray> texts = NSMutableArray::array();
+    for (CFIndex index = 0; index < CFArrayGetCount(stored); ++index) {
+        const CFTypeRef element = CFArrayGetValueAtIndex(stored, index);
+        if (CFGetTypeID(element) != CFStringGetTypeID())
+            continue;
+        if (const auto text = NSString::stringWithCFString(static_cast<CFStringRef>(element)))
+            texts->addObject(text);
+    }
+    return texts;
+}
+
 void NSUserDefaults::setBool(BOOL value, const char* key) {
     store_->change(key, CFRef<CFTypeRef>::retained(value ? kCFBooleanTrue : kCFBooleanFalse));
 }
 
 void NSUserDefaults::setObject(const NSString& value, const char* key) {
-    store_->change(key, CFRef<CFTypeRef>(CFStringCreateWithCString(kCFAllocatorDefault, value.UTF8String(),
-                                                                   kCFStringEncodingUTF8)));
+    store_->change(key, textFrom(value));
+}
+
+void NSUserDefaults::setObject(const NSData& value, const char* key) {
+    store_->change(key, CFRef<CFTypeRef>(CFDataCreate(kCFAllocatorDefault, value.bytes(),
+                                                      static_cast<CFIndex>(value.length()))));
+}
+
+void NSUserDefaults::setObject(const NSMutableArray& value, const char* key) {
+    std::vector<CFRef<CFTypeRef>> texts;
+    std::vector<const void*> elements;
+    for (unsigned long index = 0; index < value.count(); ++index) {
+        texts.push_back(textFrom(*value.objectAtIndex(index)));
+        elements.push_back(texts.back().get());
+    }
+    store_->change(
+        key, CFRef<CFTypeRef>(CFArrayCreate(kCFAllocatorDefault, elements.data(),
+                                            static_cast<CFIndex>(elements.size()), &kCFTypeArrayCallBacks)));
 }
 
 void NSUserDefaults::removeObjectForKey(const char* key) {

@@ -2,6 +2,8 @@
 
 #include <climits>
 #include <cstdlib>
+#include <cstring>
+#include <unistd.h>
 
 #include "corefoundation/CFObject.h"
 #include "foundation/Launcher.h"
@@ -34,6 +36,30 @@ std::string programOf(const std::string& bundlePath) {
     return reinterpret_cast<const char*>(path);
 }
 
+bool hasSessionBus() {
+    if (std::getenv("DBUS_SESSION_BUS_ADDRESS") != nullptr)
+        return true;
+    const char* const folder = std::getenv("XDG_RUNTIME_DIR");
+    return folder != nullptr && ::access((std::string(folder) + "/bus").c_str(), F_OK) == 0;
+}
+
+// Everything but letters, digits and a few marks is escaped: the comma too, which separates the elements of an
+// array on the command line of the bus.
+std::string fileAddress(const char* path) {
+    constexpr char kDigits[] = "0123456789ABCDEF";
+    std::string address = "file://";
+    for (; *path != '\0'; ++path) {
+        const auto byte = static_cast<unsigned char>(*path);
+        const bool isPlain = (byte >= '0' && byte <= '9') || (byte >= 'A' && byte <= 'Z') ||
+                             (byte >= 'a' && byte <= 'z') || std::strchr("/-._~", byte) != nullptr;
+        if (isPlain)
+            address += *path;
+        else
+            address.append({'%', kDigits[byte >> 4], kDigits[byte & 15]});
+    }
+    return address;
+}
+
 } // namespace
 
 NSWorkspace* NSWorkspace::sharedWorkspace() {
@@ -50,4 +76,14 @@ BOOL NSWorkspace::launchApplication(const char* fullPath) {
         return YES;
     const std::string program = programOf(bundle);
     return !program.empty() && port::launchDetached(program, port::homeFolder()) == 0;
+}
+
+BOOL NSWorkspace::selectFile(const char* fullPath, const char*) {
+    const NSRef<NSURL> url = NSURL::fileURLWithPath(fullPath);
+    if (!url || !hasSessionBus())
+        return NO;
+    return port::runToEnd({"dbus-send", "--session", "--print-reply", "--reply-timeout=5000",
+                           "--dest=org.freedesktop.FileManager1", "/org/freedesktop/FileManager1",
+                           "org.freedesktop.FileManager1.ShowItems",
+                           "array:string:" + fileAddress(url->fileSystemRepresentation()), "string:"});
 }

@@ -28,8 +28,8 @@ public:
     void setDelegate(NSApplicationDelegate* delegate) { delegate_ = delegate; }
 
     // Tells the delegate that launching is finished, then serves the main loop (main queue, sources) for
-    // ever. SIGTERM, unless the program has a disposition of its own for it, terminates the application from
-    // the loop.
+    // ever. A handler that the program has for SIGINT or SIGTERM by then is called from the loop, where it may
+    // do anything; without one SIGTERM terminates the application from there. What is ignored stays so.
     [[noreturn]] void run();
 
     // Tells the delegate, then ends the process with status 0.
@@ -73,4 +73,9 @@ public:
     // The application gets a session of its own, default signals, no descriptor but 0 (empty), 1 and 2, the
     // home folder as working folder, and LAUNCHED_AT_LOGIN=1 in its environment; it outlives this process.
     BOOL launchApplication(const char* fullPath);
+
+    // Shows the file in a window of the session's file viewer, selected in its folder. A relative path starts at
+    // the working folder; the root of the window is the viewer's own choice, whatever rootFullPath says. False
+    // without a session bus, or when no viewer takes the request; blocks until one has, up to 5 s.
+    BOOL selectFile(const char* fullPath, const char* rootFullPath);
 };

@@ -1,5 +1,5 @@
-// The system version and the file manager: references to existing files and folders, and file specifications of
-// files by volume, parent folder and name.
+// The system version, the file manager (references to existing files and folders, and file specifications of
+// files by volume, parent folder and name), the processes of this user, and opening applications.
 //
 // Thread-safety: all functions may be called on any thread. Everything here is a value; nothing needs to be
 // released. All functions but Gestalt ask the file system and may block with it.
@@ -31,6 +31,7 @@ constexpr OSErr fnfErr = -43;   // no such file or folder
 constexpr OSErr dupFNErr = -48; // there is a file of that name
 constexpr OSErr paramErr = -50;
 constexpr OSErr memFullErr = -108;               // also: no node ids left
+constexpr OSErr procNotFound = -600;             // no such process, or none left
 constexpr OSErr pathTooLongErr = -2110;          // a path does not fit its buffer
 constexpr OSErr gestaltUndefSelectorErr = -5551; // a selector that is not known
 constexpr OSErr gestaltUnknownErr = -5550;       // the answer cannot be had
@@ -181,3 +182,40 @@ constexpr OSType kVolumesFolderType = 0x737276C4; // where servers and other vol
 
 // The folder of that type; only the one above is known. fnfErr when there is none; nothing is created.
 OSErr FSFindFolder(SInt16 volume, OSType folderType, Boolean create, FSRef* found);
+
+// --- Processes --------------------------------------------------------------------------------------------
+// The processes of this user, known by their ids.
+
+struct ProcessSerialNumber {
+    UInt32 highLongOfPSN; // 0
+    UInt32 lowLongOfPSN;  // the process id, or kNoProcess
+};
+constexpr UInt32 kNoProcess = 0;
+
+// The process behind this one in ascending order of ids; the first one for {0, kNoProcess}. procNotFound when
+// there is none: *process is then {0, kNoProcess}. The first one is asked of the system together with those
+// behind it, which are then told as they were, per thread.
+OSErr GetNextProcess(ProcessSerialNumber* process);
+
+OSErr GetCurrentProcess(ProcessSerialNumber* process);
+
+struct ProcessInfoRec {
+    OSType processType; // the two codes of the bundle's Contents/PkgInfo ("APPL????"); 0 without
+    OSType processSignature;
+};
+
+// procNotFound when the process has ended or is another user's; *info is then unchanged.
+OSErr GetProcessInformation(const ProcessSerialNumber* process, ProcessInfoRec* info);
+
+// The bundle that the process was launched from; the executable file of one without a bundle. procNotFound, or
+// fnfErr when that file is gone; *location is then unchanged.
+OSStatus GetProcessBundleLocation(const ProcessSerialNumber* process, FSRef* location);
+
+// --- Launch Services --------------------------------------------------------------------------------------
+
+constexpr OSStatus kLSApplicationNotFoundErr = -10814;
+
+// Starts the application bundle of the reference, unless a copy of it runs already; <AppKit/AppKit.h> says how.
+// `launched` may be null. kLSApplicationNotFoundErr when it is none or does not start; *launched is then
+// unchanged.
+OSStatus LSOpenFSRef(const FSRef* ref, FSRef* launched);

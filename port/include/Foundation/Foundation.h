@@ -1,4 +1,5 @@
-// Foundation: counted objects, strings, the settings of the user, files and the home folder.
+// Foundation: counted objects, texts, data, URLs of files and their bookmarks, the settings of the user, files
+// and the home folder.
 //
 // Objects and ownership: classes are C++ classes over one intrusive count; a selector `setBool:forKey:`
 // becomes `setBool` with its arguments in order. A function that answers a new object returns an `NSRef`,
@@ -13,7 +14,9 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -34,6 +37,9 @@ public:
     // Gives one reference back; the last one destroys the object through `dealloc`.
     void release() const;
 
+    // True when the object has a method of that name that not every object of its kind has.
+    virtual BOOL respondsToSelector(const char* selector) const;
+
 protected:
     NSObject() = default;
     virtual ~NSObject() = default;
@@ -50,6 +56,12 @@ public:
     NSRef() = default;
     // Takes over the reference that the caller holds.
     explicit NSRef(T* object) : object_(object) {}
+    // Adds a reference of its own.
+    static NSRef retained(T* object) {
+        if (object != nullptr)
+            object->retain();
+        return NSRef(object);
+    }
     NSRef(const NSRef& other) : object_(other.object_) {
         if (object_ != nullptr)
             object_->retain();
@@ -92,6 +104,91 @@ private:
     std::string utf8_;
 };
 
+// Immutable bytes.
+class NSData final : public NSObject {
+public:
+    // Copies the bytes; null is allowed when there are none.
+    static NSRef<NSData> dataWithBytes(const void* bytes, unsigned long length);
+
+    // Live as long as this object; not null.
+    const std::uint8_t* bytes() const { return reinterpret_cast<const std::uint8_t*>(content_.data()); }
+    unsigned long length() const { return content_.size(); }
+
+private:
+    explicit NSData(std::string content) : content_(std::move(content)) {}
+
+    std::string content_;
+};
+
+// A growing array of texts, which it retains. Its owner guards it while it changes.
+class NSMutableArray final : public NSObject {
+public:
+    // Empty.
+    static NSRef<NSMutableArray> array();
+    // An array of the same texts.
+    NSRef<NSMutableArray> mutableCopy() const;
+
+    unsigned long count() const { return texts_.size(); }
+    // The index is below the count; the text lives as long as the array holds it.
+    NSString* objectAtIndex(unsigned long index) const { return texts_[index].get(); }
+    // By value, exactly.
+    BOOL containsObject(const NSString& text) const;
+
+    void addObject(const NSRef<NSString>& text) { texts_.push_back(text); } // not null
+    void addObjectsFromArray(const NSMutableArray& other);
+    // Removes every text that equals this one.
+    void removeObject(const NSString& text);
+
+private:
+    NSMutableArray() = default;
+
+    std::vector<NSRef<NSString>> texts_;
+};
+
+enum NSURLBookmarkCreationOptions : unsigned long { NSURLBookmarkCreationWithSecurityScope = 1UL << 11 };
+enum NSURLBookmarkResolutionOptions : unsigned long { NSURLBookmarkResolutionWithSecurityScope = 1UL << 10 };
+
+// The URL of a file or folder, which need not exist.
+//
+// A bookmark of it finds the file again after a restart, also when it was renamed or moved meanwhile. It is no
+// secret and no right: whoever may write the settings may write one. A subclass may stand for a URL that came
+// from somewhere else.
+class NSURL : public NSObject {
+public:
+    // Null when `path` is null or empty. A relative path is made absolute against the working folder; slashes
+    // at its end are dropped.
+    static NSRef<NSURL> fileURLWithPath(const char* path);
+
+    // The path as text; null when its bytes are no UTF-8.
+    NSRef<NSString> path() const { return NSString::stringWithUTF8String(path_.c_str()); }
+    // The bytes of the path; live as long as this object.
+    const char* fileSystemRepresentation() const { return path_.c_str(); }
+
+    // A bookmark of the file, links followed. Null when there is no such file, or its path is longer than
+    // PATH_MAX allows.
+    NSRef<NSData> bookmarkDataWithOptions(NSURLBookmarkCreationOptions options) const;
+
+    // The URL of the file where it is now. What is at the recorded path comes first, whatever it is; where
+    // nothing is, the file is looked for under other names in its folder and in the folders around it, some
+    // thousand files at most. *isStale tells that a fresh bookmark should be made: the file is elsewhere, or is
+    // another one. Null, with *isStale false, when it is not found, and for bytes that no bookmark has.
+    static NSRef<NSURL> URLByResolvingBookmarkData(const NSData& bookmark,
+                                                   NSURLBookmarkResolutionOptions options, BOOL* isStale);
+
+    // Both methods of the security scope.
+    BOOL respondsToSelector(const char* selector) const override;
+    // True when this process may read the file. Access here depends on nothing but the file's permissions, so
+    // there is nothing to be given back.
+    virtual BOOL startAccessingSecurityScopedResource();
+    virtual void stopAccessingSecurityScopedResource() {}
+
+protected:
+    explicit NSURL(std::string path) : path_(std::move(path)) {}
+
+private:
+    std::string path_;
+};
+
 namespace port {
 class SettingsStore;
 }
@@ -114,9 +211,16 @@ public:
     // True for a true boolean, a number other than 0, and a text that begins with Y, y, T, t or a number
     // other than 0 (blanks, signs and zeros in front skipped); false otherwise, also when the key is absent.
     BOOL boolForKey(const char* key) const;
+    // Null when the key is absent or its value is no data.
+    NSRef<NSData> dataForKey(const char* key) const;
+    // A new array of the texts in the stored one; values of other types in it are left out. Null when the key
+    // is absent or its value is no array.
+    NSRef<NSMutableArray> arrayForKey(const char* key) const;
 
     void setBool(BOOL value, const char* key);
     void setObject(const NSString& value, const char* key);
+    void setObject(const NSData& value, const char* key);
+    void setObject(const NSMutableArray& value, const char* key);
     void removeObjectForKey(const char* key);
 
     // Writes the changes made through this object into the file, key by key over what other processes wrote
@@ -133,12 +237,27 @@ private:
     std::unique_ptr<port::SettingsStore> store_;
 };
 
+enum class NSFileType { Regular, Directory, SymbolicLink, Unknown };
+
+struct NSFileAttributes {
+    NSFileType fileType;
+};
+
+// Asks the file system and may block with it.
 class NSFileManager final : public NSObject {
 public:
     static NSFileManager* defaultManager();
 
-    // Follows links; false for an empty path. Asks the file system and may block with it.
+    // Follows links; false for an empty path.
     BOOL fileExistsAtPath(const char* path) const;
+
+    // Of the item itself, links not followed; none when they cannot be read.
+    std::optional<NSFileAttributes> attributesOfItemAtPath(const char* path) const;
+
+    // What is in the folder, hidden items too, in the order in which the file system gives it; at most
+    // kPortDirectoryItems. Empty when the folder cannot be read.
+    static constexpr unsigned long kPortDirectoryItems = 65536;
+    std::vector<NSRef<NSURL>> contentsOfDirectoryAtURL(const NSURL& folder) const;
 };
 
 // The home folder as it was given to this process: CFFIXED_USER_HOME, else HOME, else the entry of the user

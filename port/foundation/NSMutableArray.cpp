@@ -1,0 +1,37 @@
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include <Foundation/Foundation.h>
+
+namespace {
+
+auto equalTo(const char* text) {
+    return [text](const NSRef<NSString>& other) { return other->isEqualToString(text); };
+}
+
+} // namespace
+
+NSRef<NSMutableArray> NSMutableArray::array() {
+    return NSRef<NSMutableArray>(new NSMutableArray);
+}
+
+NSRef<NSMutableArray> NSMutableArray::mutableCopy() const {
+    NSRef<NSMutableArray> copy = array();
+    copy->texts_ = texts_;
+    return copy;
+}
+
+BOOL NSMutableArray::containsObject(const NSString& text) const {
+    return std::any_of(texts_.begin(), texts_.end(), equalTo(text.UTF8String()));
+}
+
+void NSMutableArray::addObjectsFromArray(const NSMutableArray& other) {
+    const std::vector<NSRef<NSString>> added = other.texts_; // the array may be added to itself
+    texts_.insert(texts_.end(), added.begin(), added.end());
+}
+
+void NSMutableArray::removeObject(const NSString& text) {
+    const std::string kept = text.UTF8String(); // it may be one of ours
+    std::erase_if(texts_, equalTo(kept.c_str()));
+}

@@ -1,0 +1,43 @@
+#include <cstring>
+#include <unistd.h>
+
+#include "corefoundation/CFURL.h"
+#include "foundation/BookmarkSearch.h"
+#include <Foundation/Foundation.h>
+
+NSRef<NSURL> NSURL::fileURLWithPath(const char* path) {
+    const port::CFRef<CFURLRef> url = port::makeURL(path != nullptr ? path : "", false);
+    return url ? NSRef<NSURL>(new NSURL(url.get()->path)) : NSRef<NSURL>();
+}
+
+NSRef<NSData> NSURL::bookmarkDataWithOptions(NSURLBookmarkCreationOptions) const {
+    port::BookmarkRecord record;
+    if (!port::makeBookmark(path_, record))
+        return {};
+    const std::string bytes = port::encodeBookmark(record);
+    return NSData::dataWithBytes(bytes.data(), bytes.size());
+}
+
+NSRef<NSURL> NSURL::URLByResolvingBookmarkData(const NSData& bookmark, NSURLBookmarkResolutionOptions,
+                                               BOOL* isStale) {
+    *isStale = NO;
+    const auto record =
+        port::decodeBookmark({reinterpret_cast<const char*>(bookmark.bytes()), bookmark.length()});
+    if (!record)
+        return {};
+    bool stale = false;
+    const std::string path = port::findBookmarked(*record, stale);
+    if (path.empty())
+        return {};
+    *isStale = stale;
+    return fileURLWithPath(path.c_str());
+}
+
+BOOL NSURL::respondsToSelector(const char* selector) const {
+    return std::strcmp(selector, "startAccessingSecurityScopedResource") == 0 ||
+           std::strcmp(selector, "stopAccessingSecurityScopedResource") == 0;
+}
+
+BOOL NSURL::startAccessingSecurityScopedResource() {
+    return ::access(path_.c_str(), R_OK) == 0;
+}
