@@ -1,0 +1,29 @@
+#!/bin/sh
+# usage: check.sh COPYTREE
+# Copies a small tree and compares, stops the copy of a large file by Ctrl-C, and lets one fail.
+set -eu
+place=$(mktemp -d)
+trap 'rm -rf "$place"' EXIT
+
+mkdir -p "$place/from/a folder/below" "$place/from/empty"
+echo one >"$place/from/first"
+echo two >"$place/from/a folder/.hidden"
+head -c 1000000 /dev/urandom >"$place/from/a folder/below/third"
+"$1" "$place/from" "$place/to/there" >"$place/printed"
+diff -r "$place/from" "$place/to/there"
+tr '\r' '\n' <"$place/printed" | grep -q '100 %'
+
+mkdir "$place/large"
+truncate -s 20G "$place/large/file"
+"$1" "$place/large" "$place/stopped" >"$place/printed" &
+until [ -s "$place/printed" ]; do # it shows when it is at work
+    sleep 0.01
+done
+kill -INT $!
+status=0
+wait $! || status=$?
+[ $status = 130 ]
+[ ! -e "$place/stopped/file" ]
+
+if "$1" "$place/none" "$place/nowhere" 2>"$place/errors" >"$place/printed"; then exit 1; fi
+grep -q "cannot copy $place/none" "$place/errors"

@@ -1,0 +1,114 @@
+// Copies a folder with everything below it, on a thread of its own, while the main thread shows how far it is;
+// Ctrl-C stops it.
+//
+// usage: copytree FROM TO
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+
+#include <base/LLimits.h>
+#include <files/LFile.h>
+#include <files/LProcessCopy.h>
+#include <port/bsd.h>
+#include <threads/LProcessEventsHandler.h>
+#include <threads/LThreadNotifyInterface.h>
+
+namespace {
+
+// What the user sees: one line that is drawn again and again. It is called on the main thread only.
+class Display : public LProcessInterfaceVoid {
+public:
+    void SetProgress(double dFraction) override {
+        dShown = dFraction;
+        Draw();
+    }
+    void SetStatus(const char* szText, int nLine) override {
+        if (nLine == 0) {
+            std::printf("%s\n", szText);
+            return;
+        }
+        strlcpy(szFile, szText, sizeof szFile);
+        Draw();
+    }
+    void SetError(const char* szText) override { std::fprintf(stderr, "\ncopytree: %s\n", szText); }
+
+private:
+    void Draw() const {
+        constexpr int nWidth = 40;
+        const int nDone = std::clamp(static_cast<int>(dShown * nWidth), 0, nWidth);
+        std::printf("\r[%.*s%*s] %3.0f %%  %.30s\033[K", nDone, "########################################",
+                    nWidth - nDone, "", dShown * 100, szFile);
+        std::fflush(stdout);
+    }
+
+    double dShown = 0;
+    char szFile[LPathBufferSize] = "";
+};
+
+// The copy reports each level of folders one line further down; the display has one line for all of them.
+class OneLine : public LProcessInterfaceNested {
+public:
+    using LProcessInterfaceNested::LProcessInterfaceNested;
+    void SetStatus(const char* szText, int) override { pParent->SetStatus(szText, 1); }
+};
+
+// A thread is a process interface: what it runs asks it whether to go on. This one's reports arrive at the
+// display, on the main thread.
+class CopyThread : public LThreadNotifyInterface {
+public:
+    CopyThread(Display& display, const LProcessCopyFolder& folders)
+        : LThreadNotifyInterface(&display), copy(folders) {}
+    // The work uses this object's own members, so the thread ends before they go.
+    ~CopyThread() override { _StopAndWait(); }
+
+    int nResult = LProcessFailed;
+
+private:
+    void ThreadFunction() override {
+        SetStatusF(0, "%s to %s", copy.szSource, copy.szTarget);
+        LFile::CreateFolderTree(copy.szTarget);
+        OneLine names(*this);
+        nResult = Process(names, copy);
+        if (nResult == LProcessFinished)
+            SetProgress(1.0);
+        else if (nResult == LProcessFailed)
+            SetErrorF("cannot copy %s", copy.szSource);
+    }
+
+    LProcessCopyFolder copy;
+};
+
+LThread* pRunning = nullptr;
+
+// Setting a signal is one write into a pipe, which a signal handler may do. This takes the place of the
+// library's own handler, which ends the program at once.
+void OnInterrupt(int) {
+    pRunning->StopThreadSoon();
+}
+
+int Copy(const LProcessCopyFolder& folders) {
+    Display display;
+    CopyThread thread(display, folders);
+    pRunning = &thread;
+    std::signal(SIGINT, OnInterrupt);
+    thread.Start(31);
+    ProcessWaitSignalObjectAndProcessEvents(thread.GetFinishedSignal());
+    LProcessClearCurrentEvents(); // the last reports
+    std::printf(thread.nResult == LProcessStopped ? "\nstopped\n" : "\n");
+    std::signal(SIGINT, SIG_DFL);
+    return thread.nResult == LProcessStopped ? 130 : thread.nResult;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 3) {
+        std::fputs("usage: copytree FROM TO\n", stderr);
+        return 64;
+    }
+    LThreadRunOnMainThread::Init();
+    const int nStatus = Copy({argv[1], argv[2]});
+    LThreadRunOnMainThread::Destroy();
+    return nStatus;
+}

@@ -1,0 +1,98 @@
+#include "threads/LThreadNotifyInterface.h"
+
+#include <cmath>
+#include <cstring>
+
+namespace {
+
+enum NotifyCode : unsigned int {
+    CodeError = 0,
+    CodeStatus = 1, // and one more for each further line
+    CodeStatusDetail = 2,
+    CodeProgress = 3,
+    CodeIndeterminateOn = 4,
+    CodeIndeterminateOff = 5,
+};
+
+constexpr double dPercent = 100;
+constexpr double dLargestFraction = 1e16; // its percents still fit a number
+
+} // namespace
+
+LThreadNotifyInterface::LThreadNotifyInterface(LProcessInterface* pReceivingInterface, bool bDeliver)
+    : pReceiver(pReceivingInterface), pPoster(bDeliver && pReceivingInterface != nullptr ? this : nullptr) {}
+
+// First the reports end, then those that are queued go, then what they use.
+LThreadNotifyInterface::~LThreadNotifyInterface() {
+    _StopAndWait();
+    QueuedNotifyDataHandlerDestroy();
+}
+
+void LThreadNotifyInterface::_Post(unsigned int dwCode, const void* pData, unsigned long dwSize) {
+    if (pPoster != nullptr)
+        pPoster->PostNotifyFromSender(dwCode, pData, dwSize);
+}
+
+void LThreadNotifyInterface::SetError(const char* szText) {
+    _Post(CodeError, szText, std::strlen(szText) + 1);
+}
+
+void LThreadNotifyInterface::SetStatus(const char* szText, int nLine) {
+    if (nLine < 0 || nLine >= nStatusLines)
+        return;
+    {
+        const LLockScope scope(statusLock);
+        strlcpy(szStatus[nLine], szText, LPathBufferSize);
+    }
+    _Post(CodeStatus + static_cast<unsigned int>(nLine), nullptr, 0);
+}
+
+// The size carries whole percents, negative ones wrapped.
+void LThreadNotifyInterface::SetProgress(double dFraction) {
+    if (std::fabs(dFraction) < dLargestFraction)
+        _Post(CodeProgress, nullptr,
+              static_cast<unsigned long>(static_cast<long long>(dFraction * dPercent)));
+}
+
+void LThreadNotifyInterface::SetProgressIndeterminateOn() {
+    _Post(CodeIndeterminateOn, nullptr, 0);
+}
+
+void LThreadNotifyInterface::SetProgressIndeterminateOff() {
+    _Post(CodeIndeterminateOff, nullptr, 0);
+}
+
+void LThreadNotifyInterface::EvQueuedNotifyData(unsigned int dwCode, const void* pData,
+                                                unsigned long dwSize) {
+    switch (dwCode) {
+    case CodeError:
+        if (pData != nullptr)
+            pReceiver->SetError(static_cast<const char*>(pData));
+        break;
+    case CodeStatus:
+    case CodeStatusDetail:
+        _DeliverStatus(static_cast<int>(dwCode - CodeStatus));
+        break;
+    case CodeProgress:
+        pReceiver->SetProgress(static_cast<double>(static_cast<long long>(dwSize)) * 0.01);
+        break;
+    case CodeIndeterminateOn:
+        pReceiver->SetProgressIndeterminateOn();
+        break;
+    case CodeIndeterminateOff:
+        pReceiver->SetProgressIndeterminateOff();
+        break;
+    default:
+        break;
+    }
+}
+
+// The receiver runs without the lock.
+void LThreadNotifyInterface::_DeliverStatus(int nLine) {
+    char szText[LPathBufferSize];
+    {
+        const LLockScope scope(statusLock);
+        strlcpy(szText, szStatus[nLine], sizeof szText);
+    }
+    pReceiver->SetStatus(szText, nLine);
+}

@@ -1,0 +1,46 @@
+// A thread whose reports (errors, status lines, progress) arrive on the main thread, at a receiving interface:
+// typically a progress display.
+//
+// Thread-safety: the reports are made by the thread itself; the receiver is called on the main thread, in its
+// event loop. The object is destroyed on the main thread.
+//
+// The thread never waits for the main thread. Status lines are coalesced: a report stores the newest text, and
+// each delivery brings the text that is newest then. Errors are delivered each with its own text, progress in
+// whole percent, truncated.
+//
+// As with every thread, a subclass whose ThreadFunction uses its own members stops the thread in its own
+// destructor (`_StopAndWait`).
+#pragma once
+
+#include "base/LLimits.h"
+#include "threads/LLockObject.h"
+#include "threads/LQueuedNotify.h"
+#include "threads/LThread.h"
+
+class LThreadNotifyInterface : public LThread, public LQueuedNotifyDataHandler {
+public:
+    // The receiver outlives this object. Without `bDeliver` all reports are dropped.
+    explicit LThreadNotifyInterface(LProcessInterface* pReceivingInterface, bool bDeliver = true);
+    // Stops the thread, waits for it and drops the reports that were not yet delivered.
+    ~LThreadNotifyInterface() override;
+
+    void SetError(const char* szText) override;
+    // Lines 0 and 1, each cut at 259 bytes; deeper lines are not delivered.
+    void SetStatus(const char* szText, int nLine) override;
+    void SetProgress(double dFraction) override;
+    void SetProgressIndeterminateOn() override;
+    void SetProgressIndeterminateOff() override;
+
+    void EvQueuedNotifyData(unsigned int dwCode, const void* pData, unsigned long dwSize) override;
+
+private:
+    static constexpr int nStatusLines = 2;
+
+    void _Post(unsigned int dwCode, const void* pData, unsigned long dwSize);
+    void _DeliverStatus(int nLine);
+
+    LProcessInterface* pReceiver;
+    LQueuedNotifyDataHandler* pPoster; // null: nothing is delivered
+    LLockObject statusLock;
+    char szStatus[nStatusLines][LPathBufferSize] = {};
+};

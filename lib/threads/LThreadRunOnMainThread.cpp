@@ -1,0 +1,123 @@
+#include "threads/LThreadRunOnMainThread.h"
+
+#include <memory>
+
+namespace {
+
+constexpr OSType dwEventClass = 0x4C4E6F74;              // 'LNot'
+constexpr UInt32 dwEventKind = 0x4C4E646B;               // 'LNdk'
+constexpr EventParamName dwTargetParameter = 0x4C4E7468; // 'LNth'
+constexpr EventParamName dwDataParameter = 0x4C4E6461;   // 'LNda'
+constexpr ByteCount dwPointerSize = sizeof(void*);
+
+// Null when the event has no such parameter.
+template <typename T>
+T* GetPointer(EventRef pEvent, EventParamName dwName) {
+    T* pObject = nullptr;
+    GetEventParameter(pEvent, dwName, typeVoidPtr, nullptr, dwPointerSize, nullptr, &pObject);
+    return pObject;
+}
+
+template <typename T>
+void SetPointer(EventRef pEvent, EventParamName dwName, T* pObject) {
+    SetEventParameter(pEvent, dwName, typeVoidPtr, dwPointerSize, &pObject);
+}
+
+// The event gives its data up: it cannot be deleted twice, whatever happens to the event.
+std::unique_ptr<LThreadRunOnMainThreadData> TakeData(EventRef pEvent) {
+    auto* pData = GetPointer<LThreadRunOnMainThreadData>(pEvent, dwDataParameter);
+    SetPointer<LThreadRunOnMainThreadData>(pEvent, dwDataParameter, nullptr);
+    return std::unique_ptr<LThreadRunOnMainThreadData>(pData);
+}
+
+} // namespace
+
+std::atomic<EventQueueRef> LThreadRunOnMainThread::pMainQueue{nullptr};
+EventHandlerUPP LThreadRunOnMainThread::pHandlerProcedure = nullptr;
+EventHandlerRef LThreadRunOnMainThread::pHandler = nullptr;
+
+void LThreadRunOnMainThread::Init() {
+    if (pHandler != nullptr)
+        return;
+    const EventTypeSpec type{dwEventClass, dwEventKind};
+    pMainQueue = GetMainEventQueue();
+    pHandlerProcedure = NewEventHandlerUPP(EventHandler);
+    InstallEventHandler(GetApplicationEventTarget(), pHandlerProcedure, 1, &type, nullptr, &pHandler);
+}
+
+void LThreadRunOnMainThread::Destroy() {
+    if (pHandler == nullptr)
+        return;
+    pMainQueue = nullptr;
+    RemoveEventHandler(pHandler);
+    DisposeEventHandlerUPP(pHandlerProcedure);
+    pHandler = nullptr;
+    pHandlerProcedure = nullptr;
+}
+
+void LThreadRunOnMainThread::RunOnMainThread(LThreadRunOnMainThreadData* pData) {
+    EventRef pEvent = nullptr;
+    CreateEvent(nullptr, dwEventClass, dwEventKind, 0, kEventAttributeNone, &pEvent);
+    SetPointer(pEvent, dwTargetParameter, this);
+    SetPointer(pEvent, dwDataParameter, pData);
+    // Once it is posted the event, its data and even this object may be gone.
+    if (!_Post(pEvent))
+        delete pData;
+    ReleaseEvent(pEvent);
+}
+
+// Under the lock from the test to the queue, so that nothing is queued after a close has looked through it.
+bool LThreadRunOnMainThread::_Post(EventRef pEvent) {
+    const LLockScope scope(lock);
+    if (bClosing || !bEnabled)
+        return false;
+    IncRefCount();
+    if (PostEventToQueue(pMainQueue, pEvent, kEventPriorityStandard) == noErr)
+        return true;
+    DecRefCount();
+    return false;
+}
+
+void LThreadRunOnMainThread::ThreadRunOnMainThreadDestroy() {
+    {
+        const LLockScope scope(lock);
+        if (!bEnabled)
+            return;
+        bClosing = true;
+    }
+    // Without the lock: the data's destructors may do anything, posting included.
+    FlushSpecificEventsFromQueue(GetMainEventQueue(), FlushEventFromQueueCallBack, this);
+    const LLockScope scope(lock);
+    bEnabled = false;
+}
+
+// What runs may close the target and delete it, so the count is looked up before.
+OSStatus LThreadRunOnMainThread::EventHandler(OpaqueEventHandlerCallRef*, OpaqueEventRef* pEvent, void*) {
+    std::unique_ptr<LThreadRunOnMainThreadData> data = TakeData(pEvent);
+    if (data == nullptr)
+        return noErr;
+    const auto* pTarget = GetPointer<LThreadRunOnMainThread>(pEvent, dwTargetParameter);
+    Count* const pCount = pTarget != nullptr ? pTarget->pCount : nullptr;
+    data->MainThreadFunction();
+    data.reset();
+    if (pCount != nullptr)
+        pCount->Release();
+    return noErr;
+}
+
+Boolean LThreadRunOnMainThread::FlushEventFromQueueCallBack(OpaqueEventRef* pEvent, void* pTarget) {
+    return static_cast<LThreadRunOnMainThread*>(pTarget)->FlushEventFromQueue(pEvent) ? 1 : 0;
+}
+
+bool LThreadRunOnMainThread::FlushEventFromQueue(OpaqueEventRef* pEvent) {
+    if (GetPointer<LThreadRunOnMainThread>(pEvent, dwTargetParameter) != this)
+        return false;
+    if (TakeData(pEvent) != nullptr)
+        DecRefCount();
+    return true;
+}
+
+void LThreadRunOnMainThread::Count::Release() {
+    if (nReferences.fetch_sub(1, std::memory_order_acq_rel) == 1)
+        delete this;
+}
