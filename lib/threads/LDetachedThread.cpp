@@ -47,7 +47,7 @@ void LDetachedThreadsState::WaitForLeaving() {
                 return;
             noneLeaving.Reset();
         }
-        noneLeaving.WaitSignal(LNoTimeLimit);
+        noneLeaving.WaitInLoop();
     }
 }
 
@@ -57,7 +57,7 @@ void LDetachedThread::StartDetached(LDetachedThreadsOwner& owner, int nNewPriori
     start->pState = owner.pState;
     auto handedOver = std::make_unique<std::shared_ptr<LDetachedThreadStart>>(start);
     _Prepare(nNewPriority);
-    if (!_Create(_ThreadCallback, handedOver.get()))
+    if (!start->starterDone.IsUsable() || !_Create(_ThreadCallback, handedOver.get()))
         return;
     static_cast<void>(handedOver.release());
     _WaitStarted(nNewPriority);
@@ -74,7 +74,7 @@ void* LDetachedThread::_ThreadCallback(void* pStart) {
     LDetachedThread* pThread = start.pThread;
     pThread->ThreadCallback();
     while (!start.starterDone.IsSignaled())
-        start.starterDone.WaitSignal(LNoTimeLimit);
+        start.starterDone.WaitInLoop();
     pThread->_SetFinished();
     start.pState->Destruct(pThread);
     return nullptr;

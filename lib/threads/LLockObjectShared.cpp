@@ -30,7 +30,7 @@ void LLockObjectShared::LockExclusive() {
     while (nShared.load() > 0) {
         _ArmReleased();
         mutex.Unlock();
-        released.WaitSignal(LNoTimeLimit);
+        released.WaitInLoop();
         mutex.Lock();
     }
 }
@@ -40,7 +40,7 @@ void LLockObjectShared::UpgradeLock() {
     _LeaveShared();
     while (nShared.load() > 0) {
         _ArmReleased();
-        released.WaitSignal(LNoTimeLimit);
+        released.WaitInLoop();
     }
 }
 

@@ -32,13 +32,15 @@ void* ProcessRunThreadCallback(void* pData) {
     Run(*data);
     data->done.Signal();
     while (!data->release.IsSignaled())
-        data->release.WaitSignal(LNoTimeLimit);
+        data->release.WaitInLoop();
     return nullptr;
 }
 
 int ProcessRunCommand(LProcessInterface& process, const char* szCommand, int& nExitCode) {
     nExitCode = -1;
     auto data = std::make_unique<ProcessRunData>();
+    if (!data->done.IsUsable() || !data->release.IsUsable())
+        return LProcessFailed;
     data->sCommand = szCommand;
     pthread_t thread;
     if (pthread_create(&thread, nullptr, ProcessRunThreadCallback, data.get()) != 0)

@@ -21,8 +21,8 @@ struct ProcessRunData {
     int nExitCode = -1; // the exit status, -1 unless the command exited normally
 };
 
-// The entry of the worker thread; takes the ProcessRunData over. Runs the command with an empty standard
-// input. Returns null.
+// The entry of the worker thread; takes the ProcessRunData over. Both signals are usable. Runs the command with
+// an empty standard input. Returns null.
 void* ProcessRunThreadCallback(void* pData);
 
 // Runs the command and waits for its end. LProcessFinished with the exit status in `nExitCode` (-1 when the

@@ -3,17 +3,16 @@
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
+#include <poll.h>
 #include <port/thread_order.h>
 #include <unistd.h>
+
+#include "base/LSleep.h"
 
 namespace {
 
 constexpr int nNoDescriptor = -1;
-
-void AddFlags(int nDescriptor) {
-    fcntl(nDescriptor, F_SETFL, fcntl(nDescriptor, F_GETFL) | O_NONBLOCK);
-    fcntl(nDescriptor, F_SETFD, fcntl(nDescriptor, F_GETFD) | FD_CLOEXEC);
-}
+constexpr unsigned int dwPollMilliseconds = 1;
 
 } // namespace
 
@@ -31,6 +30,24 @@ void LSignalObjectRef::Reset() const {
     do
         nGot = read(nRead, bytes, sizeof bytes);
     while (nGot == static_cast<ssize_t>(sizeof bytes) || (nGot < 0 && errno == EINTR));
+}
+
+// Even a look that does not wait is interrupted by a POSIX signal that is about to be delivered. The waits
+// take that for a success, and their callers ask here what it was. Long work asks here between its units:
+// for one descriptor `poll` takes a third of the time of `select`.
+bool LSignalObjectRef::IsSignaled() const {
+    if (!FitsSelect(nRead))
+        return false;
+    pollfd look{nRead, POLLIN, 0};
+    while (poll(&look, 1, 0) < 0 && errno == EINTR) {
+    }
+    if (look.revents == 0 || (look.revents & POLLNVAL) != 0)
+        return false;
+    fd_set set;
+    FD_ZERO(&set);
+    FD_SET(nRead, &set);
+    port_order_acquire(set, nRead);
+    return true;
 }
 
 bool LSignalObjectRef::WaitSignal(unsigned int timeout) const {
@@ -81,12 +98,10 @@ bool LSignalObjectRef::Select(int nHighest, fd_set& set, unsigned int timeout) {
 
 LSignalObject::LSignalObject() {
     int ends[2];
-    if (pipe(ends) != 0)
+    if (pipe2(ends, O_NONBLOCK | O_CLOEXEC) != 0)
         return;
     nRead = ends[0];
     nWrite = ends[1];
-    AddFlags(nRead);
-    AddFlags(nWrite);
 }
 
 LSignalObject::~LSignalObject() {
@@ -94,6 +109,11 @@ LSignalObject::~LSignalObject() {
         return;
     close(nRead);
     close(nWrite);
+}
+
+void LSignalObject::WaitInLoop() const {
+    if (!WaitSignal(LNoTimeLimit))
+        LSleepMilliseconds(dwPollMilliseconds);
 }
 
 LSignalObjectGroup::LSignalObjectGroup() {

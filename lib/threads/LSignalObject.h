@@ -24,7 +24,8 @@ public:
 
     void Signal() const;
     void Reset() const;
-    bool IsSignaled() const { return WaitSignal(0); }
+    // Exact: true only when the signal is set, whatever POSIX signals arrive meanwhile. Never blocks.
+    bool IsSignaled() const;
 
     // True when one of the signals waited for is set, which one is not told; true as well when a POSIX signal
     // interrupted the wait, so a caller to whom that matters asks `IsSignaled` afterwards. False when the
@@ -60,10 +61,16 @@ public:
 
     operator LSignalObjectRef() const { return {nRead, nWrite}; }
 
+    // False when there is no pipe, or none whose end fits a `select`: it cannot be waited on.
+    bool IsUsable() const { return LSignalObjectRef::FitsSelect(nRead); }
+
     void Signal() const { LSignalObjectRef(*this).Signal(); }
     void Reset() const { LSignalObjectRef(*this).Reset(); }
     bool IsSignaled() const { return LSignalObjectRef(*this).IsSignaled(); }
     bool WaitSignal(unsigned int timeout) const { return LSignalObjectRef(*this).WaitSignal(timeout); }
+    // For a loop that looks at its condition after each wait: waits until the signal is set or a POSIX signal
+    // comes, and a millisecond when it is not usable.
+    void WaitInLoop() const;
 
 private:
     int nRead = -1;
@@ -87,6 +94,9 @@ public:
     bool IsSignaled() const { return Select(0); }
 
     int GetCount() const { return nCount; }
+    // The descriptors of the members, from 0 to the highest one, -1 when there is none.
+    int GetHighest() const { return nHighest; }
+    bool Contains(int nDescriptor) const { return FD_ISSET(nDescriptor, &set); }
 
 private:
     friend class LThread;

@@ -25,8 +25,8 @@ struct Address {
     const sockaddr* Get() const { return reinterpret_cast<const sockaddr*>(&address); }
 };
 
-port::UniqueFd OpenSocket() {
-    return port::UniqueFd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+port::UniqueFd OpenSocket(int nFlags = 0) {
+    return port::UniqueFd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | nFlags, 0));
 }
 
 } // namespace
@@ -45,10 +45,11 @@ LSignalObjectNamed::~LSignalObjectNamed() {
         unlink(szPath);
 }
 
-// The connection is closed right behind the byte: its end is what ends the waiter's Reset.
+// The connection is closed right behind the byte: its end is what ends the waiter's Reset. Without blocking: a
+// waiter that stands still does not hold the signaller up, nor can a POSIX signal break the connecting off.
 void LSignalObjectNamed::Signal() const {
     const Address address(szPath);
-    const port::UniqueFd peer = OpenSocket();
+    const port::UniqueFd peer = OpenSocket(SOCK_NONBLOCK);
     const char byte = 1;
     if (szPath[0] != '\0' && peer && connect(peer.get(), address.Get(), sizeof address.address) == 0)
         send(peer.get(), &byte, 1, MSG_NOSIGNAL);

@@ -4,6 +4,8 @@
 #include <port/mach.h>
 
 #include "base/LDeadline.h"
+#include "base/LSleep.h"
+#include "debug/LDebugSignals.h" // brings the library's signal handlers
 
 namespace {
 
@@ -22,7 +24,7 @@ void SetTimeConstraint(mach_port_t machThread) {
 // A POSIX signal ends a wait early; only the signal object itself tells.
 void WaitUntilSet(const LSignalObject& signal) {
     while (!signal.IsSignaled())
-        signal.WaitSignal(LNoTimeLimit);
+        signal.WaitInLoop();
 }
 
 } // namespace
@@ -57,7 +59,10 @@ void LThread::_Prepare(int nNewPriority) {
     nPriority.store(nNewPriority);
 }
 
+// A thread that nobody could stop or wait for is not made.
 bool LThread::_Create(void* (*pEntry)(void*), void* pArgument) {
+    if (!stop.IsUsable() || !finished.IsUsable() || !started.IsUsable())
+        return false;
     bRunning.store(true);
     bCreated = true;
     pthread_t made;
@@ -108,6 +113,10 @@ void LThread::SetPriority(int nNewPriority) {
 }
 
 bool LThread::ProcessWait(unsigned int timeout) {
+    if (!stop.IsUsable()) {
+        LSleepMilliseconds(timeout);
+        return false;
+    }
     const LDeadline deadline(timeout);
     do {
         if (stop.WaitSignal(deadline.GetRemaining()) && stop.IsSignaled())
@@ -136,10 +145,11 @@ int LThread::ProcessWaitSignalObjectGroup(LSignalObjectGroup& group, unsigned in
 // may still hold that of a thread long gone.
 int LThread::_Wait(int nHighest, fd_set& set, unsigned int timeout) const {
     const int nStop = LSignalObjectRef(stop).GetReadDescriptor();
-    if (!LSignalObjectRef::FitsSelect(nStop))
+    if (stop.IsUsable()) {
+        FD_SET(nStop, &set);
+        nHighest = std::max(nHighest, nStop);
+    }
+    if (LSignalObjectRef::SelectReadable(nHighest, set, timeout) <= 0)
         return LProcessWaitFailed;
-    FD_SET(nStop, &set);
-    if (LSignalObjectRef::SelectReadable(std::max(nHighest, nStop), set, timeout) <= 0)
-        return LProcessWaitFailed;
-    return FD_ISSET(nStop, &set) ? LProcessWaitStopped : LProcessWaitSignaled;
+    return stop.IsUsable() && FD_ISSET(nStop, &set) ? LProcessWaitStopped : LProcessWaitSignaled;
 }

@@ -28,7 +28,8 @@ public:
     // Starts the thread, unless it runs: then nothing changes, not even the priority. A thread that has ended
     // may be started again. Returns when the new thread has started, or a stop was requested meanwhile;
     // priority 91 asks for the time-constraint policy, any other is a plain scheduling priority, and a system
-    // that refuses either is not reported. When no thread can be made the object is left without one.
+    // that refuses either is not reported. When no thread can be made, or the object's signals cannot be waited
+    // on, the object is left without one: `IsRunning` tells.
     void Start(int nPriority);
 
     // Requests the stop and returns at once. A request that arrives while the thread starts is seen by it.
@@ -38,7 +39,8 @@ public:
     LSignalObjectRef GetFinishedSignal() const { return finished; }
 
     bool IsToStop() override { return stop.IsSignaled(); }
-    // True as soon as a stop is requested; POSIX signals do not shorten the wait.
+    // True as soon as a stop is requested; POSIX signals do not shorten the wait. Where the stop signal cannot be
+    // waited on the wait just lasts its time.
     bool ProcessWait(unsigned int timeout) override;
     // LProcessWaitStopped when a stop is requested, also when both are set. A POSIX signal ends the wait as
     // LProcessWaitFailed.

@@ -1,4 +1,5 @@
 #include "base/LDeadline.h"
+#include "support/SignalStorm.h"
 #include "support/TemporaryFolder.h"
 #include "threads/LLockFile.h"
 #include "threads/LLockObjectShared.h"
@@ -57,6 +58,7 @@ TEST(LLockObjectSharedTest, RandomTrafficKeepsItsPromise) {
         nWriters.fetch_sub(1);
     };
     InThreads(6, [&](unsigned seed) {
+        const std::jthread storm = SignalStorm();
         std::mt19937 random(seed);
         for (int i = 0; i < 3000; ++i) {
             const unsigned kind = random() % 8;
@@ -87,6 +89,7 @@ TEST(SystemLockTest, ExcludesProcessesAndOutlivesAKilledHolder) {
     const char* szName = sName.c_str();
     auto holder = std::make_unique<Holder>([&] { return (new LSystemLockMutex(szName))->Lock(1000); });
     LSystemLockMutex lock(szName);
+    const std::jthread storm = SignalStorm();
     const LDeadline threeAttempts(30);
     EXPECT_FALSE(lock.Lock(25));
     EXPECT_TRUE(threeAttempts.IsPast());
@@ -95,7 +98,7 @@ TEST(SystemLockTest, ExcludesProcessesAndOutlivesAKilledHolder) {
     lock.Release();
     EXPECT_FALSE(lock.Lock(0)); // spent
     LSystemLockMutex next(szName);
-    next.LockForever();
+    next.LockForever(); // free, so no POSIX signal can end a wait
     EXPECT_FALSE(LSystemLockMutex(szName).Lock(0));
     EXPECT_EQ(semctl(semget(LSystemLockMutex::MakeKey(szName), 0, 0), 0, IPC_RMID), 0);
     EXPECT_EQ(LSystemLockMutex::MakeKey("UID"), 367844708);
@@ -151,6 +154,7 @@ TEST_F(LLockFileTest, ATimedLockIsHadWhenItsHolderIsKilledMeanwhile) {
     auto holder = std::make_unique<Holder>(
         [&] { return port_open(sPath.c_str(), O_RDWR | O_CREAT | O_EXLOCK, 0600) != -1; });
     const port::UniqueFd file(port_open(sPath.c_str(), O_RDONLY));
+    const std::jthread storm = SignalStorm();
     EXPECT_EQ(flocktimed(file.get(), LOCK_SH | LOCK_NB, 0), -1);
     const std::jthread killer([&] {
         usleep(10000);

@@ -56,18 +56,6 @@ TEST(SignalTest, GroupsCountAdditionsUpTo256) {
     EXPECT_TRUE(group.Select(1000));
 }
 
-TEST(SignalTest, DescriptorsThatFitNoSelectAreRefused) {
-    LSignalObject normal;
-    for (const int nDescriptor : {FD_SETSIZE, -1}) {
-        const LSignalObjectRef refused(nDescriptor, nDescriptor);
-        EXPECT_FALSE(refused.WaitSignal(0));
-        EXPECT_FALSE(LSignalObjectRef(normal).WaitSignalDual(refused, 0));
-        LSignalObjectGroup group;
-        group.Add(refused);
-        EXPECT_EQ(group.GetCount(), 0);
-    }
-}
-
 // Both ends in processes of their own, in a private home.
 TEST(SignalTest, NamedSignalsReachAnotherProcess) {
     const TemporaryFolder home;

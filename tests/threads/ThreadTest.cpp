@@ -1,28 +1,27 @@
 #include "base/LDeadline.h"
+#include "base/LSleep.h"
+#include "platform/LPipe.h"
+#include "support/SignalStorm.h"
+#include "support/TemporaryFolder.h"
 #include "threads/LDetachedThread.h"
+#include "threads/LLockFile.h"
+#include "threads/LLockObjectShared.h"
 #include "threads/LProcessRun.h"
 #include "threads/LThread.h"
 
-#include <csignal>
 #include <cstdlib>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <string>
+#include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
 int Rounds(int nShort) {
     return std::getenv("LFOUNDATION_TORTURE") != nullptr ? 10000 : nShort;
-}
-
-// Sends SIGUSR1 to the calling thread again and again until the result is destroyed.
-std::jthread SignalStorm() {
-    signal(SIGUSR1, [](int) {});
-    return std::jthread([target = pthread_self()](const std::stop_token& end) {
-        for (; !end.stop_requested(); usleep(2000))
-            pthread_kill(target, SIGUSR1);
-    });
 }
 
 // Works until it is stopped, or ends at once.
@@ -38,13 +37,17 @@ struct Worker : Thread {
         if (bWait)
             this->ProcessWait(LNoTimeLimit);
     }
-    void Wait() const { LSignalObjectRef(this->GetFinishedSignal()).WaitSignal(LNoTimeLimit); }
+    void Wait() const {
+        while (!this->GetFinishedSignal().IsSignaled()) // a POSIX signal ends a wait
+            this->GetFinishedSignal().WaitSignal(LNoTimeLimit);
+    }
     static inline std::atomic<int> nAlive{0};
     const bool bWait;
     int nRuns = 0;
 };
 
 TEST(LThreadTest, StartsAgainAndSurvivesDestructionInEveryState) {
+    const std::jthread storm = SignalStorm();
     for (int i = 0; i < Rounds(500); ++i) {
         Worker<LThread> worker(i % 2 == 0);
         for (int nRuns = 1; nRuns <= i % 3; ++nRuns) {
@@ -95,13 +98,17 @@ TEST(LThreadTest, PosixSignalsEndWaitsForSignalsOnly) {
     EXPECT_EQ(plain.ProcessWaitSignal(signal, 20000), LProcessWaitSignaled);
     EXPECT_FALSE(group.Select(20000));
     EXPECT_FALSE(late.IsPast());
+    for (const LDeadline span(300); !span.IsPast();) // a storm makes nothing look set
+        ASSERT_FALSE(signal.IsSignaled());
     signal.Signal();
-    for (int i = 0; i < 10000; ++i) // a storm does not hide what is set
+    for (int i = 0; i < 10000; ++i) // nor does it hide what is
         ASSERT_EQ(self.ProcessWaitSignal(signal, LNoTimeLimit), LProcessWaitSignaled);
 }
 
+using Detached = Worker<LDetachedThread>;
+
 TEST(LDetachedThreadTest, DeletesItselfOrIsStoppedByItsOwner) {
-    using Detached = Worker<LDetachedThread>;
+    const std::jthread storm = SignalStorm();
     for (int i = 0; i < Rounds(200); ++i) {
         LDetachedThreadsOwner owner;
         for (int j = 0; j < 3; ++j) {
@@ -116,6 +123,66 @@ TEST(LDetachedThreadTest, DeletesItselfOrIsStoppedByItsOwner) {
     }
     EXPECT_EQ(Detached::nAlive.load(), 0);
 }
+
+// In a process whose next descriptor is past those that a wait can watch, or that can have no more at all.
+struct DescriptorsTest : testing::TestWithParam<rlim_t>, TemporaryFolder {
+    DescriptorsTest() {
+        getrlimit(RLIMIT_NOFILE, &former);
+        const rlimit most{4096, former.rlim_max}, limit{GetParam(), former.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &most);
+        while (taken.empty() || taken.back().get() < FD_SETSIZE)
+            taken.emplace_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
+        setrlimit(RLIMIT_NOFILE, &limit);
+    }
+    ~DescriptorsTest() override { setrlimit(RLIMIT_NOFILE, &former); }
+    const LSignalObject usable;
+    rlimit former{};
+    std::vector<port::UniqueFd> taken;
+};
+
+TEST_P(DescriptorsTest, NothingHangsAndWhatCannotWorkSaysSo) {
+    usable.Signal();
+    const LSignalObject signal;
+    signal.Signal();
+    EXPECT_FALSE(signal.WaitSignal(LNoTimeLimit));
+    EXPECT_FALSE(LSignalObjectRef(usable).WaitSignalDual(signal, LNoTimeLimit));
+    LSignalObjectGroup group;
+    group.Add(signal);
+    EXPECT_EQ(group.GetCount(), 0);
+    Worker<LThread> worker(true);
+    worker.Start(31);
+    EXPECT_FALSE(worker.IsRunning());
+    EXPECT_EQ(worker.ProcessWaitSignal(usable, LNoTimeLimit), LProcessWaitSignaled);
+    const LDeadline whole(19);
+    EXPECT_FALSE(worker.ProcessWait(20));
+    EXPECT_TRUE(whole.IsPast());
+    LDetachedThreadsOwner owner;
+    auto* const pDetached = new Detached(true);
+    owner.Add(pDetached);
+    pDetached->StartDetached(owner, 31);
+    owner.StopThreadsNow();
+    int nExitCode = 99;
+    EXPECT_EQ(ProcessRunCommand(worker, "true", nExitCode), LProcessFailed);
+    LLockObjectShared shared;
+    shared.LockShared();
+    const std::jthread leaver([&] {
+        usleep(5000);
+        shared.UnlockShared();
+    });
+    shared.LockExclusive();
+    shared.UnlockExclusive();
+    if (GetParam() == 0)
+        return;
+    LLockFile lock, second;
+    EXPECT_TRUE(lock.Lock((root / "file").c_str()) && lock.IsHeld());
+    EXPECT_FALSE(second.Lock((root / "file").c_str()));
+    LPipeInOut pipe;
+    ASSERT_TRUE(pipe._Open("read word; test $word = hello", 0, 0));
+    EXPECT_EQ(write(pipe.GetWriteDescriptor(), "hello\n", 6), 6);
+    EXPECT_EQ(pipe.Close(), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(HighAndNone, DescriptorsTest, testing::Values(4096, 0));
 
 // What reaches the outermost interface.
 struct Recorder : LProcessInterfaceVoid {
@@ -145,8 +212,9 @@ TEST(LProcessRunTest, TellsHowACommandEndedInAStormToo) {
         EXPECT_EQ(nExitCode, nExpected) << szCommand;
     }
     process.StopThreadSoon();
-    EXPECT_EQ(ProcessRunCommand(process, "sleep 1", nExitCode), LProcessStopped);
+    EXPECT_EQ(ProcessRunCommand(process, "sleep 0.1", nExitCode), LProcessStopped);
     EXPECT_EQ(nExitCode, -1);
+    LSleepMilliseconds(400); // the worker ends by itself and frees what it was given
 }
 
 } // namespace
