@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <pthread.h>
 #include <unistd.h>
 
 #include "HelperReport.h"
@@ -28,10 +29,17 @@ LPtr<LXPCMachServer> pXPCServer;
 // Events ask for the server on their own threads while another one ends the helper.
 constinit std::mutex mutexServer;
 
-// The first thread that ends the process goes on; later ones must neither destroy anything twice nor return.
+// True for the first thread that ends the process.
+bool IsEndingThread() {
+    static constinit std::atomic<pthread_t> endingThread{};
+    pthread_t first{};
+    return endingThread.compare_exchange_strong(first, pthread_self()) ||
+           pthread_equal(first, pthread_self());
+}
+
+// The first thread goes on; later ones must neither destroy anything twice nor return.
 void BeginEnding() {
-    static constinit std::atomic_flag bEnding;
-    while (bEnding.test_and_set())
+    while (!IsEndingThread())
         pause();
 }
 
@@ -43,6 +51,20 @@ void DestroyServer() {
     const std::lock_guard lock(mutexServer);
     pEnding.Reset(pXPCServer.Release());
 }
+
+// A signal ends the process without asking the delegate. Where another thread is ending it already, that one
+// may be waiting for this one to leave `exit`.
+struct LServerAtExit {
+    LServerAtExit() = default;
+    LServerAtExit(const LServerAtExit&) = delete;
+    LServerAtExit& operator=(const LServerAtExit&) = delete;
+    ~LServerAtExit() {
+        if (!IsEndingThread())
+            _exit(EXIT_SUCCESS);
+        DestroyServer();
+    }
+};
+const LServerAtExit serverAtExit;
 
 void ForgetSetting(NSUserDefaults* pDefaults) {
     pDefaults->removeObjectForKey(LSettingLaunchAtLogin);

@@ -1,0 +1,40 @@
+// A marker file in the temporary folder that tells a run whether the previous run of the same user ended
+// without its clean end: a run makes the marker and keeps it locked while it lives, its clean end deletes it.
+//
+// Thread-safety: none; for the main thread. Nothing blocks but the file system. Failures are silent.
+#pragma once
+
+#include <port/UniqueFd.h>
+
+#include "base/LLimits.h"
+
+class LHangDetector {
+public:
+    LHangDetector() = default;
+    // At exit; the clean end of the run.
+    ~LHangDetector() { Destroy(); }
+
+    // Makes the marker and takes it for this run. When another live run has it nothing happens. A marker that
+    // a run left behind is told in one OutputDebugStringF line and deleted, and this run goes on without one;
+    // so does a run that calls this a second time, and finds its own.
+    void InitAndTest();
+
+    // Deletes this run's marker and lets it go; nothing without one. What belongs to another run stays.
+    void Destroy();
+
+    bool HasMarker() const { return static_cast<bool>(fdMarker); }
+    const char* GetPath() const { return szPath; }
+
+private:
+    void _MakePath();
+    void _ReportStale();
+
+    char szPath[LPathBufferSize] = {};
+    port::UniqueFd fdMarker;
+};
+
+extern LHangDetector gLHangDetector;
+
+// InitAndTest and Destroy of the process's detector.
+void LDebugHangDetectorInit();
+void LDebugHangDetectorDestroy();

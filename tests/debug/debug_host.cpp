@@ -1,0 +1,70 @@
+// Ends in the way that its argument names; standard error goes to standard output, and a clean end says so.
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <string>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include "debug/LDebugThread.h"
+#include "debug/LHangDetector.h"
+
+namespace {
+
+// A page that is mapped and cannot be used: without rights, or beyond the end of its file.
+void Touch(int protection, int fd) {
+    void* page = mmap(nullptr, 4096, protection, MAP_PRIVATE | (fd < 0 ? MAP_ANONYMOUS : 0), fd, 0);
+    *static_cast<volatile char*>(page) = 1;
+}
+
+__attribute__((no_sanitize("undefined"))) int Divide(int by) {
+    return 1000 / by;
+}
+
+// The allocator follows a link that this has spoiled, with its lock held, since there is a second thread; the
+// clean-up then wants that lock.
+void FaultInAllocator() {
+    if (dlsym(RTLD_DEFAULT, "__asan_init") != nullptr || dlsym(RTLD_DEFAULT, "__tsan_init") != nullptr)
+        exit(77);
+    pthread_t thread;
+    pthread_create(
+        &thread, nullptr, [](void*) -> void* { return pause(), nullptr; }, nullptr);
+    static void* volatile chunks[3] = {malloc(2000), malloc(2000), malloc(2000)};
+    atexit([] { free(chunks[2]); });
+    const auto links = reinterpret_cast<volatile std::uintptr_t*>(chunks[0]);
+    free(chunks[0]);
+    links[1] = 0x1000;
+    chunks[1] = malloc(3000);
+}
+
+void End(const std::string& how) {
+    if (how == "segv")
+        Touch(PROT_NONE, -1);
+    else if (how == "bus")
+        Touch(PROT_READ | PROT_WRITE, open("/tmp", O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+    else if (how == "fpe")
+        exit(Divide(atoi("0")));
+    else if (how == "ill")
+        __builtin_trap();
+    else if (how == "malloc")
+        FaultInAllocator();
+    else if (how == "quit" && raise(SIGQUIT) == 0)
+        End("segv");
+    raise(atoi(how.c_str()));
+}
+
+} // namespace
+
+int main(int, char** argv) {
+    dup2(STDOUT_FILENO, STDERR_FILENO);
+    atexit([] { [[maybe_unused]] const ssize_t written = write(STDOUT_FILENO, "clean\n", 6); });
+    const std::string how = argv[1];
+    if (how != "marker")
+        return End(how), 0;
+    LDebugHangDetectorInit();
+    OutputDebugStringF("%s %s\n", gLHangDetector.HasMarker() ? "has" : "none", gLHangDetector.GetPath());
+    for (;;)
+        pause();
+}
