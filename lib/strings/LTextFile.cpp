@@ -1,0 +1,253 @@
+#include "strings/LTextFile.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstring>
+#include <fcntl.h>
+#include <limits>
+#include <memory>
+#include <port/UniqueFd.h>
+#include <port/transfer.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+#include "files/LFile.h"
+#include "strings/LCharsets.h"
+#include "strings/LCharsetsKernels.h"
+#include "strings/LCharsetsUnits.h"
+#include "threads/LLockFile.h"
+
+namespace {
+
+constexpr unsigned int ReadLockTimeout = 1000; // milliseconds
+constexpr unsigned int WriteLockTimeout = 500;
+
+constexpr off_t LargestFile = std::numeric_limits<std::uint32_t>::max() - 1; // leaves room for a terminator
+constexpr unsigned long PieceSize = 32768; // bytes that are worked on while they are in the nearest cache
+constexpr unsigned long BytesOfUnit = 3;   // the longest sequence of a 16-bit unit
+
+constexpr std::array<char, 3> MarkUTF8 = {'\xEF', '\xBB', '\xBF'};
+constexpr char16_t MarkUnit = 0xFEFF;
+
+constexpr std::array<char, 2> MarkHere = std::bit_cast<std::array<char, 2>>(MarkUnit);
+constexpr std::array<char, 2> MarkSwapped = {MarkHere[1], MarkHere[0]};
+
+using Start = std::array<char, 3>; // the bytes of the longest mark
+
+class InputFile {
+public:
+    explicit InputFile(const char* path) : file(open(path, O_RDONLY | O_CLOEXEC)) {
+        if (!file)
+            return;
+        flocktimed(file.get(), LOCK_SH | LOCK_NB, ReadLockTimeout);
+        struct stat status;
+        if (fstat(file.get(), &status) == 0 && status.st_size <= LargestFile)
+            dwLeft = static_cast<unsigned long>(status.st_size);
+    }
+
+    bool IsOpen() const { return static_cast<bool>(file); }
+    // Bytes to the end that the file had when it was opened.
+    unsigned long GetLeft() const { return dwLeft; }
+
+    // The first bytes, with zeros for those that are not there. They are still to be read.
+    Start GetStart() const {
+        Start start = {};
+        [[maybe_unused]] const ssize_t nIgnored =
+            pread(file.get(), start.data(), std::min(start.size(), dwLeft), 0);
+        return start;
+    }
+
+    // Reads as much of size bytes as there is.
+    unsigned long Read(char* pTo, unsigned long size) {
+        const unsigned long dwWanted = std::min(size, dwLeft);
+        unsigned long dwDone = 0;
+        ssize_t nRead = 1;
+        while (dwDone < dwWanted && nRead > 0) {
+            nRead = port_read(file.get(), pTo + dwDone, dwWanted - dwDone);
+            dwDone += static_cast<unsigned long>(std::max<ssize_t>(nRead, 0));
+        }
+        dwLeft -= dwDone;
+        return dwDone;
+    }
+
+    // Passes the mark when the file begins with it; nothing has been read yet.
+    template <std::size_t N>
+    bool SkipMark(const Start& start, const std::array<char, N>& mark) {
+        if (!std::equal(mark.begin(), mark.end(), start.begin()))
+            return false;
+        lseek(file.get(), N, SEEK_SET);
+        dwLeft -= N;
+        return true;
+    }
+
+private:
+    port::UniqueFd file;
+    unsigned long dwLeft = 0;
+};
+
+// Makes room for so many bytes and a terminator, without the old text.
+char* Prepare(LStringLongTemplate<char>& text, unsigned long dwBytes) {
+    text.SetLength(0);
+    text.GrowToSize(dwBytes + 1);
+    return text.GetData();
+}
+
+void LoadBytes(InputFile& file, LStringLongTemplate<char>& text) {
+    char* const pTo = Prepare(text, file.GetLeft());
+    text.SetLength(static_cast<std::uint32_t>(file.Read(pTo, file.GetLeft())));
+}
+
+// What stands before the first 0 byte.
+void LoadText(InputFile& file, LStringLongTemplate<char>& text) {
+    char* const pTo = Prepare(text, file.GetLeft());
+    unsigned long dwLength = 0;
+    unsigned long dwRead;
+    unsigned long dwText;
+    do {
+        dwRead = file.Read(pTo + dwLength, PieceSize);
+        dwText = strnlen(pTo + dwLength, dwRead);
+        dwLength += dwText;
+    } while (dwRead != 0 && dwText == dwRead);
+    text.SetLength(static_cast<std::uint32_t>(dwLength));
+}
+
+// Exchanges the bytes of every unit, a word of them at a time.
+void SwapUnits(char* pBytes, unsigned long dwUnits) {
+    constexpr unsigned long UnitsOfWord = sizeof(std::uint64_t) / sizeof(char16_t);
+    constexpr std::uint64_t LowBytes = 0x00FF00FF00FF00FF;
+    for (; dwUnits >= UnitsOfWord; dwUnits -= UnitsOfWord, pBytes += sizeof(std::uint64_t)) {
+        std::uint64_t qwUnits;
+        std::memcpy(&qwUnits, pBytes, sizeof qwUnits);
+        qwUnits = (qwUnits & LowBytes) << 8 | (qwUnits >> 8 & LowBytes);
+        std::memcpy(pBytes, &qwUnits, sizeof qwUnits);
+    }
+    for (; dwUnits != 0; --dwUnits, pBytes += sizeof(char16_t))
+        std::swap(pBytes[0], pBytes[1]);
+}
+
+enum class Order { Here, Swapped };
+enum class OddByte { Drop, PadWithZero };
+
+// The units before the first 0 unit, as UTF-8. Only the last piece can have an odd byte.
+void LoadUnits(InputFile& file, Order order, OddByte oddByte, LStringLongTemplate<char>& text) {
+    const unsigned long dwRoom = BytesOfUnit * ((file.GetLeft() + 1) / 2);
+    char* const pTo = Prepare(text, dwRoom);
+    unsigned long dwLength = 0;
+    alignas(unsigned short) char piece[PieceSize];
+    const auto* const pUnits = reinterpret_cast<const unsigned short*>(piece);
+    unsigned long dwUnits;
+    unsigned long dwText;
+    do {
+        unsigned long dwRead = file.Read(piece, PieceSize);
+        if (dwRead % 2 != 0 && oddByte == OddByte::PadWithZero)
+            piece[dwRead++] = '\0';
+        dwUnits = dwRead / 2;
+        if (order == Order::Swapped)
+            SwapUnits(piece, dwUnits);
+        dwText = LCharsetsUnitCount(pUnits, dwUnits);
+        dwLength += LCharsetsFastestKernels()
+                        .EncodeFrom16(pTo + dwLength, dwRoom - dwLength, pUnits, dwText)
+                        .nWritten;
+    } while (dwUnits != 0 && dwText == dwUnits);
+    text.SetLength(static_cast<std::uint32_t>(dwLength));
+}
+
+// UTF-16 behind its mark; false when there is none.
+bool LoadMarkedUnits(InputFile& file, const Start& start, OddByte oddByte, LStringLongTemplate<char>& text) {
+    const bool bHere = file.SkipMark(start, MarkHere);
+    if (!bHere && !file.SkipMark(start, MarkSwapped))
+        return false;
+    LoadUnits(file, bHere ? Order::Here : Order::Swapped, oddByte, text);
+    return true;
+}
+
+port::UniqueFd OpenForWriting(const char* path, int nFlags) {
+    port::UniqueFd file(open(path, O_RDWR | O_CREAT | O_CLOEXEC | nFlags, 0666));
+    if (file)
+        flocktimed(file.get(), LOCK_EX | LOCK_NB, WriteLockTimeout);
+    return file;
+}
+
+void ReplaceBytes(const char* path, const void* pBytes, unsigned long dwSize) {
+    const port::UniqueFd file = OpenForWriting(path, 0);
+    [[maybe_unused]] const int nIgnored = ftruncate(file.get(), 0); // a device has no length to cut
+    port_write_all(file.get(), pBytes, dwSize);
+}
+
+int SaveBytes(const char* path, const char* pBytes, unsigned long dwSize) {
+    ReplaceBytes(path, pBytes, dwSize);
+    return LFile::SetFileAttributeTextEncodingUTF8(path);
+}
+
+// Whoever adds without a lock must not overwrite what others add meanwhile.
+int AppendBytes(const char* path, const char* pBytes, unsigned long dwSize) {
+    port::UniqueFd file = OpenForWriting(path, O_APPEND);
+    port_write_all(file.get(), pBytes, dwSize);
+    file.reset();
+    return LFile::SetFileAttributeTextEncodingUTF8(path);
+}
+
+} // namespace
+
+int LLoadText(const char* path, LStringLongTemplate<char>& text) {
+    InputFile file(path);
+    if (file.IsOpen())
+        LoadBytes(file, text);
+    return file.IsOpen() ? 1 : 0;
+}
+
+int LLoadTextAsUTF16(const char* path, LStringLongTemplate<char>& text) {
+    InputFile file(path);
+    if (file.IsOpen())
+        LoadUnits(file, Order::Here, OddByte::Drop, text);
+    return file.IsOpen() ? 1 : 0;
+}
+
+int LLoadTextUnicode(const char* path, LStringLongTemplate<char>& text) {
+    InputFile file(path);
+    if (file.IsOpen() && !LoadMarkedUnits(file, file.GetStart(), OddByte::Drop, text))
+        LoadUnits(file, Order::Here, OddByte::Drop, text);
+    return file.IsOpen() ? 1 : 0;
+}
+
+bool LLoadTextAutoChar(const char* path, LStringLongTemplate<char>& text) {
+    InputFile file(path);
+    if (!file.IsOpen())
+        return false;
+    const Start start = file.GetStart();
+    if (LoadMarkedUnits(file, start, OddByte::PadWithZero, text))
+        return true;
+    if (file.SkipMark(start, MarkUTF8))
+        LoadText(file, text);
+    else
+        LoadBytes(file, text);
+    return true;
+}
+
+int LSaveText(const char* path, const char* text) {
+    return SaveBytes(path, text, std::strlen(text));
+}
+
+int LSaveText(const char* path, const LStringLongTemplate<char>& text) {
+    return SaveBytes(path, text.GetText(), text.GetLength());
+}
+
+int LSaveAppendText(const char* path, const char* text) {
+    return AppendBytes(path, text, std::strlen(text));
+}
+
+int LSaveAppendText(const char* path, const LStringLongTemplate<char>& text) {
+    return AppendBytes(path, text.GetText(), text.GetLength());
+}
+
+void LSaveTextAsUnicodeBOM(const char* path, const LStringLongTemplate<char>& text) {
+    const unsigned long dwLength = std::strlen(text.GetText());
+    const auto units = std::make_unique_for_overwrite<unsigned short[]>(dwLength + 2); // mark and terminator
+    units[0] = MarkUnit;
+    LCopyUnicodeFromUTF8(units.get() + 1, text.GetText(), dwLength + 1);
+    const unsigned long dwUnits = 1 + LCharsetsUnitCount(units.get() + 1, dwLength);
+    ReplaceBytes(path, units.get(), dwUnits * sizeof units[0]);
+}

@@ -1,0 +1,120 @@
+#include "bsd/SystemCalls.h"
+#include "files/LFile.h"
+#include "strings/LTextFile.h"
+#include "support/Bundle.h"
+#include "support/TemporaryFolder.h"
+
+#include <gtest/gtest.h>
+#include <random>
+#include <sys/xattr.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::string_literals;
+using port::sys::Call;
+
+// Works in a folder of its own.
+class TextFileTest : public testing::Test, protected TemporaryFolder {
+protected:
+    TextFileTest() { fs::current_path(root); }
+    ~TextFileTest() override { fs::current_path("/"); }
+};
+
+void Write(const std::string& sName, const std::string& sText) {
+    std::ofstream(sName, std::ios::binary) << sText;
+}
+
+std::string Bytes(const LStringLongTemplate<char>& text) {
+    return {text.GetText(), text.GetLength()};
+}
+
+// A unit is a character, surrogates too, and a 0 ends converted text.
+constexpr char szOracle[] = R"(
+import codecs, os, struct
+def text(b, order):
+    units = struct.unpack('%s%dH' % (order, len(b) // 2), b[:len(b) // 2 * 2])
+    return ''.join(map(chr, units)).split('\0')[0].encode('utf-8', 'surrogatepass')
+for path in os.listdir('.'):
+    b = open(path, 'rb').read()
+    order = {codecs.BOM_UTF16_LE: '<', codecs.BOM_UTF16_BE: '>'}.get(b[:2])
+    marked = b[3:].split(b'\0')[0] if b.startswith(codecs.BOM_UTF8) else b
+    results = {'raw': b, 'utf16': text(b, '<'), 'unicode': text(b[2:], order) if order else text(b, '<'),
+               'auto': text(b[2:] + b'\0' * (len(b) % 2), order) if order else marked}
+    for name, result in results.items():
+        open(path + '.' + name, 'wb').write(result)
+)";
+
+TEST_F(TextFileTest, LoadsEveryMarkAsPythonDoes) {
+    std::vector<std::string> texts = {"",
+                                      "a",
+                                      "a\0b"s,
+                                      "\xFF",
+                                      "\xEF\xBB",
+                                      "\xEF\xBB\xBF\x61\0b"s,
+                                      "\xFF\xFE\0\0a\0"s,
+                                      "\xFE\xFF\xD8\x3D\xDE\0"s};
+    std::mt19937 random(3);
+    for (const char* szMark : {"", "\xEF\xBB\xBF", "\xFF\xFE", "\xFE\xFF"})
+        for (const int nSize : {0, 1, 2, 3, 4, 5, 8, 9, 10, 33, 32766, 32767, 32768, 32769, 98311}) {
+            texts.emplace_back(szMark);
+            for (int i = 0; i < nSize; ++i)
+                texts.back() += static_cast<char>(nSize % 3 == 0 ? 'a' : 1 + random() % 255);
+        }
+    for (std::size_t i = 0; i < texts.size(); ++i)
+        Write(std::to_string(i), texts[i]);
+    ASSERT_EQ(std::system(("python3 - <<'END'"s + szOracle + "END").c_str()), 0);
+
+    const auto Auto = [](const char* path, LStringLongTemplate<char>& text) {
+        return int{LLoadTextAutoChar(path, text)};
+    };
+    const std::pair<const char*, int (*)(const char*, LStringLongTemplate<char>&)> loaders[] = {
+        {".raw", LLoadText}, {".utf16", LLoadTextAsUTF16}, {".unicode", LLoadTextUnicode}, {".auto", Auto}};
+    for (const auto& [szName, load] : loaders) {
+        LStringLongTemplate<char> text;
+        for (std::size_t i = 0; i < texts.size(); ++i) {
+            EXPECT_EQ(load(std::to_string(i).c_str(), text), 1);
+            EXPECT_EQ(Bytes(text), FileText(std::to_string(i) + szName)) << i << szName;
+        }
+        text = "kept";
+        EXPECT_TRUE(load("missing", text) == 0 && Bytes(text) == "kept");
+        EXPECT_TRUE(load(".", text) == 1 && Bytes(text).empty()) << "a folder opens";
+        // It loses its end meanwhile, and comes bit by bit.
+        Write("file", "\xFF\xFE" + std::string(9000, 'x'));
+        port::sys::setHook([](Call call) -> port::sys::Verdict {
+            EXPECT_TRUE(call != Call::Read || LFile::TestFileShareWriteBlocked("file"));
+            return {truncate("file", 3001), 1000};
+        });
+        EXPECT_EQ(load("file", text), 1);
+        port::sys::setHook(nullptr);
+        EXPECT_TRUE(text.GetLength() >= 2998 && text.GetLength() <= 4503) << text.GetLength() << szName;
+    }
+}
+
+TEST_F(TextFileTest, SavesAndMarks) {
+    LStringLongTemplate<char> text;
+    text = "a_b";
+    text.GetData()[1] = '\0';
+    port::sys::setHook([](Call call) -> port::sys::Verdict {
+        EXPECT_TRUE(call != Call::Write || LFile::TestFileShareWriteBlocked("file"));
+        return {0, 1};
+    });
+    const int nMarked = LSaveAppendText("file", "first");
+    EXPECT_EQ(nMarked, getxattr("file", "user.com.apple.TextEncoding", nullptr, 0) == 15 ? 0 : -1);
+    EXPECT_EQ(LSaveAppendText("file", text), nMarked);
+    EXPECT_EQ(FileText("file"), "firsta\0b"s);
+    EXPECT_EQ(LSaveText("file", text), nMarked);
+    EXPECT_EQ(FileText("file"), "a\0b"s);
+    port::sys::setHook(nullptr);
+    EXPECT_EQ(LSaveText("missing/file", "x"), -1);
+    for (const auto& [sText, sBytes] : {std::pair(""s, "\xFF\xFE"s),
+                                        {"\xE2\x82\xAC", "\xFF\xFE\xAC\x20"},
+                                        {"\xF0\x9F\x98\x80", "\xFF\xFE\0\xF6"s},
+                                        {"ab\xFFz", "\xFF\xFE\x61\0b\0"s}}) {
+        text = sText.c_str();
+        LSaveTextAsUnicodeBOM("unicode", text);
+        EXPECT_EQ(FileText("unicode"), sBytes) << sText;
+    }
+}
+
+} // namespace
