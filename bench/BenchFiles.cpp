@@ -1,10 +1,9 @@
 // Folders and files beside the tools and the standard library that one would use instead. The tree is that of
 // 20,000 small files in 500 folders, in memory.
 #include "Driver.h"
-#include "Processes.h"
+#include "MemoryFolder.h"
 
 #include <base/LLimits.h>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <dirent.h>
@@ -13,12 +12,8 @@
 #include <files/LFolderIterator.h>
 #include <filesystem>
 #include <memory>
-#include <spawn.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
-
-extern char** environ;
 
 namespace bench {
 namespace {
@@ -29,27 +24,6 @@ constexpr int kFolders = 500;
 constexpr int kFilesInFolder = 40;
 constexpr std::size_t kLargeFile = std::size_t{512} << 20;
 constexpr int kFailed = -1;
-
-// In memory where there is room for it.
-class MemoryFolder {
-public:
-    MemoryFolder() {
-        char name[] = "/dev/shm/foundation-bench-XXXXXX";
-        char other[] = "/tmp/foundation-bench-XXXXXX";
-        const char* made = mkdtemp(name);
-        path_ = made != nullptr ? made : mkdtemp(other);
-    }
-    ~MemoryFolder() {
-        std::error_code ignored;
-        fs::remove_all(path_, ignored);
-    }
-    MemoryFolder(const MemoryFolder&) = delete;
-    MemoryFolder& operator=(const MemoryFolder&) = delete;
-    std::string operator/(const char* name) const { return path_ + "/" + name; }
-
-private:
-    std::string path_;
-};
 
 void makeTree(const std::string& root) {
     mkdir(root.c_str(), 0700);
@@ -64,26 +38,6 @@ void makeTree(const std::string& root) {
             close(fd);
         }
     }
-}
-
-double milliseconds(const std::function<void()>& work) {
-    const auto start = Clock::now();
-    work();
-    return nanosecondsSince(start) * 1e-6;
-}
-
-void run(const std::vector<std::string>& command) {
-    std::vector<char*> argv;
-    for (const std::string& word : command)
-        argv.push_back(const_cast<char*>(word.c_str()));
-    argv.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-    pid_t child = kFailed;
-    if (posix_spawnp(&child, argv[0], &actions, nullptr, argv.data(), environ) == 0)
-        waitpid(child, nullptr, 0);
-    posix_spawn_file_actions_destroy(&actions);
 }
 
 // The bare walk: names and types as the folder lists them.

@@ -3,6 +3,7 @@
 // usage: scan [FOLDER]
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 
 #include <base/LLimits.h>
 #include <files/LFile.h>
@@ -34,8 +35,8 @@ private:
             if (!iterator.IsFolder() || iterator.IsLink())
                 continue;
             char szPath[LPathBufferSize];
-            LFile::_MakeFilePath(szPath, szFolder, szName, "");
-            Scan(process, szPath);
+            if (LFile::_MakeFilePath(szPath, szFolder, szName, "") == std::strlen(szName))
+                Scan(process, szPath); // a longer path would have been cut
         }
     }
 
@@ -52,10 +53,13 @@ void OnInterrupt(int) {
 } // namespace
 
 int main(int argc, char** argv) {
-    ScanThread scan(argc > 1 ? argv[1] : ".");
+    const char* const szFolder = argc > 1 ? argv[1] : ".";
+    ScanThread scan(szFolder);
     pRunning = &scan;
-    std::signal(SIGINT, OnInterrupt);
     scan.Start(31);
+    std::signal(SIGINT, OnInterrupt); // until here there is nothing to stop, and Ctrl-C just ends the program
+    std::printf("scanning %s, Ctrl-C stops\n", szFolder);
+    std::fflush(stdout);
     while (!scan.GetFinishedSignal().IsSignaled())
         scan.GetFinishedSignal().WaitSignal(LNoTimeLimit);
     std::printf("%s%lu files, %lu folders\n", scan.IsToStop() ? "stopped after " : "", scan.dwFiles,

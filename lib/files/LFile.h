@@ -107,7 +107,7 @@ public:
     // Copies a file with its permissions, times and attributes, or a symbolic link as a link, and replaces the
     // target, which is the old file or the whole new one at every moment. False, with the target as it was, when
     // the source is something else or is the target itself, when the target is a folder, and when the copy
-    // fails.
+    // fails; a target path of 260 bytes or more is refused.
     static bool CopyFile(const char* szFrom, const char* szTo);
 
     // Copies what is in a folder into another one, which is made when it is missing; folders that exist are
@@ -116,7 +116,8 @@ public:
     static void CopyFolderFiles(const char* szFrom, const char* szTo);
 
     // Makes the folder and its missing parents, mode 0777 under the process's mask. True when the last one was
-    // made by this call: false for a folder that exists, and for a path that ends with a separator.
+    // made by this call: false for a folder that exists, for a path that ends with a separator, and for one of
+    // 260 bytes or more.
     static bool CreateFolderTree(const char* szPath);
 
     // Deletes the files directly in the folder that match the pattern, as FolderIterator does, and were created
@@ -170,6 +171,19 @@ public:
     static void GetUserFolder(char* szOut);
     // The home folder in the user database; empty without an entry.
     static void GetUserFolderNonSandboxed(char* szOut);
+
+    // True when the path begins with the home folder as it was given to this process, which in a sandbox is the
+    // container. ASCII case is ignored, and no separator is looked for: a home /a/b holds /a/bc too.
+    static bool IsPathInSandbox(const char* szPath);
+    // The place outside the sandbox that a path in it stands for: the path itself, all its links followed, or,
+    // when it does not exist, the target of the first of its components that is a link in the home folder, with
+    // the rest behind it. False with an empty szOut when there is none. szOut may be szPath.
+    static bool MakeNonSandboxedFilePath(char* szOut, const char* szPath);
+    // Fixed folders of the home in the user database.
+    static void GetUserDownloadFolderNonSandboxed(char* szOut);
+    static void GetUserVideoFolderNonSandboxed(char* szOut);
+    static void GetUserMusicFolderNonSandboxed(char* szOut);
+    static void GetUserPicturesFolderNonSandboxed(char* szOut);
 
     // The library's own folder below the user's data folder, made when it is missing; the name is not used.
     static void GetUserDataFolderApp(char* szOut);

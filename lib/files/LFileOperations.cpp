@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include "files/LFolderIterator.h"
+#include "platform/LCFRef.h"
 #include "platform/LCFURL.h"
 #include "strings/LStringFormat.h"
 
@@ -23,6 +24,20 @@ constexpr std::int64_t SecondsPerDay = 86400;
 constexpr char szTextEncodingAttribute[] = "com.apple.TextEncoding";
 constexpr char szTextEncodingUTF8[] =
     "utf-8;134217984"; // the name, and the platform's number of the encoding
+
+// The folder part of a longer path would be cut, and so might name another folder.
+bool IsTooLong(const char* szPath) {
+    return std::strlen(szPath) >= LPathBufferSize;
+}
+
+// The platform's copy; it takes names that are text.
+bool CopyObject(const char* szFrom, const char* szFolder, CFStringRef pName) {
+    FSRef source;
+    FSRef folder;
+    return FSPathMakeRef(reinterpret_cast<const UInt8*>(szFrom), &source, nullptr) == noErr &&
+           FSPathMakeRef(reinterpret_cast<const UInt8*>(szFolder), &folder, nullptr) == noErr &&
+           FSCopyObjectSync(&source, &folder, pName, nullptr, kFSFileOperationOverwrite) == noErr;
+}
 
 } // namespace
 
@@ -52,21 +67,29 @@ char* LFile::MakeUniqueOrderedFilePath(char* szOut, const char* szFolder, const 
 
 bool LFile::CopyFile(const char* szFrom, const char* szTo) {
     struct stat status;
-    if (lstat(szFrom, &status) != 0)
+    if (IsTooLong(szTo) || lstat(szFrom, &status) != 0)
         return false;
     char szFolder[LPathBufferSize];
     char szName[LPathBufferSize];
     _GetFolderFromPath(szFolder, szTo);
     _GetFileFromPath(szName, szTo);
-    const port::UniqueFd folder(
-        open(szFolder[0] != '\0' ? szFolder : ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!folder || szName[0] == '\0')
+    if (szFolder[0] == '\0')
+        strlcpy(szFolder, ".", sizeof szFolder);
+    if (szName[0] == '\0')
+        return false;
+    const LCFRef<CFStringRef> name(CFStringCreateWithCString(nullptr, szName, kCFStringEncodingUTF8));
+    if (S_ISREG(status.st_mode) && name)
+        return CopyObject(szFrom, szFolder, name.Get());
+    const port::UniqueFd folder(open(szFolder, O_SEARCH | O_DIRECTORY | O_CLOEXEC));
+    if (!folder)
         return false;
     return S_ISLNK(status.st_mode) ? port_copy_link(AT_FDCWD, szFrom, folder.get(), szName)
                                    : port_copy_file(AT_FDCWD, szFrom, folder.get(), szName);
 }
 
 bool LFile::CreateFolderTree(const char* szPath) {
+    if (IsTooLong(szPath))
+        return false;
     char szParent[LPathBufferSize];
     _GetFolderFromPath(szParent, szPath);
     if (szParent[0] != '\0' && !Exists(szParent) && !CreateFolderTree(szParent))
@@ -80,11 +103,9 @@ void LFile::DeleteOldFiles(const char* szFolder, const char* szPattern, int nDay
     const std::int64_t nCutOff = std::time(nullptr) - nDays * SecondsPerDay;
     FolderIterator iterator;
     for (iterator.Open(szFolder, szPattern); iterator.IsOpen(); iterator.Next()) {
-        char szPath[LPathBufferSize];
-        _MakeFilePath(szPath, szFolder, iterator.GetName(), "");
         std::int64_t nCreated = 0;
-        if (!port_birth_time(szPath, &nCreated) || nCreated < nCutOff)
-            unlink(szPath);
+        if (!port_birth_time(iterator.GetDescriptor(), iterator.GetName(), &nCreated) || nCreated < nCutOff)
+            unlinkat(iterator.GetDescriptor(), iterator.GetName(), 0);
     }
 }
 

@@ -34,13 +34,13 @@ bool LFile::FolderIterator::Open(const char* szFolderPath, const char* szNamePat
     strlcpy(szPattern, szNamePattern, sizeof szPattern);
     strlcpy(szLowerPattern, szPattern, sizeof szLowerPattern);
     strlwr(szLowerPattern);
-    pStream = opendir(szFolder);
+    pStream = opendir(szFolderPath);
     return Next();
 }
 
 bool LFile::FolderIterator::Open(const char* szPath) {
     struct stat status;
-    if (stat(szPath, &status) != 0 || !S_ISREG(status.st_mode))
+    if (std::strlen(szPath) >= LPathBufferSize || stat(szPath, &status) != 0 || !S_ISREG(status.st_mode))
         return Open(szPath, "*");
     char szParent[LPathBufferSize];
     char szFile[LPathBufferSize];

@@ -19,7 +19,7 @@ public:
     virtual ~FolderIterator();
 
     // Positions on the first matching entry; true when there is one. False, and closed, when there is none or
-    // the folder cannot be read. Folder and pattern are cut at 259 bytes.
+    // the folder cannot be read. The pattern is cut at 259 bytes, and so is the folder as it is kept here.
     bool Open(const char* szFolderPath, const char* szNamePattern);
 
     // A folder is walked with the pattern "*". A regular file gives its folder with the file's name as the
@@ -34,6 +34,9 @@ public:
     // The current entry's name, at most 255 bytes, until the next advance; empty when there is none.
     const char* GetName() const { return szName; }
     const char* GetFolder() const { return szFolder; }
+    // The open folder, for working on the current entry by its name; -1 when the iterator is closed. It stays
+    // the iterator's.
+    int GetDescriptor() const { return pStream != nullptr ? dirfd(pStream) : -1; }
     // Whether the current entry is a folder, or a link to one. Asks the file system only where the folder's
     // own listing does not tell.
     bool IsFolder() const;

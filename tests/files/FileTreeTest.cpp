@@ -1,3 +1,4 @@
+#include "bsd/SystemCalls.h"
 #include "files/LFile.h"
 #include "files/LFolderIterator.h"
 #include "support/TemporaryFolder.h"
@@ -11,6 +12,7 @@
 #include <set>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <sys/xattr.h>
 #include <thread>
 
@@ -103,11 +105,11 @@ TEST_F(FileTreeTest, ManagesDeepAndWideFolders) {
         close(openat(folder.get(), "file", O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
     }
     folder.reset();
-    for (int i = 0; i < 20000; ++i)
+    for (int i = 0; i < 100000; ++i)
         close(open(Path("down/" + std::to_string(i)).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
     LFile::CopyFolderFiles(Path("down").c_str(), Path("copy").c_str());
     EXPECT_TRUE(LFile::DeleteFolderTree(Path("down").c_str()));
-    EXPECT_EQ(Entries(Path("copy")), 20002);
+    EXPECT_EQ(Entries(Path("copy")), 100002);
     EXPECT_TRUE(LFile::DeleteFolderTree(Path("copy").c_str()));
 }
 
@@ -155,14 +157,21 @@ TEST_F(FileTreeTest, CopiesAFileWholeOrNotAtAll) {
     fs::create_hard_link(Path("from"), Path("same"));
     fs::create_directory(Path("folder"));
     ASSERT_EQ(mkfifo(Path("pipe").c_str(), 0600), 0);
+    fs::create_symlink("from", Path("link"));
+    fs::create_hard_link(Path("link"), Path("same link"));
+    for (const char* szFrom : {"link", "link", "from"}) {
+        EXPECT_TRUE(LFile::CopyFile(Path(szFrom).c_str(), Path("new").c_str()));
+        EXPECT_EQ(fs::is_symlink(Path("new")), fs::is_symlink(Path(szFrom)));
+    }
     const std::pair<const char*, const char*> rejected[] = {
-        {"from", "./from"}, {"from", "same"},   {"missing", "to"},    {"pipe", "to"},
-        {"folder", "to"},   {"from", "folder"}, {"from", "no/where"}, {"from", ""}};
+        {"link", "same link"}, {"link", "folder"},   {"link", "no/where"}, {"from", "./from"},
+        {"from", "same"},      {"missing", "to"},    {"pipe", "to"},       {"folder", "to"},
+        {"from", "folder"},    {"from", "no/where"}, {"from", ""}};
     for (const auto& [szFrom, szTo] : rejected)
         EXPECT_FALSE(LFile::CopyFile(Path(szFrom).c_str(), Path(szTo).c_str())) << szFrom << " to " << szTo;
     EXPECT_EQ(Read("from").size(), 200000U);
     EXPECT_EQ(Read("to").size(), 200000U);
-    EXPECT_EQ(Entries(root), 5) << "a temporary file is left";
+    EXPECT_EQ(Entries(root), 8) << "a temporary file is left";
     if (mount("none", Path("folder").c_str(), "tmpfs", 0, "size=64k") != 0)
         GTEST_SKIP() << "no file system can be mounted here";
     Write("folder/to", "old");
@@ -170,6 +179,48 @@ TEST_F(FileTreeTest, CopiesAFileWholeOrNotAtAll) {
     EXPECT_EQ(Read("folder/to"), "old");
     EXPECT_EQ(Entries(Path("folder")), 1);
     umount(Path("folder").c_str());
+}
+
+// Which call fails, and how, while a file is copied.
+using port::sys::Call;
+std::tuple<Call, int, int, bool>
+    fault; // the call, how many of them pass before, errno, whether it is overcome
+
+TEST_F(FileTreeTest, CopiesSurviveWhatTheFileSystemRefuses) {
+    for (const auto& row : {std::tuple{Call::Open, 1, EOPNOTSUPP, true}, // no nameless files
+                            {Call::Read, 0, EIO, false},
+                            {Call::Write, 0, ENOSPC, false},
+                            {Call::Rename, 0, EIO, false}}) {
+        Write("from", "new");
+        Write("to", "old");
+        fault = row;
+        port::sys::setHook([](Call call) {
+            auto& [failing, nBefore, nError, bOvercome] = fault;
+            return port::sys::Verdict{call == failing && nBefore-- == 0 ? nError : 0};
+        });
+        const bool bCopied = LFile::CopyFile(Path("from").c_str(), Path("to").c_str());
+        port::sys::setHook(nullptr);
+        EXPECT_EQ(bCopied, std::get<bool>(row)) << strerror(std::get<2>(row));
+        EXPECT_EQ(Read("to"), bCopied ? "new" : "old");
+        EXPECT_EQ(Entries(root), 2);
+    }
+}
+
+TEST_F(FileTreeTest, AKilledCopyLeavesAWholeFileOrNothing) {
+    constexpr std::uintmax_t dwSize = std::uintmax_t{16} << 20;
+    Write("from");
+    fs::resize_file(Path("from"), dwSize);
+    for (useconds_t i = 0; i < 20; ++i) {
+        const pid_t child = fork();
+        if (child == 0)
+            _exit(LFile::CopyFile(Path("from").c_str(), Path("to").c_str()) ? 0 : 1);
+        usleep(i * 2000);
+        kill(child, SIGKILL);
+        waitpid(child, nullptr, 0);
+        EXPECT_TRUE(!fs::exists(Path("to")) || fs::file_size(Path("to")) == dwSize);
+        fs::remove(Path("to"));
+        EXPECT_EQ(Entries(root), 1);
+    }
 }
 
 TEST_F(FileTreeTest, IteratorsReportWhatTheyPromise) {
@@ -212,6 +263,12 @@ TEST_F(FileTreeTest, FindsFreeNamesAndMakesFolders) {
     EXPECT_TRUE(LFile::CreateFolderTree(Path("x/y/z").c_str()));
     EXPECT_FALSE(LFile::CreateFolderTree(Path("x/y/z").c_str()));
     EXPECT_FALSE(LFile::CreateFolderTree(Path("a.txt/below").c_str()));
+    for (const unsigned dwLength : {259U, 260U}) { // a longer path could lead elsewhere when it is cut
+        const std::string sPath = Path(std::string(dwLength - root.string().size() - 1, 'f'));
+        EXPECT_EQ(LFile::CopyFile(Path("a.txt").c_str(), sPath.c_str()), dwLength == 259);
+        fs::remove(sPath);
+        EXPECT_EQ(LFile::CreateFolderTree(sPath.c_str()), dwLength == 259);
+    }
     EXPECT_TRUE(LFile::Exists(Path("x/y/z").c_str()));
     EXPECT_FALSE(LFile::Exists(""));
 }
@@ -225,8 +282,13 @@ TEST_F(FileTreeTest, TellsLocksAgesAndMarks) {
     held.reset();
     EXPECT_FALSE(LFile::TestFileShareWriteBlocked(Path("missing").c_str()));
     EXPECT_TRUE(LFile::IsErrorFileNotFound());
-    LFile::DeleteOldFiles(root.c_str(), "*", 1); // created just now, whatever its other times say
+    fs::create_symlink("nowhere", Path("old")); // its status cannot be read
+    LFile::DeleteOldFiles(root.c_str(), "*", 0);
+    EXPECT_TRUE(fs::is_symlink(Path("old")));
+    LFile::DeleteOldFiles(root.c_str(), "*",
+                          1); // the file was created just now, whatever its other times say
     EXPECT_TRUE(fs::exists(sFile));
+    EXPECT_FALSE(fs::is_symlink(Path("old")));
     if (LFile::SetFileAttributeTextEncodingUTF8(sFile.c_str()) == 0) {
         char value[32] = {};
         getxattr(sFile.c_str(), "user.com.apple.TextEncoding", value, sizeof value);
