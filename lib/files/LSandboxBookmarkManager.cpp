@@ -1,0 +1,350 @@
+#include "files/LSandboxBookmarkManager.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <port/bsd.h>
+#include <strings.h>
+#include <sys/stat.h>
+
+#include "base/LPtr.h"
+#include "files/LFile.h"
+#include "strings/LCharsets.h"
+
+namespace {
+
+constexpr char szKeysName[] = "SECURITY_BOOKMARK_KEYS";
+
+using Items = LList<LSandboxBookmarkItem>;
+
+bool IsRegularFile(const char* szPath) {
+    struct stat status;
+    return stat(szPath, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+bool IsSamePath(const LSandboxBookmarkItem& item, const char* szPath) {
+    return strcasecmp(item.szPath, szPath) == 0;
+}
+
+bool IsAtOrBelow(const LSandboxBookmarkItem& item, const char* szPath) {
+    return strncasecmp(item.szPath, szPath, std::strlen(item.szPath)) == 0;
+}
+
+// The first item that meets the condition, or null.
+template <typename Condition>
+LSandboxBookmarkItem* FindItem(const Items& items, Condition condition) {
+    LSandboxBookmarkItem* pItem = items.GetFirst();
+    while (pItem != nullptr && !condition(*pItem))
+        pItem = pItem->pNext;
+    return pItem;
+}
+
+LSandboxBookmarkItem* FindPath(const Items& items, const char* szPath) {
+    return FindItem(items, [szPath](const auto& item) { return IsSamePath(item, szPath); });
+}
+
+NSRef<NSData> MakeBookmark(const LSandboxBookmarkItem& item) {
+    return item.pURL ? item.pURL->bookmarkDataWithOptions(NSURLBookmarkCreationWithSecurityScope)
+                     : NSRef<NSData>();
+}
+
+// A key as it is kept everywhere; null when it is no text.
+NSRef<NSString> KeyFrom(const char* szKey) {
+    char szCut[LPathBufferSize];
+    if (szKey == nullptr)
+        return {};
+    utf8strlcpy(szCut, szKey, sizeof szCut);
+    return NSString::stringWithUTF8String(szCut);
+}
+
+void StoreFolder(void (*pGetFolder)(char*), LStringLongTemplate<char>& lsOut) {
+    lsOut.GrowToSize(LPathBufferSize);
+    pGetFolder(lsOut.GetData());
+    lsOut.SetLength(static_cast<std::uint32_t>(std::strlen(lsOut.GetData())));
+}
+
+NSUserDefaults& Settings() {
+    return *NSUserDefaults::standardUserDefaults();
+}
+
+} // namespace
+
+bool LSandboxBookmarkItem::StartAccessingSecurityScopedResource() {
+    if (bAccessStarted)
+        return true;
+    if (!pURL || !pURL->respondsToSelector("startAccessingSecurityScopedResource"))
+        return false;
+    pURL->startAccessingSecurityScopedResource();
+    bAccessStarted = true;
+    return true;
+}
+
+bool LSandboxBookmarkItem::StopAccessingSecurityScopedResource() {
+    if (!bAccessStarted)
+        return true;
+    if (!pURL || !pURL->respondsToSelector("stopAccessingSecurityScopedResource"))
+        return false;
+    pURL->stopAccessingSecurityScopedResource();
+    bAccessStarted = false;
+    return true;
+}
+
+bool LSandboxBookmarkItem::_FindKey(const char* szCutKey, unsigned long& dwIndex) const {
+    for (dwIndex = 0; dwIndex < lsKeys.GetCount(); ++dwIndex)
+        if (std::strcmp(lsKeys[static_cast<std::uint32_t>(dwIndex)], szCutKey) == 0)
+            return true;
+    return false;
+}
+
+bool LSandboxBookmarkItem::AddKey(const char* szKey) {
+    char szCutKey[LPathBufferSize];
+    unsigned long dwIndex = 0;
+    utf8strlcpy(szCutKey, szKey, sizeof szCutKey);
+    if (_FindKey(szCutKey, dwIndex))
+        return false;
+    const std::size_t dwSize = std::strlen(szCutKey) + 1;
+    strlcpy(lsKeys.Add(dwSize), szCutKey, dwSize);
+    ++nRetainCount;
+    return true;
+}
+
+bool LSandboxBookmarkItem::RemoveKey(const char* szKey) {
+    char szCutKey[LPathBufferSize];
+    unsigned long dwIndex = 0;
+    utf8strlcpy(szCutKey, szKey, sizeof szCutKey);
+    if (!_FindKey(szCutKey, dwIndex))
+        return false;
+    lsKeys.Delete(dwIndex);
+    if (nRetainCount != 0)
+        --nRetainCount;
+    return true;
+}
+
+LSandboxBookmarkManager* LSandboxBookmarkManager::pInstance = nullptr;
+
+LSandboxBookmarkManager::LSandboxBookmarkManager() : pKeys(NSMutableArray::array()) {
+    StoreFolder(LFile::GetUserDownloadFolderNonSandboxed, lsDownloadFolder);
+    StoreFolder(LFile::GetUserVideoFolderNonSandboxed, lsVideoFolder);
+    StoreFolder(LFile::GetUserMusicFolderNonSandboxed, lsMusicFolder);
+    StoreFolder(LFile::GetUserPicturesFolderNonSandboxed, lsPicturesFolder);
+    InstanceLoadBookmarksFromFile();
+}
+
+LSandboxBookmarkManager::~LSandboxBookmarkManager() {
+    _StoreKeys();
+}
+
+void LSandboxBookmarkManager::Create() {
+    if (pInstance == nullptr)
+        pInstance = new LSandboxBookmarkManager;
+}
+
+void LSandboxBookmarkManager::Destroy() {
+    delete pInstance;
+    pInstance = nullptr;
+}
+
+const Items& LSandboxBookmarkManager::_ListOf(const char* szPath) const {
+    return IsRegularFile(szPath) ? loFiles : loFolders;
+}
+
+Items& LSandboxBookmarkManager::_ListOf(const char* szPath) {
+    return IsRegularFile(szPath) ? loFiles : loFolders;
+}
+
+void LSandboxBookmarkManager::_StoreKeys() {
+    Settings().setObject(*pKeys, szKeysName);
+    Settings().synchronize();
+}
+
+bool LSandboxBookmarkManager::AddFilePath(const char* szPath, NSURL* pURL, bool bAddFlag, bool bSave,
+                                          const char* szKey) {
+    return pInstance->InstanceAddFilePath(szPath, pURL, bSave, bAddFlag, szKey);
+}
+
+bool LSandboxBookmarkManager::InstanceAddFilePath(const char* szPath, NSURL* pURL, bool bSave, bool bAddFlag,
+                                                  const char* szKey) {
+    if (IsAccessAllowedByEntitlement(szPath, false))
+        return true;
+    Items& items = LFile::Exists(szPath) ? _ListOf(szPath) : loFiles;
+    char szItemPath[LPathBufferSize];
+    strlcpy(szItemPath, szPath, sizeof szItemPath);
+    if (FindPath(items, szItemPath) != nullptr)
+        return true;
+    LPtr<LSandboxBookmarkItem> item(new LSandboxBookmarkItem);
+    item->pURL = NSRef<NSURL>::retained(pURL);
+    if (!item->StartAccessingSecurityScopedResource())
+        return false;
+    strlcpy(item->szPath, szItemPath, sizeof item->szPath);
+    item->bAddFlag = bAddFlag;
+    LSandboxBookmarkItem& added = *item;
+    items.AddHead(item.Release());
+    if (bSave && InstanceSaveBookmarkToFile(added, szKey)) {
+        InstanceAddKey(szKey);
+        added.AddKey(szKey);
+    }
+    return true;
+}
+
+bool LSandboxBookmarkManager::AddFilePathToSettings(const char* szPath, bool bFlag, const char* szKey) {
+    return pInstance->InstanceAddFilePathToSettings(szPath, bFlag, szKey);
+}
+
+bool LSandboxBookmarkManager::InstanceAddFilePathToSettings(const char* szPath, bool, const char* szKey) {
+    if (IsAccessAllowedByEntitlement(szPath, false))
+        return false;
+    LSandboxBookmarkItem* const pItem = InstanceGetBookmark(szPath);
+    if (pItem == nullptr || !InstanceSaveBookmarkToFile(*pItem, szKey))
+        return false;
+    pItem->AddKey(szKey);
+    InstanceAddKey(szKey);
+    return true;
+}
+
+bool LSandboxBookmarkManager::StartAccessingSecurityScopedResource(const char* szPath) {
+    LSandboxBookmarkItem* const pItem =
+        FindItem(pInstance->_ListOf(szPath), [szPath](const LSandboxBookmarkItem& item) {
+            return IsSamePath(item, szPath) && !item.bAccessStarted;
+        });
+    return pItem != nullptr && pItem->StartAccessingSecurityScopedResource();
+}
+
+bool LSandboxBookmarkManager::StopAccessingSecurityScopedResource(const char* szPath) {
+    LSandboxBookmarkItem* const pItem =
+        FindItem(pInstance->_ListOf(szPath), [szPath](const LSandboxBookmarkItem& item) {
+            return IsSamePath(item, szPath) && item.bAccessStarted;
+        });
+    return pItem != nullptr && pItem->StopAccessingSecurityScopedResource();
+}
+
+bool LSandboxBookmarkManager::IsAccessStarted(const char* szPath) {
+    const auto isStartedFile = [szPath](const LSandboxBookmarkItem& item) {
+        return item.bAccessStarted && IsSamePath(item, szPath);
+    };
+    const auto isStartedFolder = [szPath](const LSandboxBookmarkItem& item) {
+        return item.bAccessStarted && IsAtOrBelow(item, szPath);
+    };
+    return (IsRegularFile(szPath) && FindItem(pInstance->loFiles, isStartedFile) != nullptr) ||
+           FindItem(pInstance->loFolders, isStartedFolder) != nullptr;
+}
+
+void LSandboxBookmarkManager::Retain(const char* szPath) {
+    LSandboxBookmarkItem* const pItem = pInstance->InstanceGetBookmark(szPath);
+    if (pItem != nullptr)
+        ++pItem->nRetainCount;
+}
+
+void LSandboxBookmarkManager::Release(const char* szPath) {
+    Items& items = pInstance->_ListOf(szPath);
+    LSandboxBookmarkItem* const pItem = FindPath(items, szPath);
+    if (pItem == nullptr)
+        return;
+    if (pItem->nRetainCount > 1)
+        --pItem->nRetainCount;
+    else
+        delete items.Detach(pItem);
+}
+
+bool LSandboxBookmarkManager::IsAccessAllowedByEntitlement(const char* szPath, bool) {
+    char szRealPath[LPathBufferSize];
+    return LFile::IsPathInSandbox(szPath) && !LFile::MakeNonSandboxedFilePath(szRealPath, szPath);
+}
+
+LSandboxBookmarkItem* LSandboxBookmarkManager::InstanceGetBookmark(const char* szPath) const {
+    return FindPath(_ListOf(szPath), szPath);
+}
+
+LSandboxBookmarkItem* LSandboxBookmarkManager::InstanceGetParentBookmark(const char* szPath) const {
+    return FindItem(loFolders, [szPath](const auto& item) { return IsAtOrBelow(item, szPath); });
+}
+
+void LSandboxBookmarkManager::InstanceLoadBookmarksFromFile() {
+    if (const NSRef<NSMutableArray> stored = Settings().arrayForKey(szKeysName))
+        pKeys->addObjectsFromArray(*stored);
+    const NSRef<NSMutableArray> keys = pKeys->mutableCopy();
+    bool bAnyRemoved = false;
+    bool bAnyChanged = false;
+    for (unsigned long i = 0; i < keys->count(); ++i) {
+        bool bChanged = false;
+        bAnyRemoved |= _LoadBookmark(*keys->objectAtIndex(i), bChanged) == LoadRemoved;
+        bAnyChanged |= bChanged;
+    }
+    // A file of many dead bookmarks is written once, not once for each.
+    if (bAnyRemoved)
+        _StoreKeys();
+    if (!bAnyChanged)
+        return;
+    InstanceSaveBookmarksToFile(true);
+    InstanceSaveBookmarksToFile(false);
+}
+
+bool LSandboxBookmarkManager::InstanceLoadBookmark(NSString* pKey, bool& bChanged) {
+    const LoadResult eResult = _LoadBookmark(*pKey, bChanged);
+    if (eResult == LoadRemoved)
+        _StoreKeys();
+    return eResult == LoadDone;
+}
+
+LSandboxBookmarkManager::LoadResult LSandboxBookmarkManager::_LoadBookmark(NSString& key, bool& bChanged) {
+    const char* const szKey = key.UTF8String();
+    const NSRef<NSData> bookmark = Settings().dataForKey(szKey);
+    const bool bIsStored = bookmark && bookmark->length() != 0;
+    LPtr<LSandboxBookmarkItem> item(new LSandboxBookmarkItem);
+    bChanged = false;
+    if (!bIsStored || !_ResolveBookmark(*bookmark, szKey, *item)) {
+        bChanged = bIsStored;
+        Settings().removeObjectForKey(szKey);
+        pKeys->removeObject(key);
+        return LoadRemoved;
+    }
+    if (!item->StartAccessingSecurityScopedResource())
+        return LoadFailed;
+    item->bSavedToSettings = true;
+    Items& items = _ListOf(item->szPath);
+    items.AddHead(item.Release());
+    return LoadDone;
+}
+
+bool LSandboxBookmarkManager::_ResolveBookmark(const NSData& bookmark, const char* szKey,
+                                               LSandboxBookmarkItem& item) {
+    BOOL bStale = NO;
+    item.pURL =
+        NSURL::URLByResolvingBookmarkData(bookmark, NSURLBookmarkResolutionWithSecurityScope, &bStale);
+    const NSRef<NSString> path = item.pURL ? item.pURL->path() : NSRef<NSString>();
+    strlcpy(item.szPath, path ? path->UTF8String() : "", sizeof item.szPath);
+    item.bAddFlag = true;
+    item.AddKey(szKey);
+    return LFile::Exists(item.szPath) && (!bStale || InstanceSaveBookmarkToFile(item, szKey));
+}
+
+void LSandboxBookmarkManager::InstanceSaveBookmarksToFile(bool bFiles) {
+    for (const LSandboxBookmarkItem* pItem = (bFiles ? loFiles : loFolders).GetFirst(); pItem != nullptr;
+         pItem = pItem->pNext) {
+        const NSRef<NSData> bookmark = pItem->bSavedToSettings ? MakeBookmark(*pItem) : NSRef<NSData>();
+        if (!bookmark)
+            continue;
+        for (std::uint32_t i = 0; i < pItem->lsKeys.GetCount(); ++i)
+            Settings().setObject(*bookmark, pItem->lsKeys[i]);
+    }
+    Settings().synchronize();
+}
+
+bool LSandboxBookmarkManager::InstanceSaveBookmarkToFile(LSandboxBookmarkItem& item, const char* szKey) {
+    const NSRef<NSString> key = KeyFrom(szKey);
+    const NSRef<NSData> bookmark = MakeBookmark(item);
+    if (!key || !bookmark)
+        return false;
+    Settings().setObject(*bookmark, key->UTF8String());
+    if (!Settings().synchronize())
+        return false;
+    item.bSavedToSettings = true;
+    return true;
+}
+
+void LSandboxBookmarkManager::InstanceAddKey(const char* szKey) {
+    const NSRef<NSString> key = KeyFrom(szKey);
+    if (!key || pKeys->containsObject(*key))
+        return;
+    pKeys->addObject(key);
+    _StoreKeys();
+}

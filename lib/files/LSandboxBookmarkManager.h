@@ -1,0 +1,140 @@
+// Access to files that the user granted, kept across restarts: the URLs of the granted paths, their users, and
+// their bookmarks in the settings. Beside it the parser of file-type filters for file panels; the paths of the
+// sandbox itself are LFile's.
+//
+// Thread-safety: none; all of it belongs to the main thread. What loads, stores or looks for a file blocks with
+// the file system.
+//
+// Paths and keys are terminated UTF-8 of at most 259 bytes; what is longer is cut. Paths are compared without
+// regard to case. Nothing reports an error but by false.
+#pragma once
+
+#include <Foundation/Foundation.h>
+
+#include "base/LLimits.h"
+#include "base/LList.h"
+#include "strings/LString.h"
+#include "strings/LStringList.h"
+
+// One granted path. Its destruction stops the access, if it was started.
+class LSandboxBookmarkItem {
+public:
+    LSandboxBookmarkItem() = default;
+    LSandboxBookmarkItem(const LSandboxBookmarkItem&) = delete;
+    LSandboxBookmarkItem& operator=(const LSandboxBookmarkItem&) = delete;
+    ~LSandboxBookmarkItem() { StopAccessingSecurityScopedResource(); }
+
+    // True when the access is started, or stopped, afterwards, whatever the URL answers to the request. False,
+    // with nothing changed, when there is no URL or it knows no such request.
+    bool StartAccessingSecurityScopedResource();
+    bool StopAccessingSecurityScopedResource();
+
+    // Adds a key, and one to the retain count; false when the item has the key.
+    bool AddKey(const char* szKey);
+    // Removes a key, and one from the retain count unless that is 0; false when the item has no such key.
+    bool RemoveKey(const char* szKey);
+
+    LSandboxBookmarkItem* pNext = nullptr;
+    char szPath[LPathBufferSize] = "";
+    NSRef<NSURL> pURL;
+    bool bAccessStarted = false;
+    bool bAddFlag = false;         // the caller's own
+    bool bSavedToSettings = false; // a bookmark is stored under each of the keys
+    LStringListTemplate<char> lsKeys;
+    unsigned long nRetainCount = 0; // keys, and users by Retain
+
+private:
+    bool _FindKey(const char* szCutKey, unsigned long& dwIndex) const;
+};
+
+// The granted paths of this process. Regular files are in one list, all else in the other; which list a path
+// belongs to is what it is at the time of the call. A path that does not exist counts as a folder, but
+// AddFilePath adds it as a file.
+class LSandboxBookmarkManager {
+public:
+    // Makes the instance, unless there is one, and loads the bookmarks. One whose file is not found any more is
+    // removed from the settings; one whose file was renamed, moved or replaced is renewed.
+    static void Create();
+    // Stores the keys and stops all access; the bookmarks stay in the settings.
+    static void Destroy();
+
+    // All that follow work on the instance, which must exist.
+
+    // Starts access to the URL and keeps both; with bSave its bookmark is stored under szKey, which may else be
+    // null. pURL is retained. True when the path is accessible: it needs no bookmark, or has an item, or got
+    // one, even if the bookmark could not be stored (then the item is not saved). False when the access cannot
+    // be started.
+    static bool AddFilePath(const char* szPath, NSURL* pURL, bool bAddFlag, bool bSave, const char* szKey);
+    // Stores the bookmark of a path that has an item under the key. The flag is not used. False when the path
+    // needs no bookmark or has no item, or when it cannot be stored.
+    static bool AddFilePathToSettings(const char* szPath, bool bFlag, const char* szKey);
+
+    // Starts the path's access if it is not started, or stops it if it is; else false.
+    static bool StartAccessingSecurityScopedResource(const char* szPath);
+    static bool StopAccessingSecurityScopedResource(const char* szPath);
+    // True for a file with started access, and for a path that begins with that of a folder with started access:
+    // a folder /a/b covers /a/bc too.
+    static bool IsAccessStarted(const char* szPath);
+
+    // Adds a user to the path's item, if it has one, and takes one off. The last one to go takes the item with
+    // it; its bookmarks stay in the settings.
+    static void Retain(const char* szPath);
+    static void Release(const char* szPath);
+
+    // True when the path needs no bookmark: it lies in the sandbox and stands for no place outside. The flag is
+    // not used.
+    static bool IsAccessAllowedByEntitlement(const char* szPath, bool bFlag);
+
+    // Null before Create and after Destroy.
+    static LSandboxBookmarkManager* pInstance;
+
+    // What the static members do; note the order of the flags.
+    bool InstanceAddFilePath(const char* szPath, NSURL* pURL, bool bSave, bool bAddFlag, const char* szKey);
+    bool InstanceAddFilePathToSettings(const char* szPath, bool bFlag, const char* szKey);
+
+    void InstanceLoadBookmarksFromFile();
+    // Makes the item of the bookmark under the key and starts its access. False when that fails; what cannot be
+    // found is then removed from the settings, and bChanged tells that a record was.
+    bool InstanceLoadBookmark(NSString* pKey, bool& bChanged);
+    // Stores fresh bookmarks of the saved items, of files or of folders, under all their keys.
+    void InstanceSaveBookmarksToFile(bool bFiles);
+    // Stores the bookmark of the item under the key, on the disk when this returns. False when it cannot be made
+    // or stored; then it may still be stored with the next change.
+    bool InstanceSaveBookmarkToFile(LSandboxBookmarkItem& item, const char* szKey);
+    void InstanceAddKey(const char* szKey);
+
+    // The item of the path; the newest item of a folder whose path begins the given one. Null when there is
+    // none; the manager keeps owning it.
+    LSandboxBookmarkItem* InstanceGetBookmark(const char* szPath) const;
+    LSandboxBookmarkItem* InstanceGetParentBookmark(const char* szPath) const;
+
+    // The items, newest first, for those who look.
+    LList<LSandboxBookmarkItem> loFiles;
+    LList<LSandboxBookmarkItem> loFolders;
+    // Every key that holds a bookmark.
+    NSRef<NSMutableArray> pKeys;
+    // The user's folders outside the sandbox.
+    LStringLongTemplate<char> lsDownloadFolder;
+    LStringLongTemplate<char> lsVideoFolder;
+    LStringLongTemplate<char> lsMusicFolder;
+    LStringLongTemplate<char> lsPicturesFolder;
+
+private:
+    // LoadFailed leaves the key, LoadRemoved has taken it off, for the caller to store the keys.
+    enum LoadResult { LoadDone, LoadFailed, LoadRemoved };
+
+    LSandboxBookmarkManager();
+    ~LSandboxBookmarkManager();
+
+    LList<LSandboxBookmarkItem>& _ListOf(const char* szPath);
+    const LList<LSandboxBookmarkItem>& _ListOf(const char* szPath) const;
+    void _StoreKeys();
+    LoadResult _LoadBookmark(NSString& key, bool& bChanged);
+    // Fills the item; false when nothing is found, or a fresh bookmark is due and cannot be stored.
+    bool _ResolveBookmark(const NSData& bookmark, const char* szKey, LSandboxBookmarkItem& item);
+};
+
+// Adds the extensions of a filter to the array, without their dots. The filter is a list of pairs of terminated
+// texts, a description and its patterns ("*.mp4;*.mov"), ended by an empty text. The extension "*" is left out,
+// and so is one that is no well-formed UTF-8; of a longer one 259 bytes are taken.
+void ParseFileTypes(NSMutableArray* pTypes, const char* szFilter);
