@@ -1,9 +1,9 @@
 #include "platform/LShellCommand.h"
 
-#include <cstdlib>
+#include <port/shell.h>
 #include <sys/wait.h>
 
-bool RunCommandLineProcess(const char* szCommandLine) {
-    const int nStatus = std::system(szCommandLine);
+bool RunCommandLineProcess(const char* szCommandLine, const char* const* pWithoutVariables) {
+    const int nStatus = port_system(szCommandLine, pWithoutVariables);
     return nStatus != -1 && WIFEXITED(nStatus) && WEXITSTATUS(nStatus) == 0;
 }

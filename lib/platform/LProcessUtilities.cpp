@@ -1,0 +1,205 @@
+#include "platform/LProcessUtilities.h"
+
+#include "base/LLimits.h"
+#include "debug/LDebugThread.h"
+#include "platform/LCFRef.h"
+#include "platform/LCFString.h"
+#include "threads/LSystemLockMutex.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <grp.h>
+#include <memory>
+#include <port/bsd.h>
+#include <port/locale.h>
+#include <pwd.h>
+#include <strings.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+int gargc = 0;
+char** gargv = nullptr;
+std::atomic<int> gGuiUid{-1};
+
+namespace {
+
+constexpr unsigned long LocaleNameSize = 6; // "de_DE" and the terminator
+constexpr unsigned long FirstEntrySize = 1024;
+constexpr unsigned long LargestEntrySize = 1024UL * 1024; // bytes of an entry of the user or group database
+
+const char* Environment(const char* szVariable) {
+    const char* const szValue = std::getenv(szVariable);
+    return szValue != nullptr ? szValue : "";
+}
+
+// Asks a reentrant function of the user or group database with as much memory as the entry wants. Null when
+// there is no entry or it cannot be had.
+template <typename Entry, typename Ask>
+Entry* FindEntry(Entry& entry, std::vector<char>& buffer, Ask ask) {
+    Entry* pFound = nullptr;
+    for (buffer.resize(FirstEntrySize); buffer.size() <= LargestEntrySize; buffer.resize(2 * buffer.size()))
+        if (ask(&entry, buffer.data(), buffer.size(), &pFound) != ERANGE)
+            break;
+    return pFound;
+}
+
+bool IsGroupNamed(gid_t group, const char* szName) {
+    struct group entry;
+    std::vector<char> buffer;
+    const struct group* const pFound =
+        FindEntry(entry, buffer, [=](auto... place) { return getgrgid_r(group, place...); });
+    return pFound != nullptr && std::strcmp(pFound->gr_name, szName) == 0;
+}
+
+void CopyLocaleName(char (&szName)[LocaleNameSize], CFTypeRef value) {
+    if (value != nullptr && CFGetTypeID(value) == CFStringGetTypeID())
+        LCFString(static_cast<CFStringRef>(value)).GetString(szName, sizeof szName);
+}
+
+void GetUserLocaleName(char (&szName)[LocaleNameSize]) {
+    szName[0] = '\0';
+    const LCFRef<CFLocaleRef> current(CFLocaleCopyCurrent());
+    CopyLocaleName(szName, CFLocaleGetIdentifier(current.Get()));
+    if (szName[0] != '\0')
+        return;
+    const LCFRef<CFPropertyListRef> own(
+        CFPreferencesCopyAppValue(CFSTR("AppleLocale"), CFSTR("com.brelvanic.loginhelper")));
+    CopyLocaleName(szName, own.Get());
+    if (szName[0] != '\0')
+        return;
+    const LCFRef<CFPropertyListRef> any(
+        CFPreferencesCopyValue(CFSTR("AppleLocale"), kCFPreferencesAnyApplication, kCFPreferencesCurrentUser,
+                               kCFPreferencesAnyHost));
+    CopyLocaleName(szName, any.Get());
+}
+
+} // namespace
+
+bool LUnixAppInitCommon(int argc, char** argv) {
+    LDebugThreadDataStartThread("MAIN");
+    umask(0);
+    LUnixAppCopyCommandLineArguments(argc, argv);
+    LGetLocale(PORT_LC_ALL);
+    LSetMaximumNumberOfOpenFiles();
+    return true;
+}
+
+void LUnixAppCopyCommandLineArguments(int argc, char** argv) {
+    delete[] gargv;
+    gargc = 0;
+    gargv = new char*[static_cast<std::size_t>(std::max(argc, 0)) + 1];
+    for (int i = 0; i < argc; ++i)
+        if (i != 1 || std::strncmp(argv[i], "-psn", 4) != 0)
+            gargv[gargc++] = argv[i];
+    gargv[gargc] = nullptr;
+}
+
+void LRemoveCommandLineArgument(int index) {
+    if (index < 0 || index >= gargc)
+        return;
+    std::copy(gargv + index + 1, gargv + gargc + 1, gargv + index);
+    --gargc;
+}
+
+int LSetMaximumNumberOfOpenFiles() {
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0)
+        return -1;
+    limit.rlim_cur = LMaximumNumberOfOpenFiles;
+    return setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+char* LGetLocale(int category) {
+    static bool bInited = false;
+    static char* szLocale = nullptr;
+    if (bInited)
+        return szLocale;
+    bInited = true;
+    char szName[LocaleNameSize];
+    GetUserLocaleName(szName);
+    port_setlocale(PORT_LC_ALL, szName);
+    // A copy, kept for the life of the process: the next change of the locale ends the original.
+    const char* szSet = port_setlocale(category, nullptr);
+    if (szSet == nullptr) // no such category
+        szSet = port_setlocale(PORT_LC_ALL, nullptr);
+    szLocale = strdup(szSet);
+    return szLocale;
+}
+
+bool LIsUserRoot() {
+    return getuid() == 0 || std::strcmp(Environment("USER"), "root") == 0;
+}
+
+bool LIsUserAdministrator() {
+    if (LIsUserRoot())
+        return true;
+    std::vector<gid_t> groups(NGROUPS_MAX + 1);
+    const int nGroups = getgroups(static_cast<int>(groups.size()), groups.data());
+    groups.resize(static_cast<std::size_t>(std::max(nGroups, 0)));
+    return std::any_of(groups.begin(), groups.end(),
+                       [](gid_t group) { return IsGroupNamed(group, "admin"); });
+}
+
+bool LIsUserRunningAsAdministrator() {
+    return LIsUserAdministrator();
+}
+
+bool LSwitchToUser() {
+    char szUser[LPathBufferSize];
+    strlcpy(szUser, Environment("LOGNAME"), sizeof szUser);
+    if (szUser[0] == '\0')
+        strlcpy(szUser, Environment("USER"), sizeof szUser);
+    passwd entry;
+    std::vector<char> buffer;
+    const passwd* const pFound =
+        FindEntry(entry, buffer, [&](auto... place) { return getpwnam_r(szUser, place...); });
+    return pFound != nullptr && setuid(pFound->pw_uid) == 0;
+}
+
+bool LSwitchToRoot() {
+    return setuid(0) == 0;
+}
+
+unsigned long LGetBSDProcessList(kinfo_proc** result) {
+    constexpr int name[] = {CTL_KERN, KERN_PROC, KERN_PROC_ALL};
+    *result = nullptr;
+    for (;;) {
+        std::size_t size = 0;
+        if (sysctl(name, 3, nullptr, &size, nullptr, 0) != 0)
+            return 0;
+        std::unique_ptr<void, decltype(&std::free)> buffer(std::malloc(size), std::free);
+        if (buffer == nullptr)
+            return 0;
+        if (sysctl(name, 3, buffer.get(), &size, nullptr, 0) == 0) {
+            *result = static_cast<kinfo_proc*>(buffer.release());
+            return size / sizeof(kinfo_proc);
+        }
+        if (errno != ENOMEM)
+            return 0;
+    }
+}
+
+int LGetBSDProcessUid(const char* name) {
+    kinfo_proc* pList = nullptr;
+    const unsigned long nCount = LGetBSDProcessList(&pList);
+    const std::unique_ptr<kinfo_proc, decltype(&std::free)> list(pList, std::free);
+    const kinfo_proc* const pFound = std::find_if(pList, pList + nCount, [name](const kinfo_proc& process) {
+        return strcasecmp(process.kp_proc.p_comm, name) == 0;
+    });
+    return pFound != pList + nCount ? pFound->kp_proc.p_pid : -1;
+}
+
+int LGetProcessUid(const char* name) {
+    if (gGuiUid >= 0)
+        return gGuiUid;
+    const int nFound = LGetBSDProcessUid(name);
+    LSystemLockMutex lock("UID"); // given back by its destructor, and only if it was had
+    lock.LockForever();
+    gGuiUid = nFound;
+    return nFound;
+}
