@@ -1,0 +1,21 @@
+#!/bin/sh
+# Packs two files, extracts them elsewhere and compares; then the ways in which it fails.
+# usage: check.sh PROGRAM
+set -eu
+pack=$1
+[ -x /usr/bin/zip ] && [ -x /usr/bin/unzip ] || { echo "skipped: zip or unzip is not installed"; exit 77; }
+place=$(mktemp -d)
+trap 'rm -rf "$place"' EXIT
+cd "$place"
+mkdir in out
+echo one >'in/the first'
+head -c 100000 /dev/urandom >in/second
+"$pack" all.zip 'in/the first' in/second >report
+grep -qx 'the first' report
+grep -q ']  50 %' report
+"$pack" -x all.zip out >report
+diff -r in out
+if "$pack" all.zip in/missing 2>errors; then exit 1; fi
+grep -qx 'pack: File does not exist: "in/missing"' errors
+if "$pack" -x in/second out 2>errors; then exit 1; fi
+grep -q 'pack: File could not be extracted from Zip file: "in/second"' errors

@@ -1,0 +1,341 @@
+#include "zip/LZipFile.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <port/UniqueFd.h>
+#include <port/bsd.h>
+#include <port/files.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "base/LSleep.h"
+#include "files/LFile.h"
+#include "files/LWriteFile.h"
+#include "zip/LZipCommand.h"
+
+namespace {
+
+constexpr char szZipTool[] = "/usr/bin/zip";
+constexpr char szUnzipTool[] = "/usr/bin/unzip";
+constexpr unsigned int nPauseAfterSave = 1000; // milliseconds
+constexpr mode_t nFileMode = 0666;
+constexpr int nMakeLocked = O_RDWR | O_CREAT | O_TRUNC | O_EXLOCK | O_NONBLOCK;
+constexpr const char* pExclusions[] = {"*.DS_Store*", "*.svn*", "*.git*"};
+
+// The format's end record: its signature, no entries, no comment.
+constexpr unsigned char EmptyArchive[22] = {0x50, 0x4B, 0x05, 0x06};
+
+// The file with the patterns that are not added; it exists while the tool runs.
+class ExclusionList {
+public:
+    ExclusionList() = default;
+    ExclusionList(const ExclusionList&) = delete;
+    ExclusionList& operator=(const ExclusionList&) = delete;
+    ~ExclusionList() {
+        if (*szPath != '\0')
+            unlink(szPath);
+    }
+
+    // The path; empty when no file could be made.
+    const char* Write() {
+        _MakeFile();
+        const port::UniqueFd fd(port_open(szPath, nMakeLocked, nFileMode));
+        const LWriteFileRef file(fd.get());
+        for (const char* szPattern : pExclusions)
+            file.WriteLineLF(szPattern);
+        return szPath;
+    }
+
+private:
+    void _MakeFile() {
+        char szFolder[LPathBufferSize];
+        LFile::GetTempFolder(szFolder);
+        LFile::_MakeFilePath(szPath, szFolder, "0XXXXXX", "");
+        const port::UniqueFd fd(mkostemps(szPath, 0, O_CLOEXEC));
+        if (!fd)
+            *szPath = '\0';
+        else
+            fchmod(fd.get(), nFileMode);
+    }
+
+    char szPath[LPathBufferSize] = {};
+};
+
+// Another working folder for the life of a block; the former one comes back even if it was renamed meanwhile.
+// A folder that cannot be entered changes nothing.
+class WorkingFolder {
+public:
+    explicit WorkingFolder(const char* szPath) : fdBefore(open(".", O_SEARCH | O_DIRECTORY | O_CLOEXEC)) {
+        LFile::GetCurrentDirectory(szBefore);
+        LFile::SetCurrentDirectory(szPath);
+    }
+    WorkingFolder(const WorkingFolder&) = delete;
+    WorkingFolder& operator=(const WorkingFolder&) = delete;
+    ~WorkingFolder() {
+        if (!fdBefore || fchdir(fdBefore.get()) != 0)
+            LFile::SetCurrentDirectory(szBefore);
+    }
+
+private:
+    port::UniqueFd fdBefore;
+    char szBefore[LPathBufferSize];
+};
+
+// An empty base has nothing that a path could be relative to.
+LZipFileName* MakeRelative(const char* szBase, const char* szPath) {
+    char szRelative[LPathBufferSize];
+    if (*szBase == '\0')
+        return new LZipFileName(szPath);
+    LFile::MakeRelativeFilePath(szRelative, szBase, szPath);
+    return new LZipFileName(szRelative);
+}
+
+void AddFolderName(LZipCommand& command, const char* szFolder) {
+    char szTemp[LPathBufferSize];
+    char szLast[LPathBufferSize];
+    LFile::GetTempFolder(szTemp);
+    LFile::_GetFileFromPath(szLast, szFolder);
+    command.AddPath(strstr(szFolder, szTemp) != nullptr ? szLast : szFolder);
+}
+
+bool RunFolderRemoval(LZipCommand& command, const char* szArchive, const char* szFolder) {
+    command.AddOption("-d");
+    command.AddPath(szArchive);
+    command.AddEntry(szFolder, "/*");
+    command.AddBlank();
+    return command.Run();
+}
+
+} // namespace
+
+LZipFileName::LZipFileName(const char* szPath) {
+    strlcpy(szName, szPath, sizeof szName);
+}
+
+LZipFile::LZipFile(const char* szArchive, bool bFreshenOnly) : LZipFile(szArchive, "", bFreshenOnly) {
+    LFile::_GetFolderFromPath(szBaseFolder, szArchivePath);
+}
+
+LZipFile::LZipFile(const char* szArchive, const char* szBase, bool bFreshenOnly)
+    : cOption(LZipFileDefaultOption), bFreshen(bFreshenOnly) {
+    strlcpy(szArchivePath, szArchive, sizeof szArchivePath);
+    strlcpy(szBaseFolder, szBase, sizeof szBaseFolder);
+}
+
+void LZipFile::Clear() {
+    *szRemoveName = *szFolder = *szWorkingFolder = *szBaseFolder = '\0';
+    cOption = LZipFileDefaultOption;
+    bNoExclusionList = bNoLinkStoring = false;
+    loFilesToAdd.Clear();
+    loFoldersToAdd.Clear();
+    loFilesToRemove.Clear();
+    loFoldersToRemove.Clear();
+}
+
+bool LZipFile::AddFile(const char* szPath) {
+    char szName[LPathBufferSize];
+    LFile::_GetFolderFromPath(szWorkingFolder, szPath);
+    LFile::_GetFileFromPath(szName, szPath);
+    loFilesToAdd.AddHead(new LZipFileName(szName));
+    if (strstr(szName, ".app") != nullptr)
+        bRecursive = true;
+    return true;
+}
+
+bool LZipFile::AddFolder(const char* szPath) {
+    loFoldersToAdd.AddHead(new LZipFileName(szPath));
+    return true;
+}
+
+bool LZipFile::RemoveFile(const char* szPath) {
+    loFilesToRemove.AddHead(MakeRelative(szBaseFolder, szPath));
+    return false;
+}
+
+bool LZipFile::RemoveFolder(const char* szPath) {
+    loFoldersToRemove.AddHead(MakeRelative(szBaseFolder, szPath));
+    return false;
+}
+
+void LZipFile::SetFolder(const char* szPath) {
+    strlcpy(szFolder, szPath, sizeof szFolder);
+}
+
+void LZipFile::SetWorkingFolder(const char* szPath) {
+    strlcpy(szWorkingFolder, szPath, sizeof szWorkingFolder);
+}
+
+void LZipFile::SetRemoveName(const char* szEntry) {
+    strlcpy(szRemoveName, szEntry, sizeof szRemoveName);
+}
+
+bool LZipFile::HasWork() const {
+    return !loFilesToAdd.IsEmpty() || !loFoldersToAdd.IsEmpty() || !loFilesToRemove.IsEmpty() ||
+           !loFoldersToRemove.IsEmpty();
+}
+
+bool LZipFile::Save() {
+    LZipCommand command(szZipTool);
+    if (!loFoldersToAdd.IsEmpty() || bRecursive)
+        command.AddOption("-r");
+    if (bFreshen)
+        command.AddOption("-f");
+    if (loFilesToRemove.IsEmpty() && loFoldersToRemove.IsEmpty()) {
+        if (!bNoLinkStoring)
+            command.AddOption("-y");
+        command.AddPath(szArchivePath);
+    }
+    for (const LZipFileName* pFile = loFilesToAdd.GetFirst(); pFile != nullptr; pFile = pFile->pNext)
+        command.AddPath(pFile->szName);
+    if (!loFoldersToAdd.IsEmpty())
+        AddFolderName(command, szFolder);
+    const bool bRemoveFolder = !loFoldersToRemove.IsEmpty();
+    bool bSaved = bRemoveFolder && _RemoveFolder(command);
+    if (!loFilesToRemove.IsEmpty()) {
+        command.AddOption("-d");
+        command.AddPath(szArchivePath);
+        command.AddEntry(szRemoveName);
+    }
+    ExclusionList list;
+    if (!bNoExclusionList)
+        command.AddExclusionList(list.Write());
+    const WorkingFolder scope(szWorkingFolder);
+    if (!bRemoveFolder)
+        bSaved = command.Run();
+    LSleepMilliseconds(nPauseAfterSave);
+    if (bSaved)
+        Clear();
+    return bSaved;
+}
+
+bool LZipFile::_RemoveFolder(LZipCommand& command) {
+    std::replace(szFolder, szFolder + strlen(szFolder), '\\', '/');
+    if (RunFolderRemoval(command, szArchivePath, szFolder))
+        return true;
+    char szName[LPathBufferSize];
+    LFile::_GetFileNameFromPath(szName, szFolder);
+    SetFolder(szName);
+    LZipCommand retry(szZipTool);
+    return RunFolderRemoval(retry, szArchivePath, szFolder);
+}
+
+bool LZipFile::ExtractAllFiles(const char* szDestFolder) {
+    return Extract(szArchivePath, szDestFolder, "");
+}
+
+bool LZipFile::Extract(const char* szArchive, const char* szDestFolder, const char* szEntry) {
+    LZipCommand command(szUnzipTool);
+    command.AddOption("-o");
+    command.AddArchiveToRead(szArchive);
+    if (*szEntry != '\0')
+        command.AddEntry(szEntry);
+    command.AddOption("-d");
+    command.AddPath(szDestFolder);
+    return command.Run();
+}
+
+bool LZipFile::CreateEmptyZipFile(const char* szPath) {
+    const port::UniqueFd fd(port_open(szPath, nMakeLocked, nFileMode));
+    if (!fd)
+        return false;
+    [[maybe_unused]] const ssize_t nWritten = write(fd.get(), EmptyArchive, sizeof EmptyArchive);
+    return true;
+}
+
+bool LZipFile::GetZipFileDetails(const char*, const char*, bool& bExists, unsigned long long& qwSize) {
+    bExists = false;
+    qwSize = 0;
+    return true;
+}
+
+bool LZipFile::TestZipFileExists(const char*, const char*) {
+    return true;
+}
+
+unsigned long long LZipFile::GetZipFileSizeBytes64(const char*, const char*) {
+    return 0;
+}
+
+bool LZipFile::VerifyZipFileIntegrity(const char*) {
+    return false;
+}
+
+bool LZipFileCreate(const char* szArchive) {
+    return LZipFile::CreateEmptyZipFile(szArchive);
+}
+
+bool LZipFileAdd(const char* szArchive, const char* szFile, const char* szBaseFolder, bool bNoExclusionList,
+                 char option, LProcessInterface*, bool bFreshen) {
+    LZipFile zip(szArchive, szBaseFolder, bFreshen);
+    zip.SetFolder(szFile);
+    zip.SetOption(option);
+    zip.SetNoExclusionList(bNoExclusionList);
+    zip.AddFile(szFile);
+    return zip.Save();
+}
+
+bool LZipFileAddFolder(const char* szArchive, const char* szFolder, const char* szWorkingFolder,
+                       bool bNoExclusionList) {
+    LZipFile zip(szArchive, szWorkingFolder, false);
+    zip.SetNoExclusionList(bNoExclusionList);
+    zip.SetFolder(szFolder);
+    zip.SetWorkingFolder(szWorkingFolder);
+    zip.AddFolder(szFolder);
+    return zip.Save();
+}
+
+bool LZipFileAddFolder(const char* szArchive, const char* szFolder, const char* szWorkingFolder,
+                       bool bNoExclusionList, LProcessInterface*) {
+    return LZipFileAddFolder(szArchive, szFolder, szWorkingFolder, bNoExclusionList);
+}
+
+bool LZipFileDelete(const char* szArchive, const char* szEntry) {
+    LZipFile zip(szArchive, false);
+    zip.SetRemoveName(szEntry);
+    zip.RemoveFile(szEntry);
+    return zip.Save();
+}
+
+bool LZipFileDeleteFolder(const char* szArchive, const char* szFolder) {
+    LZipFile zip(szArchive, false);
+    zip.SetFolder(szFolder);
+    zip.RemoveFolder(szFolder);
+    return zip.Save();
+}
+
+bool LZipFileExtractAllFiles(const char* szArchive, const char* szDestFolder) {
+    return LZipFile(szArchive, false).ExtractAllFiles(szDestFolder);
+}
+
+bool LZipFileExtract(const char* szArchive, const char* szEntry, const char* szDestFolder) {
+    return LZipFile(szArchive, false).Extract(szArchive, szDestFolder, szEntry);
+}
+
+bool LZipFileExtractToFile(const char* szArchive, const char* szEntry, const char* szDestFolder, int&) {
+    return LZipFileExtract(szArchive, szEntry, szDestFolder);
+}
+
+bool LZipFileGetFileDetails(const char* szArchive, const char* szEntry, bool& bExists,
+                            unsigned long long& qwSize) {
+    return LZipFile::GetZipFileDetails(szArchive, szEntry, bExists, qwSize);
+}
+
+bool LZipFileTestFileExists(const char* szArchive, const char* szEntry) {
+    return LZipFile::TestZipFileExists(szArchive, szEntry);
+}
+
+unsigned long long LZipFileGetFileSizeBytes64(const char* szArchive, const char* szEntry) {
+    return LZipFile::GetZipFileSizeBytes64(szArchive, szEntry);
+}
+
+bool LZipFileVerifyIntegrity(const char* szArchive) {
+    return LZipFile::VerifyZipFileIntegrity(szArchive);
+}
+
+bool LZipFileIterator::Open(const char*) {
+    loNames.Clear();
+    nCount = 0;
+    return false;
+}
