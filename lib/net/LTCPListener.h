@@ -1,0 +1,32 @@
+// A thread that accepts TCP connections on a port and hands each of them to a call-back.
+//
+// It listens on every IPv4 address of the machine from `Start` to the stop (`StopThreadSoon`), which ends it
+// at once when it waits and after the call-back when one runs. While the port cannot be had, and after a
+// failed accept, it closes its socket and listens anew every 30 seconds; nothing is reported.
+//
+// Thread-safety: as LThread. A subclass stops and waits for the thread in its own destructor
+// (`_StopAndWait`), for the call-back is its own.
+#pragma once
+
+#include "net/LIPSocket.h"
+#include "threads/LThread.h"
+
+class LTCPListener : public LThread {
+public:
+    // The port in the host's byte order. Nothing is opened before `Start`.
+    explicit LTCPListener(unsigned short wThePort) : wPort(wThePort) {}
+
+protected:
+    void ThreadFunction() override;
+
+    // A connection, non-blocking and close-on-exec; one after another, on the listener's thread, and the
+    // next is accepted when this returns. Who keeps it moves or detaches it; else it is closed then.
+    virtual void EvConnection(LIPSocketTCP& socket) = 0;
+
+private:
+    bool _Listen(LIPSocketTCP& socket) const;
+    void _AcceptConnections(LIPSocketTCPRef listening);
+    bool _WaitForConnection(LIPSocketTCPRef listening);
+
+    unsigned short wPort;
+};
