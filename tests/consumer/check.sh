@@ -1,6 +1,6 @@
 #!/bin/sh
 # Installs the build tree into a private prefix and builds the consumer against it twice: through
-# find_package and through pkg-config.
+# find_package and through pkg-config. The README's tour must compile against it, too.
 # usage: check.sh BUILD-DIR SOURCE-DIR
 set -eu
 build=$1
@@ -21,3 +21,15 @@ export PKG_CONFIG_PATH
 ${CXX:-c++} -std=c++20 ${CXXFLAGS:-} "$source/consumer.cpp" -o "$work/consumer" \
     $(pkg-config --define-variable=prefix="$work/prefix" --cflags --libs lfoundation)
 "$work/consumer"
+
+# Each piece of the tour that is no program is the body of a function; what it declares, it need not use.
+awk -v out="$work/tour" '
+    /^```cpp/ { ++piece; code = 1; text = ""; next }
+    /^```/ && code { code = 0; file = out piece ".cpp"; printf "#include \"tour.h\"\n" > file
+        printf (text ~ /int main/ ? "%s" : "void Tour();\nvoid Tour() {\n%s}\n"), text > file }
+    code { text = text $0 "\n" }' "$source/../../README.md"
+cp "$source/tour.h" "$work"
+for piece in "$work"/tour*.cpp; do
+    ${CXX:-c++} -std=c++20 -fsyntax-only -Wno-unused "$piece" \
+        $(pkg-config --define-variable=prefix="$work/prefix" --cflags lfoundation)
+done

@@ -3,13 +3,18 @@
 #include <cstdio>
 #include <cstring>
 
+#include <datetime/LDateTime.h>
+#include <debug/LDebugThread.h>
 #include <files/LFile.h>
+#include <net/LIPAddress.h>
 #include <platform/LCFString.h>
 #include <strings/LCharsets.h>
 #include <strings/LString.h>
 #include <strings/LStringFormat.h>
 #include <strings/LStringUtilities.h>
+#include <threads/LSignalObject.h>
 #include <xpc/LXPCClient.h>
+#include <zip/LZipFile.h>
 
 namespace {
 
@@ -42,6 +47,21 @@ int main() {
     char back[8];
     string.GetString(back, sizeof back);
     good &= Expect("Core Foundation", back, "a\xC3\xA9");
+
+    LDateTime date;
+    date.SetDateTime(date.nTime, "2026-01-31", "");
+    char day[LDateTimeTextSize];
+    date.AdjustByMonths(1).GetDateInLocalFormat(day);
+    good &= Expect("dates", day, "2026-02-28");
+
+    char where[LPathBufferSize];
+    LDebugGenerateXIString(where, "a", "b");
+    good &= Expect("diagnostics", where, "a-MacIntel1009-b-UnknownGloIni1");
+
+    LSignalObject signal;
+    signal.Signal();
+    good &= signal.IsSignaled() && LIPAddressWithPort("127.0.0.1", 80).IsResolved() &&
+            LZipFileTestFileExists("", "");
 
     good &= utf8strlen("a\xC3\xA9") == 2 && atoh("1aF") == 0x1AF;
 
