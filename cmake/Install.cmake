@@ -4,7 +4,7 @@ include(CMakePackageConfigHelpers)
 
 install(TARGETS lfoundation port EXPORT LFoundationTargets
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
-set(INTERNAL_HEADERS "(Kernels|Units|PathText|FolderStack|TreeWalk|EventGate|Handles)\\.h$")
+set(INTERNAL_HEADERS "(Kernels|Units|DateFields|LineEnd|ZipCommand|PathText|FolderStack|TreeWalk|EventGate|Handles)\\.h$")
 install(DIRECTORY lib/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/lfoundation
   FILES_MATCHING PATTERN "*.h" REGEX "${INTERNAL_HEADERS}" EXCLUDE)
 install(FILES app/LoginHelperContract.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/lfoundation)

@@ -28,7 +28,7 @@ install_packages() {
 }
 
 build_packages=(g++ cmake ninja-build libexpat1-dev)
-test_packages=(libgtest-dev pkg-config python3)
+test_packages=(libgtest-dev pkg-config python3 tzdata zip unzip procps)
 
 # build PRESET [TARGET...]: configures the preset and builds the targets (all when none is named).
 build() {
