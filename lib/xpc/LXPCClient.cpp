@@ -1,5 +1,6 @@
 #include "xpc/LXPCClient.h"
 
+#include <cstring>
 #include <memory>
 #include <port/bsd.h>
 
@@ -13,6 +14,8 @@ unsigned char FoldCase(char c) {
 
 // Not strcasecmp, which follows the locale. Both names as cut to what a record holds.
 bool IsSameName(const char* szName, const char* szOther) {
+    if (strncmp(szName, szOther, LPathBufferSize - 1) == 0) // as it mostly is
+        return true;
     for (unsigned long n = 0; n < LPathBufferSize - 1; n++) {
         if (FoldCase(szName[n]) != FoldCase(szOther[n]))
             return false;

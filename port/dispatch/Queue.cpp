@@ -54,14 +54,14 @@ void SerialQueue::resume() {
         schedule();
 }
 
-bool SerialQueue::isSuspended() const {
+bool SerialQueue::isAtRest() const {
     const std::lock_guard lock(mutex_);
-    return suspensions_ != 0;
+    return !active_ && suspensions_ == 0;
 }
 
-std::size_t SerialQueue::backlog() const {
+bool SerialQueue::isHeldBack(std::size_t tasks) const {
     const std::lock_guard lock(mutex_);
-    return tasks_.size();
+    return suspensions_ != 0 || tasks_.size() >= tasks;
 }
 
 // Under the lock. True when the queue has to be put in line; it holds its own reference from here on.
@@ -73,9 +73,9 @@ bool SerialQueue::mustSchedule() {
     return true;
 }
 
-void SerialQueue::schedule() {
+void SerialQueue::schedule(Urgency urgency) {
     if (target_ == nullptr)
-        WorkerPool::shared().submit(*this);
+        WorkerPool::shared().submit(*this, urgency);
     else
         target_->append(Task([this] { run(); }));
 }

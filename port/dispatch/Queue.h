@@ -38,12 +38,13 @@ public:
     // The first half of `append`, which calls nobody. True when the queue was at rest: the caller puts a turn
     // of it in line with `schedule`.
     bool add(Task task);
-    void schedule();
+    void schedule(Urgency urgency = Urgency::Now);
     void suspend() final;
     void resume() final;
-    bool isSuspended() const;
-    // How many tasks wait.
-    std::size_t backlog() const;
+    // True when what is added next begins a turn.
+    bool isAtRest() const;
+    // True while it is suspended, and while that many tasks wait.
+    bool isHeldBack(std::size_t tasks) const;
 
 protected:
     // `target` is retained; the queue begins with `suspensions` to be resumed.

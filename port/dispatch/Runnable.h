@@ -7,6 +7,9 @@
 
 namespace port {
 
+// Work that may come Soon need not come before a fraction of a millisecond has passed.
+enum class Urgency { Now, Soon };
+
 class Runnable {
 public:
     // One bounded turn, on a worker. Whoever puts an object in line keeps it alive until its turn has begun.

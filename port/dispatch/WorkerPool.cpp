@@ -7,6 +7,7 @@
 #include <csignal>
 #include <pthread.h>
 #include <thread>
+#include <unistd.h>
 #include <utility>
 
 namespace port {
@@ -16,6 +17,9 @@ using namespace std::chrono_literals;
 
 constexpr auto kIdleLife = 10s;      // of a worker without work
 constexpr auto kLeaderLife = 12s;    // longer, so that the leader goes last
+constexpr auto kNap = 1ms;           // of the leader, in which work that may wait gathers
+constexpr auto kLinger = 150us;      // of the leader, for the rest of a stream
+constexpr unsigned kWorthANap = 4;   // pieces of work that one nap has spared calls for
 constexpr auto kMonitorTick = 5ms;   // how long a handler may hold the lead
 constexpr unsigned kQuietTicks = 4;  // without work, then the monitor parks
 constexpr unsigned kMaxWorkers = 16; // when handlers block
@@ -23,6 +27,7 @@ constexpr std::size_t kEventsPerWait = 32;
 constexpr std::size_t kRunsPerInput = 32; // between two looks at new input
 
 thread_local bool returning = false;
+thread_local bool moreExpected = false;
 
 // Signals are the main thread's, but for those that a fault of the thread itself raises.
 class BlockedSignals {
@@ -55,7 +60,9 @@ WorkerPool& WorkerPool::shared() {
     return pool;
 }
 
-WorkerPool::WorkerPool() : usualWorkers_(std::max(2U, std::thread::hardware_concurrency())) {
+WorkerPool::WorkerPool()
+    : usualWorkers_(std::max(2U, std::thread::hardware_concurrency())),
+      severalProcessors_(::sysconf(_SC_NPROCESSORS_ONLN) > 1) {
     MainLoop::shared().watchPool(epoll_.fd());
 }
 
@@ -64,11 +71,26 @@ unsigned WorkerPool::workerCount() {
     return workers_;
 }
 
-void WorkerPool::submit(Runnable& work) {
+void WorkerPool::submit(Runnable& work, Urgency urgency) {
     Lock lock(mutex_);
     line_.push(work);
-    if (!returning)
-        summon(std::move(lock));
+    if (returning)
+        return;
+    if (urgency == Urgency::Soon) {
+        soonCame_ = true;
+        ++napCatch_;
+        if (leaderNaps_)
+            return;
+    }
+    summon(std::move(lock));
+}
+
+void WorkerPool::hurry() {
+    Lock lock(mutex_);
+    if (!leaderNaps_)
+        return;
+    napCatch_ += kWorthANap;
+    summon(std::move(lock));
 }
 
 // Sees to it that a worker comes for what is in line. A leader that has been called already takes it all; if
@@ -144,18 +166,16 @@ void WorkerPool::runOne(Worker& self, Runnable& runnable, Lock& lock) {
 
 // One wait as the leader. False when the thread has given up its place and must end.
 bool WorkerPool::lead(Lock& lock) {
-    leaderWaits_ = true;
-    leaderCalled_ = false;
-    const int patience = leaderPatience();
-    lock.unlock();
     std::array<epoll_event, kEventsPerWait> events;
-    const std::size_t count = epoll_.wait(events, patience);
-    lock.lock();
-    leaderWaits_ = false;
-    ++leaderTurns_;
+    const bool naps = std::exchange(soonCame_, false) && naps_.isWorthATry();
+    const std::size_t count = wait(events, naps, lock);
+    if (naps && (count == 0 || napCatch_ >= kWorthANap))
+        naps_.note(napCatch_ == 0 || napCatch_ >= kWorthANap);
+    if (count == 0 && !line_.isEmpty())
+        requestMonitor();
     if (count == 0) {
         expireDeadlines(lock);
-        if (!line_.isEmpty() || !deadlines_.empty())
+        if (naps || !line_.isEmpty() || !deadlines_.empty())
             return true;
         leaderStays_ = isNeeded();
         if (leaderStays_ || workers_ > 1)
@@ -170,6 +190,43 @@ bool WorkerPool::lead(Lock& lock) {
     lock.lock();
     expireDeadlines(lock);
     return true;
+}
+
+// How many events came.
+std::size_t WorkerPool::wait(std::span<epoll_event> events, bool naps, Lock& lock) {
+    const bool lingers = severalProcessors_ && std::exchange(moreExpected, false) && lingers_.isWorthATry();
+    const int patience = leaderPatience();
+    leaderWaits_ = true;
+    leaderCalled_ = false;
+    leaderNaps_ = naps;
+    napCatch_ = 0;
+    lock.unlock();
+    std::size_t count = lingers ? linger(events) : 0;
+    const bool found = count != 0;
+    if (!found)
+        count = naps ? epoll_.nap(events, kNap) : epoll_.wait(events, patience);
+    lock.lock();
+    leaderWaits_ = false;
+    leaderNaps_ = false;
+    ++leaderTurns_;
+    if (lingers)
+        lingers_.note(found);
+    return count;
+}
+
+// A look without sleep, for a few times as long as it takes to wake a thread: the sender, who would do that for
+// every piece, is spared it.
+std::size_t WorkerPool::linger(std::span<epoll_event> events) {
+    const auto end = Clock::now() + kLinger;
+    std::size_t count = 0;
+    do
+        count = epoll_.wait(events, 0);
+    while (count == 0 && Clock::now() < end);
+    return count;
+}
+
+void WorkerPool::expectMore() {
+    moreExpected = true;
 }
 
 // The last worker goes; the main loop watches from now on.

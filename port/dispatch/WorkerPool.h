@@ -3,6 +3,10 @@
 // worker looks, every few milliseconds, whether it is stuck in a handler, and takes the lead from it if so.
 // There is no thread before the first work, and none is left some seconds after the last.
 //
+// Two habits spare system calls; both are given up for a while when they are of no use. After work that may
+// come soon the leader naps, and looks at the line uncalled when it wakes. After a part of a stream it looks
+// for the next part without sleeping.
+//
 // Thread-safety: every function may be called from any thread.
 #pragma once
 
@@ -10,6 +14,7 @@
 #include "dispatch/Runnable.h"
 #include "dispatch/Source.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -28,7 +33,9 @@ public:
     static WorkerPool& shared();
 
     // Puts the work at the end of the line and sees to it that a worker comes.
-    void submit(Runnable& work);
+    void submit(Runnable& work, Urgency urgency = Urgency::Now);
+    // Work that was to come soon is to come now, if it has not yet.
+    void hurry();
     // While it exists, the calling worker runs no user code and then goes straight back to the line: what it
     // puts there calls nobody.
     class Returning {
@@ -52,6 +59,9 @@ public:
     void moveIn(Tenant tenant);
     void moveOut(Tenant tenant);
 
+    // The calling worker has taken a part of a stream and expects the next at once.
+    static void expectMore();
+
     // The main loop saw something ready in the set.
     void inputWaits();
     // The main loop is about to run code that may last, and cannot watch meanwhile.
@@ -65,6 +75,21 @@ private:
     struct Deadline {
         Clock::time_point when;
         SourceKey key;
+    };
+
+    // Something that is tried less and less while it is of no use.
+    class Habit {
+    public:
+        bool isWorthATry() { return toSkip_ == 0 || toSkip_-- == 0; }
+        void note(bool useful) {
+            toSkip_ = useful ? 0 : afterwards_;
+            afterwards_ = useful ? 1 : std::min(2 * afterwards_, kMostSkipped);
+        }
+
+    private:
+        static constexpr unsigned kMostSkipped = 256;
+        unsigned toSkip_ = 0;
+        unsigned afterwards_ = 1;
     };
 
     WorkerPool();
@@ -82,6 +107,8 @@ private:
     void expireDeadlines(Lock& lock);
     int leaderPatience() const;
     void leave();
+    std::size_t wait(std::span<epoll_event> events, bool naps, Lock& lock);
+    std::size_t linger(std::span<epoll_event> events);
     void summon(Lock lock);
     void spawn();
     bool isNeeded() const;
@@ -92,12 +119,18 @@ private:
     RunList line_;
     std::vector<Deadline> deadlines_;
     const unsigned usualWorkers_;
+    const bool severalProcessors_;
     unsigned workers_ = 0;
     unsigned parked_ = 0;
     unsigned running_ = 0; // workers inside a turn
     Worker* leader_ = nullptr;
     bool leaderWaits_ = false; // in the kernel, with no work
     bool leaderCalled_ = false;
+    bool leaderNaps_ = false; // it looks at the line soon, uncalled
+    bool soonCame_ = false;   // work that may wait, since the last nap began
+    unsigned napCatch_ = 0;   // how much of it came during the nap
+    Habit naps_;
+    Habit lingers_;
     bool leaderStays_ = false; // it found no work for long, yet must not leave
     std::uint64_t leaderTurns_ = 0;
     bool monitorRuns_ = false;

@@ -17,7 +17,9 @@ using namespace std::chrono_literals;
 
 constexpr int kBusySendBuffer = 1 << 20; // bytes
 constexpr std::size_t kMaxDeferred = 2 * kGatherFrames;
-constexpr auto kConnectRetry = 2ms; // while the service's queue of new connections is full
+constexpr unsigned kGatherBarriers = 8; // of large messages, then the queue's turn must come
+constexpr unsigned kGatherCloses = 16;  // of cancelled clients, then their queues' turns must come
+constexpr auto kConnectRetry = 2ms;     // while the service's queue of new connections is full
 constexpr auto kConnectPatience = 5s;
 
 // A client's socket is in the main loop's set and in the workers': the kernel wakes the main thread if it
@@ -26,6 +28,8 @@ constexpr std::uint32_t kClientEvents = EPOLLIN | EPOLLET | EPOLLEXCLUSIVE;
 constexpr std::uint32_t kPeerEvents = EPOLLIN | EPOLLRDHUP | EPOLLET;
 // An exclusive watch cannot ask for output, so a blocked client has a plain one.
 constexpr std::uint32_t kBlockedEvents = EPOLLIN | EPOLLOUT | EPOLLRDHUP | EPOLLET;
+
+constinit std::atomic<unsigned> closes{0}; // that were put off
 
 } // namespace
 
@@ -42,18 +46,25 @@ void XPCConnection::resume() {
     continueInput();
 }
 
+// A client that is cancelled at rest closes its socket in the queue's last turn: closing calls the service,
+// which then hears of several at once.
 void XPCConnection::cancel() {
     Leftovers left;
+    bool closesLater = false;
     dropEvents();
     {
         const std::lock_guard lock(mutex_);
         if (state_ == State::Open && !outputBlocked_ && !writer_.isEmpty())
             flush(); // only a blocked socket costs messages
-        if (state_ != State::Over)
+        if (state_ != State::Over) {
+            closesLater = closesLater_ = socket_ && isClient() && ownTurns_ && queue().isAtRest();
             endForGood(left);
+        }
     }
     settle(std::move(left));
     finish();
+    if (closesLater && ++closes % kGatherCloses == 0)
+        WorkerPool::shared().hurry();
 }
 
 void XPCConnection::send(XPCDictionary& message) {
@@ -85,15 +96,28 @@ void XPCConnection::sendWithReply(XPCDictionary& message, dispatch_queue_t queue
 }
 
 void XPCConnection::sendBarrier(dispatch_block_t barrier) {
+    bool starts = false;
+    bool hurries = false;
+    Urgency urgency = Urgency::Now;
     {
         const std::lock_guard lock(mutex_);
         if (!writer_.isEmpty())
             return writer_.enqueueBarrier(std::move(barrier));
-        if (!queue().add(Task(std::move(barrier))))
-            return;
-        flushComes_ = ownTurns_;
+        starts = queue().add(Task(std::move(barrier)));
+        if (starts) {
+            urgency = wroteLarge_ ? Urgency::Soon : Urgency::Now;
+            turnComesSoon_ = wroteLarge_;
+            flushComes_ = ownTurns_ && !wroteLarge_;
+            gathered_ = 1;
+        } else {
+            hurries = turnComesSoon_ && (++gathered_ == kGatherBarriers || !wroteLarge_);
+        }
     }
-    queue().schedule(); // without the lock, which the worker that is called takes first
+    // Without the lock, which the worker that is called takes first.
+    if (starts)
+        queue().schedule(urgency);
+    else if (hurries)
+        WorkerPool::shared().hurry();
 }
 
 void XPCConnection::activate(Leftovers& left) {
@@ -128,35 +152,83 @@ bool XPCConnection::mayYetConnect(int error) {
     return launched_ || error == EAGAIN;
 }
 
-// The socket is there: from now on it is read, and what waits is sent.
+// The socket is there: what waits is sent, and `watch` follows.
 void XPCConnection::open(Leftovers& left) {
     setState(State::Open);
     outputBlocked_ = false;
     readingHeld_ = false;
     frameTimed_ = false;
-    if (watch())
-        flush();
-    else
-        endForGood(left);
-    keepWhileBusy();
+    WorkerPool::shared().moveIn(isClient() ? WorkerPool::Tenant::Resident : WorkerPool::Tenant::Guest);
+    flush();
+    left.opened = true;
 }
 
-bool XPCConnection::watch() {
-    WorkerPool& pool = WorkerPool::shared();
-    const int fd = socket_.get();
-    if (!isClient()) {
-        pool.moveIn(WorkerPool::Tenant::Guest);
-        return pool.epoll().add(fd, kPeerEvents, key_);
+void XPCConnection::watch() {
+    Leftovers left;
+    {
+        std::unique_lock lock(mutex_);
+        if (state_ != State::Open || (isClient() ? watchService(lock) : watchPeer(lock)))
+            return;
+        lock.lock();
+        if (state_ != State::Over)
+            endForGood(left);
     }
-    pool.moveIn(WorkerPool::Tenant::Resident);
-    return MainLoop::shared().epoll().add(fd, kClientEvents, key_) &&
-           pool.epoll().add(fd, kClientEvents, key_);
+    settle(std::move(left));
+}
+
+// Both give the lock back before the kernel may call a thread that takes it first.
+bool XPCConnection::watchPeer(std::unique_lock<std::mutex>& lock) {
+    const std::lock_guard watching(watchMutex_);
+    const std::uint32_t events = outputBlocked_ ? kBlockedEvents : kPeerEvents;
+    lock.unlock();
+    return addTo(WorkerPool::shared().epoll(), events);
+}
+
+// While the main thread is in its loop for good, the workers come second, and many a connection does not live
+// until then.
+bool XPCConnection::watchService(std::unique_lock<std::mutex>& lock) {
+    const bool workersLater = MainLoop::shared().isPermanent();
+    const bool submits = workersLater && !std::exchange(watchComes_, true);
+    const std::uint32_t events = outputBlocked_ ? kBlockedEvents : kClientEvents;
+    bool watched = false;
+    {
+        const std::lock_guard watching(watchMutex_);
+        lock.unlock();
+        watched = addTo(MainLoop::shared().epoll(), kClientEvents) &&
+                  (workersLater || addTo(WorkerPool::shared().epoll(), events));
+    }
+    if (submits) {
+        retain();
+        WorkerPool::shared().submit(watchTurn_, Urgency::Soon);
+    }
+    return watched;
+}
+
+// Whoever changes what the watch is about may have been faster.
+bool XPCConnection::addTo(Epoll& epoll, std::uint32_t events) {
+    return epoll.add(socket_.get(), events, key_) || errno == EEXIST;
+}
+
+void XPCConnection::watchByWorkers() {
+    const std::lock_guard lock(mutex_);
+    watchComes_ = false;
+    if (state_ == State::Open)
+        addTo(WorkerPool::shared().epoll(), outputBlocked_ ? kBlockedEvents : kClientEvents);
+}
+
+void XPCConnection::Turn::run() noexcept {
+    const WorkerPool::Returning scope;
+    (owner.*act)();
+    owner.release();
 }
 
 void XPCConnection::closeSocket() {
     if (!socket_)
         return;
-    socket_.reset(); // also ends both watches
+    {
+        const std::lock_guard watching(watchMutex_);
+        socket_.reset(); // also ends both watches
+    }
     if (state_ != State::Created)
         WorkerPool::shared().moveOut(isClient() ? WorkerPool::Tenant::Resident : WorkerPool::Tenant::Guest);
 }
@@ -166,7 +238,8 @@ void XPCConnection::write(XPCDictionary& message, XPCFrameKind kind, std::uint64
         connect(left);
     if (state_ == State::Over)
         return;
-    const bool now = state_ == State::Open && !outputBlocked_ && !mayDefer(kind);
+    wroteLarge_ = message.body().size() >= kLargeFrameBytes;
+    const bool now = state_ == State::Open && !outputBlocked_ && (wroteLarge_ || !mayDefer(kind));
     if (now && writer_.isEmpty())
         written(writer_.send(socket_.get(), message, kind, replyId));
     else if (!writer_.enqueue(message, kind, replyId))
@@ -185,6 +258,9 @@ bool XPCConnection::mayDefer(XPCFrameKind kind) {
 void XPCConnection::queueTurnBegins() {
     const std::lock_guard lock(mutex_);
     flushComes_ = false;
+    turnComesSoon_ = false;
+    if (closesLater_ && !reading_)
+        closeSocket();
     if (state_ == State::Open && !outputBlocked_ && !writer_.isEmpty())
         flush();
 }
@@ -206,6 +282,7 @@ void XPCConnection::written(XPCWriteResult result) {
 }
 
 void XPCConnection::watchOutput(bool wanted) {
+    const std::lock_guard watching(watchMutex_);
     outputBlocked_ = wanted;
     Epoll& epoll = WorkerPool::shared().epoll();
     const int fd = socket_.get();
@@ -242,7 +319,7 @@ void XPCConnection::dropWaiting(Leftovers& left, xpc_object_t error) {
 void XPCConnection::endForGood(Leftovers& left) {
     if (reading_)
         ::shutdown(socket_.get(), SHUT_RDWR); // the reader closes it
-    else
+    else if (!closesLater_)
         closeSocket();
     setState(State::Over);
     dropWaiting(left, XPC_ERROR_CONNECTION_INVALID);
@@ -253,6 +330,8 @@ void XPCConnection::settle(Leftovers left) {
     for (XPCReplyHandler& waiting : left.replies)
         waiting.answer(XPCRef<XPCObject>::retain(this),
                        XPCRef<XPCObject>::adopt(XPCObject::from(left.error)));
+    if (left.opened)
+        watch();
     if (left.ended)
         finish();
 }

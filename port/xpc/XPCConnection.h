@@ -54,13 +54,15 @@ private:
     struct Leftovers {
         std::vector<XPCReplyHandler> replies;
         xpc_object_t error = nullptr; // their answer
+        bool opened = false;
         bool ended = false;
     };
-    // The turn of reading that goes on while the socket has more than one turn's worth.
-    struct InputTurn final : Runnable {
-        explicit InputTurn(XPCConnection& connection) : owner(connection) {}
+    // What the connection does on a worker when its turn comes; it is retained for it.
+    struct Turn final : Runnable {
+        Turn(XPCConnection& connection, void (XPCConnection::*action)()) : owner(connection), act(action) {}
         void run() noexcept override;
         XPCConnection& owner;
+        void (XPCConnection::*act)();
     };
 
     XPCConnection(Kind kind, std::string name, dispatch_queue_t target);
@@ -83,7 +85,6 @@ private:
     void activate(Leftovers& left);
     void connect(Leftovers& left);
     bool mayYetConnect(int error);
-    bool watch();
     void open(Leftovers& left);
     void write(XPCDictionary& message, XPCFrameKind kind, std::uint64_t replyId, Leftovers& left);
     void flush();
@@ -100,6 +101,11 @@ private:
 
     // Without the lock.
     void settle(Leftovers left);
+    void watch();
+    bool watchPeer(std::unique_lock<std::mutex>& lock);
+    bool watchService(std::unique_lock<std::mutex>& lock);
+    bool addTo(Epoll& epoll, std::uint32_t events);
+    void watchByWorkers();
     void readInput(bool hungUp);
     bool beginReading(bool hungUp);
     void readOn();
@@ -114,6 +120,9 @@ private:
     const Kind kind_ = Kind::Named;
     const pid_t forcedPid_ = -1;
     mutable std::mutex mutex_;
+    // Locked after `mutex_`, and held alone while the kernel is told to watch the socket, which may call the
+    // thread that reads it: until then nobody closes it.
+    std::mutex watchMutex_;
     State state_ = State::Created;
     UniqueFd socket_;
     SourceKey key_ = kNoSource;
@@ -123,17 +132,23 @@ private:
     XPCFrameWriter writer_;
     const bool ownTurns_; // the queue runs on the workers, so a turn that is in line comes at once
     bool outputBlocked_ = false;
-    bool flushComes_ = false;  // with the turn of the queue that is in line
-    std::size_t deferred_ = 0; // frames that wait for it
+    bool wroteLarge_ = false;    // the last message: what follows it gains nothing by waiting for company
+    bool turnComesSoon_ = false; // that of the queue, but not yet
+    unsigned gathered_ = 0;      // barriers that wait for it
+    bool flushComes_ = false;    // with the turn of the queue that is in line
+    std::size_t deferred_ = 0;   // frames that wait for it
     XPCReplyTable replies_;
     WorkerPool::Clock::time_point connectBefore_;
     bool launched_ = false; // in this attempt to connect
+    Turn watchTurn_{*this, &XPCConnection::watchByWorkers};
+    bool closesLater_ = false; // cancelled: with the queue's next turn, together with others
+    bool watchComes_ = false;  // the turn is in line
 
     // The reading thread's, whoever that is.
     XPCFrameReader reader_;
-    InputTurn inputTurn_{*this};
-    unsigned reads_ = 0;  // in this turn
-    unsigned frames_ = 0; // completed by the last read
+    Turn inputTurn_{*this, &XPCConnection::readOn}; // while the socket has more than one turn's worth
+    unsigned reads_ = 0;                            // in this turn
+    unsigned frames_ = 0;                           // completed by the last read
 
     bool reading_ = false;                 // a thread reads, or the next turn of reading is in line
     bool moreToRead_ = false;              // an event came meanwhile

@@ -28,12 +28,6 @@ bool XPCConnection::ready(std::uint32_t events) {
     return false;
 }
 
-void XPCConnection::InputTurn::run() noexcept {
-    const WorkerPool::Returning scope;
-    owner.readOn();
-    owner.release();
-}
-
 void XPCConnection::readInput(bool hungUp) {
     if (beginReading(hungUp))
         readOn();
@@ -42,7 +36,7 @@ void XPCConnection::readInput(bool hungUp) {
 // True when the calling thread is now the one that reads.
 bool XPCConnection::beginReading(bool hungUp) {
     const std::lock_guard lock(mutex_);
-    if (!socket_)
+    if (!socket_ || state_ == State::Over)
         return false;
     if (reading_ || hungUp)
         moreToRead_ = true;
@@ -77,6 +71,8 @@ bool XPCConnection::endReading(XPCReadResult result) {
     }
     if (emptied) {
         reading_ = false;
+        if (reader_.isLargeStream())
+            WorkerPool::expectMore();
         return true;
     }
     if (mustNotRead()) {
@@ -94,7 +90,7 @@ bool XPCConnection::endReading(XPCReadResult result) {
 
 // With the queue suspended, or full of what was read before, the peer's data stays in the socket.
 bool XPCConnection::mustNotRead() const {
-    return queue().isSuspended() || queue().backlog() >= kFramesPerTurn;
+    return queue().isHeldBack(kFramesPerTurn);
 }
 
 // Takes up reading where `mustNotRead` stopped it.

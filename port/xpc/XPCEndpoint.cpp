@@ -192,24 +192,25 @@ void XPCEndpoint::unlinkOwn() {
 UniqueFd xpcConnect(std::string_view name) {
     const std::string folder = xpcRuntimeFolder();
     const std::string path = xpcServicePath(folder, name, ".sock");
-    if (path.empty() || !xpcCheckRuntimeFolder(folder, false))
+    const uid_t ourUser = ::geteuid();
+    if (path.empty() || !xpcCheckRuntimeFolder(folder, false, ourUser))
         return UniqueFd();
     UniqueFd socket = makeSocket();
     if (!socket || !connectTo(socket.get(), path))
         return UniqueFd();
     pid_t pid = 0;
-    if (!xpcPeerIsOurs(socket.get(), pid)) {
+    if (!xpcPeerIsOurs(socket.get(), pid, ourUser)) {
         errno = EPERM;
         return UniqueFd();
     }
     return socket;
 }
 
-bool xpcPeerIsOurs(int socket, pid_t& pid) {
+bool xpcPeerIsOurs(int socket, pid_t& pid, uid_t ourUser) {
     ucred peer{};
     socklen_t length = sizeof peer;
     pid = 0;
-    if (::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0 || peer.uid != ::geteuid())
+    if (::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0 || peer.uid != ourUser)
         return false;
     pid = peer.pid;
     return true;

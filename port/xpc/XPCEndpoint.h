@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 #include <sys/types.h>
+#include <unistd.h>
 
 namespace port {
 
@@ -50,8 +51,8 @@ private:
 // waiting, EPERM when the socket is another user's. Does not block.
 UniqueFd xpcConnect(std::string_view name);
 
-// True when the process at the other end of a connected socket runs under our user id. `pid` gets its process
-// id (0: in another pid namespace) and is 0 on failure.
-bool xpcPeerIsOurs(int socket, pid_t& pid);
+// True when the process at the other end of a connected socket runs under our user id, which a caller who has
+// asked for it hands on. `pid` gets its process id (0: in another pid namespace) and is 0 on failure.
+bool xpcPeerIsOurs(int socket, pid_t& pid, uid_t ourUser = ::geteuid());
 
 } // namespace port

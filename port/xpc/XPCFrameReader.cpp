@@ -13,13 +13,6 @@ namespace {
 
 thread_local std::unique_ptr<XPCScratch> scratchOfThread;
 
-bool deliver(XPCRef<XPCDictionary> frame, XPCFrameSink& sink) {
-    if (!frame)
-        return false;
-    sink.frameReceived(std::move(frame));
-    return true;
-}
-
 } // namespace
 
 XPCScratch& XPCScratch::ofThisThread() {
@@ -28,21 +21,32 @@ XPCScratch& XPCScratch::ofThisThread() {
     return *scratchOfThread;
 }
 
-XPCReadResult XPCFrameReader::readFrom(int socket, XPCScratch& scratch, XPCFrameSink& sink) {
-    // What is there of a header goes back to the front, so that the rest lands behind it.
-    std::memcpy(scratch.bytes.data(), headerBytes_.data(), headerFill_);
-    iovec parts[2];
-    std::size_t count = 0;
-    if (body_ != nullptr)
-        parts[count++] = {body_.get() + bodyFill_, header_.bodyBytes - bodyFill_};
-    parts[count++] = {scratch.bytes.data() + headerFill_, scratch.bytes.size() - headerFill_};
-    const std::size_t room = parts[0].iov_len + (count == 2 ? parts[1].iov_len : 0);
+void XPCFrameReader::Places::add(void* start, std::size_t size) {
+    parts[count++] = {start, size};
+    room += size;
+}
 
+void XPCFrameReader::lay(Places& places, XPCScratch& scratch) {
+    if (body_ != nullptr)
+        places.add(body_.get() + bodyFill_, header_.bodyBytes - bodyFill_);
+    if (guess_ != 0)
+        places.guessed = makeXPCBody(guess_);
+    if (places.guessed != nullptr) {
+        places.add(headerBytes_.data() + headerFill_, headerBytes_.size() - headerFill_);
+        places.add(places.guessed.get(), guess_);
+        places.guessedBytes = guess_;
+    }
+    places.add(scratch.bytes.data(), scratch.bytes.size());
+}
+
+XPCReadResult XPCFrameReader::readFrom(int socket, XPCScratch& scratch, XPCFrameSink& sink) {
+    Places places;
+    lay(places, scratch);
     // Room for what one frame may carry; more than that comes back as truncated.
     alignas(cmsghdr) char control[CMSG_SPACE(kMaxDescriptors * sizeof(int))];
     msghdr message{};
-    message.msg_iov = parts;
-    message.msg_iovlen = count;
+    message.msg_iov = places.parts.data();
+    message.msg_iovlen = places.count;
     message.msg_control = control;
     message.msg_controllen = sizeof control;
     const ssize_t got = sys::recvmsg(socket, &message, MSG_DONTWAIT);
@@ -50,11 +54,11 @@ XPCReadResult XPCFrameReader::readFrom(int socket, XPCScratch& scratch, XPCFrame
         return XPCReadResult::WouldBlock;
     if (got <= 0)
         return abandon(XPCReadResult::Closed);
-    if (!takeDescriptors(message) || !advance(static_cast<std::size_t>(got), scratch, sink))
-        return abandon(XPCReadResult::Refused);
     // A read ends early at a frame with descriptors, more may lie behind it; else a short one took all.
     const bool mayGoOn = message.msg_controllen != 0 || (message.msg_flags & MSG_TRUNC) != 0;
-    const bool emptied = !mayGoOn && static_cast<std::size_t>(got) < room;
+    const bool emptied = !mayGoOn && static_cast<std::size_t>(got) < places.room;
+    if (!takeDescriptors(message) || !advance(static_cast<std::size_t>(got), places, scratch, sink))
+        return abandon(XPCReadResult::Refused);
     return emptied ? XPCReadResult::Emptied : XPCReadResult::Read;
 }
 
@@ -78,40 +82,91 @@ bool XPCFrameReader::takeDescriptors(msghdr& message) {
     return sound;
 }
 
-bool XPCFrameReader::advance(std::size_t bytes, XPCScratch& scratch, XPCFrameSink& sink) {
-    std::size_t inScratch = bytes + std::exchange(headerFill_, 0);
-    if (body_ != nullptr) {
-        const std::size_t part = std::min<std::size_t>(bytes, header_.bodyBytes - bodyFill_);
-        bodyFill_ += part;
-        inScratch = bytes - part;
-        if (bodyFill_ != header_.bodyBytes)
-            return true;
-        if (!deliver(XPCDictionary::receive(header_, std::move(body_), std::move(attachments_)), sink))
+bool XPCFrameReader::advance(std::size_t bytes, Places& places, XPCScratch& scratch, XPCFrameSink& sink) {
+    const auto take = [&bytes](std::size_t room) {
+        const std::size_t part = std::min(bytes, room);
+        bytes -= part;
+        return part;
+    };
+    if (body_ != nullptr && !advanceBody(take(header_.bodyBytes - bodyFill_), sink))
+        return false;
+    if (places.guessed != nullptr && bytes != 0) {
+        headerFill_ += take(headerBytes_.size() - headerFill_);
+        if (headerFill_ == headerBytes_.size() &&
+            !advanceGuessed(take(places.guessedBytes), std::move(places.guessed), sink))
             return false;
     }
-    return consume({scratch.bytes.data(), inScratch}, sink);
-}
-
-bool XPCFrameReader::consume(std::span<const std::byte> bytes, XPCFrameSink& sink) {
-    while (bytes.size() >= sizeof header_) {
-        std::memcpy(&header_, bytes.data(), sizeof header_);
-        bytes = bytes.subspan(sizeof header_);
-        XPCAttachments attachments;
-        if (!header_.isValid() || !claim(header_.descriptorCount, attachments))
-            return false;
-        if (bytes.size() < header_.bodyBytes) {
-            attachments_ = std::move(attachments);
-            return begin(bytes);
-        }
-        if (!deliver(XPCDictionary::receive(header_, bytes.first(header_.bodyBytes), std::move(attachments)),
-                     sink))
-            return false;
-        bytes = bytes.subspan(header_.bodyBytes);
-    }
-    std::memcpy(headerBytes_.data(), bytes.data(), bytes.size());
-    headerFill_ = bytes.size();
+    if (!consume({scratch.bytes.data(), bytes}, sink))
+        return false;
     // Descriptors arrive with the first byte of their frame: what no frame has begun to claim is not wanted.
     return waitingCount_ <= (headerFill_ != 0 ? kMaxDescriptors : 0);
+}
+
+// A whole header, and behind it as much as `guessed` has taken.
+bool XPCFrameReader::advanceGuessed(std::size_t bytes, XPCBody guessed, XPCFrameSink& sink) {
+    headerFill_ = 0;
+    if (!openHeader(headerBytes_.data()))
+        return false;
+    const std::size_t capacity = guessed.get_deleter().capacity;
+    // Not memory of a much larger size: what a message costs is reckoned by its own bytes.
+    if (header_.bodyBytes >= std::max(bytes, capacity / 2) && header_.bodyBytes <= capacity) {
+        body_ = std::move(guessed);
+        bodyFill_ = 0;
+        return advanceBody(bytes, sink);
+    }
+    std::span<const std::byte> read(guessed.get(), bytes);
+    return consumeBody(read, sink) && consume(read, sink);
+}
+
+bool XPCFrameReader::advanceBody(std::size_t bytes, XPCFrameSink& sink) {
+    bodyFill_ += bytes;
+    return bodyFill_ != header_.bodyBytes ||
+           finish(XPCDictionary::receive(header_, std::move(body_), std::move(attachments_)), sink);
+}
+
+// Any bytes, from wherever the last ones ended.
+bool XPCFrameReader::consume(std::span<const std::byte> bytes, XPCFrameSink& sink) {
+    while (!bytes.empty()) {
+        if (body_ != nullptr) {
+            const std::size_t part = std::min<std::size_t>(bytes.size(), header_.bodyBytes - bodyFill_);
+            std::memcpy(body_.get() + bodyFill_, bytes.data(), part);
+            bytes = bytes.subspan(part);
+            if (!advanceBody(part, sink))
+                return false;
+        } else if (!consumeHeader(bytes) || (headerFill_ == 0 && !consumeBody(bytes, sink))) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Afterwards `headerFill_` is 0 when the header is whole and `header_` holds it.
+bool XPCFrameReader::consumeHeader(std::span<const std::byte>& bytes) {
+    const std::byte* whole = bytes.data();
+    const std::size_t part = std::min(bytes.size(), headerBytes_.size() - headerFill_);
+    if (part != headerBytes_.size()) {
+        std::memcpy(headerBytes_.data() + headerFill_, bytes.data(), part);
+        headerFill_ += part;
+        whole = headerBytes_.data();
+    }
+    bytes = bytes.subspan(part);
+    if (headerFill_ != 0 && headerFill_ != headerBytes_.size())
+        return true;
+    headerFill_ = 0;
+    return openHeader(whole);
+}
+
+bool XPCFrameReader::openHeader(const std::byte* bytes) {
+    std::memcpy(&header_, bytes, sizeof header_);
+    return header_.isValid() && claim(header_.descriptorCount);
+}
+
+bool XPCFrameReader::consumeBody(std::span<const std::byte>& bytes, XPCFrameSink& sink) {
+    if (bytes.size() < header_.bodyBytes)
+        return begin(std::exchange(bytes, {}));
+    const auto body = bytes.first(header_.bodyBytes);
+    bytes = bytes.subspan(body.size());
+    return finish(XPCDictionary::receive(header_, body, std::move(attachments_)), sink);
 }
 
 bool XPCFrameReader::begin(std::span<const std::byte> part) {
@@ -120,14 +175,22 @@ bool XPCFrameReader::begin(std::span<const std::byte> part) {
         return false;
     std::memcpy(body_.get(), part.data(), part.size());
     bodyFill_ = part.size();
-    return waitingCount_ == 0;
+    return true;
 }
 
-bool XPCFrameReader::claim(std::size_t count, XPCAttachments& attachments) {
+bool XPCFrameReader::finish(XPCRef<XPCDictionary> frame, XPCFrameSink& sink) {
+    guess_ = header_.bodyBytes >= kLargeFrameBytes ? header_.bodyBytes : 0;
+    if (!frame)
+        return false;
+    sink.frameReceived(std::move(frame));
+    return true;
+}
+
+bool XPCFrameReader::claim(std::size_t count) {
     if (count > waitingCount_)
         return false;
     for (std::size_t i = 0; i < count; ++i) {
-        if (!attachments.append(std::move(waiting_[i])))
+        if (!attachments_.append(std::move(waiting_[i])))
             return false;
     }
     if (count != 0)

@@ -1,5 +1,6 @@
 // Takes frames off a stream socket: one read into a buffer that belongs to the thread yields many frames; a
-// frame that is not complete yet gets memory of exactly its size, and the next read goes straight into it.
+// frame that is not complete yet gets memory of exactly its size, and the next read goes straight into it. So
+// does the first read of a frame behind a large one, which mostly is of the same size.
 //
 // Thread-safety: a reader belongs to one connection and is used by one thread at a time.
 #pragma once
@@ -13,6 +14,7 @@
 #include <port/UniqueFd.h>
 #include <span>
 #include <sys/socket.h>
+#include <sys/uio.h>
 
 namespace port {
 
@@ -50,17 +52,41 @@ public:
     XPCReadResult readFrom(int socket, XPCScratch& scratch, XPCFrameSink& sink);
     // True while a frame has begun and is not complete: what kFrameDeadline is about.
     bool isInsideFrame() const { return headerFill_ != 0 || body_ != nullptr; }
+    // True behind a large frame.
+    bool isLargeStream() const { return guess_ != 0; }
 
 private:
     // What one read may leave: those of a frame whose header is not complete, and those of the next.
     static constexpr std::size_t kWaitingDescriptors = 2 * kMaxDescriptors;
 
+    // Where one read puts what it takes, in this order: the rest of the body on its way; the rest of a header
+    // and the body behind it, when its size is guessed; the scratch.
+    struct Places {
+        std::array<iovec, 4> parts;
+        std::size_t count = 0;
+        std::size_t room = 0;
+        XPCBody guessed;
+        std::size_t guessedBytes = 0;
+
+        void add(void* start, std::size_t size);
+    };
+
+    void lay(Places& places, XPCScratch& scratch);
     bool takeDescriptors(msghdr& message);
-    bool advance(std::size_t bytes, XPCScratch& scratch, XPCFrameSink& sink);
+    bool advance(std::size_t bytes, Places& places, XPCScratch& scratch, XPCFrameSink& sink);
+    bool advanceGuessed(std::size_t bytes, XPCBody guessed, XPCFrameSink& sink);
     bool consume(std::span<const std::byte> bytes, XPCFrameSink& sink);
+    bool consumeHeader(std::span<const std::byte>& bytes);
+    bool openHeader(const std::byte* bytes);
+    bool consumeBody(std::span<const std::byte>& bytes, XPCFrameSink& sink);
     bool begin(std::span<const std::byte> part);
-    bool claim(std::size_t count, XPCAttachments& attachments);
+    bool advanceBody(std::size_t bytes, XPCFrameSink& sink);
+    bool claim(std::size_t count);
+    bool finish(XPCRef<XPCDictionary> frame, XPCFrameSink& sink);
     XPCReadResult abandon(XPCReadResult result);
+
+    // The size that the next body is guessed to have; 0: not a large one.
+    std::size_t guess_ = 0;
 
     // A header of which only a part has arrived.
     std::array<std::byte, sizeof(XPCFrameHeader)> headerBytes_{};

@@ -2,6 +2,7 @@
 
 #include "bsd/SystemCalls.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -41,8 +42,20 @@ struct Gathering {
     void addFrame(const XPCFrameHeader& header, const XPCDictionary& dictionary, std::size_t written) {
         add(dictionary.body().data(), dictionary.body().size(), add(&header, sizeof header, written));
     }
+    void limitToPiece();
     ssize_t send(int socket);
 };
+
+// The reader of a long frame begins while the rest is still being written. A little more than one piece is not
+// worth two calls.
+void Gathering::limitToPiece() {
+    if (bytes <= kWriteBytes + kWriteBytes / 8)
+        return;
+    while (bytes - parts[count - 1].iov_len >= kWriteBytes)
+        bytes -= parts[--count].iov_len;
+    parts[count - 1].iov_len -= bytes - kWriteBytes;
+    bytes = kWriteBytes;
+}
 
 ssize_t Gathering::send(int socket) {
     alignas(cmsghdr) char control[CMSG_SPACE(kMaxDescriptors * sizeof(int))];
@@ -111,17 +124,24 @@ XPCWriteResult XPCFrameWriter::send(int socket, XPCDictionary& dictionary, XPCFr
     if (!isEmpty())
         return enqueue(dictionary, kind, replyId) ? XPCWriteResult::Blocked : XPCWriteResult::Failed;
     const XPCFrameHeader header = headerFor(dictionary, kind, replyId);
-    Gathering gathering;
-    gathering.addFrame(header, dictionary, 0);
-    gathering.attachments = attachmentsOf(dictionary);
-    const ssize_t written = gathering.send(socket);
-    if (written < 0 && !wouldBlock())
-        return XPCWriteResult::Failed;
-    const std::size_t taken = written < 0 ? 0 : static_cast<std::size_t>(written);
-    if (taken == gathering.bytes)
-        return XPCWriteResult::Drained;
-    append({XPCRef<XPCDictionary>::retain(&dictionary), header, taken, {}});
-    return XPCWriteResult::Blocked;
+    const std::size_t whole = sizeof header + header.bodyBytes;
+    for (std::size_t taken = 0;;) {
+        Gathering gathering;
+        gathering.addFrame(header, dictionary, taken);
+        gathering.limitToPiece();
+        if (taken == 0)
+            gathering.attachments = attachmentsOf(dictionary);
+        const ssize_t written = gathering.send(socket);
+        if (written < 0 && !wouldBlock())
+            return XPCWriteResult::Failed;
+        taken += written < 0 ? 0 : static_cast<std::size_t>(written);
+        if (taken == whole)
+            return XPCWriteResult::Drained;
+        if (written < 0 || static_cast<std::size_t>(written) != gathering.bytes) {
+            append({XPCRef<XPCDictionary>::retain(&dictionary), header, taken, {}});
+            return XPCWriteResult::Blocked;
+        }
+    }
 }
 
 XPCWriteResult XPCFrameWriter::flush(int socket, std::vector<dispatch_block_t>& reached) {
@@ -163,6 +183,7 @@ ssize_t XPCFrameWriter::writeFront(int socket, std::size_t& wanted) const {
         gathering.addFrame(item.header, *item.dictionary, item.written);
         ++frames;
     }
+    gathering.limitToPiece();
     wanted = gathering.bytes;
     return gathering.send(socket);
 }

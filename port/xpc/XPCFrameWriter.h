@@ -30,8 +30,8 @@ public:
     bool enqueue(XPCDictionary& dictionary, XPCFrameKind kind, std::uint64_t replyId);
     // Queues a barrier; on an empty queue the caller runs it instead.
     void enqueueBarrier(dispatch_block_t barrier);
-    // One `sendmsg` at once when nothing waits, without a reference or an allocation when the socket takes
-    // it all; else as `enqueue`, and Blocked.
+    // Written at once when nothing waits, without a reference or an allocation when the socket takes it all;
+    // else as `enqueue`, and Blocked.
     XPCWriteResult send(int socket, XPCDictionary& dictionary, XPCFrameKind kind, std::uint64_t replyId);
     // Writes what waits, up to kGatherFrames a call, until the socket is full. The barriers that were reached
     // are appended to `reached`, in order, whatever the result.

@@ -63,7 +63,7 @@ void _xpc_connection_s::injectError(xpc_object_t error) {
 void _xpc_connection_s::finish() {
     if (finishing_.exchange(true))
         return;
-    queue_.append(port::Task([this] {
+    const bool mustSchedule = queue_.add(port::Task([this] {
         dropped_ = false;
         deliver(XPC_ERROR_CONNECTION_INVALID);
         dropped_ = true;
@@ -71,4 +71,6 @@ void _xpc_connection_s::finish() {
         const std::lock_guard lock(handlerMutex_);
         handler_.swap(last);
     }));
+    if (mustSchedule)
+        queue_.schedule(port::Urgency::Soon);
 }

@@ -19,10 +19,12 @@ constexpr std::size_t kMaxKeyBytes = 1023;  // terminator not counted
 constexpr std::size_t kMaxDescriptors = 16; // passed descriptors and attached values together
 
 // One connection.
-constexpr std::chrono::milliseconds kFrameDeadline{5000};      // from the first byte of a frame to its last
-constexpr std::size_t kSendQueueBytes = std::size_t{64} << 20; // waiting for a peer that does not read
-constexpr std::size_t kGatherFrames = 64;                      // frames written by one call
-constexpr std::size_t kReceiveBytes = std::size_t{16} << 10;   // read by one call beside a started frame
+constexpr std::chrono::milliseconds kFrameDeadline{5000};       // from the first byte of a frame to its last
+constexpr std::size_t kSendQueueBytes = std::size_t{64} << 20;  // waiting for a peer that does not read
+constexpr std::size_t kGatherFrames = 64;                       // frames written by one call
+constexpr std::size_t kWriteBytes = std::size_t{32} << 10;      // about as much is written by one call
+constexpr std::size_t kReceiveBytes = std::size_t{16} << 10;    // read by one call beside large frames
+constexpr std::size_t kLargeFrameBytes = std::size_t{16} << 10; // a body that is worth memory of its own
 constexpr std::size_t kFramesPerTurn = 64; // handled before other connections have their turn
 
 // One process.

@@ -65,7 +65,7 @@ XPCRef<XPCListener> XPCListener::create(std::unique_ptr<XPCEndpoint> endpoint, d
 XPCListener::XPCListener(std::unique_ptr<XPCEndpoint> endpoint, dispatch_queue_t target)
     : _xpc_connection_s(target),
       epoll_(target == dispatch_get_main_queue() ? MainLoop::shared().epoll() : WorkerPool::shared().epoll()),
-      forMain_(target == dispatch_get_main_queue()), endpoint_(std::move(endpoint)),
+      forMain_(target == dispatch_get_main_queue()), user_(::geteuid()), endpoint_(std::move(endpoint)),
       spare_(spareDescriptor()), key_(SourceTable::shared().add(*this)) {
     Listening::shared().add(endpoint_.get());
 }
@@ -138,7 +138,7 @@ UniqueFd XPCListener::accept() {
 
 void XPCListener::offer(UniqueFd socket) {
     pid_t pid = 0;
-    if (XPCConnection::peerCount() >= kMaxConnections || !xpcPeerIsOurs(socket.get(), pid))
+    if (XPCConnection::peerCount() >= kMaxConnections || !xpcPeerIsOurs(socket.get(), pid, user_))
         return;
     queue().append(
         Task([this, peer = XPCConnection::ofPeer(std::move(socket), pid)] { deliver(peer.get()); }));

@@ -45,6 +45,7 @@ private:
 
     Epoll& epoll_; // the main loop's when new connections are for the main queue
     const bool forMain_;
+    const uid_t user_; // who took the name, and whose processes are heard
     std::mutex mutex_;
     std::unique_ptr<XPCEndpoint> endpoint_;
     UniqueFd spare_; // given up to accept, and turn away, a peer when no descriptor is left

@@ -25,6 +25,13 @@ std::string hashOf(std::string_view name) {
     return digits;
 }
 
+// With one allocation: each connection asks for a path or two.
+std::string joined(std::string_view first, std::string_view second) {
+    std::string whole;
+    whole.reserve(first.size() + second.size());
+    return whole.append(first).append(second);
+}
+
 bool fail(int error) {
     errno = error;
     return false;
@@ -35,11 +42,11 @@ bool fail(int error) {
 std::string xpcRuntimeFolder() {
     const char* const base = std::getenv("XDG_RUNTIME_DIR");
     if (base != nullptr && base[0] == '/')
-        return std::string(base) + "/port-xpc";
+        return joined(base, "/port-xpc");
     return "/tmp/port-xpc-" + std::to_string(::geteuid());
 }
 
-bool xpcCheckRuntimeFolder(const std::string& folder, bool create) {
+bool xpcCheckRuntimeFolder(const std::string& folder, bool create, uid_t ourUser) {
     if (create && ::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST)
         return false;
     struct stat status {};
@@ -47,7 +54,7 @@ bool xpcCheckRuntimeFolder(const std::string& folder, bool create) {
         return false;
     if (!S_ISDIR(status.st_mode))
         return fail(ENOTDIR);
-    if (status.st_uid != ::geteuid())
+    if (status.st_uid != ourUser)
         return fail(EPERM);
     return (status.st_mode & 07777) == 0700 || fail(EACCES);
 }
@@ -59,15 +66,17 @@ std::string xpcServicePath(const std::string& folder, std::string_view name, std
         return {};
     }
     const std::size_t room = kMaxPathBytes - taken;
-    std::string file(name);
+    std::string path;
+    path.reserve(kMaxPathBytes);
+    path.append(folder).append(1, '/');
     if (name.size() > room || name.find('/') != std::string_view::npos) {
-        file.resize(std::min(name.size(), room - 1 - kHashDigits));
-        for (char& c : file)
-            c = c == '/' ? '_' : c;
-        file += '-';
-        file += hashOf(name);
+        for (const char c : name.substr(0, room - 1 - kHashDigits))
+            path += c == '/' ? '_' : c;
+        path.append(1, '-').append(hashOf(name));
+    } else {
+        path.append(name);
     }
-    return folder + '/' + file + std::string(suffix);
+    return path.append(suffix);
 }
 
 } // namespace port

@@ -5,6 +5,7 @@
 
 #include <string>
 #include <string_view>
+#include <unistd.h>
 
 namespace port {
 
@@ -14,7 +15,7 @@ std::string xpcRuntimeFolder();
 // True when the folder is a folder of ours that nobody else may enter. Makes it (mode 0700) when `create` is
 // set and it is missing. Else false with errno: ENOENT missing, ENOTDIR a link or no folder, EPERM another
 // user's, EACCES a mode other than 0700, or what the system said.
-bool xpcCheckRuntimeFolder(const std::string& folder, bool create);
+bool xpcCheckRuntimeFolder(const std::string& folder, bool create, uid_t ourUser = ::geteuid());
 
 // The path of a service's file: folder, name and suffix. A name with a "/" or too long for a socket address
 // is replaced by as much of it as fits and a hash of the whole. Empty, with errno EINVAL or ENAMETOOLONG, for

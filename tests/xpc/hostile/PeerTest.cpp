@@ -1,7 +1,9 @@
 // Peers that lie, speak garbage, send descriptors, flood, stall, never read or die, and services that lie: the
 // others are served all the same, and a process ends when it wants to.
 #include <algorithm>
+#include <cstddef>
 #include <cstdlib>
+#include <fstream>
 #include <random>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -17,9 +19,11 @@ namespace {
 using namespace std::string_literals;
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr long kPatience = 2000; // milliseconds: sanitizers slow the host down
+constexpr long kPatience = 2000;            // milliseconds: sanitizers slow the host down
+constexpr std::size_t kPromisesPerByte = 3; // and keep books on all memory, the untouched too
 #else
 constexpr long kPatience = 100;
+constexpr std::size_t kPromisesPerByte = 25; // that may be in memory
 #endif
 
 class HostilePeers : public HostFixture {
@@ -118,6 +122,36 @@ TEST_F(HostilePeers, ConnectionsAreBounded) {
         RawPeer again = Peer();
         return again.Send(Frame({text}, 7)) && again.ReadReplyId(200) == 7;
     }));
+}
+
+// What a header promises is believed only as it arrives: whether the peer has sent large frames before or not.
+TEST_F(HostilePeers, PromisedLengthsCostNoMemory) {
+    const auto residentBytes = [&] {
+        std::ifstream pages("/proc/" + std::to_string(host->Pid()) + "/statm");
+        std::size_t size = 0;
+        std::size_t resident = 0;
+        pages >> size >> resident;
+        return resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    };
+    const std::string filler(200000, 'h');
+    const std::string honest = Frame({TextItem("TEXT", filler.c_str())});
+    std::string promise = Frame({text});
+    const std::uint32_t promised = port::kMaxFrameBytes - sizeof(port::XPCFrameHeader);
+    promise.replace(offsetof(port::XPCFrameHeader, bodyBytes), sizeof promised,
+                    reinterpret_cast<const char*>(&promised), sizeof promised);
+    ExpectAnswers(5);
+    Peer().Send(honest);
+    ExpectAnswers(5);
+    const std::size_t before = residentBytes();
+    std::vector<RawPeer> peers;
+    while (peers.size() < 200) {
+        peers.push_back(Peer());
+        peers.back().Send((peers.size() % 2 == 0 ? honest : "") + promise);
+    }
+    ExpectAnswers(5);
+    const std::size_t after = residentBytes();
+    EXPECT_LT(after, before + peers.size() * promised / kPromisesPerByte) << "before: " << before;
+    EXPECT_EQ(peers.back().ReadReplyId(1), 0u) << "still waited for";
 }
 
 TEST_F(HostilePeers, FloodsDelayNobodyAndWhoNeverReadsIsDropped) {
