@@ -328,8 +328,7 @@ void XPCConnection::endForGood(Leftovers& left) {
 
 void XPCConnection::settle(Leftovers left) {
     for (XPCReplyHandler& waiting : left.replies)
-        waiting.answer(XPCRef<XPCObject>::retain(this),
-                       XPCRef<XPCObject>::adopt(XPCObject::from(left.error)));
+        waiting.answer(XPCRef<XPCObject>::retained(this), XPCRef<XPCObject>(XPCObject::from(left.error)));
     if (left.opened)
         watch();
     if (left.ended)

@@ -125,7 +125,7 @@ void XPCConnection::frameReceived(XPCRef<XPCDictionary> frame) {
         keepWhileBusy();
     }
     if (waiting)
-        waiting.answer(XPCRef<XPCObject>::retain(this), XPCRef<XPCObject>::adopt(frame.leak()));
+        waiting.answer(XPCRef<XPCObject>::retained(this), XPCRef<XPCObject>(frame.leak()));
 }
 
 void XPCConnection::deliverMessage(XPCDictionary& message) {

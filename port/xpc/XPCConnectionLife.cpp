@@ -18,11 +18,11 @@ constinit std::atomic<pid_t> pidForNewPeers{kNoForcedPid};
 } // namespace
 
 XPCRef<XPCConnection> XPCConnection::toService(Kind kind, const char* name, dispatch_queue_t target) {
-    return XPCRef<XPCConnection>::adopt(new XPCConnection(kind, name, target));
+    return XPCRef<XPCConnection>(new XPCConnection(kind, name, target));
 }
 
 XPCRef<XPCConnection> XPCConnection::ofPeer(UniqueFd socket, pid_t pid) {
-    return XPCRef<XPCConnection>::adopt(new XPCConnection(std::move(socket), pid));
+    return XPCRef<XPCConnection>(new XPCConnection(std::move(socket), pid));
 }
 
 void XPCConnection::forcePid(pid_t pid) {
@@ -55,7 +55,7 @@ XPCConnection::~XPCConnection() {
     for (dispatch_block_t& barrier : barriers)
         GlobalQueue::shared().append(Task(std::move(barrier)));
     for (XPCReplyHandler& waiting : replies_.takeAll())
-        waiting.answer({}, XPCRef<XPCObject>::adopt(XPCObject::from(XPC_ERROR_CONNECTION_INVALID)));
+        waiting.answer({}, XPCRef<XPCObject>(XPCObject::from(XPC_ERROR_CONNECTION_INVALID)));
     if (!isClient())
         --peers;
 }

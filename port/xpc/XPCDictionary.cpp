@@ -36,7 +36,7 @@ XPCDictionary::XPCDictionary() : XPCObject(XPC_TYPE_DICTIONARY) {
 }
 
 XPCRef<XPCDictionary> XPCDictionary::create() {
-    return XPCRef<XPCDictionary>::adopt(new (std::nothrow) XPCDictionary);
+    return XPCRef<XPCDictionary>(new (std::nothrow) XPCDictionary);
 }
 
 XPCDictionary* XPCDictionary::from(xpc_object_t object) {

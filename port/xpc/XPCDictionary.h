@@ -73,7 +73,7 @@ public:
     std::uint64_t replyId() const { return replyId_; }
     XPCObject* remoteConnection() const { return remoteConnection_.get(); }
     void setRemoteConnection(XPCObject* connection) {
-        remoteConnection_ = XPCRef<XPCObject>::retain(connection);
+        remoteConnection_ = XPCRef<XPCObject>::retained(connection);
     }
     // The one reply to a message that wants one, with the message's connection; null for any other
     // dictionary and from the second call on.

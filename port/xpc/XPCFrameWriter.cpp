@@ -99,7 +99,7 @@ std::size_t XPCFrameWriter::Item::cost() const {
 }
 
 bool XPCFrameWriter::enqueue(XPCDictionary& dictionary, XPCFrameKind kind, std::uint64_t replyId) {
-    Item item{XPCRef<XPCDictionary>::retain(&dictionary), headerFor(dictionary, kind, replyId), 0, {}};
+    Item item{XPCRef<XPCDictionary>::retained(&dictionary), headerFor(dictionary, kind, replyId), 0, {}};
     if (!isEmpty() && waitingBytes_ + item.cost() > kSendQueueBytes)
         return false;
     append(std::move(item));
@@ -138,7 +138,7 @@ XPCWriteResult XPCFrameWriter::send(int socket, XPCDictionary& dictionary, XPCFr
         if (taken == whole)
             return XPCWriteResult::Drained;
         if (written < 0 || static_cast<std::size_t>(written) != gathering.bytes) {
-            append({XPCRef<XPCDictionary>::retain(&dictionary), header, taken, {}});
+            append({XPCRef<XPCDictionary>::retained(&dictionary), header, taken, {}});
             return XPCWriteResult::Blocked;
         }
     }

@@ -59,7 +59,7 @@ XPCRef<XPCListener> XPCListener::create(const char* name, dispatch_queue_t targe
 XPCRef<XPCListener> XPCListener::create(std::unique_ptr<XPCEndpoint> endpoint, dispatch_queue_t target) {
     if (endpoint == nullptr)
         return {};
-    return XPCRef<XPCListener>::adopt(new XPCListener(std::move(endpoint), target));
+    return XPCRef<XPCListener>(new XPCListener(std::move(endpoint), target));
 }
 
 XPCListener::XPCListener(std::unique_ptr<XPCEndpoint> endpoint, dispatch_queue_t target)
@@ -148,8 +148,8 @@ void XPCListener::send(XPCDictionary& /*message*/) {}
 
 void XPCListener::sendWithReply(XPCDictionary& /*message*/, dispatch_queue_t queue, xpc_handler_t handler) {
     XPCReplyHandler(queue, std::move(handler))
-        .answer(XPCRef<XPCObject>::retain(this),
-                XPCRef<XPCObject>::adopt(XPCObject::from(XPC_ERROR_CONNECTION_INVALID)));
+        .answer(XPCRef<XPCObject>::retained(this),
+                XPCRef<XPCObject>(XPCObject::from(XPC_ERROR_CONNECTION_INVALID)));
 }
 
 void XPCListener::sendBarrier(dispatch_block_t barrier) {

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <port/Reference.h>
 #include <utility>
 #include <xpc/xpc.h>
 
@@ -85,42 +86,7 @@ XPCObject* xpcValueMarker(XPCTag tag);
 
 // Holds one reference to a T, a class derived from XPCObject.
 template <typename T>
-class XPCRef {
-public:
-    XPCRef() = default;
-    // Takes over the reference that the caller holds.
-    static XPCRef adopt(T* object) {
-        XPCRef reference;
-        reference.object_ = object;
-        return reference;
-    }
-    // Adds a reference; null is allowed.
-    static XPCRef retain(T* object) {
-        if (object != nullptr)
-            object->retain();
-        return adopt(object);
-    }
-    XPCRef(XPCRef&& other) noexcept : object_(other.leak()) {}
-    XPCRef(const XPCRef& other) : XPCRef(retain(other.object_)) {}
-    XPCRef& operator=(XPCRef other) noexcept {
-        std::swap(object_, other.object_);
-        return *this;
-    }
-    ~XPCRef() {
-        if (object_ != nullptr)
-            object_->release();
-    }
-
-    T* get() const { return object_; }
-    T* operator->() const { return object_; }
-    T& operator*() const { return *object_; }
-    explicit operator bool() const { return object_ != nullptr; }
-    // Gives the reference up to the caller.
-    T* leak() { return std::exchange(object_, nullptr); }
-
-private:
-    T* object_ = nullptr;
-};
+using XPCRef = Reference<T>;
 
 } // namespace port
 

@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <port/Reference.h>
 #include <string>
 #include <utility>
 #include <vector>
@@ -51,39 +52,7 @@ private:
 
 // One reference to an object, or none.
 template <typename T>
-class NSRef {
-public:
-    NSRef() = default;
-    // Takes over the reference that the caller holds.
-    explicit NSRef(T* object) : object_(object) {}
-    // Adds a reference of its own.
-    static NSRef retained(T* object) {
-        if (object != nullptr)
-            object->retain();
-        return NSRef(object);
-    }
-    NSRef(const NSRef& other) : object_(other.object_) {
-        if (object_ != nullptr)
-            object_->retain();
-    }
-    NSRef(NSRef&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
-    NSRef& operator=(NSRef other) noexcept {
-        std::swap(object_, other.object_);
-        return *this;
-    }
-    ~NSRef() {
-        if (object_ != nullptr)
-            object_->release();
-    }
-
-    T* get() const { return object_; }
-    T* operator->() const { return object_; }
-    T& operator*() const { return *object_; }
-    explicit operator bool() const { return object_ != nullptr; }
-
-private:
-    T* object_ = nullptr;
-};
+using NSRef = port::Reference<T>;
 
 // An immutable text.
 class NSString final : public NSObject {
