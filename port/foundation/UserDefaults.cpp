@@ -50,7 +50,8 @@ NSUserDefaults* NSUserDefaults::standardUserDefaults() {
 
 NSRef<NSUserDefaults> NSUserDefaults::initWithSuiteName(const char* identifier) {
     std::string path = identifier == nullptr ? "" : port::SettingsStore::pathFor(identifier);
-    return path.empty() ? NSRef<NSUserDefaults>() : NSRef(new NSUserDefaults(std::move(path)));
+    return path.empty() ? NSRef<NSUserDefaults>()
+                        : NSRef<NSUserDefaults>(new NSUserDefaults(std::move(path)));
 }
 
 NSRef<NSString> NSUserDefaults::stringForKey(const char* key) const {
