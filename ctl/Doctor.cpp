@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
-#include <port/bsd.h>
 #include <port/runtime_folder.h>
 #include <sysexits.h>
 
@@ -40,11 +39,11 @@ void LookAtBundle(LoginFacts& facts) {
     facts.bPathExists = NSFileManager::defaultManager()->fileExistsAtPath(facts.szPath.c_str());
     if (!facts.bPathExists)
         return;
-    // The helper's own buffer: a longer path is cut and names no bundle.
-    char szPath[LPathBufferSize];
-    strlcpy(szPath, facts.szPath.c_str(), sizeof(szPath));
+    // What does not fit the helper's own buffer names no bundle to it.
+    if (facts.szPath.size() >= LPathBufferSize)
+        return;
     LCFURL url;
-    url.CreateFromFullPath(szPath);
+    url.CreateFromFullPath(facts.szPath.c_str());
     const LCFBundle bundle(url ? CFBundleCreate(nullptr, url.Get()) : nullptr);
     facts.bBundle = static_cast<bool>(bundle);
     int nMajor = 0;

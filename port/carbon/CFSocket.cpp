@@ -17,9 +17,9 @@ void __CFSocket::setFlags(CFOptionFlags flags) {
     update();
 }
 
-void __CFSocket::enable(bool enabled) {
+void __CFSocket::enable() {
     const std::lock_guard lock(mutex_);
-    if (std::exchange(enabled_, enabled) != enabled)
+    if (!std::exchange(enabled_, true))
         update();
 }
 
@@ -101,12 +101,7 @@ void CFSocketSetSocketFlags(CFSocketRef socket, CFOptionFlags flags) {
 
 void CFSocketEnableCallBacks(CFSocketRef socket, CFOptionFlags callBackTypes) {
     if ((callBackTypes & kCFSocketReadCallBack) != 0)
-        socket->enable(true);
-}
-
-void CFSocketDisableCallBacks(CFSocketRef socket, CFOptionFlags callBackTypes) {
-    if ((callBackTypes & kCFSocketReadCallBack) != 0)
-        socket->enable(false);
+        socket->enable();
 }
 
 void CFSocketInvalidate(CFSocketRef socket) {

@@ -21,7 +21,7 @@ struct __CFSocket final : port::CFObject {
     int native() const { return native_; }
     CFOptionFlags flags() const;
     void setFlags(CFOptionFlags flags);
-    void enable(bool enabled);
+    void enable();
     // Tells that a run-loop source of this socket was put in or taken out.
     void schedule(bool in);
     void invalidate();

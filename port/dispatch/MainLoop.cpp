@@ -187,24 +187,14 @@ bool MainLoop::deliver(const epoll_event& event) {
     return called;
 }
 
-SourceKey MainLoop::addSource(int fd, std::function<void()> callback) {
+bool MainLoop::addSource(int fd, std::function<void()> callback) {
     auto* const source = new CallbackSource(std::move(callback));
     const SourceKey key = SourceTable::shared().add(*source);
     if (epoll_.add(fd, EPOLLIN, key))
-        return key;
+        return true;
     SourceTable::shared().remove(key);
     source->unpin();
-    return kNoSource;
-}
-
-void MainLoop::removeSource(SourceKey key, int fd) {
-    Source* const source = SourceTable::shared().pin(key);
-    if (source == nullptr)
-        return;
-    epoll_.remove(fd);
-    SourceTable::shared().remove(key);
-    source->unpin();
-    source->unpin(); // the reference that the table stood for
+    return false;
 }
 
 // The watch ends where the first worker begins, so that input for the workers costs the main thread nothing.

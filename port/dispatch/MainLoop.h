@@ -62,11 +62,9 @@ public:
     void becomePermanent() { permanent_ = true; }
     bool isPermanent() const { return permanent_; }
 
-    // The callback runs whenever the descriptor is readable, until the source is removed; the descriptor stays
-    // the caller's and outlives its source. kNoSource with errno when the kernel refuses.
-    SourceKey addSource(int fd, std::function<void()> callback);
-    // From inside the callback, or any other place. No callback starts afterwards on the loop's own thread.
-    void removeSource(SourceKey key, int fd);
+    // The callback runs whenever the descriptor is readable, for the life of the process; the descriptor stays
+    // the caller's. False with errno when the kernel refuses.
+    bool addSource(int fd, std::function<void()> callback);
 
     // For sources that read and deliver by themselves.
     Epoll& epoll() { return epoll_; }

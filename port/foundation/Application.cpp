@@ -60,7 +60,7 @@ void watchSignal(int number, struct sigaction& program) {
 // would inherit the mask.
 void watchSignals() {
     endingEvent = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    if (port::MainLoop::shared().addSource(endingEvent, answerSignal) == port::kNoSource)
+    if (!port::MainLoop::shared().addSource(endingEvent, answerSignal))
         return;
     watchSignal(SIGINT, interruptAction);
     watchSignal(SIGTERM, terminateAction);

@@ -1,4 +1,4 @@
-// What the helper decides at login: real processes, in tables.
+// What the helper decides at login, and what the doctor foretells: real processes, in tables.
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -24,37 +24,42 @@ std::string Decision(bool endsItself = false) {
     return line;
 }
 
+void ExpectForetold(const std::string& verdict) {
+    const auto [status, text] = Login::Ctl("doctor");
+    EXPECT_EQ(status, 0);
+    EXPECT_NE(text.find("next login: " + verdict), std::string::npos) << verdict << text;
+}
+
 std::string Launching(const std::string& bundle) {
     return "launching " + bundle + " / Zubeq Free: launched at login";
 }
 
 TEST(LoginDecision, ByVersionSettingAndSystem) {
-    static constexpr struct {
-        const char* version;
-        const char* setting;
-        const char* system; // null: the usual one
-        const char* reason; // null: launched
-    } rows[] = {
-        {"2.14", kOn, nullptr, nullptr},
-        {"V 2.14.3", "<string>YES</string>", "10.7", nullptr},
-        {"Vers 02.014", "<integer>1</integer>", "11.0", nullptr},
+    // Version, setting, system (null: the usual one), reason (none: launched).
+    const std::tuple<const char*, const char*, const char*, std::string> rows[] = {
+        {"2.14", kOn, nullptr, ""},
+        {"V 2.14.3", "<string>YES</string>", "10.7", ""},
+        {"Vers 02.014", "<integer>1</integer>", "11.0", ""},
         {"2.140", kOn, nullptr, "version 2.140 is not 2.14"},
         {nullptr, kOn, nullptr, "version 0.0 is not 2.14"},
         {"2.14", "", nullptr, "launch at login is off"},
         {"2.14", kOn, "10.6", "the system is older than 10.7"},
         {"2.14", kOn, "fail", "the system is older than 10.7"},
     };
-    for (const auto& row : rows) {
+    for (const auto& [version, setting, system, reason] : rows) {
         const Login login;
-        const std::string bundle = login.MakeBundle(row.version);
-        login.Store(row.setting, bundle);
-        if (row.system != nullptr)
-            setenv("PORT_SYSTEM_VERSION", row.system, 1);
-        const bool launched = row.reason == nullptr;
-        SCOPED_TRACE(std::string(launched ? "launched" : row.reason) + " / " + row.setting);
-        EXPECT_EQ(Decision(row.system != nullptr && !launched),
-                  "loginhelper: " +
-                      (launched ? Launching(bundle) : std::string("not launched: ") + row.reason));
+        const std::string bundle = login.MakeBundle(version);
+        login.Store(setting, bundle);
+        if (system != nullptr)
+            setenv("PORT_SYSTEM_VERSION", system, 1);
+        const bool launched = reason.empty();
+        const bool ends = system != nullptr && !launched;
+        SCOPED_TRACE((launched ? "launched" : reason) + " / " + setting);
+        ExpectForetold(launched ? "launches the application\nwhy: launch at login is on and version 2.14 is"
+                                : (ends ? "ends at once\nwhy: " : "launches nothing\nwhy: ") +
+                                      (version == nullptr ? "the bundle tells no version" : reason));
+        EXPECT_EQ(Decision(ends),
+                  "loginhelper: " + (launched ? Launching(bundle) : "not launched: " + reason));
         EXPECT_EQ(Login::RunningApplications().size(), launched ? 1U : 0U); // it outlives the helper
         EXPECT_TRUE(Login::Stored().ends_with(bundle));
     }
@@ -74,15 +79,20 @@ TEST(LoginDecision, ByWhatIsAtTheStoredPath) {
     fs::create_directory(folder);
     fs::rename(login.MakeBundle("2.14"), fits);
     fs::copy(fits, tooLong, fs::copy_options::recursive);
-    const std::tuple<std::string, std::string, std::string> rows[] = {
-        {gone, "not launched: nothing is at " + gone + " any more, the setting is forgotten", "off (none)"},
-        {"", "not launched: launch at login is off", "off (none)"},
-        {file, "not launched: " + file + " is no bundle", "on " + file},
-        {tooLong, "not launched: " + tooLong + " is no bundle", "on " + tooLong},
-        {fits, Launching(fits), "on " + fits},
+    const std::string forgets = "launches nothing and forgets the settings\nwhy: ";
+    const std::tuple<std::string, std::string, std::string, std::string> rows[] = {
+        {gone, forgets + "nothing exists at the stored path",
+         "not launched: nothing is at " + gone + " any more, the setting is forgotten", "off (none)"},
+        {"", forgets + "no path is stored", "not launched: launch at login is off", "off (none)"},
+        {file, "launches nothing\nwhy: the stored path is no bundle",
+         "not launched: " + file + " is no bundle", "on " + file},
+        {tooLong, "launches nothing\nwhy: the stored path is no bundle",
+         "not launched: " + tooLong + " is no bundle", "on " + tooLong},
+        {fits, "launches the application", Launching(fits), "on " + fits},
     };
-    for (const auto& [path, decision, stored] : rows) {
+    for (const auto& [path, foretold, decision, stored] : rows) {
         login.Store(kOn, path);
+        ExpectForetold(foretold);
         EXPECT_EQ(Decision(), "loginhelper: " + decision);
         EXPECT_EQ(Login::Stored(), stored);
     }

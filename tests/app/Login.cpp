@@ -48,3 +48,9 @@ std::unique_ptr<ChildProcess> Login::StartHelper() {
 std::vector<NSRef<NSRunningApplication>> Login::RunningApplications() {
     return NSRunningApplication::runningApplicationsWithBundleIdentifier(LMainAppIdentifier);
 }
+
+std::pair<int, std::string> Login::Ctl(const std::string& words) {
+    ChildProcess shell({"/bin/sh", "-c", "'" LOGINHELPERCTL "' " + words + " 2>&1"});
+    const std::string text = shell.ReadAll();
+    return {shell.Wait(), text};
+}

@@ -28,6 +28,9 @@ public:
     // The helper, with its standard error on the pipe, and what the application that it launches says.
     static std::unique_ptr<ChildProcess> StartHelper();
     static std::vector<NSRef<NSRunningApplication>> RunningApplications();
+
+    // Runs loginhelperctl; the words are the shell's. Its status, and what it says on both outputs.
+    static std::pair<int, std::string> Ctl(const std::string& words);
     const std::string& Path() const { return place.Path(); }
 
 private:

@@ -32,30 +32,24 @@ protected:
         helper = Login::StartHelper();
         ASSERT_EQ(helper->ReadLine(),
                   std::string("loginhelper: Zubeq Free is running: serving ") + LHelperServiceName);
-        for (int tries = 0; Replies().empty() && tries < 1000; ++tries) {
+        for (int tries = 0; sink.Count("reply ") == 0 && tries < 1000; ++tries) {
             client.Disconnect(LHelperServiceName, 1);
             client.Connect(LHelperServiceName, 1, true);
             Ask({test}, 1, 50);
         }
-        ASSERT_EQ(Replies().at(0), "reply XPC_TEST_CONNECTION_REPLY=1");
+        ASSERT_EQ(sink.Lines("reply ").at(0), "reply XPC_TEST_CONNECTION_REPLY=1");
     }
 
     void Send(const std::vector<LXPCData>& items, bool wantReply = true, unsigned long connection = 1) {
         client.SendMessage(LHelperServiceName, connection, items.data(), items.size(), wantReply);
     }
-    Lines Replies() {
-        Lines lines = sink.Lines();
-        std::erase_if(lines, [](const std::string& line) { return !line.starts_with("reply "); });
-        return lines;
-    }
     // Sends, and gives the replies that follow: so many, or fewer when they do not come.
     Lines Ask(const std::vector<LXPCData>& items, std::size_t replies = 1, int milliseconds = 10000) {
-        const std::size_t before = Replies().size();
+        const std::size_t before = sink.Count("reply ");
         Send(items);
-        WaitFor([&] { return Replies().size() >= before + replies; }, milliseconds);
-        Lines all = Replies();
-        all.erase(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(before));
-        return all;
+        WaitFor([&] { return sink.Count("reply ") >= before + replies; }, milliseconds);
+        const Lines all = sink.Lines("reply ");
+        return {all.begin() + static_cast<std::ptrdiff_t>(before), all.end()};
     }
 
     const LXPCData test = Flag(LKeyTestConnection);
@@ -75,17 +69,12 @@ TEST_F(Protocol, MessageByMessage) {
     const LXPCData path = Path("/Applications/Zubeq Free.app");
     const LXPCData on = Flag(LKeyLaunchAtLogin);
     const LXPCData off = Flag(LKeyLaunchAtLogin, false);
-    const LXPCData textAsSetting = TextItem(LKeyLaunchAtLogin, "true");
-    const LXPCData numberAsPath = Item(LKeyMainAppBundlePath, LXPCDataTypeInt64, 7);
     const std::string none = "off (none)";
     const std::string some = "on /Applications/Zubeq Free.app";
     const std::string other = "on /Äpfel & <Birnen>/x.app";
     const char* accepted = "XPC_NEW_CONNECTION_REPLY=1";
-    const struct {
-        std::vector<LXPCData> items;
-        std::string reply;
-        std::string after;
-    } rows[] = {
+    // What is sent, the reply, and the settings afterwards.
+    const std::tuple<std::vector<LXPCData>, std::string, std::string> rows[] = {
         {{Flag(LKeyTestConnection, false)}, "XPC_TEST_CONNECTION_REPLY=1", none},
         {{test, on, path}, "XPC_TEST_CONNECTION_REPLY=1", none},
         {{connect, identifier, path}, accepted, none},
@@ -95,26 +84,28 @@ TEST_F(Protocol, MessageByMessage) {
         {{connect, TextItem(LKeyMainAppBundleId, "COM.brelvanic.zubeqfree"), path}, "", none},
         {{connect, identifier}, "", none},
         {{connect, identifier, on, path}, accepted, none},
-        {{on, numberAsPath}, "", none},
+        {{on, Item(LKeyMainAppBundlePath, LXPCDataTypeInt64, 7)}, "", none},
         {{on, Path("/not\xffUTF-8")}, "", none},
         {{on, Path(longPath.c_str())}, "", none},
         {{on, path}, "LAUNCH_AT_LOGIN_REPLY=1", some},
         {{on, query, Path("/Äpfel & <Birnen>/x.app")}, "LAUNCH_AT_LOGIN_REPLY=1", other},
         {{connect, off}, "", other},
-        {{textAsSetting}, "LAUNCH_AT_LOGIN_REPLY=0", none}, // another type than declared reads as off
+        // Another type than declared reads as off.
+        {{TextItem(LKeyLaunchAtLogin, "true")}, "LAUNCH_AT_LOGIN_REPLY=0", none},
         {{off, path}, "LAUNCH_AT_LOGIN_REPLY=0", none},
     };
     std::size_t unanswered = 0;
     for (const auto& row : rows) {
-        SCOPED_TRACE("row " + std::to_string(&row - rows) + ", first " + row.items[0].szName);
-        Lines expected = {"reply QUERY_LAUNCH_AT_LOGIN_REPLY=" + std::to_string(row.after != none)};
-        if (!row.reply.empty())
-            expected.insert(expected.begin(), "reply " + row.reply);
+        const auto& [items, reply, after] = row;
+        SCOPED_TRACE("row " + std::to_string(&row - rows) + ", first " + items[0].szName);
+        Lines expected = {"reply QUERY_LAUNCH_AT_LOGIN_REPLY=" + std::to_string(after != none)};
+        if (!reply.empty())
+            expected.insert(expected.begin(), "reply " + reply);
         unanswered += 2 - expected.size();
         // Answers come in order: with the one to the query, that before it has come, or never will.
-        Send(row.items);
+        Send(items);
         EXPECT_EQ(Ask({query}, expected.size()), expected);
-        EXPECT_EQ(Login::Stored(), row.after);
+        EXPECT_EQ(Login::Stored(), after);
     }
 
     Send({on, path}, false);
@@ -146,6 +137,28 @@ TEST_F(Protocol, TwoPeersEndItAtOnce) {
     Send({Flag(LKeyShutdownHelper)}, true, 2);
     helper->Kill(SIGTERM);
     EXPECT_EQ(helper->Wait(), 0);
+}
+
+TEST_F(Protocol, IsWhatTheToolSpeaks) {
+    const std::string bundle = login.Path() + "/Zubeq Free.app";
+    const std::tuple<std::string, int, std::string> rows[] = {
+        {"test", 0, "helper: answers\n"},
+        {"query --json", 0, "{\"command\":\"query\",\"status\":0,\"launchAtLogin\":false}\n"},
+        {"identify", 0, "identified as the main application: yes\n"},
+        {"enable '" + bundle + "/../Zubeq Free.app'", 0, "launch at login: on\npath: " + bundle + "\n"},
+        {"query", 0, "launch at login: on\n"},
+        {"disable", 0, "launch at login: off\n"},
+        {"enable " + login.Path(), 0,
+         "launch at login: on\npath: " + login.Path() + "\nloginhelperctl: warning: " + login.Path() +
+             " is no application bundle; the next login will launch nothing\n"},
+        {"quit", 0, "helper: ended\n"},
+        {"quit", 69, "loginhelperctl: nobody serves Q4KX2M9T7W.com.brelvanic.loginhelper.zubeqfree214\n"},
+        {"forget", 0, "settings: removed\n"},
+    };
+    for (const auto& [words, status, text] : rows)
+        EXPECT_EQ(Login::Ctl(words), std::pair(status, text)) << words;
+    EXPECT_EQ(helper->Wait(), 0);
+    EXPECT_EQ(Login::Stored(), "off (none)");
 }
 
 } // namespace

@@ -1,12 +1,12 @@
 #include <Carbon/Carbon.h>
+#include <CoreFoundation/CFSocket.h>
 
 #include <algorithm>
 #include <dispatch/dispatch.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <random>
-#include <string>
 #include <thread>
-#include <vector>
 
 namespace {
 
@@ -106,8 +106,6 @@ TEST(Loop, ServesTheMainQueueWhileItWaitsAndUnderAFloodOfEvents) {
     dispatch_async(dispatch_get_main_queue(), [] { post(1, 42); });
     EXPECT_EQ(receive(kEventDurationForever), 42);
     EXPECT_EQ(receive(0.0005), -1);
-    const std::jthread poster([] { post(1, 43); });
-    EXPECT_EQ(receive(kEventDurationForever), 43);
     bool ran = false;
     dispatch_async(dispatch_get_main_queue(), [&] { ran = true; });
     for (int taken = 0; !ran && taken < 1000; ++taken) {
@@ -140,12 +138,57 @@ TEST(Handlers, AreCalledNewestFirstUntilOneHandlesAndMayBeRemovedByOne) {
     }
     EXPECT_EQ(called, "abaca");
     EXPECT_EQ(RemoveEventHandler(handlers[0]), noErr);
-    EXPECT_EQ(RemoveEventHandler(handlers[0]), paramErr);
     EXPECT_EQ(SendEventToEventTarget(event, GetEventDispatcherTarget()), eventNotHandledErr);
     for (const OSStatus expected : {OSStatus{noErr}, eventAlreadyPostedErr})
         EXPECT_EQ(PostEventToQueue(GetMainEventQueue(), event, kEventPriorityLow), expected);
     EXPECT_EQ(receive(), 0);
     ReleaseEvent(event);
+}
+
+// Runs inside runs, each of which is ended by the end of the one further in.
+OSStatus nest(EventHandlerCallRef, EventRef, void* depth) {
+    if (--*static_cast<int*>(depth) > 0) {
+        post(3, 0);
+        CFRunLoopRun();
+    }
+    CFRunLoopStop(CFRunLoopGetMain());
+    EXPECT_EQ(CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, 1), kCFRunLoopRunTimedOut)
+        << "not stopped by that";
+    return noErr;
+}
+
+TEST(Loop, DispatchesEventsAndStopsTheInnermostRun) {
+    const EventTypeSpec type{kClass, 3};
+    int depth = 3;
+    InstallEventHandler(GetApplicationEventTarget(), nest, 1, &type, &depth, nullptr);
+    CFRunLoopStop(CFRunLoopGetMain()); // nothing runs
+    const std::jthread other(post, 3, 0, kEventPriorityStandard);
+    CFRunLoopRun();
+    EXPECT_EQ(depth, 0);
+}
+
+// The second call ends the socket, which closes its descriptor.
+void isReadable(CFSocketRef socket, CFSocketCallBackType, CFDataRef, const void*, void* calls) {
+    if (++*static_cast<int*>(calls) == 2)
+        CFSocketInvalidate(socket);
+}
+
+TEST(Loop, CallsASocketBackWhileItIsReadableAndLetsItEndThere) {
+    int ends[2], calls = 0;
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const CFSocketContext context{0, &calls, nullptr, nullptr, nullptr};
+    const CFSocketRef socket =
+        CFSocketCreateWithNative(nullptr, ends[0], kCFSocketReadCallBack, isReadable, &context);
+    const CFRunLoopSourceRef source = CFSocketCreateRunLoopSource(nullptr, socket, 0);
+    CFRunLoopAddSource(CFRunLoopGetMain(), source, kCFRunLoopDefaultMode);
+    EXPECT_EQ(write(ends[1], "x", 1), 1); // never read
+    for (const SInt32 expected :
+         {kCFRunLoopRunHandledSource, kCFRunLoopRunHandledSource, kCFRunLoopRunTimedOut})
+        EXPECT_EQ(CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.1, 1), expected) << calls;
+    EXPECT_EQ(fcntl(ends[0], F_GETFD), -1);
+    CFRelease(source);
+    CFRelease(socket);
+    close(ends[1]);
 }
 
 } // namespace

@@ -2,7 +2,6 @@
 
 #include <iconv.h>
 #include <optional>
-#include <tuple>
 
 namespace {
 
@@ -82,14 +81,6 @@ TEST(CFString, TextFitsABufferExactlyOrLeavesAnEmptyOne) {
     }
     EXPECT_FALSE(make("abc", kCFStringEncodingUnicode)) << "odd";
     EXPECT_FALSE(make("abc", 0x0A00)) << "unknown";
-
-    // With a length byte.
-    const String name = port::makeString(std::string(63, 'n'));
-    unsigned char buffer[64] = "";
-    EXPECT_TRUE(CFStringGetPascalString(name.get(), buffer, 64, CFStringGetSystemEncoding()));
-    EXPECT_EQ(char{63} + textOf(name), std::string(buffer, buffer + 64));
-    EXPECT_FALSE(CFStringGetPascalString(name.get(), buffer, 63, CFStringGetSystemEncoding()));
-    EXPECT_EQ(0, buffer[0]);
 }
 
 } // namespace

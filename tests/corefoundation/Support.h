@@ -1,17 +1,13 @@
 // Short hands for the tests of Core Foundation.
 #pragma once
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <iterator>
-#include <string>
-#include <vector>
 
 #include "corefoundation/CFString.h"
 #include "corefoundation/CFURL.h"
 #include "corefoundation/PropertyList.h"
+#include "support/Bundle.h"
+#include "support/TemporaryFolder.h"
 
 using String = port::CFRef<CFStringRef>;
 using URL = port::CFRef<CFURLRef>;
@@ -58,18 +54,3 @@ inline void expectResults(const Results& rows) {
         for (const std::string& list : lists)
             EXPECT_EQ(result, rewritten(list)) << testing::PrintToString(list);
 }
-
-inline std::string fileText(const std::filesystem::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
-
-// A folder of its own, gone with the object.
-struct TestFolder {
-    TestFolder() = default;
-    TestFolder(TestFolder&&) = delete;
-    ~TestFolder() { std::filesystem::remove_all(path); }
-
-    std::string name = (std::filesystem::temp_directory_path() / "corefoundation-XXXXXX").string();
-    const std::filesystem::path path = mkdtemp(name.data());
-};

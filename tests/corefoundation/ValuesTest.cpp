@@ -4,10 +4,8 @@
 #include "corefoundation/CFValues.h"
 
 #include <cmath>
-#include <cstdint>
 #include <map>
 #include <random>
-#include <tuple>
 
 namespace {
 

@@ -6,15 +6,9 @@
 #include <algorithm>
 #include <chrono>
 #include <climits>
-#include <cstdlib>
 #include <gtest/gtest.h>
 #include <langinfo.h>
-#include <memory>
 #include <random>
-#include <string>
-#include <tuple>
-#include <utility>
-#include <vector>
 
 static std::string dateFormat = "%m/%d/%y";
 
@@ -71,7 +65,6 @@ TEST(DateTest, FormsOfATimeAndOfNone) {
         LDateTime::GetTimeHHCMM(t, clock);
         EXPECT_EQ(szExpected, std::string(both) + "|" + hyphens + "|" + clock);
     }
-    EXPECT_EQ("-0005-01-01 00:00:00", Text(-62324985600));
     EXPECT_LE(std::abs(LDateTime::GetBuildDate() - std::time(nullptr)), 366 * 86400);
     EXPECT_FALSE(LDateTime::ValidateDateTimeYYYYHMMHDDHHCMMCSS(nullptr));
     long t = -7;
@@ -98,10 +91,10 @@ TEST(DateTest, MonthsAsTheCalendarMovesThem) {
 
 TEST(DateTest, TheTimeOfDayAlone) {
     setenv("TZ", "Europe/Berlin", 1);
-    LDateTime time(Time("2015-06-01", "10:20:30"));
-    EXPECT_EQ(10 * 3600 + 20 * 60 + 30, time.GetDayTime().nSeconds);
+    LDateTime time(Time("2015-06-01"));
     time.SetDayTime(23 * 3600 + 59 * 60 + 58);
     EXPECT_EQ("2015-06-01 23:59:58", Text(time));
+    EXPECT_EQ(23 * 3600 + 59 * 60 + 58, time.GetDayTime().nSeconds);
     for (const auto& [szText, szExpected] :
          {std::pair("7", "07:00:00"), {" 1x2:3y:4:5", "12:03:04"}, {"::9", "00:00:09"}, {"", "00:00:00"}}) {
         time._SetTextTime(szText);
@@ -117,17 +110,16 @@ TEST(DateTest, TheTimeOfDayAlone) {
 TEST(DateTest, OrderOfRealLocales) {
     const std::vector<const char*> formats[3] = {
         {"%m/%d/%y", "%D", "%Y %D", "%A, %B %d, %Y", "%b %d %Y"},
-        {"%d/%m/%Y", "%d.%m.%Y", "%d %b, %Y", "%A %d %b %Y", "%e. %h %y", "%d. %m. %Y", "%A %e %B %Y",
-         "%a, %d %b %Y", "%d-%m-%y", "%-m/%-d/%y", "%-d.%-m.%Y", "%OC%Oy %b %Od %A", "%F", ""},
+        {"%d/%m/%Y", "%d.%m.%Y", "%d %b, %Y", "%A %d %b %Y", "%e. %h %y", "%a, %d %b %Y", "%-m/%-d/%y",
+         "%-d.%-m.%Y", "%OC%Oy %b %Od %A", "%F", ""},
         {"%Y-%m-%d", "%Y年%m月%d日 %A", "%Y.%d.%m", "%Y년 %m월 %d일", "%a, %Y.eko %bren %da", "%m/%d",
          "%d/%m/%Ey"},
     };
-    for (const int nOrder : {0, 1, 2}) {
+    for (const int nOrder : {0, 1, 2})
         for (const char* szFormat : formats[nOrder]) {
             dateFormat = szFormat;
             EXPECT_EQ(nOrder, LGetLocaleDateFormatOrder()) << szFormat;
         }
-    }
     dateFormat = std::string(LPathBufferSize - 1, ' ') + "%Y-%m-%d";
     EXPECT_EQ(1, LGetLocaleDateFormatOrder()) << "beyond what is looked at";
 }
@@ -149,7 +141,7 @@ TEST(DateTest, TextsInTheOrderOfTheLocale) {
         {"%Y-%m-%d", "2015-06-01", "2015-01-01 00:00:00 15/01/01"},
     };
     for (const auto& [szFormat, szText, szExpected] : rows) {
-        InChild([&] {
+        InChild([szFormat = szFormat, szText = szText, szExpected = szExpected] {
             dateFormat = szFormat;
             LDateTime time(-7);
             time._SetTextDate(szText);

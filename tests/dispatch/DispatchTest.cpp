@@ -9,7 +9,6 @@
 #include <random>
 #include <semaphore>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -17,15 +16,11 @@ namespace {
 using namespace std::chrono_literals;
 using port::MainLoop;
 
-void sleepFor(std::chrono::milliseconds time) {
-    std::this_thread::sleep_for(time);
-}
-
 template <typename Condition>
 bool reached(Condition condition, std::chrono::milliseconds limit = 10s) {
     const auto end = std::chrono::steady_clock::now() + limit;
     while (!condition() && std::chrono::steady_clock::now() < end)
-        sleepFor(1ms);
+        std::this_thread::sleep_for(1ms);
     return condition();
 }
 
@@ -100,16 +95,16 @@ TEST(SerialQueue, RunsNothingWhileSuspendedAndLivesUntilItsLastBlockHasRun) {
             if (i == 1)
                 dispatch_suspend(queue); // from inside: the block ends, the next one waits
             if (i == 2)
-                sleepFor(20ms); // the queue is released meanwhile
+                std::this_thread::sleep_for(20ms); // the queue is released meanwhile
             ++ran;
         });
     }
     dispatch_resume(queue);
-    sleepFor(30ms);
+    std::this_thread::sleep_for(30ms);
     EXPECT_EQ(ran, 0);
     dispatch_resume(queue);
     EXPECT_TRUE(reached([&] { return ran == 2; }));
-    sleepFor(30ms);
+    std::this_thread::sleep_for(30ms);
     EXPECT_EQ(ran, 2);
     dispatch_resume(queue);
     dispatch_release(queue);
@@ -146,29 +141,6 @@ TEST(MainQueue, ALoopInsideABlockRunsNoOtherBlock) {
     dispatch_async(dispatch_get_main_queue(), [&] { second = true; });
     while (!second)
         ASSERT_TRUE(MainLoop::shared().runOnce(10000));
-}
-
-TEST(MainLoop, ServesItsDescriptorsUntilTheyAreRemovedAndIsWoken) {
-    int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
-    int calls = 0;
-    port::SourceKey key = port::kNoSource;
-    key = MainLoop::shared().addSource(ends[0], [&] {
-        if (++calls == 3)
-            MainLoop::shared().removeSource(key, ends[0]);
-    });
-    ASSERT_EQ(write(ends[1], "x", 1), 1); // never read, so ready for good
-    for (int i = 0; i < 3; ++i)
-        EXPECT_TRUE(MainLoop::shared().runOnce(10000));
-    EXPECT_FALSE(MainLoop::shared().runOnce(20));
-    EXPECT_EQ(calls, 3);
-    close(ends[0]);
-    close(ends[1]);
-    const std::jthread waker([] {
-        sleepFor(20ms);
-        MainLoop::shared().wake();
-    });
-    EXPECT_FALSE(MainLoop::shared().runOnce(-1));
 }
 
 } // namespace

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <csignal>
-#include <functional>
 #include <gtest/gtest.h>
 #include <random>
 #include <unistd.h>
@@ -66,9 +65,7 @@ TEST_F(Bookmarks, FollowTheirFilesThroughRestarts) {
     };
     const std::string other = root + "/other";
     const Row rows[] = {
-        {"untouched", file, [] {}, "file " + file},
         {"renamed", file, [&] { fs::rename(file, file + "2"); }, "file " + file + "2"},
-        {"moved aside", file, [&] { fs::rename(file, other + "/x"); }, "file " + other + "/x"},
         {"moved below", file, [&] { fs::rename(file, folder + "/a/b/x"); }, "file " + folder + "/a/b/x"},
         {"moved with its folder", file, [&] { fs::rename(folder, other + "/x"); },
          "file " + other + "/x/file"},
@@ -276,7 +273,6 @@ TEST_F(Bookmarks, PathsOfTheSandbox) {
                                                         {"Downloads/new.txt", root + "/new.txt"},
                                                         {"Downloads", root},
                                                         {"x/Downloads/y/z", root + "/y/z"},
-                                                        {"own", ""},
                                                         {"own/new.txt", ""},
                                                         {"Inner/new.txt", ""},
                                                         {"Broken/new.txt", ""},
@@ -298,7 +294,6 @@ TEST(FileTypes, OfPanelFilters) {
     const std::pair<std::string, std::string> rows[] = {
         {"Video\0*.mp4;*.mov\0All\0*.*\0\0"s, "mp4 mov "},
         {"A\0*.tar.gz;readme;x*.b\0\0"s, "tar.gz b "},
-        {"A\0\0B\0*.b\0\0"s, ""},
         {"\0A\0*.a\0\0"s, ""},
         {"A\0*.\0B\0*.\xFF;*.b\0\0"s, " b "},
         {"A\0*."s + std::string(300, 'x') + "\0\0"s, std::string(259, 'x') + " "}};

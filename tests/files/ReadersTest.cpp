@@ -5,8 +5,8 @@
 #include "files/LReadFileBuffered.h"
 #include "files/LWriteFile.h"
 #include "support/Bundle.h"
+#include "support/Recorder.h"
 #include "support/TemporaryFolder.h"
-#include "threads/LProcessInterface.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -21,17 +21,6 @@ using namespace std::string_literals;
 using port::sys::Call;
 using port::sys::Verdict;
 using Verdicts = std::function<Verdict(int)>; // by the number of the call
-
-// Keeps what it is told, and asks to stop at the question of that number.
-struct Recorder final : LProcessInterfaceVoid {
-    explicit Recorder(int nLast = -1) : nQuestions(nLast) {}
-    bool IsToStop() override { return nQuestions-- == 0; }
-    void SetStatus(const char* szText, int nLine) override { sStatus += std::to_string(nLine) + szText; }
-    void SetProgress(double dFraction) override { progress.push_back(std::lround(dFraction * 1e5)); }
-    int nQuestions;
-    std::string sStatus;
-    std::vector<long> progress; // in 100000ths
-};
 
 // What becomes of the calls that write while this lives.
 struct Fault {
@@ -150,7 +139,7 @@ TEST_F(ReadersTest, BlocksMoveInPiecesAndWritersTellWhatIsMissing) {
     EXPECT_EQ(sRead, std::string(25000, 'x') + " 7?");
     EXPECT_EQ(LProcessFileWrite(stopped, writer, sRead.data(), 0), LProcessFinished);
     EXPECT_EQ(LProcessFileWrite(stoppedLater, writer, sRead.data(), 25000), LProcessStopped);
-    EXPECT_EQ(stoppedLater.progress, (std::vector{40960L, 81920L}));
+    EXPECT_EQ(stoppedLater.sTold, "|0.409600|0.819200");
     const Fault fault(fullFromSecond);
     EXPECT_EQ(LProcessFileWrite(process, writer, sRead.data(), 25000), LProcessFailed);
     EXPECT_EQ(fs::file_size("text"), 25002U + 3 * 10240);
@@ -161,12 +150,14 @@ TEST_F(ReadersTest, BlocksMoveInPiecesAndWritersTellWhatIsMissing) {
 }
 
 TEST_F(ReadersTest, CopiesAFileAndReportsEveryPiece) {
-    const std::pair<std::size_t, std::vector<long>> rows[] = {
-        {0, {0}}, {1, {0, 0}}, {32769, {0, 0, 99997}}, {100000, {0, 0, 32768, 65536, 98304}}};
+    const std::pair<std::size_t, std::string> rows[] = {{0, ""},
+                                                        {1, "|0.000000"},
+                                                        {32769, "|0.000000|0.999969"},
+                                                        {100000, "|0.000000|0.327680|0.655360|0.983040"}};
     umask(022);
     // The kernel copies all, refuses to copy, copies a part and leaves the rest.
     for (const auto& [nFirst, nMost] : {std::pair(0, ~0UL), std::pair(EXDEV, ~0UL), std::pair(0, 20000UL)})
-        for (const auto& [nSize, progress] : rows) {
+        for (const auto& [nSize, sProgress] : rows) {
             Write("from", std::string(nSize, 'x'));
             fs::last_write_time("from", fs::file_time_type::clock::now() - std::chrono::hours(5));
             if (nSize == 1)
@@ -178,8 +169,7 @@ TEST_F(ReadersTest, CopiesAFileAndReportsEveryPiece) {
                 return Verdict{nCall == 0 ? nFirst : 0, nMost};
             });
             EXPECT_EQ(Process(process, LProcessCopyFile{"from", "./to"}), LProcessFinished);
-            EXPECT_EQ(process.sStatus, "0Copy File1to");
-            EXPECT_EQ(process.progress, progress) << nSize;
+            EXPECT_EQ(process.sTold, "|0Copy File|1to|0.000000" + sProgress);
             struct stat from, to;
             ASSERT_TRUE(stat("from", &from) == 0 && stat("to", &to) == 0);
             EXPECT_TRUE(to.st_mtim.tv_sec == from.st_mtim.tv_sec && to.st_mtim.tv_nsec == 0);
@@ -220,17 +210,15 @@ TEST_F(ReadersTest, CopiesATreeWithNestedProgress) {
     fs::create_directories("long/" + std::string(200, 'x'));
     Recorder none, process, stopped(1);
     EXPECT_EQ(Process(none, LProcessCopyFolder{"empty", "to"}), LProcessFinished);
-    EXPECT_TRUE(none.progress.empty() && !fs::exists("to"));
+    EXPECT_TRUE(none.sTold.empty() && !fs::exists("to"));
     Write("from/b/c/.file", std::string(40000, 'x'));
-    Write("from/b/c/\xC3\xA4 \"`$", "x");
+    Write("from/b/c/\xC3\xA4 \"`$", std::string(40000, 'y'));
     for (const std::size_t nLength : {53, 60}) // cut to its path, the longer name is the shorter one
         Write("long/" + std::string(200, 'x') + "/" + std::string(nLength, 'y'), "");
     EXPECT_EQ(Process(process, LProcessCopyFolder{"from", "a/to"}), LProcessFinished);
     EXPECT_EQ(std::system("diff -r from a/to"), 0);
-    EXPECT_EQ(process.sStatus.substr(0, 11), "3Copy File4");
-    const bool bFileFirst = process.progress[2] == 40960; // else behind the entry of one piece
-    EXPECT_EQ(process.progress, (bFileFirst ? std::vector{0L, 0L, 40960L, 50000L, 50000L}
-                                            : std::vector{0L, 0L, 50000L, 50000L, 90960L}));
+    EXPECT_NE(process.sTold.find("|0.000000|0.000000|0.409600|3Copy File|4"), std::string::npos);
+    EXPECT_TRUE(process.sTold.ends_with("|0.500000|0.500000|0.909600")) << process.sTold;
     EXPECT_EQ(Process(process, LProcessCopyFolder{"from", "a/to"}), LProcessFinished) << "merges";
     EXPECT_EQ(Process(stopped, LProcessCopyFolder{"from/b/c", "empty"}), LProcessStopped);
     const LProcessCopyFolder rows[] = {

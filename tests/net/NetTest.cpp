@@ -3,14 +3,13 @@
 #include "bsd/SystemCalls.h"
 #include "net/LProcessSocket.h"
 #include "net/LTCPListener.h"
+#include "support/Recorder.h"
+#include "support/SignalStorm.h"
 #include "xpc/ChildProcess.h"
 
-#include <csignal>
 #include <fcntl.h>
-#include <functional>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <thread>
 
 namespace {
 
@@ -90,33 +89,23 @@ TEST(ProcessSocketTest, EndsAsStatedWithEveryKindOfPeer) {
     EXPECT_EQ(server.ReadLine(), "20971520");
 }
 
-// Counts how often it is asked: once a slice.
-struct Asked : LProcessInterfaceVoid {
-    bool IsToStop() override { return ++nAsked > 3; }
-    int nAsked = 0;
-};
-
 // With POSIX signals all the while, which shorten no slice and fail no wait. The time-out of sending does not
 // wrap: the stop ends it.
 TEST(ProcessSocketTest, TimeoutsCountIdleSlices) {
     const Python server({"k = c"}), full;
     const LIPSocketTCP socket = server.Connect(), queued = full.Connect();
     ASSERT_EQ(Perform(socket, "s1048576", 0), "2|");
-    signal(SIGUSR1, [](int) {});
-    const std::jthread storm([target = pthread_self()](const std::stop_token& end) {
-        for (; !end.stop_requested(); usleep(2000))
-            pthread_kill(target, SIGUSR1);
-    });
+    const std::jthread storm = SignalStorm();
     const LDeadline whole(14 * 200 - 1);
     for (const auto& [timeout, nSlices] : {std::pair{200U, 1}, {201U, 2}, {0xFFFFFF38U, 1}}) {
-        Asked connect, send, receive;
+        Recorder connect(3), send(3), receive(3); // are asked once a slice
         LIPSocketTCP other;
         EXPECT_EQ(ProcessConnect(connect, other, {"127.0.0.1", full.wPort}, timeout), LProcessFailed);
         EXPECT_EQ(Perform(socket, "b1", timeout, receive), "2|");
         EXPECT_EQ(Perform(socket, "s1", timeout, send), timeout < 1000 ? "2|" : "1|");
-        EXPECT_EQ(connect.nAsked, nSlices) << timeout;
-        EXPECT_EQ(receive.nAsked, nSlices) << timeout;
-        EXPECT_EQ(send.nAsked, timeout < 1000 ? nSlices : 4) << timeout;
+        EXPECT_EQ(3 - connect.nQuestions, nSlices) << timeout;
+        EXPECT_EQ(3 - receive.nQuestions, nSlices) << timeout;
+        EXPECT_EQ(3 - send.nQuestions, timeout < 1000 ? nSlices : 4) << timeout;
     }
     EXPECT_TRUE(whole.IsPast());
 }

@@ -8,12 +8,10 @@
 #include <array>
 #include <cerrno>
 #include <clocale>
-#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <grp.h>
 #include <gtest/gtest.h>
-#include <set>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -133,87 +131,6 @@ TEST(ProcessTest, TellsWhoTheUserIs) {
         groupsAreAdmin = true;
         EXPECT_TRUE(LIsUserAdministrator());
     });
-}
-
-std::vector<kinfo_proc> Table() {
-    kinfo_proc* pList = nullptr;
-    const unsigned long nCount = LGetBSDProcessList(&pList);
-    std::vector<kinfo_proc> table(pList, pList + nCount);
-    std::free(pList);
-    return table;
-}
-
-// "id user program", the program of kernel threads and the like being "-", as ps sees them.
-std::set<std::string> LinesOfPs() {
-    const TemporaryFolder folder;
-    Holds(("ps --no-headers -eo pid,euid,exe | sed -E 's| +| |g; s|^ ||; s| .deleted.$||; "
-           "s| (/.*)?/([^/]{1,16})[^/]*$| \\2|' >" +
-           (folder.root / "lines").string())
-              .c_str());
-    std::ifstream text(folder.root / "lines");
-    std::set<std::string> lines;
-    for (std::string sLine; std::getline(text, sLine);)
-        lines.insert(sLine);
-    return lines;
-}
-
-TEST(ProcessTest, TheTableIsThatOfPs) {
-    const std::set<std::string> before = LinesOfPs();
-    std::set<std::string> ours;
-    for (const auto& [process, owner] : Table())
-        for (const char* szName : {process.p_comm, "-"})
-            ours.insert(std::to_string(process.p_pid) + " " + std::to_string(owner.e_ucred.cr_uid) + " " +
-                        szName);
-    const std::set<std::string> after = LinesOfPs();
-    if (before.empty())
-        GTEST_SKIP() << "there is no ps";
-    for (const std::string& sLine : before)
-        EXPECT_TRUE(ours.contains(sLine) || !after.contains(sLine)) << sLine;
-}
-
-TEST(ProcessTest, TheTableWhileItChanges) {
-    const pid_t busy = fork();
-    for (pid_t child = 1; busy == 0; waitpid(child, nullptr, 0))
-        if ((child = fork()) == 0)
-            _exit(0);
-    for (int i = 0; i < 100; ++i) {
-        std::set<pid_t> ids;
-        for (const kinfo_proc& process : Table())
-            ASSERT_TRUE(ids.insert(process.kp_proc.p_pid).second) << "once each";
-        ASSERT_TRUE(ids.contains(busy) && ids.contains(getpid()));
-    }
-    kill(busy, SIGKILL);
-    waitpid(busy, nullptr, 0);
-}
-
-TEST(ProcessTest, TooSmallABufferGetsWhatItHolds) {
-    const int name[] = {CTL_KERN, KERN_PROC, KERN_PROC_ALL, 0};
-    kinfo_proc table[2];
-    std::size_t size = 0;
-    ASSERT_EQ(0, sysctl(name, 3, nullptr, &size, nullptr, 0));
-    EXPECT_GE(size, 17 * sizeof *table);
-    size = sizeof table - 1;
-    EXPECT_TRUE(sysctl(name, 4, table, &size, nullptr, 0) == -1 && errno == ENOMEM);
-    EXPECT_TRUE(size == sizeof *table && table->kp_proc.p_pid == 1);
-    EXPECT_TRUE(sysctlbyname("hw.other", nullptr, &size, nullptr, 0) == -1 && errno == ENOENT);
-}
-
-TEST(ProcessTest, FindsAProcessByName) {
-    const TemporaryFolder folder;
-    const std::string sProgram = folder.root / "Command-Name-XYZ-and-more";
-    std::filesystem::copy_file("/bin/sleep", sProgram);
-    EXPECT_EQ(-1, LGetProcessUid("command-name-xyz"));
-    const pid_t child = fork();
-    if (child == 0)
-        _exit(execl(sProgram.c_str(), "other", "60", nullptr));
-    while (LGetBSDProcessUid("COMMAND-name-xyz") != child)
-        usleep(1000);
-    std::filesystem::remove(sProgram);
-    EXPECT_EQ(-1, LGetBSDProcessUid("Command-Name-XYZ-and-more"));
-    EXPECT_EQ(child, LGetProcessUid("command-name-xyz"));
-    kill(child, SIGKILL);
-    waitpid(child, nullptr, 0);
-    EXPECT_EQ(child, LGetProcessUid("anything"));
 }
 
 } // namespace

@@ -1,12 +1,16 @@
 // What the library says of applications and of the machine, beside what the system's own tools and files say.
 #include "platform/LApplicationQueries.h"
 #include "platform/LMachineQueries.h"
+#include "platform/LProcessUtilities.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <gtest/gtest.h>
 #include <port/seams_coreservices.h>
 #include <port/seams_iokit.h>
+#include <set>
+#include <sstream>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -32,26 +36,82 @@ protected:
     const std::string root = place.Path();
 };
 
-TEST_F(Queries, RunningApplicationsByTheirCommandNames) {
-    const std::string name = "a-name-of-20-letters";
-    fs::copy_file("/bin/sleep", root + "/" + name);
-    EXPECT_FALSE(LIsApplicationRunning(name.c_str()));
-    ChildProcess child({root + "/" + name, "30"});
-    const std::string id = std::to_string(child.Pid());
-    for (int wait = 0; wait < 500 && outputOf("ps -o comm= -p " + id) != "a-name-of-20-le\n"; ++wait)
+TEST_F(Queries, ProcessesByTheirCommandNames) {
+    const std::string program = root + "/A-name-of-20-letters";
+    fs::copy_file("/bin/sleep", program);
+    EXPECT_FALSE(LIsApplicationRunning("A-name-of-20-letters"));
+    EXPECT_EQ(LGetProcessUid("a-name-of-20-let"), -1);
+    ChildProcess child({program, "30"});
+    for (int wait = 0; wait < 500 && LGetBSDProcessUid("A-NAME-of-20-let") != child.Pid(); ++wait)
         usleep(10000);
-    const std::string start = name.substr(0, 15);
-    for (const auto& [asked, runs] : {std::pair{name, true},
-                                      {start + "t", true},
-                                      {start + "tother", true},
+    for (const auto& [asked, runs] : {std::pair{"A-name-of-20-letters", true},
+                                      {"A-name-of-20-let", true},
+                                      {"A-name-of-20-letother", true},
                                       {"queries_test", true},
-                                      {start, false},
-                                      {"A" + name.substr(1), false},
+                                      {"A-name-of-20-le", false},
+                                      {"a-name-of-20-letters", false},
                                       {"", false}})
-        EXPECT_EQ(LIsApplicationRunning(asked.c_str()), runs) << asked;
+        EXPECT_EQ(LIsApplicationRunning(asked), runs) << asked;
+    fs::remove(program);
+    EXPECT_EQ(LGetBSDProcessUid("A-name-of-20-letters"), -1);
+    EXPECT_EQ(LGetProcessUid("a-name-of-20-let"), child.Pid());
     child.Kill(SIGKILL);
     child.Wait();
-    EXPECT_FALSE(LIsApplicationRunning(name.c_str()));
+    EXPECT_FALSE(LIsApplicationRunning("A-name-of-20-letters"));
+    EXPECT_EQ(LGetProcessUid("anything"), child.Pid());
+}
+
+std::vector<kinfo_proc> processTable() {
+    kinfo_proc* list = nullptr;
+    const unsigned long count = LGetBSDProcessList(&list);
+    std::vector<kinfo_proc> table(list, list + count);
+    std::free(list);
+    return table;
+}
+
+// Lines of "id user program", the program of kernel threads and the like being "-".
+std::string linesOfPs() {
+    return "\n" + outputOf("ps --no-headers -eo pid,euid,exe | sed -E 's| +| |g; s|^ ||; s| .deleted.$||; "
+                           "s| (/.*)?/([^/]{1,16})[^/]*$| \\2|'");
+}
+
+TEST(ProcessTable, IsThatOfPs) {
+    const std::string before = linesOfPs();
+    std::set<std::string> ours;
+    for (const auto& [process, owner] : processTable())
+        for (const std::string program : {process.p_comm, "-"})
+            ours.insert(std::to_string(process.p_pid) + " " + std::to_string(owner.e_ucred.cr_uid) + " " +
+                        program);
+    const std::string after = linesOfPs();
+    if (before == "\n")
+        GTEST_SKIP() << "there is no ps";
+    std::istringstream lines(before.substr(1));
+    for (std::string line; std::getline(lines, line);)
+        EXPECT_TRUE(ours.contains(line) || after.find("\n" + line + "\n") == std::string::npos) << line;
+}
+
+TEST(ProcessTable, IsReadWhileItChanges) {
+    const pid_t busy = fork();
+    for (pid_t child = 1; busy == 0; waitpid(child, nullptr, 0))
+        if ((child = fork()) == 0)
+            _exit(0);
+    for (int i = 0; i < 100; ++i) {
+        std::set<pid_t> ids;
+        for (const kinfo_proc& process : processTable())
+            ASSERT_TRUE(ids.insert(process.kp_proc.p_pid).second) << "once each";
+        ASSERT_TRUE(ids.contains(busy) && ids.contains(getpid()));
+    }
+    kill(busy, SIGKILL);
+    waitpid(busy, nullptr, 0);
+}
+
+TEST(ProcessTable, FillsATooSmallBuffer) {
+    const int name[] = {CTL_KERN, KERN_PROC, KERN_PROC_ALL, 0};
+    kinfo_proc table[2];
+    std::size_t size = sizeof table - 1;
+    EXPECT_TRUE(sysctl(name, 4, table, &size, nullptr, 0) == -1 && errno == ENOMEM);
+    EXPECT_TRUE(size == sizeof *table && table->kp_proc.p_pid == 1);
+    EXPECT_TRUE(sysctlbyname("hw.other", nullptr, &size, nullptr, 0) == -1 && errno == ENOENT);
 }
 
 TEST_F(Queries, BundlesKnowTheirPlacesAndSignatures) {
@@ -132,8 +192,7 @@ TEST_F(Queries, GraphicsDevicesByTheirModels) {
         {"0000:01:00.0", {"0x030000", "0x8086", "0x0002", "Slot 1"}},
         {"0000:03:00.0", {"0x038000", "0x10de", "0x0002"}},
         {"0000:04:00.0", {"0x030000", "0x10de", "0x00ab"}},
-        {"0000:05:00.0", {"0x030000", "nonsense", "0x0001", "Broken"}},
-        {"0000:06:00.0", {"0x030000"}}};
+        {"0000:05:00.0", {"0x030000", "nonsense", "0x0001", "Broken"}}};
     for (const auto& [address, values] : rows)
         for (std::size_t i = 0; i < values.size(); ++i)
             writeFile(root + "/pci/" + address + "/" + names[i], values[i] + "\n");
@@ -161,15 +220,14 @@ TEST_F(Queries, MemoryAndProcessor) {
         constexpr unsigned long kLargest = 4294967295;
         return kilobytes == "unlimited\n" ? kLargest : std::min(std::stoul(kilobytes) * 1024, kLargest);
     };
-    EXPECT_EQ(LMemoryGetFreeHeapSize(), told("ulimit -Sd"));
-    EXPECT_EQ(LMemoryGetTotalHeapSize(), told("ulimit -Hd"));
     rlimit limits;
     getrlimit(RLIMIT_DATA, &limits);
-    limits.rlim_cur = 1 << 30;
-    setrlimit(RLIMIT_DATA, &limits);
-    EXPECT_EQ(LMemoryGetFreeHeapSize(), 1UL << 30);
-    limits.rlim_cur = limits.rlim_max;
-    setrlimit(RLIMIT_DATA, &limits);
+    for (const rlim_t soft : {rlim_t{1} << 30, limits.rlim_max}) {
+        limits.rlim_cur = soft;
+        setrlimit(RLIMIT_DATA, &limits);
+        EXPECT_EQ(LMemoryGetFreeHeapSize(), told("ulimit -Sd"));
+        EXPECT_EQ(LMemoryGetTotalHeapSize(), told("ulimit -Hd"));
+    }
 }
 
 TEST(QueriesDeathTest, OldSystemsAreNo64BitSystems) {

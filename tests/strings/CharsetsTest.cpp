@@ -22,7 +22,6 @@ TEST(Charsets, DecodeStopsWhereTheContractSays) {
         {"\xF8\x80\x80\x80\x80", 5, 1, L""},
         {"\xFF", 7, 2, L""}, // announces six bytes, not more
         {"\xFF", 6, 1, L""},
-        {"ab\x80z", 9, 2, L"ab"},
     };
     for (const auto& [text, limit, result, values] : rows) {
         SCOPED_TRACE(testing::PrintToString(text) + " limit " + std::to_string(limit));
@@ -49,7 +48,6 @@ TEST(Charsets, EncodeReplacesWhatNoCharacterCanBe) {
 TEST(Charsets, SizedUnicodeFormsCutAndTerminate) {
     const std::tuple<const char*, unsigned long, Unicode> decoded[] = {
         {"a", 0, {'#'}},
-        {"abc", 1, {0}},
         {"\xC3\xA9", 2, {0}},
         {"\xC3\xA9", 3, {0xE9, 0}},
         {"\xF0\x9F\x98\x80", 5, {0xF600, 0}},
@@ -156,7 +154,6 @@ TEST(Charsets, CodePages) {
     const std::tuple<const char*, Sized, Growable, std::string, unsigned long, std::string> rows[] = {
         {"from 8859-1", LCopyFromISO88591, LCopyFromISO88591, "a\xE9", 4, "a\xC3\xA9"},
         {"from 8859-1, cut", LCopyFromISO88591, nullptr, "a\xE9", 3, "a"},
-        {"from 8859-1, none", LCopyFromISO88591, nullptr, "a", 0, "#"},
         {"to 8859-1", LCopyToISO88591, LCopyToISO88591, "a\xC3\xA9", 9, "a\xE9"},
         {"from 1252", LCopyFromWIN1252, LCopyFromWIN1252, "\x80", 9, "\xC2\x80"},
         {"to 1252", LCopyToWIN1252, LCopyToWIN1252, "\xC2\x80\xE2\x82\xAC", 9, "\x80"},
@@ -169,7 +166,6 @@ TEST(Charsets, CodePages) {
         {"to Ansi", LCopyAnsiFromUTF8, nullptr, "a\xC3\xA9", 4, "a\xE9"},
         {"to Ansi, source cut", LCopyAnsiFromUTF8, nullptr, "a\xC3\xA9", 3, "a"},
         {"to Ansi, outside", LCopyAnsiFromUTF8, nullptr, "a\xE2\x82\xAC", 9, ""},
-        {"to Ansi, long", LCopyAnsiFromUTF8, nullptr, std::string(5000, 'x'), 5001, std::string(5000, 'x')},
         {"to Ansi, none", LCopyAnsiFromUTF8, nullptr, "a", 0, "#"},
         {"from Ansi", LCopyUTF8FromAnsi, nullptr, "a\x80", 5, "a\xE2\x82\xAC"},
         {"from Ansi, cut", LCopyUTF8FromAnsi, nullptr, "a\x80", 3, "a\xE2"},

@@ -4,13 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <string>
-#include <tuple>
-#include <vector>
 
 namespace {
-
-using Texts = std::vector<std::string>;
 
 std::string Field(const char* text, unsigned long dwSize) {
     char szOut[260] = "old";
@@ -64,23 +59,6 @@ TEST(StringUtilities, ReadsCSVLines) {
     unsigned long position = 1;
     EXPECT_FALSE(GetCSVListItem("abc", position, nullptr, 0));
     EXPECT_EQ(position, 1U);
-}
-
-TEST(StringUtilities, ExpandsCommandLines) {
-    const std::vector<std::pair<const char*, Texts>> rows = {
-        {" \t\x01prog \"a b\" c\\ d a\tb\nc \xFF", {"prog", "a b", "c d", "a\tb\nc", "\xFF"}},
-        {"ab\"c d\"e \"a\\ b\" \"open end", {"abc d", "e", "a b", "open end"}},
-        {"a\\b \\\"c d\" \\", {"a\\b", "\\c d", "\\"}},
-        {"prog \"\" rest", {"prog"}},
-        {" \r\n ", {}}};
-    for (const auto& [line, expected] : rows) {
-        LCommandLineArgumentStringExpander expander(line);
-        Texts arguments;
-        while (expander.NextArgument())
-            arguments.emplace_back(expander.GetArgument().GetText());
-        EXPECT_EQ(arguments, expected) << line;
-        EXPECT_EQ(expander.GetArgumentCount(line), std::max<std::size_t>(expected.size(), 1) - 1) << line;
-    }
 }
 
 TEST(StringUtilities, ParsesToStops) {

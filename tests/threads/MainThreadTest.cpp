@@ -1,17 +1,15 @@
 #include "base/LDeadline.h"
+#include "support/Recorder.h"
 #include "threads/LProcessEventsHandler.h"
 #include "threads/LThreadNotifyInterface.h"
 
 #include <array>
 #include <gtest/gtest.h>
-#include <memory>
 #include <mutex>
 #include <random>
-#include <string>
 #include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
-#include <vector>
 
 namespace {
 
@@ -121,18 +119,6 @@ TEST_F(MainThreadTest, AClosedTargetRunsNothingAndAFunctionMayCloseAndDeleteItsO
     EXPECT_EQ(pTarget->Close(), 0);
 }
 
-// Writes down what it is told.
-struct Receiver : LProcessInterfaceVoid {
-    std::vector<std::string> lsTold;
-    void SetError(const char* szText) override { lsTold.emplace_back(szText); }
-    void SetStatus(const char* szText, int nLine) override {
-        lsTold.push_back(std::to_string(nLine) + szText);
-    }
-    void SetProgress(double dFraction) override { lsTold.push_back(std::to_string(dFraction)); }
-    void SetProgressIndeterminateOn() override { lsTold.emplace_back("on"); }
-    void SetProgressIndeterminateOff() override { lsTold.emplace_back("off"); }
-};
-
 struct Reporter : LThreadNotifyInterface {
     using LThreadNotifyInterface::LThreadNotifyInterface;
     ~Reporter() override { _StopAndWait(); }
@@ -140,7 +126,7 @@ struct Reporter : LThreadNotifyInterface {
         EXPECT_FALSE(LIsMainThread());
         for (const double dFraction : {0.999, 0.29, 0.57, 1.0, -0.5, 1.0 / 0.0})
             SetProgress(dFraction);
-        SetError(std::string(300, 'e').c_str());
+        SetErrorF("%lld%s", 5000000000LL, std::string(9000, 'e').c_str());
         for (int i = 1; i <= 10; ++i)
             SetStatusF(0, " line %d", i);
         SetStatus(std::string(300, 's').c_str(), 1);
@@ -151,11 +137,12 @@ struct Reporter : LThreadNotifyInterface {
 };
 
 TEST_F(MainThreadTest, ReportsOfAThreadArriveAtItsReceiver) {
-    Receiver receiver;
-    std::vector<std::string> lsExpected{"0.990000", "0.280000",  "0.560000",
-                                        "1.000000", "-0.500000", std::string(300, 'e')};
-    lsExpected.insert(lsExpected.end(), 10, "0 line 10");
-    lsExpected.insert(lsExpected.end(), {"1" + std::string(259, 's'), "on", "off"});
+    Recorder receiver;
+    std::string sExpected =
+        "|0.990000|0.280000|0.560000|1.000000|-0.500000|5000000000" + std::string(LProcessTextSize - 11, 'e');
+    for (int i = 0; i < 10; ++i)
+        sExpected += "|0 line 10";
+    sExpected += "|1" + std::string(259, 's') + "|on|off";
     Reporter reporter(&receiver), silent(&receiver, false);
     for (Reporter* pReporter : {&reporter, &silent}) {
         pReporter->Start(31);
@@ -163,7 +150,7 @@ TEST_F(MainThreadTest, ReportsOfAThreadArriveAtItsReceiver) {
         }
     }
     LProcessClearCurrentEvents();
-    EXPECT_EQ(receiver.lsTold, lsExpected);
+    EXPECT_EQ(receiver.sTold, sExpected);
     Reporter dropped(&receiver);
     dropped.Start(31);
 }

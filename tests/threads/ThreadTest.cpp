@@ -9,14 +9,9 @@
 #include "threads/LProcessRun.h"
 #include "threads/LThread.h"
 
-#include <cstdlib>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <string>
 #include <sys/resource.h>
-#include <thread>
-#include <unistd.h>
-#include <vector>
 
 namespace {
 
@@ -183,23 +178,6 @@ TEST_P(DescriptorsTest, NothingHangsAndWhatCannotWorkSaysSo) {
 }
 
 INSTANTIATE_TEST_SUITE_P(HighAndNone, DescriptorsTest, testing::Values(4096, 0));
-
-// What reaches the outermost interface.
-struct Recorder : LProcessInterfaceVoid {
-    std::string sLast;
-    void SetStatus(const char* szText, int nLine) override { sLast = std::to_string(nLine) + " " + szText; }
-    void SetProgress(double dFraction) override { sLast = std::to_string(dFraction); }
-};
-
-TEST(LProcessInterfaceTest, StepsMapProgressAndStatusThroughEveryLevel) {
-    Recorder whole;
-    LProcessInterfaceSubProcess half(whole, 0.5, 0.5);
-    LProcessInterfaceSubProcess quarter(half, 0.5, 0.5);
-    quarter.SetProgress(0.5);
-    EXPECT_EQ(whole.sLast, "0.875000");
-    quarter.SetStatusF(1, "%lld%s", 5000000000LL, std::string(9000, 'x').c_str());
-    EXPECT_EQ(whole.sLast, "3 5000000000" + std::string(LProcessTextSize - 11, 'x'));
-}
 
 TEST(LProcessRunTest, TellsHowACommandEndedInAStormToo) {
     const std::jthread storm = SignalStorm();

@@ -1,7 +1,6 @@
 #include "xpc/ChildProcess.h"
 
 #include <chrono>
-#include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
@@ -63,10 +62,6 @@ int ChildProcess::Wait(int milliseconds) {
     }
     reaped = true;
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
-
-void ChildProcess::Kill(int signal) const {
-    kill(pid, signal);
 }
 
 std::string HostPath(const char* name) {

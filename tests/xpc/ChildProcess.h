@@ -4,6 +4,7 @@
 // Thread-safety: none; the test's main thread.
 #pragma once
 
+#include <csignal>
 #include <port/UniqueFd.h>
 #include <sys/types.h>
 #include <vector>
@@ -35,7 +36,7 @@ public:
     std::string ReadAll(int milliseconds = 10000) { return Read('\0', milliseconds); }
     // The exit status, 128 + signal, or -1 when the program still runs after that time.
     int Wait(int milliseconds = 10000);
-    void Kill(int signal) const;
+    void Kill(int signal) const { kill(pid, signal); }
 
 private:
     std::string Read(char end, int milliseconds);

@@ -1,6 +1,6 @@
 // Both ends in one process: the contract of a connection.
 #include "bsd/SystemCalls.h"
-#include "xpc/ChildProcess.h"
+#include "support/MainQueue.h"
 #include "xpc/XPCDictionary.h"
 
 #include <atomic>
@@ -19,18 +19,6 @@ namespace {
 constexpr const char* kService = "test.service";
 
 using Lines = std::vector<std::string>;
-
-// True when the condition came true; the main queue is served meanwhile.
-bool serveUntil(const std::function<bool()>& condition, int milliseconds = 20000) {
-    const long end = NowMilliseconds() + milliseconds;
-    while (!condition() && NowMilliseconds() < end)
-        port_main_queue_drain(5);
-    return condition();
-}
-
-void serveFor(int milliseconds) {
-    serveUntil([] { return false; }, milliseconds);
-}
 
 auto makeMessage(const std::string& text) {
     auto message = port::XPCDictionary::create();
@@ -61,12 +49,12 @@ public:
     }
     // The lines once there are that many, or in the end.
     Lines wait(std::size_t count) const {
-        serveUntil([&] { return lines().size() >= count; });
+        WaitFor([&] { return lines().size() >= count; });
         return lines();
     }
     // True once the connection's last event has come.
     bool waitForEnd() const {
-        return serveUntil([&] { return !lines().empty() && lines().back() == "invalid"; });
+        return WaitFor([&] { return !lines().empty() && lines().back() == "invalid"; });
     }
 
 private:
@@ -137,7 +125,7 @@ public:
         xpc_release(listener_);
     }
     Peer& firstPeer() {
-        EXPECT_TRUE(serveUntil([&] { return !peers.empty(); }));
+        EXPECT_TRUE(WaitFor([&] { return !peers.empty(); }));
         return *peers.front();
     }
 
@@ -203,7 +191,7 @@ TEST_F(ConnectionTest, EachThreadsMessagesRepliesAndBarriersKeepTheirOrder) {
         EXPECT_EQ(log->wait(senders.size() * kEach).size(), senders.size() * kEach);
     for (auto& thread : threads)
         thread.join();
-    serveFor(20);
+    Serve(20);
     port::sys::setHook(nullptr);
     for (const Log* log : {&client.replies, &barriers, &service.firstPeer().log}) {
         for (const std::string& sender : senders) {
@@ -225,11 +213,11 @@ TEST_F(ConnectionTest, HoldsBackInOrderUntilItIsResumed) {
         for (std::size_t i = all - kEach; i < all; ++i)
             client.ask(std::to_string(i));
         xpc_connection_send_barrier(client.get(), [&] { barriers.add("handed over"); });
-        serveFor(30);
+        Serve(30);
         if (all == kEach) {
             EXPECT_TRUE(service.peers.empty() && barriers.lines().empty());
             client.resume();
-            serveFor(30);
+            Serve(30);
         }
         EXPECT_EQ(service.firstPeer().log.lines(), numbered(all - kEach));
         service.firstPeer().resume();
@@ -252,7 +240,7 @@ TEST_F(ConnectionTest, CancelGivesRepliesBarriersAndTheHandlerOneEnd) {
     };
     for (std::size_t i = 0; i < 99; ++i)
         sendBoth(std::string(60000, 'x'), i);
-    serveFor(20);
+    Serve(20);
     EXPECT_LT(barriers.lines().size(), 99U) << "nobody reads";
     xpc_connection_cancel(client.get());
     xpc_connection_cancel(client.get());
@@ -261,7 +249,7 @@ TEST_F(ConnectionTest, CancelGivesRepliesBarriersAndTheHandlerOneEnd) {
     EXPECT_EQ(barriers.wait(100), numbered(100));
     EXPECT_EQ(client.replies.wait(2), Lines(2, "invalid"));
     port_inject_error_event(client.get(), XPC_ERROR_CONNECTION_INTERRUPTED);
-    serveFor(30);
+    Serve(30);
     EXPECT_EQ(client.log.lines(), Lines{"invalid"});
     peer.resume();
     EXPECT_TRUE(peer.log.waitForEnd());
@@ -277,7 +265,7 @@ TEST_F(ConnectionTest, CancelFromTheOwnHandlerStopsEverythingBehindIt) {
         client.send(line);
     EXPECT_EQ(client.log.wait(1), Lines{"interrupted"});
     EXPECT_TRUE(peer.log.waitForEnd());
-    serveFor(20);
+    Serve(20);
     EXPECT_EQ(peer.log.lines(), (Lines{"0", "invalid"}));
     EXPECT_EQ(client.log.lines(), Lines{"interrupted"});
 }
@@ -293,7 +281,7 @@ TEST_F(ConnectionTest, AServiceThatGoesInterruptsOnceAndItsSuccessorIsReached) {
     service = std::make_unique<Service>();
     client.ask("second");
     EXPECT_EQ(client.replies.wait(2), (Lines{"interrupted", "second"}));
-    serveFor(20);
+    Serve(20);
     EXPECT_EQ(client.log.lines(), Lines{"interrupted"});
     service.reset();
     client.log.wait(2);

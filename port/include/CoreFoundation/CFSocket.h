@@ -44,7 +44,6 @@ CFOptionFlags CFSocketGetSocketFlags(CFSocketRef socket);
 void CFSocketSetSocketFlags(CFSocketRef socket, CFOptionFlags flags);
 
 void CFSocketEnableCallBacks(CFSocketRef socket, CFOptionFlags callBackTypes);
-void CFSocketDisableCallBacks(CFSocketRef socket, CFOptionFlags callBackTypes);
 
 // No call-back starts afterwards. Releasing the last reference invalidates as well.
 void CFSocketInvalidate(CFSocketRef socket);

@@ -1,0 +1,52 @@
+// The command line of loginhelperctl, without a helper.
+#include <gtest/gtest.h>
+
+#include "app/Login.h"
+
+namespace {
+
+TEST(Ctl, CommandLines) {
+    const PrivatePlace place;
+    ChildProcess mute({HostPath("../xpc/xpc_host"), "Mute"});
+    ASSERT_EQ(mute.ReadLine(), "ready");
+    // The words, the status, and a part of the output.
+    const std::tuple<const char*, int, const char*> rows[] = {
+        {"--help", 0, "Usage: loginhelperctl [OPTION]... COMMAND\n"},
+        {"--version", 0, "loginhelperctl (LFoundation) "},
+        {"", 64, "missing command\nTry 'loginhelperctl --help'"},
+        {"dance", 64, "unknown command 'dance'\n"},
+        {"enable", 64, "needs the path"},
+        {"query too", 64, "extra operand 'too'\n"},
+        {"--nonsense query", 64, "--nonsense"},
+        {"--timeout 0 query", 64, "invalid time-out '0'"},
+        {"--timeout 600001 query", 64, "invalid time-out"},
+        {"--timeout 5s query", 64, "invalid time-out '5s'"},
+        {"--timeout '' query", 64, "invalid time-out ''"},
+        {"enable /no/such/place", 66, "/no/such/place: No such file or directory\n"},
+        {"query", 69, "loginhelperctl: nobody serves Q4KX2M9T7W.com.brelvanic.loginhelper.zubeqfree214\n"},
+        {"test --json --service Nobody", 69,
+         "{\"command\":\"test\",\"status\":69,\"message\":\"nobody serves Nobody\"}\n"},
+        {"identify --service Mute --timeout 100 --bundle /x.app", 75,
+         "no reply within 100 ms: the helper does"},
+        {"quit --service Mute --timeout=100", 75, "has not ended within 100 ms"},
+        {"query --json >/dev/full", 74, ""},
+    };
+    for (const auto& [words, status, part] : rows) {
+        const auto [ended, text] = Login::Ctl(words);
+        EXPECT_EQ(ended, status) << words;
+        EXPECT_NE(text.find(part), std::string::npos) << words << ": " << text;
+    }
+}
+
+TEST(Ctl, JSONHoldsWhateverAPathHolds) {
+    const PrivatePlace place;
+    if (Login::Ctl("--help; python3 --version").first != 0)
+        GTEST_SKIP() << "python3 is missing";
+    const auto [status, text] = Login::Ctl(
+        R"sh(--json enable "$(printf '/"\\\n\001\177\303\251\360\237\230\200|\377\303|\355\240\200|\300\200')" |)sh"
+        R"sh( python3 -c 'import json,sys; print(ascii(json.load(sys.stdin)["message"]))')sh");
+    EXPECT_EQ(text, R"('/"\\\n\x01\x7f\xe9\U0001f600|\ufffd\ufffd|\ufffd\ufffd\ufffd|\ufffd\ufffd: )"
+                    "No such file or directory'\n");
+}
+
+} // namespace
