@@ -186,6 +186,7 @@ TEST(Loop, CallsASocketBackWhileItIsReadableAndLetsItEndThere) {
          {kCFRunLoopRunHandledSource, kCFRunLoopRunHandledSource, kCFRunLoopRunTimedOut})
         EXPECT_EQ(CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.1, 1), expected) << calls;
     EXPECT_EQ(fcntl(ends[0], F_GETFD), -1);
+    CFRunLoopRemoveSource(CFRunLoopGetMain(), source, kCFRunLoopDefaultMode);
     CFRelease(source);
     CFRelease(socket);
     close(ends[1]);
