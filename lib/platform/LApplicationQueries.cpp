@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
-#include <iterator>
 #include <memory>
 #include <new>
 #include <optional>
@@ -51,12 +50,16 @@ ProcessTable ReadProcessTable(std::size_t& dwCount) {
     }
 }
 
+bool IsFolder(const FSRef& reference) {
+    FSCatalogInfo info{};
+    return FSGetCatalogInfo(&reference, kFSCatInfoNodeFlags, &info, nullptr, nullptr, nullptr) == noErr &&
+           (info.nodeFlags & kFSNodeIsDirectoryMask) != 0;
+}
+
 bool IsFolder(const char* szPath) {
     FSRef reference;
-    FSCatalogInfo info{};
     return FSPathMakeRef(reinterpret_cast<const UInt8*>(szPath), &reference, nullptr) == noErr &&
-           FSGetCatalogInfo(&reference, kFSCatInfoNodeFlags, &info, nullptr, nullptr, nullptr) == noErr &&
-           (info.nodeFlags & kFSNodeIsDirectoryMask) != 0;
+           IsFolder(reference);
 }
 
 bool SelectInFinder(const char* szPath) {
@@ -112,10 +115,8 @@ bool LGetPSNFromSignature(unsigned long dwSignature, unsigned long dwType, Proce
 bool LIsApplicationBundled() {
     ProcessSerialNumber psn{};
     FSRef location;
-    FSCatalogInfo info{};
     return GetCurrentProcess(&psn) == noErr && GetProcessBundleLocation(&psn, &location) == noErr &&
-           FSGetCatalogInfo(&location, kFSCatInfoNodeFlags, &info, nullptr, nullptr, nullptr) == noErr &&
-           (info.nodeFlags & kFSNodeIsDirectoryMask) != 0;
+           IsFolder(location);
 }
 
 void LGetInstalledApplicationResourcesFolder(char* szOut, unsigned long dwSize) {

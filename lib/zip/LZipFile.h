@@ -72,7 +72,6 @@ public:
     // The same for one entry of an archive; for all when szEntry is empty.
     bool Extract(const char* szArchive, const char* szDestFolder, const char* szEntry);
 
-    const char* GetArchive() const { return szArchivePath; }
     const char* GetBaseFolder() const { return szBaseFolder; }
     // True when a file or folder is to be added or removed.
     bool HasWork() const;

@@ -71,11 +71,6 @@ void __CFSocket::invalidate() {
         port::UniqueFd(native_).reset();
 }
 
-bool __CFSocket::isValid() const {
-    const std::lock_guard lock(mutex_);
-    return static_cast<bool>(watched_);
-}
-
 CFSocketRef CFSocketCreateWithNative(CFAllocatorRef /*allocator*/, CFSocketNativeHandle native,
                                      CFOptionFlags callBackTypes, CFSocketCallBack callBack,
                                      const CFSocketContext* context) {
@@ -106,10 +101,6 @@ void CFSocketEnableCallBacks(CFSocketRef socket, CFOptionFlags callBackTypes) {
 
 void CFSocketInvalidate(CFSocketRef socket) {
     socket->invalidate();
-}
-
-Boolean CFSocketIsValid(CFSocketRef socket) {
-    return socket->isValid() ? 1 : 0;
 }
 
 CFRunLoopSourceRef CFSocketCreateRunLoopSource(CFAllocatorRef /*allocator*/, CFSocketRef socket,

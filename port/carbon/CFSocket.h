@@ -25,7 +25,6 @@ struct __CFSocket final : port::CFObject {
     // Tells that a run-loop source of this socket was put in or taken out.
     void schedule(bool in);
     void invalidate();
-    bool isValid() const;
 
 private:
     // The main loop's view of a socket. It is in the main loop's table only while a run-loop source holds

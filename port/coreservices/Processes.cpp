@@ -37,6 +37,7 @@ std::vector<UInt32> ownProcesses() {
     for (const kinfo_proc& process : processTable())
         if (process.kp_eproc.e_ucred.cr_uid == ::geteuid())
             processes.push_back(static_cast<UInt32>(process.kp_proc.p_pid));
+    std::sort(processes.begin(), processes.end());
     return processes;
 }
 

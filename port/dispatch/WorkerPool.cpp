@@ -169,20 +169,11 @@ bool WorkerPool::lead(Lock& lock) {
     std::array<epoll_event, kEventsPerWait> events;
     const bool naps = std::exchange(soonCame_, false) && naps_.isWorthATry();
     const std::size_t count = wait(events, naps, lock);
+    // A nap in which little gathers only delays it; one that an event ends early says nothing.
     if (naps && (count == 0 || napCatch_ >= kWorthANap))
         naps_.note(napCatch_ == 0 || napCatch_ >= kWorthANap);
-    if (count == 0 && !line_.isEmpty())
-        requestMonitor();
-    if (count == 0) {
-        expireDeadlines(lock);
-        if (naps || !line_.isEmpty() || !deadlines_.empty())
-            return true;
-        leaderStays_ = isNeeded();
-        if (leaderStays_ || workers_ > 1)
-            return true;
-        leave();
-        return false;
-    }
+    if (count == 0)
+        return staysAfterQuiet(naps, lock);
     leaderStays_ = false;
     requestMonitor();
     lock.unlock();
@@ -190,6 +181,20 @@ bool WorkerPool::lead(Lock& lock) {
     lock.lock();
     expireDeadlines(lock);
     return true;
+}
+
+// The wait brought no event. False as above.
+bool WorkerPool::staysAfterQuiet(bool napped, Lock& lock) {
+    if (!line_.isEmpty())
+        requestMonitor();
+    expireDeadlines(lock);
+    if (napped || !line_.isEmpty() || !deadlines_.empty())
+        return true;
+    leaderStays_ = isNeeded();
+    if (leaderStays_ || workers_ > 1)
+        return true;
+    leave();
+    return false;
 }
 
 // How many events came.

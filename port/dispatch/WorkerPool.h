@@ -98,6 +98,7 @@ private:
     void runOne(Worker& self, Runnable& runnable, Lock& lock);
     void takeLead(Worker& self);
     bool lead(Lock& lock);
+    bool staysAfterQuiet(bool napped, Lock& lock);
     bool rest(Worker& self, Lock& lock);
     void monitor(Worker& self, Lock& lock);
     bool mayTakeWork() const;

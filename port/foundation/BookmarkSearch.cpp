@@ -64,11 +64,10 @@ public:
 
 private:
     std::string look(const std::string& path) {
-        const int descriptor = sys::open(path.c_str(), O_RDONLY | O_DIRECTORY);
-        const std::unique_ptr<DIR, int (*)(DIR*)> folder(descriptor < 0 ? nullptr : ::fdopendir(descriptor),
-                                                         ::closedir);
+        const std::unique_ptr<DIR, int (*)(DIR*)> folder(::opendir(path.c_str()), ::closedir);
+        const int descriptor = folder != nullptr ? ::dirfd(folder.get()) : -1;
         struct stat status;
-        if (folder == nullptr || ::fstat(descriptor, &status) != 0 || status.st_dev != device_)
+        if (::fstat(descriptor, &status) != 0 || status.st_dev != device_)
             return "";
         for (; left_ != 0; --left_) {
             const dirent* const entry = ::readdir(folder.get());

@@ -47,7 +47,6 @@ void CFSocketEnableCallBacks(CFSocketRef socket, CFOptionFlags callBackTypes);
 
 // No call-back starts afterwards. Releasing the last reference invalidates as well.
 void CFSocketInvalidate(CFSocketRef socket);
-Boolean CFSocketIsValid(CFSocketRef socket);
 
 // The source that puts the socket into the run loop; it retains the socket. The order is ignored. The caller
 // releases it.
