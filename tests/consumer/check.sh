@@ -11,7 +11,7 @@ trap 'rm -rf "$work"' EXIT INT TERM
 cmake --install "$build" --prefix "$work/prefix" >"$work/install.log"
 [ -z "$(find "$work/prefix" -name '*.cpp')" ]
 
-cmake -S "$source" -B "$work/cmake" -DCMAKE_PREFIX_PATH="$work/prefix" ${CXXFLAGS:+-DCMAKE_CXX_FLAGS="$CXXFLAGS"} >"$work/configure.log"
+cmake -S "$source" -B "$work/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$work/prefix" ${CXXFLAGS:+-DCMAKE_CXX_FLAGS="$CXXFLAGS"} >"$work/configure.log"
 cmake --build "$work/cmake" >"$work/build.log" || { cat "$work/build.log"; exit 1; }
 "$work/cmake/consumer"
 
