@@ -16,7 +16,9 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
 else()
   target_compile_options(house INTERFACE -Wsuggest-override -Wno-unused-command-line-argument)
 endif()
-if(PROJECT_IS_TOP_LEVEL)
+# For those who develop; who builds a package meets a compiler that we have not seen, and is only told.
+option(LFOUNDATION_WERROR "Warnings are errors" OFF)
+if(LFOUNDATION_WERROR)
   target_compile_options(house INTERFACE -Werror)
 endif()
 
