@@ -1,5 +1,5 @@
 # Every header of lib/ and of the platform compiles alone: a source file that includes nothing else is made for
-# each, and the target headers_alone compiles them all. Nothing builds it but scripts/check and
+# each, and the target lfoundation_headers_alone compiles them all. Nothing builds it but scripts/check and
 # `ctest -C headers -L headers`.
 file(GLOB_RECURSE headers CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR}
   ${PROJECT_SOURCE_DIR}/lib/*.h ${PROJECT_SOURCE_DIR}/port/include/*.h)
@@ -12,13 +12,13 @@ foreach(header IN LISTS headers)
   list(APPEND sources ${source})
 endforeach()
 
-add_library(headers_alone OBJECT EXCLUDE_FROM_ALL ${sources})
-target_link_libraries(headers_alone PRIVATE house)
-target_include_directories(headers_alone PRIVATE
+add_library(lfoundation_headers_alone OBJECT EXCLUDE_FROM_ALL ${sources})
+target_link_libraries(lfoundation_headers_alone PRIVATE lfoundation_house)
+target_include_directories(lfoundation_headers_alone PRIVATE
   ${PROJECT_SOURCE_DIR}/lib ${PROJECT_SOURCE_DIR}/port/include)
 
 if(LFOUNDATION_TESTS)
   add_test(NAME headers.alone CONFIGURATIONS headers
-    COMMAND ${CMAKE_COMMAND} --build ${PROJECT_BINARY_DIR} --target headers_alone)
+    COMMAND ${CMAKE_COMMAND} --build ${PROJECT_BINARY_DIR} --target lfoundation_headers_alone)
   set_tests_properties(headers.alone PROPERTIES LABELS headers TIMEOUT 600)
 endif()

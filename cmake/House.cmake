@@ -1,4 +1,5 @@
-# How every target of the house is compiled, and the functions that add a folder, a test or a fuzz target.
+# How every target of the house is compiled, and the functions that add a folder, a program, a test or a fuzz
+# target. What a project that adds this one would see, functions and targets, begins with `lfoundation_`.
 
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
@@ -7,19 +8,19 @@ set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 
-add_library(house INTERFACE)
-target_compile_options(house INTERFACE
+add_library(lfoundation_house INTERFACE)
+target_compile_options(lfoundation_house INTERFACE
   -Wall -Wextra -Wshadow -Wconversion -Wundef -Wformat=2 -Wcast-qual -Wmissing-declarations
   -Wnon-virtual-dtor)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-  target_compile_options(house INTERFACE -Wsuggest-override)
+  target_compile_options(lfoundation_house INTERFACE -Wsuggest-override)
 else()
-  target_compile_options(house INTERFACE -Wsuggest-override -Wno-unused-command-line-argument)
+  target_compile_options(lfoundation_house INTERFACE -Wsuggest-override -Wno-unused-command-line-argument)
 endif()
 # For those who develop; who builds a package meets a compiler that we have not seen, and is only told.
 option(LFOUNDATION_WERROR "Warnings are errors" OFF)
 if(LFOUNDATION_WERROR)
-  target_compile_options(house INTERFACE -Werror)
+  target_compile_options(lfoundation_house INTERFACE -Werror)
 endif()
 
 if(LFOUNDATION_SANITIZE)
@@ -41,20 +42,22 @@ endif()
 include(CheckPIESupported)
 check_pie_supported(LANGUAGES CXX)
 
-# house_folder(NAME SOURCES ... [NEEDS ...] [COMPACT]): the objects of one folder. NEEDS names the folders
-# whose headers and objects it builds on; a folder sees no other. COMPACT: seldom run, small before fast.
-function(house_folder name)
+# lfoundation_folder(NAME SOURCES ... [NEEDS ...] [COMPACT]): the objects of one folder, the target
+# lfoundation_NAME. NEEDS names the folders whose headers and objects it builds on; a folder sees no other.
+# COMPACT: seldom run, small before fast.
+function(lfoundation_folder name)
   cmake_parse_arguments(arg "COMPACT" "" "SOURCES;NEEDS" ${ARGN})
-  add_library(${name} OBJECT ${arg_SOURCES})
-  target_link_libraries(${name} PRIVATE house PUBLIC Threads::Threads ${arg_NEEDS})
+  list(TRANSFORM arg_NEEDS PREPEND lfoundation_)
+  add_library(lfoundation_${name} OBJECT ${arg_SOURCES})
+  target_link_libraries(lfoundation_${name} PRIVATE lfoundation_house PUBLIC Threads::Threads ${arg_NEEDS})
   if(arg_COMPACT AND NOT LFOUNDATION_SANITIZE AND NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
-    target_compile_options(${name} PRIVATE -Os)
+    target_compile_options(lfoundation_${name} PRIVATE -Os)
   endif()
 endfunction()
 
-# house_property_list(SOURCE FILE): a bundle's property list, with the variables in SOURCE set; in the binary
+# lfoundation_property_list(SOURCE FILE): a bundle's property list, with the variables in SOURCE set; in the binary
 # form where Python is there to make it, so that nobody who reads it has to bring an XML reader to memory.
-function(house_property_list source file)
+function(lfoundation_property_list source file)
   cmake_path(GET source FILENAME name)
   set(text ${CMAKE_CURRENT_BINARY_DIR}/${name}.xml)
   configure_file(${source} ${text} @ONLY)
@@ -69,33 +72,39 @@ function(house_property_list source file)
 plistlib.dump(plistlib.load(texts), file, fmt=plistlib.FMT_BINARY)" ${text} ${file})
 endfunction()
 
-# house_test(NAME SOURCES ... LIBS ... [TIMEOUT s] [LABELS ...]): a GoogleTest program under ctest,
+# lfoundation_program(NAME SOURCES ... [LIBS ...]): the program NAME, made by the target lfoundation_NAME.
+function(lfoundation_program name)
+  cmake_parse_arguments(arg "" "" "SOURCES;LIBS" ${ARGN})
+  add_executable(lfoundation_${name} ${arg_SOURCES})
+  target_link_libraries(lfoundation_${name} PRIVATE lfoundation_house ${arg_LIBS})
+  set_target_properties(lfoundation_${name} PROPERTIES OUTPUT_NAME ${name})
+endfunction()
+
+# lfoundation_test(NAME SOURCES ... LIBS ... [TIMEOUT s] [LABELS ...]): a GoogleTest program under ctest,
 # one ctest entry a test case.
-function(house_test name)
+function(lfoundation_test name)
   cmake_parse_arguments(arg "" "TIMEOUT" "SOURCES;LIBS;LABELS;ENVIRONMENT" ${ARGN})
   if(NOT arg_TIMEOUT)
     set(arg_TIMEOUT 60)
   endif()
-  add_executable(${name} ${arg_SOURCES})
-  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/port ${PROJECT_SOURCE_DIR}/tests)
-  target_link_libraries(${name} PRIVATE house ${arg_LIBS} GTest::gtest GTest::gtest_main)
-  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60
+  lfoundation_program(${name} SOURCES ${arg_SOURCES} LIBS ${arg_LIBS} GTest::gtest GTest::gtest_main)
+  target_include_directories(lfoundation_${name} PRIVATE ${PROJECT_SOURCE_DIR}/port ${PROJECT_SOURCE_DIR}/tests)
+  gtest_discover_tests(lfoundation_${name} DISCOVERY_TIMEOUT 60
     PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}")
 endfunction()
 
-# house_fuzz(NAME SOURCE file LIBS ...): a libFuzzer program when the fuzz targets are built, else a
+# lfoundation_fuzz(NAME SOURCE file LIBS ...): a libFuzzer program when the fuzz targets are built, else a
 # ctest entry that replays the corpus fuzz/corpus/NAME through the same entry point.
-function(house_fuzz name)
+function(lfoundation_fuzz name)
   cmake_parse_arguments(arg "" "SOURCE" "LIBS" ${ARGN})
-  add_executable(fuzz_${name} ${arg_SOURCE})
-  target_include_directories(fuzz_${name} PRIVATE ${PROJECT_SOURCE_DIR}/port)
-  target_link_libraries(fuzz_${name} PRIVATE house ${arg_LIBS})
+  lfoundation_program(fuzz_${name} SOURCES ${arg_SOURCE} LIBS ${arg_LIBS})
+  target_include_directories(lfoundation_fuzz_${name} PRIVATE ${PROJECT_SOURCE_DIR}/port)
   if(LFOUNDATION_FUZZ)
-    target_link_options(fuzz_${name} PRIVATE -fsanitize=fuzzer)
+    target_link_options(lfoundation_fuzz_${name} PRIVATE -fsanitize=fuzzer)
   else()
-    target_sources(fuzz_${name} PRIVATE ${PROJECT_SOURCE_DIR}/fuzz/ReplayMain.cpp)
+    target_sources(lfoundation_fuzz_${name} PRIVATE ${PROJECT_SOURCE_DIR}/fuzz/ReplayMain.cpp)
     add_test(NAME fuzz.replay.${name}
-             COMMAND fuzz_${name} ${PROJECT_SOURCE_DIR}/fuzz/corpus/${name})
+             COMMAND lfoundation_fuzz_${name} ${PROJECT_SOURCE_DIR}/fuzz/corpus/${name})
     set_tests_properties(fuzz.replay.${name} PROPERTIES TIMEOUT 120)
   endif()
 endfunction()

@@ -2,7 +2,7 @@
 # command-line tool with their manual page, completions and units.
 include(CMakePackageConfigHelpers)
 
-install(TARGETS lfoundation port EXPORT LFoundationTargets
+install(TARGETS lfoundation lfoundation_port EXPORT LFoundationTargets
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 set(INTERNAL_HEADERS "(Kernels|Units|DateFields|LineEnd|ZipCommand|PathText|FolderStack|TreeWalk|EventGate|Handles)\\.h$")
 install(DIRECTORY lib/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/lfoundation
