@@ -2,23 +2,17 @@
 
 #include <atomic>
 #include <cstdlib>
-#include <cstring>
 #include <mutex>
 #include <pthread.h>
 #include <unistd.h>
 
 #include "HelperReport.h"
 #include "LLoginHelperNotify.h"
+#include "LoginDecision.h"
 #include "LoginHelperContract.h"
-#include "base/LLimits.h"
 #include "base/LPtr.h"
 #include "base/LSystemVersion.h"
-#include "platform/LCFBundle.h"
-#include "platform/LCFString.h"
-#include "platform/LCFURL.h"
-#include "strings/LStringFormat.h"
 #include "xpc/LXPCServer.h"
-#include <port/bsd.h>
 
 namespace {
 
@@ -73,37 +67,6 @@ void ForgetSetting(NSUserDefaults* pDefaults) {
         HelperReport("the settings could not be saved");
 }
 
-// The bundle at a folder's path; none when there is no folder, or the path is longer than a path may be.
-CFBundleRef CreateBundle(const char* szPath) {
-    char szBundlePath[LPathBufferSize];
-    if (strlcpy(szBundlePath, szPath, sizeof szBundlePath) >= sizeof szBundlePath)
-        return nullptr;
-    const LCFString lsPath(szBundlePath);
-    const LCFURL url(
-        CFURLCreateWithFileSystemPath(kCFAllocatorDefault, lsPath.Get(), kCFURLPOSIXPathStyle, true));
-    return url ? CFBundleCreate(kCFAllocatorDefault, url.Get()) : nullptr;
-}
-
-bool HasExpectedVersion(const LCFBundle& bundle) {
-    int nMajor = 0;
-    int nMinor = 0;
-    bundle.GetVersionNumber(nMajor, nMinor);
-    char szVersion[LPathBufferSize];
-    tplsnprintf(szVersion, sizeof szVersion, "%d.%d", nMajor, nMinor);
-    if (strcmp(szVersion, LMainAppVersion) == 0)
-        return true;
-    HelperReport("not launched: version %s is not %s", szVersion, LMainAppVersion);
-    return false;
-}
-
-void ReportMissing(const NSString* pPath) {
-    if (pPath == nullptr)
-        HelperReport("not launched: launch at login is off");
-    else
-        HelperReport("not launched: nothing is at %s any more, the setting is forgotten",
-                     pPath->UTF8String());
-}
-
 } // namespace
 
 LXPCMachServer* LLoginHelper::getXPCServer() const {
@@ -131,47 +94,32 @@ void LLoginHelper::startXPCServer() {
 }
 
 BOOL LLoginHelper::isMainAppRunning() const {
-    for (const auto& pApplication :
-         NSRunningApplication::runningApplicationsWithBundleIdentifier(LMainAppIdentifier))
-        if (pApplication->localizedName().isEqualToString(LMainAppDisplayName))
-            return YES;
-    return NO;
+    return IsMainApplicationRunning();
 }
 
-void LLoginHelper::launchMainApp() {
-    NSUserDefaults* pDefaults = NSUserDefaults::standardUserDefaults();
-    const NSRef<NSString> pPath = pDefaults->stringForKey(LSettingMainAppPath);
-    if (!pPath || !NSFileManager::defaultManager()->fileExistsAtPath(pPath->UTF8String())) {
-        ReportMissing(pPath.get());
-        ForgetSetting(pDefaults);
+void LLoginHelper::launchMainApp(const LLoginFacts& facts, const LLoginVerdict& verdict) {
+    if (verdict.eAction == LLoginAction::Launch) {
+        HelperReport("launching %s", facts.sPath.c_str());
+        NSWorkspace::sharedWorkspace()->launchApplication(facts.sPath.c_str());
         return;
     }
-    const char* szPath = pPath->UTF8String();
-    const LCFBundle bundle(CreateBundle(szPath));
-    if (!bundle) {
-        HelperReport("not launched: %s is no bundle", szPath);
-        return;
-    }
-    if (!HasExpectedVersion(bundle))
-        return;
-    if (!pDefaults->boolForKey(LSettingLaunchAtLogin)) {
-        HelperReport("not launched: launch at login is off");
-        return;
-    }
-    HelperReport("launching %s", szPath);
-    NSWorkspace::sharedWorkspace()->launchApplication(szPath);
+    HelperReport("not launched: %s", verdict.sWhy.c_str());
+    if (verdict.eAction == LLoginAction::Forget)
+        ForgetSetting(NSUserDefaults::standardUserDefaults());
 }
 
 void LLoginHelper::applicationDidFinishLaunching(const NSNotification&) {
-    if (!IsOSMacLionOrLater()) {
-        HelperReport("not launched: the system is older than 10.7");
+    const LLoginFacts facts = CollectLoginFacts(*NSUserDefaults::standardUserDefaults(), isMainAppRunning());
+    const LLoginVerdict verdict = DecideLogin(facts);
+    if (verdict.eAction == LLoginAction::Quit) {
+        HelperReport("not launched: %s", verdict.sWhy.c_str());
         shutdownHelper();
     }
     pXpcNotifyee.Reset(new LLoginHelperNotify(this));
-    if (isMainAppRunning())
+    if (verdict.eAction == LLoginAction::Serve)
         startXPCServer();
     else
-        launchMainApp();
+        launchMainApp(facts, verdict);
 }
 
 void LLoginHelper::applicationWillTerminate(const NSNotification&) {

@@ -8,6 +8,8 @@
 #include <AppKit/AppKit.h>
 
 class LXPCMachServer;
+struct LLoginFacts;
+struct LLoginVerdict;
 
 class LLoginHelper final : public NSObject, public NSApplicationDelegate {
 public:
@@ -25,9 +27,9 @@ public:
     // Whether an application with the main application's bundle identifier and display name runs.
     BOOL isMainAppRunning() const;
 
-    // Launches the main application when the setting says so, its bundle is still where it was and its
-    // version is the expected one; forgets the setting when the bundle is gone. Says what it did and why.
-    void launchMainApp();
+    // Launches the main application, or forgets the setting, when the verdict on these facts says so. Tells
+    // what it did and why.
+    void launchMainApp(const LLoginFacts& facts, const LLoginVerdict& verdict);
 
     void applicationDidFinishLaunching(const NSNotification& notification) override;
     void applicationWillTerminate(const NSNotification& notification) override;

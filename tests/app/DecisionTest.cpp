@@ -41,7 +41,7 @@ TEST(LoginDecision, ByVersionSettingAndSystem) {
         {"V 2.14.3", "<string>YES</string>", "10.7", ""},
         {"Vers 02.014", "<integer>1</integer>", "11.0", ""},
         {"2.140", kOn, nullptr, "version 2.140 is not 2.14"},
-        {nullptr, kOn, nullptr, "version 0.0 is not 2.14"},
+        {nullptr, kOn, nullptr, "the bundle tells no version"},
         {"2.14", "", nullptr, "launch at login is off"},
         {"2.14", kOn, "10.6", "the system is older than 10.7"},
         {"2.14", kOn, "fail", "the system is older than 10.7"},
@@ -56,8 +56,7 @@ TEST(LoginDecision, ByVersionSettingAndSystem) {
         const bool ends = system != nullptr && !launched;
         SCOPED_TRACE((launched ? "launched" : reason) + " / " + setting);
         ExpectForetold(launched ? "launches the application\nwhy: launch at login is on and version 2.14 is"
-                                : (ends ? "ends at once\nwhy: " : "launches nothing\nwhy: ") +
-                                      (version == nullptr ? "the bundle tells no version" : reason));
+                                : (ends ? "ends at once\nwhy: " : "launches nothing\nwhy: ") + reason);
         EXPECT_EQ(Decision(ends),
                   "loginhelper: " + (launched ? Launching(bundle) : "not launched: " + reason));
         EXPECT_EQ(Login::RunningApplications().size(), launched ? 1U : 0U); // it outlives the helper
@@ -73,27 +72,32 @@ TEST(LoginDecision, ByWhatIsAtTheStoredPath) {
     const std::string gone = login.Path() + "/gone/Zubeq Free.app";
     const std::string file = login.Path() + "/file.app";
     std::ofstream(file) << "no folder";
+    const std::string unreachable = login.Path() + "/loop/Zubeq Free.app";
+    fs::create_symlink("loop", login.Path() + "/loop");
     const std::string folder = login.Path() + "/" + std::string(200, 'd');
     const std::string fits = folder + "/" + std::string(259 - folder.size() - 5, 'b') + ".app";
     const std::string tooLong = fits + "x"; // cut at 259 bytes it would name the bundle beside it
     fs::create_directory(folder);
     fs::rename(login.MakeBundle("2.14"), fits);
     fs::copy(fits, tooLong, fs::copy_options::recursive);
-    const std::string forgets = "launches nothing and forgets the settings\nwhy: ";
+    const std::string nothing = "launches nothing";
+    const std::string forgets = nothing + " and forgets the settings";
+    // What is stored, what becomes of it, why (none: launched), and what is stored afterwards.
     const std::tuple<std::string, std::string, std::string, std::string> rows[] = {
-        {gone, forgets + "nothing exists at the stored path",
-         "not launched: nothing is at " + gone + " any more, the setting is forgotten", "off (none)"},
-        {"", forgets + "no path is stored", "not launched: launch at login is off", "off (none)"},
-        {file, "launches nothing\nwhy: the stored path is no bundle",
-         "not launched: " + file + " is no bundle", "on " + file},
-        {tooLong, "launches nothing\nwhy: the stored path is no bundle",
-         "not launched: " + tooLong + " is no bundle", "on " + tooLong},
-        {fits, "launches the application", Launching(fits), "on " + fits},
+        {gone, forgets, "nothing is at " + gone + " any more, the setting is forgotten", "off (none)"},
+        {file + "/x.app", forgets, "nothing is at " + file + "/x.app any more, the setting is forgotten",
+         "off (none)"},
+        {"", forgets, "no path is stored", "off (none)"},
+        {unreachable, nothing, unreachable + " cannot be looked at: Too many levels of symbolic links",
+         "on " + unreachable},
+        {file, nothing, file + " is no bundle", "on " + file},
+        {tooLong, nothing, tooLong + " is no bundle", "on " + tooLong},
+        {fits, "launches the application", "", "on " + fits},
     };
-    for (const auto& [path, foretold, decision, stored] : rows) {
+    for (const auto& [path, foretold, why, stored] : rows) {
         login.Store(kOn, path);
-        ExpectForetold(foretold);
-        EXPECT_EQ(Decision(), "loginhelper: " + decision);
+        ExpectForetold(foretold + "\nwhy: " + why);
+        EXPECT_EQ(Decision(), "loginhelper: " + (why.empty() ? Launching(path) : "not launched: " + why));
         EXPECT_EQ(Login::Stored(), stored);
     }
 }

@@ -1,0 +1,45 @@
+// The decision at login, in one place for the helper that acts on it and for the doctor that foretells it: the
+// facts that it rests on, and what follows from them.
+//
+// Thread-safety: `DecideLogin` any thread; the collectors belong to the main thread.
+#pragma once
+
+#include <string>
+
+class NSUserDefaults;
+
+struct LLoginFacts {
+    bool bSystemIsRecent = false;
+    bool bMainAppRuns = false;
+
+    // What is stored, and what is at the stored path. Not looked at while the main application runs.
+    bool bSetting = false;
+    std::string sPath;    // empty: none is stored
+    int nPathError = 0;   // errno's value of looking at the path; 0: something is there
+    bool bBundle = false; // a folder is there, whose path is not longer than a path may be
+    std::string sVersion; // "major.minor"; empty: the bundle tells none
+};
+
+enum class LLoginAction {
+    Quit,    // end at once
+    Serve,   // serve the main application that runs
+    Launch,  // launch the main application
+    Forget,  // launch nothing, and remove what is stored
+    Nothing, // launch nothing
+};
+
+struct LLoginVerdict {
+    LLoginAction eAction;
+    std::string sWhy; // for people: one line without its end
+};
+
+// Whether an application with the main application's bundle identifier and display name runs. Reads the
+// process table.
+bool IsMainApplicationRunning();
+
+// The facts at this moment. While the main application runs nothing else is looked at, for nothing else is
+// asked; `bMainAppRuns` is what the caller knows or assumes of that. Blocks on the disk.
+LLoginFacts CollectLoginFacts(const NSUserDefaults& settings, bool bMainAppRuns);
+
+// What a helper does that meets these facts when it starts.
+LLoginVerdict DecideLogin(const LLoginFacts& facts);
