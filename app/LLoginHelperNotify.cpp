@@ -7,6 +7,7 @@
 #include "LoginHelperContract.h"
 #include "base/LLimits.h"
 #include "files/LFile.h"
+#include "platform/LCFString.h"
 #include "xpc/LXPCServer.h"
 
 // What a message asks for. Texts that are absent, or were sent as another type, are null.
@@ -90,11 +91,13 @@ void LLoginHelperNotify::EvInvalidConnectionAttempt() {
 void LLoginHelperNotify::_SetLaunchAtLogin(long connection, long message, const Request& request) {
     NSUserDefaults* pDefaults = NSUserDefaults::standardUserDefaults();
     if (request.bLaunchOn) {
-        // A path that is missing, endless or no UTF-8 is answered like any other mismatch: not at all.
+        // A path that is missing, endless, no UTF-8 or holds what no settings file can is answered like any other
+        // mismatch: not at all.
         if (request.szBundlePath == nullptr || strlen(request.szBundlePath) >= dwStoredPathLimit)
             return;
         const NSRef<NSString> pPath = NSString::stringWithUTF8String(request.szBundlePath);
-        if (!pPath)
+        if (!pPath ||
+            !CFPropertyListIsValid(LCFString(pPath->UTF8String()).Get(), kCFPropertyListXMLFormat_v1_0))
             return;
         pDefaults->setBool(YES, LSettingLaunchAtLogin);
         pDefaults->setObject(*pPath, LSettingMainAppPath);

@@ -91,3 +91,9 @@ CFDataRef CFPropertyListCreateData(CFAllocatorRef, CFPropertyListRef list, CFPro
         return port::fail(error, kCFPropertyListWriteStreamError, reason);
     return new __CFData(std::vector<std::uint8_t>(xml.begin(), xml.end()));
 }
+
+Boolean CFPropertyListIsValid(CFPropertyListRef list, CFPropertyListFormat format) {
+    std::string xml;
+    std::string reason;
+    return format == kCFPropertyListXMLFormat_v1_0 && port::writeXMLPropertyList(list, xml, reason);
+}

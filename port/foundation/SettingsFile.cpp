@@ -7,12 +7,12 @@
 #include <ctime>
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 
 #include "bsd/AtomicFile.h"
 #include "bsd/SystemCalls.h"
+#include "corefoundation/PropertyList.h"
 #include <port/UniqueFd.h>
 
 namespace port {
@@ -20,8 +20,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr std::size_t kMaxFileSize = 4 << 20; // bytes; a property list is not longer
-constexpr std::size_t kReadPiece = 16 << 10;  // bytes
 constexpr auto kLockPatience = 5s;
 constexpr auto kFirstLockPause = 1ms;
 constexpr auto kLongestLockPause = 20ms;
@@ -49,19 +47,6 @@ private:
     UniqueFd fd_;
 };
 
-// At most one byte more than a list may have, so that the reader of lists sees that it is too long.
-bool readAll(int fd, std::string& bytes) {
-    while (bytes.size() <= kMaxFileSize) {
-        const std::size_t used = bytes.size();
-        bytes.resize(std::min(used + kReadPiece, kMaxFileSize + 1));
-        const ssize_t got = sys::read(fd, bytes.data() + used, bytes.size() - used);
-        bytes.resize(used + static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
-        if (got <= 0)
-            return got == 0;
-    }
-    return true;
-}
-
 Settings noSettings() {
     return Settings(CFDictionaryCreate(kCFAllocatorDefault, nullptr, nullptr, 0,
                                        &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
@@ -83,101 +68,98 @@ Settings merge(CFDictionaryRef settings, const SettingChanges& changes) {
 
 } // namespace
 
-bool SettingsFile::update(const SettingChanges& changes, Settings& settings) {
+int SettingsFile::load(Settings& settings) {
+    if (path_.empty())
+        return ENOENT;
+    std::vector<std::uint8_t> bytes;
+    const int error = readPropertyListFile(path_.c_str(), bytes);
+    if (error != 0 && error != ENOENT)
+        return error;
+    if (error == ENOENT) {
+        settings = noSettings();
+        return 0;
+    }
+    if (known_ && bytes == knownBytes_) {
+        settings = known_;
+        return 0;
+    }
+    std::string reason;
+    const CFRef<CFPropertyListRef> list = readPropertyList(bytes, reason);
+    if (!list || CFGetTypeID(list.get()) != CFDictionaryGetTypeID()) {
+        settings = noSettings();
+        return EBADMSG;
+    }
+    settings = Settings::retained(static_cast<CFDictionaryRef>(list.get()));
+    remember(std::move(bytes), settings);
+    return 0;
+}
+
+int SettingsFile::update(const SettingChanges& changes, Settings& settings) {
     Settings current;
-    const Content content = read(current);
-    if (content == Content::Unreadable)
-        return false;
-    if (content == Content::Good) {
+    const int error = load(current);
+    if (error != 0 && (error != EBADMSG || changes.empty()))
+        return error;
+    if (error == 0) {
         Settings merged = merge(current.get(), changes);
         if (CFEqual(merged.get(), current.get())) {
             settings = std::move(merged);
-            return true;
+            return 0;
         }
     }
-    return makeFolders(path_.substr(0, path_.rfind('/'))) && updateLocked(changes, settings);
+    return makeFolders(path_.substr(0, path_.rfind('/'))) ? updateLocked(changes, settings) : errno;
 }
 
-bool SettingsFile::updateLocked(const SettingChanges& changes, Settings& settings) {
+int SettingsFile::updateLocked(const SettingChanges& changes, Settings& settings) {
     const FileLock lock(path_ + ".lock");
+    if (!lock)
+        return errno;
     Settings current;
-    const Content content = lock ? read(current) : Content::Unreadable;
-    if (content == Content::Unreadable)
-        return false;
-    if (content == Content::Damaged) {
-        if (!keepDamaged())
-            return false;
-        current = noSettings();
-    }
+    int error = load(current);
+    if (error == EBADMSG)
+        error = keepDamaged();
+    if (error != 0)
+        return error;
     Settings merged = merge(current.get(), changes);
-    if (!CFEqual(merged.get(), current.get()) && !write(merged))
-        return false;
-    settings = std::move(merged);
-    return true;
+    if (!CFEqual(merged.get(), current.get()))
+        error = write(merged);
+    if (error == 0)
+        settings = std::move(merged);
+    return error;
 }
 
-SettingsFile::Content SettingsFile::read(Settings& settings) {
-    // Without O_NONBLOCK a named pipe in the file's place would hold us.
-    const UniqueFd fd(sys::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY));
-    if (!fd) {
-        if (errno != ENOENT || path_.empty())
-            return Content::Unreadable;
-        settings = noSettings();
-        return Content::Good;
-    }
-    struct stat status;
-    std::string bytes;
-    if (::fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode) || !readAll(fd.get(), bytes))
-        return Content::Unreadable;
-    if (known_ && bytes == knownBytes_) {
-        settings = known_;
-        return Content::Good;
-    }
-    const CFRef<CFDataRef> data(CFDataCreate(kCFAllocatorDefault,
-                                             reinterpret_cast<const UInt8*>(bytes.data()),
-                                             static_cast<CFIndex>(bytes.size())));
-    CFRef<CFPropertyListRef> list(CFPropertyListCreateWithData(kCFAllocatorDefault, data.get(),
-                                                               kCFPropertyListImmutable, nullptr, nullptr));
-    if (!list || CFGetTypeID(list.get()) != CFDictionaryGetTypeID())
-        return Content::Damaged;
-    settings = Settings::retained(static_cast<CFDictionaryRef>(list.get()));
-    remember(bytes, settings);
-    return Content::Good;
-}
-
-void SettingsFile::remember(std::string_view bytes, const Settings& settings) {
-    knownBytes_ = bytes;
+void SettingsFile::remember(std::vector<std::uint8_t> bytes, const Settings& settings) {
+    knownBytes_ = std::move(bytes);
     known_ = settings;
 }
 
-bool SettingsFile::keepDamaged() const {
+int SettingsFile::keepDamaged() const {
     timespec now;
     ::clock_gettime(CLOCK_REALTIME, &now);
     char suffix[48];
     std::snprintf(suffix, sizeof suffix, ".corrupt-%lld.%09ld", static_cast<long long>(now.tv_sec),
                   now.tv_nsec);
     const bool moved = moveAside(path_, suffix);
+    const int error = moved ? 0 : errno;
     ::dprintf(STDERR_FILENO, "%s: settings file %s is damaged; it %s%s\n", program_invocation_short_name,
               path_.c_str(), moved ? "is kept with the suffix " : "cannot be put aside and stays",
               moved ? suffix : "");
-    return moved;
+    return error;
 }
 
-bool SettingsFile::write(const Settings& settings) {
-    const CFRef<CFDataRef> data(CFPropertyListCreateData(kCFAllocatorDefault, settings.get(),
-                                                         kCFPropertyListXMLFormat_v1_0, 0, nullptr));
-    if (!data)
-        return false;
+int SettingsFile::write(const Settings& settings) {
+    std::string xml;
+    std::string reason;
+    // Each value was found fit for a list when it was set: only all of them together can be too much.
+    if (!writeXMLPropertyList(settings.get(), xml, reason))
+        return EFBIG;
     // We hold the lock, so a temporary file of another writer is one that was killed.
     if (!tidied_)
         removeAbandonedTemporaries(path_);
     tidied_ = true;
-    const std::string_view bytes(reinterpret_cast<const char*>(CFDataGetBytePtr(data.get())),
-                                 static_cast<std::size_t>(CFDataGetLength(data.get())));
-    if (!replaceFile(path_, bytes))
-        return false;
-    remember(bytes, settings);
-    return true;
+    if (!replaceFile(path_, xml))
+        return errno;
+    remember({xml.begin(), xml.end()}, settings);
+    return 0;
 }
 
 } // namespace port

@@ -3,9 +3,10 @@
 // Thread-safety: one thread at a time an object; processes are kept apart by the lock file `<path>.lock`.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <string>
-#include <string_view>
+#include <vector>
 
 #include "corefoundation/CFObject.h"
 
@@ -18,29 +19,32 @@ using SettingChanges = std::map<std::string, CFRef<CFTypeRef>, std::less<>>;
 
 class SettingsFile {
 public:
-    // An empty path means that there is no place for settings: every update fails.
+    // An empty path means that there is no place for settings: nothing is read and every update fails.
     explicit SettingsFile(std::string path) : path_(std::move(path)) {}
 
-    // Reads the file, puts the changes over what it holds, and writes it whole when that makes a difference;
-    // without one it takes no lock and touches nothing. `settings` gets what the file then holds. A missing
-    // file is empty; a file that cannot be read is not, and is never written over; a damaged file is first
-    // renamed, with one line on standard error. Blocks on the disk, and up to 5 s on another process's lock.
-    // False on failure: the file stands as it was and `settings` is untouched.
-    bool update(const SettingChanges& changes, Settings& settings);
+    // Reads the file and changes nothing. A missing file is empty. 0, or the errno value of what failed with
+    // `settings` untouched (EFBIG for a file that is longer than a list may be); EBADMSG for a damaged file, which
+    // is no property list: `settings` is then empty.
+    int load(Settings& settings);
+
+    // Puts the changes over what the file holds, and writes it whole when that makes a difference; without one
+    // it takes no lock and touches nothing. `settings` gets what the file then holds. A file that cannot be
+    // read is never written over; a damaged one is first renamed, with one line on standard error, or left
+    // alone when there are no changes. Blocks on the disk, and up to 5 s on another process's lock. 0, or the
+    // errno value of what failed, EFBIG when the whole would be longer than a list may be: the file stands as
+    // it was and `settings` is untouched.
+    int update(const SettingChanges& changes, Settings& settings);
 
 private:
-    enum class Content { Good, Damaged, Unreadable };
-
-    Content read(Settings& settings);
-    void remember(std::string_view bytes, const Settings& settings);
-    bool updateLocked(const SettingChanges& changes, Settings& settings);
-    bool keepDamaged() const;
-    bool write(const Settings& settings);
+    void remember(std::vector<std::uint8_t> bytes, const Settings& settings);
+    int updateLocked(const SettingChanges& changes, Settings& settings);
+    int keepDamaged() const;
+    int write(const Settings& settings);
 
     std::string path_;
     bool tidied_ = false; // what killed writers left was removed once
     // The settings that were last read or written, and their bytes: a file of the same bytes is not read anew.
-    std::string knownBytes_;
+    std::vector<std::uint8_t> knownBytes_;
     Settings known_;
 };
 

@@ -15,14 +15,43 @@ CFRef<CFStringRef> keyFrom(const char* text) {
     return CFRef<CFStringRef>(CFStringCreateWithCString(kCFAllocatorDefault, text, kCFStringEncodingUTF8));
 }
 
+bool isStorable(const CFRef<CFStringRef>& key, CFTypeRef value) {
+    if (!key)
+        return false;
+    const void* keys[] = {key.get()};
+    const void* values[] = {value};
+    const CFRef<CFDictionaryRef> entry(CFDictionaryCreate(kCFAllocatorDefault, keys, values, 1,
+                                                          &kCFTypeDictionaryKeyCallBacks,
+                                                          &kCFTypeDictionaryValueCallBacks));
+    return CFPropertyListIsValid(entry.get(), kCFPropertyListXMLFormat_v1_0);
+}
+
 } // namespace
 
 SettingsStore::SettingsStore(std::string path) : file_(std::move(path)) {
-    synchronize();
+    load();
 }
 
-CFRef<CFTypeRef> SettingsStore::value(const char* key) const {
+// With `saving_` held, but for the constructor.
+int SettingsStore::load() {
+    Settings settings;
+    readError_ = file_.load(settings);
+    const std::lock_guard lock(guard_);
+    if (settings)
+        saved_ = std::move(settings);
+    return readError_;
+}
+
+int SettingsStore::readError() {
+    if (readError_ == 0)
+        return 0;
+    const std::lock_guard save(saving_);
+    return readError_ == 0 ? 0 : load();
+}
+
+CFRef<CFTypeRef> SettingsStore::value(const char* key) {
     const CFRef<CFStringRef> name = keyFrom(key);
+    readError();
     const std::lock_guard lock(guard_);
     if (const auto change = pending_.find(key); change != pending_.end())
         return change->second;
@@ -31,23 +60,37 @@ CFRef<CFTypeRef> SettingsStore::value(const char* key) const {
     return CFRef<CFTypeRef>::retained(CFDictionaryGetValue(saved_.get(), name.get()));
 }
 
-void SettingsStore::change(const char* key, CFRef<CFTypeRef> value) {
-    if (!keyFrom(key))
-        return;
+bool SettingsStore::change(const char* key, CFRef<CFTypeRef> value) {
+    if (!isStorable(keyFrom(key), value ? value.get() : kCFBooleanTrue))
+        return false;
+    const int error = value ? 0 : readError();
     const std::lock_guard lock(guard_);
-    pending_.insert_or_assign(key, std::move(value));
+    if (error == 0 || error == EBADMSG)
+        pending_.insert_or_assign(key, std::move(value));
+    else
+        pending_.erase(key);
+    return true;
 }
 
-bool SettingsStore::synchronize() {
-    const std::lock_guard save(saving_);
+int SettingsStore::synchronize() {
+    const std::lock_guard saving(saving_);
     SettingChanges changes;
     {
         const std::lock_guard lock(guard_);
         changes = pending_;
     }
+    const int error = save(changes);
+    if (error == EFBIG && changes.size() > 1)
+        for (const auto& change : changes)
+            save({change});
+    return error;
+}
+
+int SettingsStore::save(const SettingChanges& changes) {
     Settings settings;
-    if (!file_.update(changes, settings))
-        return false;
+    if (const int error = file_.update(changes, settings); error != 0)
+        return error;
+    readError_ = 0;
     const std::lock_guard lock(guard_);
     saved_ = std::move(settings);
     // A key that was changed again while the file was written stays pending.
@@ -56,7 +99,7 @@ bool SettingsStore::synchronize() {
         if (change != pending_.end() && change->second.get() == value.get())
             pending_.erase(change);
     }
-    return true;
+    return 0;
 }
 
 std::string SettingsStore::pathFor(std::string_view identifier) {

@@ -1,9 +1,13 @@
 // The settings of one application in memory: what the file held when it was last read, and the changes that
 // have not been saved yet.
 //
-// Thread-safety: any thread; reading and changing never wait for a save that runs.
+// Settings that could not be read are tried again at each access, and until then nothing is removed or saved: what
+// is not known is not taken for absent.
+//
+// Thread-safety: any thread; once the settings have been read, reading and changing never wait for a save that runs.
 #pragma once
 
+#include <atomic>
 #include <mutex>
 #include <string>
 
@@ -13,15 +17,21 @@ namespace port {
 
 class SettingsStore {
 public:
-    // Reads the file. One that cannot be read shows no settings, and nothing is saved over it.
+    // Reads the file.
     explicit SettingsStore(std::string path);
 
-    // Null when there is no value.
-    CFRef<CFTypeRef> value(const char* key) const;
-    // A null value removes the key. A key that is no well-formed UTF-8 is ignored.
-    void change(const char* key, CFRef<CFTypeRef> value);
-    // Saves the changes and takes in those of other processes. False: they stay pending.
-    bool synchronize();
+    // 0 when the settings were read. EBADMSG while the file is no property list: there are no settings then, and
+    // the next save sets it aside. Else the errno value of what failed when it was tried again now.
+    int readError();
+
+    // Null when there is no value, or the settings cannot be read.
+    CFRef<CFTypeRef> value(const char* key);
+    // A null value removes the key; while the settings cannot be read it only takes back an unsaved change.
+    // False, with nothing changed, for a key or a value that no property list holds.
+    bool change(const char* key, CFRef<CFTypeRef> value);
+    // Saves the changes and takes in those of other processes. 0, or the errno value of what failed: the changes
+    // that are not on the disk stay pending. One that does not fit does not hold up the others.
+    int synchronize();
 
     // The settings file of the application with that identifier; empty when it makes no file name.
     static std::string pathFor(std::string_view identifier);
@@ -29,9 +39,13 @@ public:
     static std::string ownPath();
 
 private:
-    std::mutex saving_; // held through a save; taken before `guard_`
+    int load();
+    int save(const SettingChanges& changes);
+
+    std::mutex saving_; // held through a read and a save of the file; taken before `guard_`
     SettingsFile file_; // guarded by `saving_`
-    mutable std::mutex guard_;
+    std::atomic<int> readError_ = 0;
+    std::mutex guard_;
     Settings saved_;
     SettingChanges pending_;
 };

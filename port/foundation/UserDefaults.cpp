@@ -1,3 +1,4 @@
+#include <cerrno>
 #include <cstring>
 #include <vector>
 
@@ -120,5 +121,14 @@ void NSUserDefaults::removeObjectForKey(const char* key) {
 }
 
 BOOL NSUserDefaults::synchronize() {
-    return store_->synchronize();
+    const int error = store_->synchronize();
+    errno = error;
+    return error == 0;
+}
+
+BOOL NSUserDefaults::port_isReadable(int* error) const {
+    const int failure = store_->readError();
+    if (error != nullptr)
+        *error = failure;
+    return failure == 0;
 }

@@ -129,21 +129,26 @@ TEST_F(Settings, FoldersModesAndLinksStayAsTheyAre) {
 
 TEST_F(Settings, DamagedFilesAreKeptAside) {
     const std::string rows[] = {"", "garbage", "<plist version=\"1.0\"><dict><key>k</key><true/>",
-                                "<plist version=\"1.0\"><array/></plist>",
-                                PropertyList("") + std::string(5 << 20, ' ')};
+                                "<plist version=\"1.0\"><array/></plist>"};
     for (const std::string& text : rows) {
         SCOPED_TRACE(text.substr(0, 80));
         write(text);
         testing::internal::CaptureStderr();
         const auto settings = open();
+        int error = 0;
+        EXPECT_FALSE(settings->port_isReadable(&error) || settings->boolForKey("k") ||
+                     settings->synchronize());
+        EXPECT_EQ(error, EBADMSG);
+        EXPECT_EQ(testing::internal::GetCapturedStderr() + FileText(file()), text)
+            << "reading changes nothing";
+        testing::internal::CaptureStderr();
+        settings->setBool(YES, "k");
+        EXPECT_TRUE(settings->synchronize() && open()->boolForKey("k") && settings->port_isReadable(&error));
         const std::string said = testing::internal::GetCapturedStderr();
         EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1) << said;
-        EXPECT_FALSE(settings->boolForKey("k"));
         const auto kept = names("shared.plist.corrupt-");
         ASSERT_EQ(kept.size(), 1U);
         EXPECT_EQ(FileText(place.Path() + "/" + kept[0]), text);
-        settings->setBool(YES, "k");
-        EXPECT_TRUE(settings->synchronize() && open()->boolForKey("k"));
         fs::remove(place.Path() + "/" + kept[0]);
     }
 }
@@ -195,6 +200,57 @@ TEST_F(Settings, FaultsLeaveTheOldFileWhole) {
         EXPECT_TRUE(settings->synchronize()) << row.name; // the change was kept
         EXPECT_TRUE(open()->boolForKey("old") && open()->boolForKey("new")) << row.name;
     }
+}
+
+TEST_F(Settings, WhatCannotBeReadIsNotTakenForAbsent) {
+    static const Fault rows[] = {{"", Call::Open, 0, {EMFILE}, false}, {"", Call::Open, 0, {ENOMEM}, false},
+                                 {"", Call::Open, 0, {EACCES}, false}, {"", Call::Read, 0, {EIO}, false},
+                                 {"", Call::Read, 0, {EINTR}, false},  {"", Call::Fsync, 0, {EFBIG}, false}};
+    for (const Fault& row : rows) {
+        const int expected = row.verdict.error;
+        const std::string old = PropertyList("<key>old</key><true/>" + Entry("other", "1"));
+        write(expected == EFBIG ? old + std::string(5 << 20, ' ') : old);
+        fault = &row;
+        port::sys::setHook(
+            [](Call call) { return call == fault->call ? fault->verdict : port::sys::Verdict(); });
+        const auto settings = open();
+        int error = 0;
+        settings->setBool(YES, "old");
+        for (const char* key : {"old", "other"})
+            settings->removeObjectForKey(key);
+        set(settings, "new", "2");
+        EXPECT_FALSE(settings->port_isReadable(&error) || settings->synchronize());
+        EXPECT_EQ(error, expected);
+        port::sys::setHook(nullptr);
+        write(old);
+        EXPECT_EQ(get(settings, "other") + get(settings, "new"), "12") << expected;
+        EXPECT_TRUE(settings->boolForKey("old") && settings->port_isReadable(&error) && error == 0);
+        settings->removeObjectForKey("other");
+        EXPECT_TRUE(settings->synchronize() && open()->boolForKey("old"));
+        EXPECT_EQ(get(open(), "other") + get(open(), "new"), "(none)2") << expected;
+    }
+}
+
+TEST_F(Settings, WhatCannotBeStoredHoldsNothingUp) {
+    const auto settings = open();
+    const NSRef<NSMutableArray> texts = NSMutableArray::array();
+    texts->addObject(NSString::stringWithUTF8String("a\x1F"));
+    set(settings, "k", "before");
+    for (const std::string& text :
+         {std::string("/a\x01.app"), std::string("\xEF\xBF\xBE"), std::string(2 << 20, 'x')})
+        set(settings, "k", text.c_str());
+    set(settings, "k\x02", "text");
+    settings->setObject(*texts, "k");
+    EXPECT_TRUE(settings->synchronize());
+    EXPECT_EQ(get(open(), "k"), "before");
+    for (const char* key : {"a", "b", "c", "d", "e"}) // too much together
+        set(settings, key, std::string(1000000, 'x').c_str());
+    set(settings, "f", "x");
+    EXPECT_FALSE(settings->synchronize());
+    EXPECT_EQ(errno, EFBIG);
+    EXPECT_EQ(get(open(), "f"), "x");
+    settings->removeObjectForKey("a");
+    EXPECT_TRUE(settings->synchronize() && open()->stringForKey("e"));
 }
 
 TEST_F(Settings, KilledAtAnyMomentTheyAreWhole) {

@@ -218,6 +218,9 @@ CFPropertyListRef CFPropertyListCreateWithData(CFAllocatorRef allocator, CFDataR
 CFDataRef CFPropertyListCreateData(CFAllocatorRef allocator, CFPropertyListRef list,
                                    CFPropertyListFormat format, CFOptionFlags options, CFErrorRef* error);
 
+// Whether the list could be written in that format.
+Boolean CFPropertyListIsValid(CFPropertyListRef list, CFPropertyListFormat format);
+
 // --- URLs of files --------------------------------------------------------------------------------------
 // An absolute path and whether it is meant as a folder. Paths carry no trailing slash but for "/" itself.
 // Nothing asks whether the file exists.

@@ -165,8 +165,8 @@ class SettingsStore;
 // The settings of one application: one property list, `<bundle identifier>.plist` (for a program outside a
 // bundle `<executable name>.plist`), in $XDG_CONFIG_HOME, else ~/.config.
 //
-// Reading and changing work in memory; the file is read at the first use. The lasting effect comes with
-// `synchronize`, which blocks.
+// Reading and changing work in memory; the file is read at the first use, and until that has succeeded at every
+// use, and never changed by it. The lasting effect comes with `synchronize`, which blocks.
 class NSUserDefaults final : public NSObject {
 public:
     // The settings of this application.
@@ -186,18 +186,27 @@ public:
     // is absent or its value is no array.
     NSRef<NSMutableArray> arrayForKey(const char* key) const;
 
+    // What no property list holds (a control character in a text or a key, a text of more than 1 MiB) is not set:
+    // the key keeps the value that it has.
     void setBool(BOOL value, const char* key);
     void setObject(const NSString& value, const char* key);
     void setObject(const NSData& value, const char* key);
     void setObject(const NSMutableArray& value, const char* key);
+    // While the settings cannot be read nothing is removed but a change that was not saved.
     void removeObjectForKey(const char* key);
 
     // Writes the changes made through this object into the file, key by key over what other processes wrote
     // meanwhile, and takes their changes in. The new file replaces the old one whole and is on the disk when
-    // this returns; when nothing differs, nothing is written. False when the file could not be read, locked
-    // (waits up to 5 s for another process) or written: the file is as it was, the changes stay pending.
-    // A file that is no property list is renamed to `<file>.corrupt-<time>`, with one line on standard error.
+    // this returns; when nothing differs, nothing is written. False, with errno, when the file could not be
+    // read, locked (waits up to 5 s for another process) or written: the file is as it was, the changes stay
+    // pending. A file that is no property list is renamed to `<file>.corrupt-<time>` when there are changes to
+    // write, with one line on standard error.
     BOOL synchronize();
+
+    // NO when the settings file cannot be read: every key is absent then, which says nothing about the file, and
+    // nothing is removed or saved. *error (may be null) gets the errno value, EFBIG for a file of more than
+    // 4 MiB; EBADMSG for a file that is no property list, over which a save still goes; 0 with YES.
+    BOOL port_isReadable(int* error) const;
 
 private:
     explicit NSUserDefaults(std::string file);
