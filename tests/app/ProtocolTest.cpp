@@ -86,6 +86,7 @@ TEST_F(Protocol, MessageByMessage) {
         {{connect, identifier, on, path}, accepted, none},
         {{on, Item(LKeyMainAppBundlePath, LXPCDataTypeInt64, 7)}, "", none},
         {{on, Path("/not\xffUTF-8")}, "", none},
+        {{on, Path("/control\x01.app")}, "", none},
         {{on, Path(longPath.c_str())}, "", none},
         {{on, path}, "LAUNCH_AT_LOGIN_REPLY=1", some},
         {{on, query, Path("/Äpfel & <Birnen>/x.app")}, "LAUNCH_AT_LOGIN_REPLY=1", other},
