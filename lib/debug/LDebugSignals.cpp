@@ -4,6 +4,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <initializer_list>
+#include <port/core.h>
 #include <port/mach.h>
 #include <unistd.h>
 
@@ -21,10 +22,15 @@ constinit std::uint32_t gwDebugLastCommand = 0;
 [[gnu::init_priority(101)]] LLockObject loDebugThreads;
 [[gnu::init_priority(101)]] LDebugLoadTime gLDebugLoadTime;
 
+// Nobody in the library defines it.
+extern "C" [[gnu::weak, gnu::visibility("default")]] const char LNoSignalHandlers;
+
 namespace {
 
 constinit std::atomic<bool> bLLibExceptionAlreadyTrapped{false};
-constinit std::atomic<int> nEndingStatus{LExitStatusTerminated};
+constinit std::atomic<bool> bEnding{false};
+constinit std::atomic<int> nLateStatus{0}; // of an end whose clean-up takes too long
+alignas(16) constinit unsigned char mainSignalStack[LSignalStackSize]{};
 
 bool IsFatal(int nSignal) {
     return nSignal == SIGABRT || nSignal == SIGILL || nSignal == SIGFPE || nSignal == SIGKILL ||
@@ -38,12 +44,20 @@ void WriteSignal(int nSignal) {
 }
 
 void EndAtOnce(int) {
-    _exit(nEndingStatus.load());
+    _exit(nLateStatus.load());
+}
+
+// Only the first end of the process counts: another thread's signal neither cuts its clean-up short nor
+// changes its status.
+bool BeginEnding(int nStatusWhenLate) {
+    if (bEnding.exchange(true))
+        return false;
+    nLateStatus.store(nStatusWhenLate);
+    return true;
 }
 
 // `exit` is nothing for a signal handler, but the clean-up is wanted; so it gets a time.
 [[noreturn]] void EndProcess(int nStatus) {
-    nEndingStatus.store(nStatus);
     struct sigaction action {};
     action.sa_handler = EndAtOnce;
     sigaction(SIGALRM, &action, nullptr);
@@ -65,23 +79,52 @@ void Install(int nSignal, struct sigaction action) {
     sigaction(nSignal, &action, nullptr);
 }
 
+// One that the run-time or the program has set stays.
+void SetSignalStack(unsigned char* pBytes) {
+    stack_t stack{};
+    sigaltstack(nullptr, &stack);
+    if ((stack.ss_flags & SS_DISABLE) == 0)
+        return;
+    stack = {pBytes, 0, LSignalStackSize};
+    sigaltstack(&stack, nullptr);
+}
+
 } // namespace
 
 LDebugLoadTime::LDebugLoadTime() {
     gdwMainThreadId = mach_thread_self();
+    if (&LNoSignalHandlers != nullptr)
+        return;
+    SetSignalStack(mainSignalStack);
     struct sigaction action {};
     action.sa_handler = SIG_IGN;
     action.sa_flags = SA_RESTART;
     Install(SIGPIPE, action);
-    action.sa_flags = SA_SIGINFO;
+    action.sa_flags = SA_SIGINFO | SA_ONSTACK;
     action.sa_sigaction = LDebugSignalHandler;
     for (const int nSignal : {SIGQUIT, SIGILL, SIGFPE, SIGSEGV, SIGBUS})
         Install(nSignal, action);
+    action.sa_flags = SA_SIGINFO;
     action.sa_sigaction = LIntTermSignalHandler;
     for (const int nSignal : {SIGINT, SIGTERM})
         Install(nSignal, action);
 }
 
+LDebugSignalStack::LDebugSignalStack() {
+    if (&LNoSignalHandlers == nullptr)
+        SetSignalStack(bytes);
+}
+
+LDebugSignalStack::~LDebugSignalStack() {
+    stack_t stack{};
+    sigaltstack(nullptr, &stack);
+    if (stack.ss_sp != bytes)
+        return;
+    stack.ss_flags = SS_DISABLE;
+    sigaltstack(&stack, nullptr);
+}
+
+// The core file comes before the clean-up, which changes what it is to show.
 void LDebugSignalHandler(int nSignal, __siginfo* pInfo, void*) {
     if (bLLibExceptionAlreadyTrapped.exchange(true)) {
         const bool bFault = IsFatal(nSignal) && pInfo != nullptr && pInfo->si_code > 0;
@@ -90,11 +133,13 @@ void LDebugSignalHandler(int nSignal, __siginfo* pInfo, void*) {
         return;
     }
     WriteSignal(nSignal);
-    if (IsFatal(nSignal))
-        EndProcess(LExitStatusFatalSignal);
+    if (!IsFatal(nSignal) || !BeginEnding(LExitStatusFatalSignal))
+        return;
+    port_write_core(nSignal);
+    EndProcess(LExitStatusFatalSignal);
 }
 
 void LIntTermSignalHandler(int nSignal, __siginfo*, void*) {
-    if (nSignal == SIGINT || nSignal == SIGTERM)
+    if ((nSignal == SIGINT || nSignal == SIGTERM) && BeginEnding(LExitStatusLate + nSignal))
         EndProcess(LExitStatusTerminated);
 }

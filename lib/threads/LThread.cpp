@@ -88,6 +88,7 @@ void* LThread::_ThreadCallback(void* pThread) {
 
 // The thread records and clears its handle itself, and so can be detached by nobody else.
 void LThread::ThreadCallback() {
+    const LDebugSignalStack signalStack;
     dwMachThread.store(mach_thread_self());
     thread.store(pthread_self());
     started.Signal();

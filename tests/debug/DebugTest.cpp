@@ -21,8 +21,8 @@ protected:
         unsetenv("XDG_CACHE_HOME");
         signal(SIGPIPE, SIG_DFL); // children would inherit that this process ignores it
     }
-    static auto Run(const std::string& how) {
-        return std::make_unique<ChildProcess>(std::vector<std::string>{HostPath("debug_host"), how});
+    static auto Run(const std::string& how, const char* host = "debug_host") {
+        return std::make_unique<ChildProcess>(std::vector<std::string>{HostPath(host), how});
     }
 
     const PrivatePlace place;
@@ -36,18 +36,45 @@ TEST_F(Ending, BySignals) {
         {"fpe", 154, "SIGNAL8\nclean\n"},
         {"ill", 154, "SIGNAL4\nclean\n"},
         {"malloc", 154, "SIGNAL11\n"},
+        {"stack", 154, "SIGNAL11\nclean\n"},
+        {"thread", 154, "SIGNAL11\nclean\n"},
+        {"core", 154, "SIGNAL11\nclean\n"},
         {"quit", 128 + SIGSEGV, "SIGNAL3\n"}, // the handler works once; a fault ends the process nevertheless
         {std::to_string(SIGINT), 0, "clean\n"},
         {std::to_string(SIGTERM), 0, "clean\n"},
         {std::to_string(SIGPIPE), 0, "clean\n"}, // ignored
+        {"+segv", 154, "SIGNAL11\nclean\n"},     // the first end counts
+        {"+2", 0, "clean\n"},
+        {"stuck", 128 + SIGTERM, ""}, // the clean-up takes too long
     };
-    for (const auto& [how, expected, output] : rows) {
-        const auto child = Run(how);
-        const int status = child->Wait();
+    const std::filesystem::path former = std::filesystem::current_path();
+    std::filesystem::current_path(place.Path());
+    std::vector<std::unique_ptr<ChildProcess>> children;
+    for (const auto& [how, expected, output] : rows)
+        children.push_back(Run(how));
+    std::filesystem::current_path(former);
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        const auto& [how, expected, output] = rows[i];
+        const int status = children[i]->Wait();
         if (status == 77) // the allocator is a sanitizer's
             continue;
         EXPECT_EQ(status, expected) << how;
-        EXPECT_EQ(child->ReadAll(), output) << how;
+        EXPECT_EQ(children[i]->ReadAll(), output) << how;
+    }
+    const std::string pattern = FileText("/proc/sys/kernel/core_pattern");
+    if (pattern[0] == '|' || pattern.find('/') != pattern.npos)
+        return; // the machine keeps it elsewhere
+    std::string left;
+    for (const auto& entry : std::filesystem::directory_iterator(place.Path()))
+        left += entry.path().filename().string() + " ";
+    EXPECT_NE(left.find("core"), left.npos) << left;
+}
+
+TEST_F(Ending, AsTheSystemHasItWhereTheHandlersAreLeftOut) {
+    for (const std::string signal : {"11", "15", "13"}) {
+        const auto child = Run(signal, "debug_guest");
+        EXPECT_EQ(child->Wait(), 128 + std::stoi(signal));
+        EXPECT_EQ(child->ReadAll(), "");
     }
 }
 

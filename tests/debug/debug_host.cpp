@@ -6,10 +6,13 @@
 #include <fcntl.h>
 #include <string>
 #include <sys/mman.h>
+#include <sys/resource.h>
+#include <thread>
 #include <unistd.h>
 
 #include "debug/LDebugThread.h"
 #include "debug/LHangDetector.h"
+#include "threads/LThread.h"
 
 namespace {
 
@@ -39,8 +42,42 @@ void FaultInAllocator() {
     chunks[1] = malloc(3000);
 }
 
+[[gnu::noinline]] int Overflow(int depth) {
+    volatile char frame[4096];
+    frame[depth % 4096] = 1;
+    return depth < 0 ? 0 : Overflow(depth + 1) + frame[depth % 4096];
+}
+
+struct Overflowing : LThread {
+    ~Overflowing() override { _StopAndWait(); }
+    void ThreadFunction() override { exit(Overflow(0)); }
+};
+
+// What another thread gets while the process ends.
+void Terminate() {
+    std::thread([] {
+        sigset_t none;
+        sigemptyset(&none);
+        pthread_sigmask(SIG_SETMASK, &none, nullptr);
+        raise(SIGTERM);
+    }).join();
+}
+
 void End(const std::string& how) {
-    if (how == "segv")
+    if (how[0] == '+') {
+        atexit(Terminate);
+        End(how.substr(1));
+    } else if (how == "stack")
+        exit(Overflow(0));
+    else if (how == "thread")
+        Overflowing().Start(31);
+    else if (how == "stuck" && atexit([] { pause(); }) == 0)
+        raise(SIGTERM);
+    else if (how == "core") {
+        const rlimit unlimited{RLIM_INFINITY, RLIM_INFINITY};
+        setrlimit(RLIMIT_CORE, &unlimited);
+        End("segv");
+    } else if (how == "segv")
         Touch(PROT_NONE, -1);
     else if (how == "bus")
         Touch(PROT_READ | PROT_WRITE, open("/tmp", O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
