@@ -1,5 +1,5 @@
-# The install tree: the library with its headers, what find_package and pkg-config need, the helper and its
-# command-line tool with their manual page, completions and units.
+# The install tree: the library with its headers, what find_package and pkg-config need, and the helper. The tree
+# may be moved: nothing in it but the helper's entry and units holds its path, and these get it at install time.
 include(CMakePackageConfigHelpers)
 
 install(TARGETS lfoundation lfoundation_port EXPORT LFoundationTargets
@@ -14,21 +14,34 @@ install(DIRECTORY port/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/lfoundat
 set(LFOUNDATION_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/LFoundation)
 install(EXPORT LFoundationTargets NAMESPACE LFoundation:: DESTINATION ${LFOUNDATION_CMAKE_DIR})
 configure_package_config_file(cmake/LFoundationConfig.cmake.in
-  ${PROJECT_BINARY_DIR}/LFoundationConfig.cmake INSTALL_DESTINATION ${LFOUNDATION_CMAKE_DIR})
+  ${PROJECT_BINARY_DIR}/LFoundationConfig.cmake INSTALL_DESTINATION ${LFOUNDATION_CMAKE_DIR}
+  NO_SET_AND_CHECK_MACRO)
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/LFoundationConfigVersion.cmake
   COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/LFoundationConfig.cmake ${PROJECT_BINARY_DIR}/LFoundationConfigVersion.cmake
   DESTINATION ${LFOUNDATION_CMAKE_DIR})
 
-configure_file(packaging/lfoundation.pc.in ${PROJECT_BINARY_DIR}/lfoundation.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/lfoundation.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
-
-# The helper's bundle, started at login by the session's autostart entry or by the user's service manager.
-install(DIRECTORY ${PROJECT_BINARY_DIR}/app/loginhelper.app DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}
-  USE_SOURCE_PERMISSIONS)
-foreach(unit loginhelper.desktop loginhelper.service)
-  configure_file(packaging/units/${unit}.in ${PROJECT_BINARY_DIR}/${unit} @ONLY)
+# pkg-config finds the prefix from where the file lies, unless the folders have fixed places of their own.
+set(PC_FOLDER ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+if(IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR})
+  set(PC_PREFIX ${CMAKE_INSTALL_PREFIX})
+else()
+  string(REGEX REPLACE "[^/]+" ".." PC_PREFIX ${PC_FOLDER})
+  string(PREPEND PC_PREFIX "\${pcfiledir}/")
+endif()
+foreach(folder LIBDIR INCLUDEDIR)
+  set(PC_${folder} ${CMAKE_INSTALL_${folder}})
+  if(NOT IS_ABSOLUTE ${PC_${folder}})
+    string(PREPEND PC_${folder} "\${prefix}/")
+  endif()
 endforeach()
-install(FILES ${PROJECT_BINARY_DIR}/loginhelper.desktop DESTINATION ${CMAKE_INSTALL_SYSCONFDIR}/xdg/autostart)
-install(FILES ${PROJECT_BINARY_DIR}/loginhelper.service packaging/units/loginhelper.socket
-  DESTINATION lib/systemd/user)
+configure_file(packaging/lfoundation.pc.in ${PROJECT_BINARY_DIR}/lfoundation.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/lfoundation.pc DESTINATION ${PC_FOLDER})
+
+if(LFOUNDATION_HELPER)
+  include(cmake/InstallHelper.cmake)
+endif()
+if(PROJECT_IS_TOP_LEVEL)
+  configure_file(cmake/Uninstall.cmake.in ${PROJECT_BINARY_DIR}/Uninstall.cmake @ONLY)
+  add_custom_target(uninstall COMMAND ${CMAKE_COMMAND} -P ${PROJECT_BINARY_DIR}/Uninstall.cmake)
+endif()
