@@ -88,10 +88,11 @@ void ReportStart(LProcessInterface& process, const char* szTarget) {
     process.SetProgress(0.0);
 }
 
+// A bare name stands for a file in the current folder.
 bool HasFolder(const char* szPath) {
     char szFolder[LPathBufferSize];
     LFile::_GetFolderFromPath(szFolder, szPath);
-    return LFile::Exists(szFolder);
+    return szFolder[0] == '\0' || LFile::Exists(szFolder);
 }
 
 // Whole seconds; the target keeps its own time of access.
