@@ -1,35 +1,51 @@
 #!/bin/sh
-# Installs the build tree into a private prefix and builds the consumer against it twice: through
-# find_package and through pkg-config. The README's tour must compile against it, too.
+# Installs the build tree into a private prefix, moves that, and builds against it as outside programs do: through
+# find_package the consumer and every C++ block of the README, through pkg-config the consumer. The blocks are
+# run and must print what the README says. A host project that adds the sources gets the library alone.
 # usage: check.sh BUILD-DIR SOURCE-DIR
 set -eu
 build=$1
 source=$2
+top=$source/../..
 work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT INT TERM
+[ ! -e "$build/install_manifest.txt" ] || cp "$build/install_manifest.txt" "$work/manifest"
+clean_up() {
+    [ ! -e "$work/manifest" ] || cp "$work/manifest" "$build/install_manifest.txt"
+    rm -rf "$work"
+}
+trap clean_up EXIT
+trap 'exit 130' INT TERM
 
-cmake --install "$build" --prefix "$work/prefix" >"$work/install.log"
-[ -z "$(find "$work/prefix" -name '*.cpp')" ]
+quietly() { "$@" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }; }
 
-cmake -S "$source" -B "$work/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$work/prefix" ${CXXFLAGS:+-DCMAKE_CXX_FLAGS="$CXXFLAGS"} >"$work/configure.log"
-cmake --build "$work/cmake" >"$work/build.log" || { cat "$work/build.log"; exit 1; }
+# The entry and the units name the helper where it lies now, blanks and all.
+quietly cmake --install "$build" --prefix "$work/a place" --strip
+helper="$work/a place/libexec/loginhelper.app/Contents/MacOS/loginhelper"
+[ -x "$helper" ]
+grep -qF "Exec=\"$helper\"" "$work/a place/etc/xdg/autostart/loginhelper.desktop"
+grep -qF "ExecStart=\"$helper\"" "$work/a place/lib/systemd/user/loginhelper.service"
+[ -z "$(find "$work/a place" -name '*.cpp')" ]
+grep -rlF "$work" "$work/a place" | grep -v '/loginhelper[^/]*$' && exit 1
+DESTDIR="$work/root" quietly cmake --install "$build" --prefix /usr
+[ -e "$work/root/etc/xdg/autostart/loginhelper.desktop" ]
+DESTDIR="$work/root" quietly cmake --build "$build" --target uninstall
+[ -z "$(find "$work/root" ! -type d)" ]
+
+mv "$work/a place" "$work/prefix"
+mkdir "$work/readme"
+python3 "$source/readme.py" extract "$top/README.md" "$work/readme"
+quietly cmake -S "$source" -B "$work/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$work/prefix" \
+    -DREADME="$work/readme" ${CXXFLAGS:+-DCMAKE_CXX_FLAGS="$CXXFLAGS"}
+quietly cmake --build "$work/cmake"
 "$work/cmake/consumer"
+python3 "$source/readme.py" run "$work/readme" "$work/cmake" "$work/prefix" \
+    "$build/examples/mainapp/Zubeq Free.app/Contents/MacOS/Zubeq Free"
 
 PKG_CONFIG_PATH=$(dirname "$(find "$work/prefix" -name lfoundation.pc)")
 export PKG_CONFIG_PATH
 # shellcheck disable=SC2046
-${CXX:-c++} -std=c++20 ${CXXFLAGS:-} "$source/consumer.cpp" -o "$work/consumer" \
-    $(pkg-config --define-variable=prefix="$work/prefix" --cflags --libs lfoundation)
+quietly ${CXX:-c++} -std=c++20 ${CXXFLAGS:-} "$source/consumer.cpp" -o "$work/consumer" \
+    $(pkg-config --cflags --libs lfoundation)
 "$work/consumer"
 
-# Each piece of the tour that is no program is the body of a function; what it declares, it need not use.
-awk -v out="$work/tour" '
-    /^```cpp/ { ++piece; code = 1; text = ""; next }
-    /^```/ && code { code = 0; file = out piece ".cpp"; printf "#include \"tour.h\"\n" > file
-        printf (text ~ /int main/ ? "%s" : "void Tour();\nvoid Tour() {\n%s}\n"), text > file }
-    code { text = text $0 "\n" }' "$source/../../README.md"
-cp "$source/tour.h" "$work"
-for piece in "$work"/tour*.cpp; do
-    ${CXX:-c++} -std=c++20 -fsyntax-only -Wno-unused "$piece" \
-        $(pkg-config --define-variable=prefix="$work/prefix" --cflags lfoundation)
-done
+quietly cmake -S "$source/host" -B "$work/host" -G Ninja -DLFOUNDATION="$top"

@@ -1,9 +1,11 @@
 """The README's C++ blocks: each is a program, and the text block below it is what it prints.
 
-readme.py extract README FOLDER    writes them as FOLDER/NUMBER.cpp and FOLDER/NUMBER.txt
-readme.py run FOLDER PROGRAMS      runs PROGRAMS/readme_NUMBER, each in a folder and a home of its own
+readme.py extract README FOLDER
+    writes them as FOLDER/NUMBER.cpp and FOLDER/NUMBER.txt
+readme.py run FOLDER PROGRAMS PREFIX MAIN-APPLICATION
+    runs PROGRAMS/readme_NUMBER, each in a folder of its own, while the helper that is installed in PREFIX serves
 """
-import difflib, os, pathlib, re, subprocess, sys, tempfile
+import contextlib, difflib, fcntl, os, pathlib, re, subprocess, sys, tempfile, time
 
 BLOCK = re.compile(r"^```(\w+)\n(.*?)^```$", re.M | re.S)
 
@@ -18,23 +20,49 @@ def extract(readme, folder):
         pathlib.Path(folder, f"{number}.cpp").write_text(blocks[i][1])
         pathlib.Path(folder, f"{number}.txt").write_text(blocks[i + 1][1])
 
-def run_one(program, expected):
-    with tempfile.TemporaryDirectory() as place:
-        home, work = place + "/home", place + "/work"
-        os.mkdir(home), os.mkdir(work)
-        environment = dict(os.environ, HOME=home, XDG_CONFIG_HOME=home, LC_ALL="C")
+@contextlib.contextmanager
+def only_one():
+    """The main application and a port are one for all tests of this machine."""
+    lock = os.open("/tmp/lfoundation-test-login.lock", os.O_RDWR | os.O_CREAT | os.O_CLOEXEC, 0o600)
+    fcntl.flock(lock, fcntl.LOCK_EX)
+    yield
+    os.close(lock)
+
+@contextlib.contextmanager
+def helper(prefix, application, environment):
+    with open(os.devnull, "w") as nowhere:
+        started = [subprocess.Popen([application, "--limit", "60"], env=environment, stdout=nowhere)]
+        try:
+            started.append(subprocess.Popen([f"{prefix}/libexec/loginhelper.app/Contents/MacOS/loginhelper"],
+                                            env=environment, stderr=nowhere))
+            deadline = time.monotonic() + 20
+            while subprocess.run([f"{prefix}/bin/loginhelperctl", "test"], env=environment, stdout=nowhere,
+                                 stderr=nowhere).returncode and time.monotonic() < deadline:
+                time.sleep(0.05)
+            yield
+        finally:
+            for process in started:
+                process.kill(), process.wait()
+
+def run_one(program, expected, environment):
+    with tempfile.TemporaryDirectory() as work:
         run = subprocess.run([program], cwd=work, env=environment, stdin=subprocess.DEVNULL, timeout=60,
                              stdout=subprocess.PIPE, text=True)
-    lines = expected.read_text().splitlines()
     printed = [line.rstrip() for line in run.stdout.splitlines()]
-    difference = list(difflib.unified_diff(lines, printed, "README", "printed", lineterm=""))
-    good = run.returncode == 0 and not difference
-    print("ok  " if good else "FAIL", os.path.basename(program), f"status {run.returncode}", *difference, sep="\n  ")
-    return good
+    difference = list(difflib.unified_diff(expected.read_text().splitlines(), printed, "README", "printed",
+                                           lineterm=""))
+    if run.returncode or difference:
+        print(os.path.basename(program), f"ended with status {run.returncode}", *difference, sep="\n  ")
+    return run.returncode == 0 and not difference
 
-def run(folder, programs):
+def run(folder, programs, prefix, application):
     expected = sorted(pathlib.Path(folder).glob("*.txt"), key=lambda path: int(path.stem))
-    return all([run_one(f"{programs}/readme_{path.stem}", path) for path in expected])
+    with only_one(), tempfile.TemporaryDirectory() as place:
+        environment = dict(os.environ, HOME=place, XDG_CONFIG_HOME=place, XDG_RUNTIME_DIR=place, LC_ALL="C")
+        for name in "CFFIXED_USER_HOME", "PORT_SYSTEM_VERSION":
+            environment.pop(name, None)
+        with helper(prefix, application, environment):
+            return all([run_one(f"{programs}/readme_{path.stem}", path, environment) for path in expected])
 
 if sys.argv[1] == "extract":
     extract(*sys.argv[2:])
