@@ -3,7 +3,7 @@
 #include "Driver.h"
 
 #include "strings/LCharsets.h"
-#include "strings/LCharsetsKernels.h"
+#include "strings/internal/LCharsetsKernels.h"
 
 #include <algorithm>
 #include <cstdint>

@@ -4,12 +4,12 @@ include(CMakePackageConfigHelpers)
 
 install(TARGETS lfoundation lfoundation_port EXPORT LFoundationTargets
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
-set(INTERNAL_HEADERS "(Kernels|Units|DateFields|LineEnd|ZipCommand|PathText|FolderStack|TreeWalk|EventGate|Handles)\\.h$")
+# What stands in a folder `internal` is not for users of the library.
 install(DIRECTORY lib/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/lfoundation
-  FILES_MATCHING PATTERN "*.h" REGEX "${INTERNAL_HEADERS}" EXCLUDE)
+  FILES_MATCHING PATTERN "*.h" PATTERN internal EXCLUDE)
 install(FILES app/LoginHelperContract.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/lfoundation)
 install(DIRECTORY port/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/lfoundation/port
-  FILES_MATCHING PATTERN "*.h")
+  FILES_MATCHING PATTERN "*.h" PATTERN internal EXCLUDE)
 
 set(LFOUNDATION_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/LFoundation)
 install(EXPORT LFoundationTargets NAMESPACE LFoundation:: DESTINATION ${LFOUNDATION_CMAKE_DIR})

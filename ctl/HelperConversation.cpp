@@ -2,7 +2,7 @@
 
 #include <chrono>
 #include <port/bsd.h>
-#include <port/seams.h>
+#include <port/main_queue.h>
 
 #include "LoginHelperContract.h"
 

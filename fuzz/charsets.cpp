@@ -1,7 +1,7 @@
 // The kernels of this processor against the portable form, and the sized forms against their contract: they
 // terminate inside the buffer, whatever the text and the size.
 #include "strings/LCharsets.h"
-#include "strings/LCharsetsKernels.h"
+#include "strings/internal/LCharsetsKernels.h"
 
 #include <cstdint>
 #include <cstdlib>

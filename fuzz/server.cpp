@@ -9,7 +9,7 @@
 #include <cstring>
 #include <filesystem>
 #include <port/UniqueFd.h>
-#include <port/seams.h>
+#include <port/main_queue.h>
 #include <string_view>
 #include <sys/socket.h>
 #include <sys/un.h>

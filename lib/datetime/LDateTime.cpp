@@ -1,6 +1,6 @@
 #include "datetime/LDateTime.h"
 
-#include "datetime/LDateFields.h"
+#include "datetime/internal/LDateFields.h"
 
 #include <algorithm>
 #include <climits>

@@ -1,7 +1,7 @@
 #include "datetime/LDateTime.h"
 
 #include "base/LLimits.h"
-#include "datetime/LDateFields.h"
+#include "datetime/internal/LDateFields.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -1,5 +1,5 @@
 #include "files/LFile.h"
-#include "files/LFilePathText.h"
+#include "files/internal/LFilePathText.h"
 
 #include <algorithm>
 #include <cstdint>

@@ -10,7 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "files/LTreeWalk.h"
+#include "files/internal/LTreeWalk.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include <unistd.h>
 
 #include "base/LLimits.h"
-#include "files/LLineEnd.h"
 #include "files/LWriteFile.h"
+#include "files/internal/LLineEnd.h"
 #include "strings/LStringFormat.h"
 
 namespace {

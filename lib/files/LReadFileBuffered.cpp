@@ -6,7 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "files/LLineEnd.h"
+#include "files/internal/LLineEnd.h"
 
 namespace {
 

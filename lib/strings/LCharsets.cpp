@@ -1,7 +1,7 @@
 #include "strings/LCharsets.h"
 
-#include "strings/LCharsetsKernels.h"
-#include "strings/LCharsetsUnits.h"
+#include "strings/internal/LCharsetsKernels.h"
+#include "strings/internal/LCharsetsUnits.h"
 
 #include <cstring>
 #include <cwchar>

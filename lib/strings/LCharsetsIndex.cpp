@@ -1,5 +1,5 @@
 #include "strings/LCharsets.h"
-#include "strings/LCharsetsUnits.h"
+#include "strings/internal/LCharsetsUnits.h"
 
 namespace {
 

@@ -16,8 +16,8 @@
 
 #include "files/LFile.h"
 #include "strings/LCharsets.h"
-#include "strings/LCharsetsKernels.h"
-#include "strings/LCharsetsUnits.h"
+#include "strings/internal/LCharsetsKernels.h"
+#include "strings/internal/LCharsetsUnits.h"
 #include "threads/LLockFile.h"
 
 namespace {

@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <poll.h>
-#include <port/thread_order.h>
+#include <port/internal/thread_order.h>
 #include <unistd.h>
 
 #include "base/LSleep.h"

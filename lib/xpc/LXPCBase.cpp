@@ -1,7 +1,7 @@
 #include "xpc/LXPCBase.h"
 
-#include "xpc/LXPCEventGate.h"
-#include "xpc/LXPCHandles.h"
+#include "xpc/internal/LXPCEventGate.h"
+#include "xpc/internal/LXPCHandles.h"
 
 LXPCBase::LXPCBase(LXPCEventNotify* pSink) : pNotify(pSink), pGate(std::make_shared<LXPCEventGate>()) {}
 

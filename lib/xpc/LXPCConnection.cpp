@@ -1,6 +1,6 @@
 #include "xpc/LXPCConnection.h"
 
-#include "xpc/LXPCHandles.h"
+#include "xpc/internal/LXPCHandles.h"
 
 LXPCConnection::~LXPCConnection() {
     if (IsValid()) {

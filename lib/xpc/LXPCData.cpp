@@ -6,7 +6,7 @@
 #include <memory>
 #include <port/bsd.h>
 
-#include "xpc/LXPCHandles.h"
+#include "xpc/internal/LXPCHandles.h"
 
 namespace {
 

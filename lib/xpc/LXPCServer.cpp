@@ -2,8 +2,8 @@
 
 #include <memory>
 
-#include "xpc/LXPCEventGate.h"
-#include "xpc/LXPCHandles.h"
+#include "xpc/internal/LXPCEventGate.h"
+#include "xpc/internal/LXPCHandles.h"
 
 namespace {
 

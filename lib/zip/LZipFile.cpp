@@ -13,7 +13,7 @@
 #include "base/LSleep.h"
 #include "files/LFile.h"
 #include "files/LWriteFile.h"
-#include "zip/LZipCommand.h"
+#include "zip/internal/LZipCommand.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include <unistd.h>
 #include <vector>
 
-#include "bsd/SystemCalls.h"
+#include "host/SystemCalls.h"
 
 namespace port {
 namespace {

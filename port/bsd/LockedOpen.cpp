@@ -9,7 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "bsd/SystemCalls.h"
+#include "host/SystemCalls.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 #include "bsd/Mounts.h"
 
-#include "bsd/SystemCalls.h"
+#include "host/SystemCalls.h"
 
 #include <algorithm>
 #include <cerrno>

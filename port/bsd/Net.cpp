@@ -4,7 +4,7 @@
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 
-#include "bsd/SystemCalls.h"
+#include "host/SystemCalls.h"
 
 namespace {
 

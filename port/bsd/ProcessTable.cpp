@@ -1,5 +1,5 @@
-#include "bsd/ExecutableLink.h"
-#include "bsd/SystemCalls.h"
+#include "host/ExecutableLink.h"
+#include "host/SystemCalls.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,7 +1,7 @@
 #include <port/shell.h>
 
 #include <cstdlib>
-#include <port/seams_shell.h>
+#include <port/internal/seams_shell.h>
 #include <string>
 
 namespace {

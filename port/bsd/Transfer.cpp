@@ -1,6 +1,6 @@
 #include <port/transfer.h>
 
-#include "bsd/SystemCalls.h"
+#include "host/SystemCalls.h"
 
 ssize_t port_read(int fd, void* buffer, std::size_t size) {
     return port::sys::read(fd, buffer, size);

@@ -1,6 +1,6 @@
 #include "carbon/EventQueue.h"
-#include "carbon/LoopDeadline.h"
 #include "dispatch/MainLoop.h"
+#include "host/LoopDeadline.h"
 
 namespace {
 

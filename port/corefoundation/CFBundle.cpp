@@ -1,10 +1,10 @@
 #include "corefoundation/CFBundle.h"
 
-#include "bsd/ExecutableLink.h"
 #include "corefoundation/CFContainers.h"
 #include "corefoundation/CFString.h"
 #include "corefoundation/CFURL.h"
 #include "corefoundation/PropertyList.h"
+#include "host/ExecutableLink.h"
 
 #include <climits>
 #include <fcntl.h>

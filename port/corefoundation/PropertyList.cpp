@@ -1,7 +1,7 @@
 #include "corefoundation/PropertyList.h"
 
-#include "bsd/SystemCalls.h"
 #include "corefoundation/CFValues.h"
+#include "host/SystemCalls.h"
 
 #include <cerrno>
 #include <fcntl.h>

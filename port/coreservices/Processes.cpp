@@ -13,9 +13,9 @@
 #include <unistd.h>
 #include <vector>
 
-#include "bsd/ExecutableLink.h"
-#include "bsd/SystemCalls.h"
 #include "corefoundation/CFBundle.h"
+#include "host/ExecutableLink.h"
+#include "host/SystemCalls.h"
 
 namespace {
 

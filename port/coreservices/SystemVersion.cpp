@@ -3,7 +3,7 @@
 #include <atomic>
 #include <charconv>
 #include <cstdlib>
-#include <port/seams_coreservices.h>
+#include <port/internal/seams_coreservices.h>
 #include <string_view>
 
 namespace {

@@ -17,8 +17,8 @@
 #include <sys/vfs.h>
 #include <unistd.h>
 
-#include "bsd/SystemCalls.h"
 #include "coreservices/NodeTable.h"
+#include "host/SystemCalls.h"
 
 namespace port {
 namespace {

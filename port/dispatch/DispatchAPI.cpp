@@ -2,6 +2,7 @@
 #include "dispatch/Queue.h"
 
 #include <dispatch/dispatch.h>
+#include <port/main_queue.h>
 #include <utility>
 
 dispatch_queue_t dispatch_get_main_queue() {
@@ -41,4 +42,8 @@ void dispatch_main() {
     loop.becomePermanent();
     for (;;)
         loop.runTurn();
+}
+
+bool port_main_queue_drain(int milliseconds) {
+    return port::MainLoop::shared().runOnce(milliseconds);
 }

@@ -10,7 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "bsd/SystemCalls.h"
+#include "host/SystemCalls.h"
 
 namespace port {
 namespace {

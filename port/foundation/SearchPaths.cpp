@@ -1,6 +1,5 @@
 #include <Foundation/Foundation.h>
 
-#include <CoreFoundation/CoreFoundation.h>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -9,8 +8,8 @@
 #include <string_view>
 #include <sys/stat.h>
 
-#include "bsd/AtomicFile.h"
-#include "foundation/Places.h"
+#include "host/AtomicFile.h"
+#include "host/UserFolders.h"
 
 namespace port {
 namespace {
@@ -83,6 +82,11 @@ std::string searchPath(NSSearchPathDirectory directory) {
 } // namespace
 } // namespace port
 
+NSRef<NSString> NSHomeDirectory() {
+    const std::string home = port::homeFolder();
+    return home.empty() ? NSRef<NSString>() : NSString::stringWithUTF8String(home.c_str());
+}
+
 std::vector<NSRef<NSString>> NSSearchPathForDirectoriesInDomains(NSSearchPathDirectory directory,
                                                                  NSSearchPathDomainMask domain, BOOL) {
     std::string path;
@@ -95,18 +99,4 @@ std::vector<NSRef<NSString>> NSSearchPathForDirectoriesInDomains(NSSearchPathDir
             path.empty() ? NSRef<NSString>() : NSString::stringWithUTF8String(path.c_str()))
         found.push_back(std::move(text));
     return found;
-}
-
-NSBundle* NSBundle::mainBundle() {
-    static NSBundle& bundle = *new NSBundle;
-    return &bundle;
-}
-
-NSRef<NSString> NSBundle::bundlePath() const {
-    const CFURLRef url = CFBundleCopyBundleURL(CFBundleGetMainBundle());
-    const CFStringRef path = CFURLCopyFileSystemPath(url, kCFURLPOSIXPathStyle);
-    NSRef<NSString> text = NSString::stringWithCFString(path);
-    CFRelease(path);
-    CFRelease(url);
-    return text;
 }

@@ -8,10 +8,10 @@
 #include <fcntl.h>
 #include <memory>
 #include <port/UniqueFd.h>
-#include <port/seams_iokit.h>
+#include <port/internal/seams_iokit.h>
 #include <string_view>
 
-#include "bsd/SystemCalls.h"
+#include "host/SystemCalls.h"
 
 namespace port {
 namespace {

@@ -1,4 +1,4 @@
-#include "bsd/SystemCalls.h"
+#include "host/SystemCalls.h"
 #include "xpc/XPCDictionary.h"
 
 #include <cstring>

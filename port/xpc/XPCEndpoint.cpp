@@ -1,6 +1,6 @@
 #include "xpc/XPCEndpoint.h"
 
-#include "bsd/SystemCalls.h"
+#include "host/SystemCalls.h"
 #include "xpc/XPCLimits.h"
 #include "xpc/XPCRuntimeFolder.h"
 

@@ -1,6 +1,6 @@
 #include "xpc/XPCFrameReader.h"
 
-#include "bsd/SystemCalls.h"
+#include "host/SystemCalls.h"
 
 #include <algorithm>
 #include <cerrno>

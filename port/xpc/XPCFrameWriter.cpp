@@ -1,6 +1,6 @@
 #include "xpc/XPCFrameWriter.h"
 
-#include "bsd/SystemCalls.h"
+#include "host/SystemCalls.h"
 
 #include <algorithm>
 #include <array>

@@ -1,8 +1,8 @@
 #include "xpc/XPCListener.h"
 
-#include "bsd/SystemCalls.h"
 #include "dispatch/MainLoop.h"
 #include "dispatch/WorkerPool.h"
+#include "host/SystemCalls.h"
 #include "xpc/XPCConnection.h"
 #include "xpc/XPCReplyTable.h"
 

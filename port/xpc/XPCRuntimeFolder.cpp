@@ -4,6 +4,8 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
+#include <port/bsd.h>
+#include <port/runtime_folder.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -80,3 +82,9 @@ std::string xpcServicePath(const std::string& folder, std::string_view name, std
 }
 
 } // namespace port
+
+bool port_runtime_folder(char* path, std::size_t size) {
+    const std::string folder = port::xpcRuntimeFolder();
+    strlcpy(path, folder.c_str(), size);
+    return port::xpcCheckRuntimeFolder(folder, false);
+}

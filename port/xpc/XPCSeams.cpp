@@ -1,12 +1,7 @@
-#include "dispatch/MainLoop.h"
 #include "xpc/XPCConnection.h"
 #include "xpc/XPCHandle.h"
 
-#include <port/seams.h>
-
-bool port_main_queue_drain(int milliseconds) {
-    return port::MainLoop::shared().runOnce(milliseconds);
-}
+#include <port/internal/seams_xpc.h>
 
 void port_set_raw_peer_pid(pid_t pid) {
     port::XPCConnection::forcePid(pid);

@@ -1,7 +1,7 @@
 #include "base/LSystemVersion.h"
 
 #include <gtest/gtest.h>
-#include <port/seams_coreservices.h>
+#include <port/internal/seams_coreservices.h>
 #include <unistd.h>
 
 namespace {

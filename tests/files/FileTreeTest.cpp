@@ -1,6 +1,6 @@
-#include "bsd/SystemCalls.h"
 #include "files/LFile.h"
 #include "files/LFolderIterator.h"
+#include "host/SystemCalls.h"
 #include "support/Bundle.h"
 #include "support/TemporaryFolder.h"
 

@@ -8,7 +8,7 @@
 #include <sys/stat.h>
 #include <thread>
 
-#include "bsd/SystemCalls.h"
+#include "host/SystemCalls.h"
 #include "support/Bundle.h"
 #include "xpc/ChildProcess.h"
 

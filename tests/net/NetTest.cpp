@@ -1,6 +1,6 @@
 // The other end of every connection is a program that is not ours: Python's sockets.
 #include "base/LDeadline.h"
-#include "bsd/SystemCalls.h"
+#include "host/SystemCalls.h"
 #include "net/LProcessSocket.h"
 #include "net/LTCPListener.h"
 #include "support/Recorder.h"

@@ -7,8 +7,8 @@
 #include <cerrno>
 #include <csignal>
 #include <gtest/gtest.h>
-#include <port/seams_coreservices.h>
-#include <port/seams_iokit.h>
+#include <port/internal/seams_coreservices.h>
+#include <port/internal/seams_iokit.h>
 #include <set>
 #include <sstream>
 #include <sys/resource.h>

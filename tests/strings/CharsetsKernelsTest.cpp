@@ -1,5 +1,5 @@
 // Every kernel against naive code, between pages nobody may touch.
-#include "strings/LCharsetsKernels.h"
+#include "strings/internal/LCharsetsKernels.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>

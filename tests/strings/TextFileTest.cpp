@@ -1,5 +1,5 @@
-#include "bsd/SystemCalls.h"
 #include "files/LFile.h"
+#include "host/SystemCalls.h"
 #include "strings/LTextFile.h"
 #include "support/Bundle.h"
 #include "support/TemporaryFolder.h"

@@ -3,7 +3,7 @@
 // Thread-safety: the test's main thread only.
 #pragma once
 
-#include <port/seams.h>
+#include <port/main_queue.h>
 
 #include "xpc/ChildProcess.h"
 

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "xpc/LXPCData.h"
-#include "xpc/LXPCHandles.h"
+#include "xpc/internal/LXPCHandles.h"
 
 namespace {
 

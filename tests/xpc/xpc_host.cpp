@@ -4,7 +4,7 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <port/seams.h>
+#include <port/internal/seams_xpc.h>
 #include <string_view>
 #include <unistd.h>
 

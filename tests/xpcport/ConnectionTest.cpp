@@ -1,5 +1,5 @@
 // Both ends in one process: the contract of a connection.
-#include "bsd/SystemCalls.h"
+#include "host/SystemCalls.h"
 #include "support/MainQueue.h"
 #include "xpc/XPCDictionary.h"
 
@@ -9,7 +9,7 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <mutex>
-#include <port/seams.h>
+#include <port/internal/seams_xpc.h>
 #include <sys/resource.h>
 #include <thread>
 #include <unistd.h>

@@ -1,5 +1,5 @@
 // Messages as their sender and receiver see them, and as they travel.
-#include "bsd/SystemCalls.h"
+#include "host/SystemCalls.h"
 #include "xpc/ChildProcess.h"
 #include "xpc/XPCFrameReader.h"
 #include "xpc/XPCFrameWriter.h"

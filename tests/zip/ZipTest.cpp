@@ -1,7 +1,7 @@
 // The command lines of ordinary names, and the real tools on names and archives that mean harm. All of it in a
 // home folder whose path does, with a temporary folder that must be empty at the end.
 #include <gtest/gtest.h>
-#include <port/seams_shell.h>
+#include <port/internal/seams_shell.h>
 
 #include "files/LFile.h"
 #include "support/Bundle.h"

@@ -1,7 +1,0 @@
-#include "strings/LCharsetsKernels.h"
-
-// For processors without kernels of their own.
-const LCharsetsKernels* const* LCharsetsKernelsHere() {
-    static constexpr const LCharsetsKernels* pList[] = {&LCharsetsPortableKernels, nullptr};
-    return pList;
-}

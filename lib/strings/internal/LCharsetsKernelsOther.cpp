@@ -1,0 +1,7 @@
+#include "strings/internal/LCharsetsKernels.h"
+
+// For processors without kernels of their own.
+const LCharsetsKernels* const* LCharsetsKernelsHere() {
+    static constexpr const LCharsetsKernels* pList[] = {&LCharsetsPortableKernels, nullptr};
+    return pList;
+}

@@ -1,0 +1,165 @@
+#include "corefoundation/SettingsFile.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <thread>
+#include <unistd.h>
+
+#include "corefoundation/PropertyList.h"
+#include "host/AtomicFile.h"
+#include "host/SystemCalls.h"
+#include <port/UniqueFd.h>
+
+namespace port {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto kLockPatience = 5s;
+constexpr auto kFirstLockPause = 1ms;
+constexpr auto kLongestLockPause = 20ms;
+
+// Keeps other processes out of the settings file while it lives. A process that holds the lock and is
+// stopped must not stop us: the wait has an end.
+class FileLock {
+public:
+    explicit FileLock(const std::string& path)
+        : fd_(sys::open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW, 0600)) {
+        const auto deadline = std::chrono::steady_clock::now() + kLockPatience;
+        auto pause = kFirstLockPause;
+        while (fd_ && ::flock(fd_.get(), LOCK_EX | LOCK_NB) != 0) {
+            if ((errno != EWOULDBLOCK && errno != EINTR) || std::chrono::steady_clock::now() >= deadline) {
+                fd_.reset();
+                return;
+            }
+            std::this_thread::sleep_for(pause);
+            pause = std::min<std::chrono::milliseconds>(pause * 2, kLongestLockPause);
+        }
+    }
+    explicit operator bool() const { return static_cast<bool>(fd_); }
+
+private:
+    UniqueFd fd_;
+};
+
+Settings noSettings() {
+    return Settings(CFDictionaryCreate(kCFAllocatorDefault, nullptr, nullptr, 0,
+                                       &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
+}
+
+Settings merge(CFDictionaryRef settings, const SettingChanges& changes) {
+    const CFRef<CFMutableDictionaryRef> merged(
+        CFDictionaryCreateMutableCopy(kCFAllocatorDefault, 0, settings));
+    for (const auto& [key, value] : changes) {
+        const CFRef<CFStringRef> name(
+            CFStringCreateWithCString(kCFAllocatorDefault, key.c_str(), kCFStringEncodingUTF8));
+        if (value)
+            CFDictionarySetValue(merged.get(), name.get(), value.get());
+        else
+            CFDictionaryRemoveValue(merged.get(), name.get());
+    }
+    return Settings::retained(merged.get());
+}
+
+} // namespace
+
+int SettingsFile::load(Settings& settings) {
+    if (path_.empty())
+        return ENOENT;
+    std::vector<std::uint8_t> bytes;
+    const int error = readPropertyListFile(path_.c_str(), bytes);
+    if (error != 0 && error != ENOENT)
+        return error;
+    if (error == ENOENT) {
+        settings = noSettings();
+        return 0;
+    }
+    if (known_ && bytes == knownBytes_) {
+        settings = known_;
+        return 0;
+    }
+    std::string reason;
+    const CFRef<CFPropertyListRef> list = readPropertyList(bytes, reason);
+    if (!list || CFGetTypeID(list.get()) != CFDictionaryGetTypeID()) {
+        settings = noSettings();
+        return EBADMSG;
+    }
+    settings = Settings::retained(static_cast<CFDictionaryRef>(list.get()));
+    remember(std::move(bytes), settings);
+    return 0;
+}
+
+int SettingsFile::update(const SettingChanges& changes, Settings& settings) {
+    Settings current;
+    const int error = load(current);
+    if (error != 0 && (error != EBADMSG || changes.empty()))
+        return error;
+    if (error == 0) {
+        Settings merged = merge(current.get(), changes);
+        if (CFEqual(merged.get(), current.get())) {
+            settings = std::move(merged);
+            return 0;
+        }
+    }
+    return makeFolders(path_.substr(0, path_.rfind('/'))) ? updateLocked(changes, settings) : errno;
+}
+
+int SettingsFile::updateLocked(const SettingChanges& changes, Settings& settings) {
+    const FileLock lock(path_ + ".lock");
+    if (!lock)
+        return errno;
+    Settings current;
+    int error = load(current);
+    if (error == EBADMSG)
+        error = keepDamaged();
+    if (error != 0)
+        return error;
+    Settings merged = merge(current.get(), changes);
+    if (!CFEqual(merged.get(), current.get()))
+        error = write(merged);
+    if (error == 0)
+        settings = std::move(merged);
+    return error;
+}
+
+void SettingsFile::remember(std::vector<std::uint8_t> bytes, const Settings& settings) {
+    knownBytes_ = std::move(bytes);
+    known_ = settings;
+}
+
+int SettingsFile::keepDamaged() const {
+    timespec now;
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    char suffix[48];
+    std::snprintf(suffix, sizeof suffix, ".corrupt-%lld.%09ld", static_cast<long long>(now.tv_sec),
+                  now.tv_nsec);
+    const bool moved = moveAside(path_, suffix);
+    const int error = moved ? 0 : errno;
+    ::dprintf(STDERR_FILENO, "%s: settings file %s is damaged; it %s%s\n", program_invocation_short_name,
+              path_.c_str(), moved ? "is kept with the suffix " : "cannot be put aside and stays",
+              moved ? suffix : "");
+    return error;
+}
+
+int SettingsFile::write(const Settings& settings) {
+    std::string xml;
+    std::string reason;
+    // Each value was found fit for a list when it was set: only all of them together can be too much.
+    if (!writeXMLPropertyList(settings.get(), xml, reason))
+        return EFBIG;
+    // We hold the lock, so a temporary file of another writer is one that was killed.
+    if (!tidied_)
+        removeAbandonedTemporaries(path_);
+    tidied_ = true;
+    if (!replaceFile(path_, xml))
+        return errno;
+    remember({xml.begin(), xml.end()}, settings);
+    return 0;
+}
+
+} // namespace port

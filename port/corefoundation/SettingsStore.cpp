@@ -1,0 +1,121 @@
+#include "corefoundation/SettingsStore.h"
+
+#include <cerrno>
+
+#include "host/UserFolders.h"
+#include <Foundation/Foundation.h>
+
+namespace port {
+namespace {
+
+// Leaves room in a file name of 255 bytes for the suffixes of lock, temporary and kept files.
+constexpr std::size_t kMaxIdentifierLength = 200;
+
+CFRef<CFStringRef> keyFrom(const char* text) {
+    return CFRef<CFStringRef>(CFStringCreateWithCString(kCFAllocatorDefault, text, kCFStringEncodingUTF8));
+}
+
+bool isStorable(const CFRef<CFStringRef>& key, CFTypeRef value) {
+    if (!key)
+        return false;
+    const void* keys[] = {key.get()};
+    const void* values[] = {value};
+    const CFRef<CFDictionaryRef> entry(CFDictionaryCreate(kCFAllocatorDefault, keys, values, 1,
+                                                          &kCFTypeDictionaryKeyCallBacks,
+                                                          &kCFTypeDictionaryValueCallBacks));
+    return CFPropertyListIsValid(entry.get(), kCFPropertyListXMLFormat_v1_0);
+}
+
+} // namespace
+
+SettingsStore::SettingsStore(std::string path) : file_(std::move(path)) {
+    load();
+}
+
+// With `saving_` held, but for the constructor.
+int SettingsStore::load() {
+    Settings settings;
+    readError_ = file_.load(settings);
+    const std::lock_guard lock(guard_);
+    if (settings)
+        saved_ = std::move(settings);
+    return readError_;
+}
+
+int SettingsStore::readError() {
+    if (readError_ == 0)
+        return 0;
+    const std::lock_guard save(saving_);
+    return readError_ == 0 ? 0 : load();
+}
+
+CFRef<CFTypeRef> SettingsStore::value(const char* key) {
+    const CFRef<CFStringRef> name = keyFrom(key);
+    readError();
+    const std::lock_guard lock(guard_);
+    if (const auto change = pending_.find(key); change != pending_.end())
+        return change->second;
+    if (!name || !saved_)
+        return {};
+    return CFRef<CFTypeRef>::retained(CFDictionaryGetValue(saved_.get(), name.get()));
+}
+
+bool SettingsStore::change(const char* key, CFRef<CFTypeRef> value) {
+    if (!isStorable(keyFrom(key), value ? value.get() : kCFBooleanTrue))
+        return false;
+    const int error = value ? 0 : readError();
+    const std::lock_guard lock(guard_);
+    if (error == 0 || error == EBADMSG)
+        pending_.insert_or_assign(key, std::move(value));
+    else
+        pending_.erase(key);
+    return true;
+}
+
+int SettingsStore::synchronize() {
+    const std::lock_guard saving(saving_);
+    SettingChanges changes;
+    {
+        const std::lock_guard lock(guard_);
+        changes = pending_;
+    }
+    const int error = save(changes);
+    if (error == EFBIG && changes.size() > 1)
+        for (const auto& change : changes)
+            save({change});
+    return error;
+}
+
+int SettingsStore::save(const SettingChanges& changes) {
+    Settings settings;
+    if (const int error = file_.update(changes, settings); error != 0)
+        return error;
+    readError_ = 0;
+    const std::lock_guard lock(guard_);
+    saved_ = std::move(settings);
+    // A key that was changed again while the file was written stays pending.
+    for (const auto& [key, value] : changes) {
+        const auto change = pending_.find(key);
+        if (change != pending_.end() && change->second.get() == value.get())
+            pending_.erase(change);
+    }
+    return 0;
+}
+
+std::string SettingsStore::pathFor(std::string_view identifier) {
+    const std::string folder = configurationFolder();
+    if (folder.empty() || identifier.empty() || identifier.size() > kMaxIdentifierLength ||
+        identifier.find('/') != std::string_view::npos)
+        return "";
+    return folder + "/" + std::string(identifier) + ".plist";
+}
+
+std::string SettingsStore::ownPath() {
+    CFBundleRef bundle = CFBundleGetMainBundle();
+    const NSRef<NSString> identifier =
+        NSString::stringWithCFString(bundle == nullptr ? nullptr : CFBundleGetIdentifier(bundle));
+    const std::string path = identifier ? pathFor(identifier->UTF8String()) : "";
+    return path.empty() ? pathFor(program_invocation_short_name) : path;
+}
+
+} // namespace port

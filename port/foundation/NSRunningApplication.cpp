@@ -1,0 +1,55 @@
+#include <AppKit/AppKit.h>
+
+#include <unistd.h>
+
+#include "corefoundation/CFObject.h"
+#include "coreservices/RunningBundles.h"
+
+namespace {
+
+using port::CFRef;
+
+// The bundle at a path; our own is already at hand, with what was read of it.
+CFRef<CFBundleRef> bundleAt(const std::string& path, pid_t process) {
+    if (process == ::getpid())
+        return CFRef<CFBundleRef>::retained(CFBundleGetMainBundle());
+    const CFRef<CFURLRef> url(CFURLCreateFromFileSystemRepresentation(
+        kCFAllocatorDefault, reinterpret_cast<const UInt8*>(path.data()), static_cast<CFIndex>(path.size()),
+        true));
+    return CFRef<CFBundleRef>(url ? CFBundleCreate(kCFAllocatorDefault, url.get()) : nullptr);
+}
+
+NSRef<NSString> textOf(CFBundleRef bundle, CFStringRef key) {
+    const CFTypeRef value = CFBundleGetValueForInfoDictionaryKey(bundle, key);
+    if (value == nullptr || CFGetTypeID(value) != CFStringGetTypeID())
+        return {};
+    return NSString::stringWithCFString(static_cast<CFStringRef>(value));
+}
+
+NSRef<NSString> nameOf(CFBundleRef bundle, const std::string& path) {
+    NSRef<NSString> name = textOf(bundle, CFSTR("CFBundleDisplayName"));
+    if (!name)
+        name = textOf(bundle, kCFBundleNameKey);
+    if (name)
+        return name;
+    const std::size_t start = path.rfind('/') + 1;
+    constexpr std::size_t kSuffixLength = 4; // ".app"
+    name = NSString::stringWithUTF8String(path.substr(start, path.size() - start - kSuffixLength).c_str());
+    return name ? name : NSString::stringWithUTF8String("");
+}
+
+} // namespace
+
+std::vector<NSRef<NSRunningApplication>>
+NSRunningApplication::runningApplicationsWithBundleIdentifier(const char* identifier) {
+    std::vector<NSRef<NSRunningApplication>> found;
+    port::forEachRunningBundle([&](pid_t process, const std::string& path) {
+        const CFRef<CFBundleRef> bundle = bundleAt(path, process);
+        const NSRef<NSString> itsIdentifier =
+            bundle ? textOf(bundle.get(), kCFBundleIdentifierKey) : NSRef<NSString>();
+        if (itsIdentifier && itsIdentifier->isEqualToString(identifier))
+            found.emplace_back(new NSRunningApplication(nameOf(bundle.get(), path), process));
+        return true;
+    });
+    return found;
+}

@@ -1,0 +1,165 @@
+#include "host/AtomicFile.h"
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <dirent.h>
+#include <fcntl.h>
+#include <memory>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "host/SystemCalls.h"
+#include <port/UniqueFd.h>
+
+namespace port {
+namespace {
+
+constexpr int kMaxLinks = 16;
+constexpr int kMaxNameAttempts = 100;
+constexpr mode_t kNewFileMode = 0600;
+constexpr mode_t kPermissionBits = 0777;
+
+// Removes the temporary file unless it took its final name.
+class Temporary {
+public:
+    Temporary(int folder, const std::string& target) : folder_(folder) {
+        static constinit std::atomic<unsigned> serial{0};
+        for (int attempt = 0; attempt < kMaxNameAttempts && !fd_; ++attempt) {
+            name_ = prefix(target) + std::to_string(::getpid()) + "-" + std::to_string(serial.fetch_add(1));
+            fd_.reset(
+                sys::openat(folder, name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, kNewFileMode));
+            if (!fd_ && errno != EEXIST)
+                return;
+        }
+    }
+    Temporary(const Temporary&) = delete;
+    Temporary& operator=(const Temporary&) = delete;
+    ~Temporary() {
+        if (!fd_)
+            return;
+        const int error = errno;
+        ::unlinkat(folder_, name_.c_str(), 0);
+        errno = error;
+    }
+
+    static std::string prefix(const std::string& target) { return "." + target + ".tmp-"; }
+
+    bool fill(std::string_view bytes, mode_t mode) {
+        return fd_ && sys::writeAll(fd_.get(), bytes.data(), bytes.size()) &&
+               ::fchmod(fd_.get(), mode) == 0 && sys::fsync(fd_.get()) == 0;
+    }
+
+    bool takeName(const std::string& target) {
+        if (sys::renameat(folder_, name_.c_str(), folder_, target.c_str()) != 0)
+            return false;
+        fd_.reset();
+        return true;
+    }
+
+private:
+    int folder_;
+    std::string name_;
+    UniqueFd fd_;
+};
+
+UniqueFd openFolder(const FilePlace& place) {
+    return UniqueFd(sys::open(place.folder.empty() ? "." : place.folder.c_str(), O_RDONLY | O_DIRECTORY));
+}
+
+// The permissions that the new content is to have. False when something other than a file has the name.
+bool permissionsFor(int folder, const std::string& name, mode_t& mode) {
+    struct stat status;
+    mode = kNewFileMode;
+    if (::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+        return errno == ENOENT;
+    mode = status.st_mode & kPermissionBits;
+    if (S_ISREG(status.st_mode))
+        return true;
+    errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+    return false;
+}
+
+FilePlace split(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    if (slash == std::string::npos)
+        return {"", path};
+    return {path.substr(0, slash + 1), path.substr(slash + 1)};
+}
+
+} // namespace
+
+bool resolvePlace(const std::string& path, FilePlace& place) {
+    std::string current = path;
+    std::array<char, PATH_MAX> link;
+    for (int links = 0; links <= kMaxLinks; ++links) {
+        place = split(current);
+        if (place.name.empty() || place.name == "." || place.name == "..") {
+            errno = EINVAL;
+            return false;
+        }
+        const ssize_t length = ::readlink(current.c_str(), link.data(), link.size());
+        if (length < 0) // not a link, or nothing there yet
+            return errno == EINVAL || errno == ENOENT;
+        if (static_cast<std::size_t>(length) == link.size()) {
+            errno = ENAMETOOLONG;
+            return false;
+        }
+        const std::string target(link.data(), static_cast<std::size_t>(length));
+        current = target.starts_with('/') ? target : place.folder + target;
+    }
+    errno = ELOOP;
+    return false;
+}
+
+bool replaceFile(const std::string& path, std::string_view bytes) {
+    FilePlace place;
+    if (!resolvePlace(path, place))
+        return false;
+    const UniqueFd folder = openFolder(place);
+    mode_t mode = 0;
+    if (!folder || !permissionsFor(folder.get(), place.name, mode))
+        return false;
+    Temporary temporary(folder.get(), place.name);
+    return temporary.fill(bytes, mode) && temporary.takeName(place.name) && sys::fsync(folder.get()) == 0;
+}
+
+void removeAbandonedTemporaries(const std::string& path) {
+    FilePlace place;
+    if (!resolvePlace(path, place))
+        return;
+    const std::unique_ptr<DIR, int (*)(DIR*)> folder(
+        ::opendir(place.folder.empty() ? "." : place.folder.c_str()), ::closedir);
+    if (folder == nullptr)
+        return;
+    const std::string prefix = Temporary::prefix(place.name);
+    while (const dirent* entry = ::readdir(folder.get())) {
+        if (std::string_view(entry->d_name).starts_with(prefix))
+            ::unlinkat(::dirfd(folder.get()), entry->d_name, 0);
+    }
+}
+
+bool moveAside(const std::string& path, const std::string& suffix) {
+    FilePlace place;
+    if (!resolvePlace(path, place))
+        return false;
+    const UniqueFd folder = openFolder(place);
+    return folder &&
+           sys::renameat(folder.get(), place.name.c_str(), folder.get(), (place.name + suffix).c_str()) ==
+               0 &&
+           sys::fsync(folder.get()) == 0;
+}
+
+bool makeFolders(const std::string& folder) {
+    for (std::size_t end = folder.find('/', 1);; end = folder.find('/', end + 1)) {
+        const std::string part = folder.substr(0, end);
+        if (::mkdir(part.c_str(), 0700) != 0 && errno != EEXIST)
+            return false;
+        if (end == std::string::npos)
+            return true;
+    }
+}
+
+} // namespace port

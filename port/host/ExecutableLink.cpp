@@ -1,0 +1,18 @@
+#include "host/ExecutableLink.h"
+
+#include <unistd.h>
+
+namespace port {
+
+std::string_view readExecutableLink(int folder, const char* link, std::span<char> buffer) {
+    constexpr std::string_view kDeleted = " (deleted)";
+    const ssize_t length = readlinkat(folder, link, buffer.data(), buffer.size());
+    if (length <= 0 || static_cast<std::size_t>(length) == buffer.size())
+        return {};
+    std::string_view executable(buffer.data(), static_cast<std::size_t>(length));
+    if (executable.ends_with(kDeleted))
+        executable.remove_suffix(kDeleted.size());
+    return executable;
+}
+
+} // namespace port
