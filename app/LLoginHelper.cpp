@@ -1,7 +1,10 @@
 #include "LLoginHelper.h"
 
 #include <atomic>
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
+#include <dispatch/dispatch.h>
 #include <mutex>
 #include <pthread.h>
 #include <unistd.h>
@@ -10,6 +13,7 @@
 #include "LLoginHelperNotify.h"
 #include "LoginDecision.h"
 #include "LoginHelperContract.h"
+#include "RuntimeFolder.h"
 #include "base/LPtr.h"
 #include "base/LSystemVersion.h"
 #include "xpc/LXPCServer.h"
@@ -67,6 +71,26 @@ void ForgetSetting(NSUserDefaults* pDefaults) {
         HelperReport("the settings could not be saved");
 }
 
+// Of the main thread; the other line went out when it is set.
+bool bNotServing = false;
+
+void ReportServing() {
+    if (!bNotServing)
+        HelperReport("%s is running: serving %s", LMainAppDisplayName, LHelperServiceName);
+}
+
+void ReportNotServing(int nError) {
+    bNotServing = true;
+    const LRuntimeFolder folder = LookAtRuntimeFolder();
+    if (!folder.sProblem.empty())
+        HelperReport("not serving: %s", folder.sProblem.c_str());
+    else if (nError == EADDRINUSE)
+        HelperReport("not serving: another helper or program has %s in %s", LHelperServiceName,
+                     folder.sPath.c_str());
+    else
+        HelperReport("not serving: %s in %s: %s", LHelperServiceName, folder.sPath.c_str(), strerror(nError));
+}
+
 } // namespace
 
 LXPCMachServer* LLoginHelper::getXPCServer() const {
@@ -88,9 +112,10 @@ void LLoginHelper::startXPCServer() {
     pXPCServer->AddKey(LKeyLaunchAtLogin, LXPCDataTypeBool);
     pXPCServer->AddKey(LKeyQueryLaunchAtLogin, LXPCDataTypeBool);
     pXPCServer->AddKey(LKeyShutdownHelper, LXPCDataTypeBool);
-    HelperReport("%s is running: serving %s", LMainAppDisplayName, LHelperServiceName);
+    // `Start` serves the main queue once it has the service: whoever reads the line may connect.
+    dispatch_async(dispatch_get_main_queue(), ReportServing);
     if (!pXPCServer->Start(LHelperServiceName))
-        HelperReport("not serving: the service cannot be created or another helper has it");
+        ReportNotServing(errno);
 }
 
 BOOL LLoginHelper::isMainAppRunning() const {
@@ -109,7 +134,8 @@ void LLoginHelper::launchMainApp(const LLoginFacts& facts, const LLoginVerdict& 
 }
 
 void LLoginHelper::applicationDidFinishLaunching(const NSNotification&) {
-    const LLoginFacts facts = CollectLoginFacts(*NSUserDefaults::standardUserDefaults(), isMainAppRunning());
+    LLoginFacts facts = CollectLoginFacts(*NSUserDefaults::standardUserDefaults(), isMainAppRunning());
+    facts.bOwnBundle = IsHelperBundle();
     const LLoginVerdict verdict = DecideLogin(facts);
     if (verdict.eAction == LLoginAction::Quit) {
         HelperReport("not launched: %s", verdict.sWhy.c_str());

@@ -2,9 +2,12 @@
 
 #include <AppKit/AppKit.h>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <port/bsd.h>
+#include <port/trust.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "LoginHelperContract.h"
 #include "base/LLimits.h"
@@ -26,13 +29,48 @@ CFBundleRef CreateBundle(const char* szPath) {
     return url ? CFBundleCreate(kCFAllocatorDefault, url.Get()) : nullptr;
 }
 
+std::string TextOf(CFStringRef pText) {
+    const NSRef<NSString> text = NSString::stringWithCFString(pText);
+    return text ? text->UTF8String() : "";
+}
+
+// Empty when the bundle has none.
+std::string ExecutableOf(CFBundleRef pBundle) {
+    const LCFURL url(CFBundleCopyExecutableURL(pBundle));
+    UInt8 szPath[PATH_MAX];
+    if (!url || !CFURLGetFileSystemRepresentation(url.Get(), true, szPath, sizeof szPath))
+        return "";
+    return reinterpret_cast<const char*>(szPath);
+}
+
+// Both files decide what runs: the property list names the executable.
+void LookForWriters(LLoginFacts& facts) {
+    for (const std::string& sFile : {facts.sExecutable, facts.sPath + "/Contents/Info.plist"}) {
+        char szItem[PATH_MAX];
+        if (port_only_ours(sFile.c_str(), szItem, sizeof szItem))
+            continue;
+        facts.nForeignError = errno;
+        facts.sForeignItem = szItem;
+        return;
+    }
+}
+
 void LookAtBundle(LLoginFacts& facts) {
     const LCFBundle bundle(CreateBundle(facts.sPath.c_str()));
-    facts.bBundle = static_cast<bool>(bundle);
+    if (!bundle)
+        return;
+    facts.bBundle = true;
+    facts.bInfo = CFDictionaryGetCount(CFBundleGetInfoDictionary(bundle.Get())) != 0;
+    facts.sIdentifier = TextOf(CFBundleGetIdentifier(bundle.Get()));
     int nMajor = 0;
     int nMinor = 0;
     if (bundle.GetVersionNumber(nMajor, nMinor))
         facts.sVersion = std::to_string(nMajor) + "." + std::to_string(nMinor);
+    facts.sExecutable = ExecutableOf(bundle.Get());
+    if (facts.sExecutable.empty())
+        return;
+    facts.nExecutableError = access(facts.sExecutable.c_str(), X_OK) == 0 ? 0 : errno;
+    LookForWriters(facts);
 }
 
 void LookAtPath(LLoginFacts& facts) {
@@ -45,6 +83,24 @@ void LookAtPath(LLoginFacts& facts) {
 // True when nothing can be there. Of any other failure nobody knows whether it lasts.
 bool IsGone(int nPathError) {
     return nPathError == ENOENT || nPathError == ENOTDIR;
+}
+
+std::string CannotLookAt(const std::string& sPath, int nError) {
+    return sPath + " cannot be looked at: " + strerror(nError);
+}
+
+// Everything speaks for the launch; what is launched must be there, and be what this user left there.
+LLoginVerdict DecideLaunch(const LLoginFacts& facts) {
+    using enum LLoginAction;
+    if (facts.sExecutable.empty())
+        return {Nothing, facts.sPath + " has no executable"};
+    if (facts.nExecutableError != 0)
+        return {Nothing, facts.sExecutable + " cannot be executed: " + strerror(facts.nExecutableError)};
+    if (facts.nForeignError == EPERM)
+        return {Nothing, "others may change " + facts.sForeignItem};
+    if (facts.nForeignError != 0)
+        return {Nothing, CannotLookAt(facts.sForeignItem, facts.nForeignError)};
+    return {Launch, "launch at login is on and version " + facts.sVersion + " is there"};
 }
 
 } // namespace
@@ -71,10 +127,17 @@ LLoginFacts CollectLoginFacts(const NSUserDefaults& settings, bool bMainAppRuns)
     return facts;
 }
 
+bool IsHelperBundle() {
+    CFBundleRef pBundle = CFBundleGetMainBundle();
+    return pBundle != nullptr && TextOf(CFBundleGetIdentifier(pBundle)) == LHelperIdentifier;
+}
+
 LLoginVerdict DecideLogin(const LLoginFacts& facts) {
     using enum LLoginAction;
     if (!facts.bSystemIsRecent)
         return {Quit, "the system is older than 10.7"};
+    if (!facts.bOwnBundle)
+        return {Nothing, "cannot find my own bundle"};
     if (facts.bMainAppRuns)
         return {Serve, std::string(LMainAppDisplayName) + " is running"};
     if (facts.sPath.empty())
@@ -82,14 +145,16 @@ LLoginVerdict DecideLogin(const LLoginFacts& facts) {
     if (IsGone(facts.nPathError))
         return {Forget, "nothing is at " + facts.sPath + " any more, the setting is forgotten"};
     if (facts.nPathError != 0)
-        return {Nothing, facts.sPath + " cannot be looked at: " + strerror(facts.nPathError)};
+        return {Nothing, CannotLookAt(facts.sPath, facts.nPathError)};
     if (!facts.bBundle)
         return {Nothing, facts.sPath + " is no bundle"};
+    if (!facts.bInfo)
+        return {Nothing, facts.sPath + "/Contents/Info.plist is missing or damaged"};
     if (facts.sVersion.empty())
         return {Nothing, "the bundle tells no version"};
     if (facts.sVersion != LMainAppVersion)
         return {Nothing, "version " + facts.sVersion + " is not " + LMainAppVersion};
     if (!facts.bSetting)
         return {Nothing, "launch at login is off"};
-    return {Launch, "launch at login is on and version " + facts.sVersion + " is there"};
+    return DecideLaunch(facts);
 }

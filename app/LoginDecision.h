@@ -10,14 +10,23 @@ class NSUserDefaults;
 
 struct LLoginFacts {
     bool bSystemIsRecent = false;
+    bool bOwnBundle = true; // the helper knows its bundle, and by that its settings
     bool bMainAppRuns = false;
 
-    // What is stored, and what is at the stored path. Not looked at while the main application runs.
+    // What is stored, and what is at the stored path. Not looked at while the main application runs. Errors are
+    // values of errno, 0 for none.
     bool bSetting = false;
-    std::string sPath;    // empty: none is stored
-    int nPathError = 0;   // errno's value of looking at the path; 0: something is there
-    bool bBundle = false; // a folder is there, whose path is not longer than a path may be
-    std::string sVersion; // "major.minor"; empty: the bundle tells none
+    std::string sPath;       // empty: none is stored
+    int nPathError = 0;      // of looking at the path
+    bool bBundle = false;    // a folder is there, whose path is not longer than a path may be
+    bool bInfo = false;      // its Info.plist can be read
+    std::string sIdentifier; // empty: it tells none
+    std::string sVersion;    // "major.minor"; empty: it tells none
+    std::string sExecutable; // the path; empty: it has none
+    int nExecutableError = 0;
+    std::string
+        sForeignItem;      // the first item on the way to the executable that others may change; else empty
+    int nForeignError = 0; // EPERM, or why that item could not be looked at
 };
 
 enum class LLoginAction {
@@ -40,6 +49,9 @@ bool IsMainApplicationRunning();
 // The facts at this moment. While the main application runs nothing else is looked at, for nothing else is
 // asked; `bMainAppRuns` is what the caller knows or assumes of that. Blocks on the disk.
 LLoginFacts CollectLoginFacts(const NSUserDefaults& settings, bool bMainAppRuns);
+
+// Whether this program is the helper in its bundle, and the settings of this program are the helper's.
+bool IsHelperBundle();
 
 // What a helper does that meets these facts when it starts.
 LLoginVerdict DecideLogin(const LLoginFacts& facts);

@@ -9,7 +9,6 @@
 #include <climits>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -30,9 +29,9 @@ bool isFolder(const std::string& path) {
     return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-bool isProgram(const std::string& path) {
+bool isFile(const std::string& path) {
     struct stat status {};
-    return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && access(path.c_str(), X_OK) == 0;
+    return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
 std::string_view folderOf(std::string_view path) {
@@ -100,7 +99,7 @@ std::string __CFBundle::executablePath() {
         return {};
     std::string path = folder;
     path.append(kProgramFolder).append("/").append(name);
-    return isProgram(path) ? path : std::string();
+    return isFile(path) ? path : std::string();
 }
 
 namespace port {

@@ -13,8 +13,8 @@ namespace fs = std::filesystem;
 constexpr const char* kOn = "<true/>";
 
 // What a helper says first, and the launched application behind it; the helper has ended then.
-std::string Decision(bool endsItself = false) {
-    const auto helper = Login::StartHelper();
+std::string Decision(bool endsItself = false, const std::string& program = HELPER_PROGRAM) {
+    const auto helper = Login::StartHelper(program);
     std::string line = helper->ReadLine();
     if (line.starts_with("loginhelper: launching "))
         line += " / " + helper->ReadLine();
@@ -80,6 +80,22 @@ TEST(LoginDecision, ByWhatIsAtTheStoredPath) {
     fs::create_directory(folder);
     fs::rename(login.MakeBundle("2.14"), fits);
     fs::copy(fits, tooLong, fs::copy_options::recursive);
+    // Copies of the bundle, each with one fault.
+    const auto broken = [&](const char* fault, auto spoil) {
+        const std::string bundle = login.Path() + "/" + fault + "/Zubeq Free.app";
+        fs::create_directory(login.Path() + "/" + fault);
+        fs::copy(fits, bundle, fs::copy_options::recursive);
+        spoil(bundle + "/Contents/");
+        return bundle;
+    };
+    const std::string program = "MacOS/Zubeq Free";
+    const std::string damaged =
+        broken("damaged", [](const fs::path& in) { std::ofstream(in / "Info.plist"); });
+    const std::string hollow = broken("hollow", [&](const fs::path& in) { fs::remove(in / program); });
+    const std::string mute =
+        broken("mute", [&](const fs::path& in) { fs::permissions(in / program, fs::perms::owner_read); });
+    const std::string open =
+        broken("open", [](const fs::path& in) { fs::permissions(in / "MacOS", fs::perms::all); });
     const std::string nothing = "launches nothing";
     const std::string forgets = nothing + " and forgets the settings";
     // What is stored, what becomes of it, why (none: launched), and what is stored afterwards.
@@ -92,6 +108,11 @@ TEST(LoginDecision, ByWhatIsAtTheStoredPath) {
          "on " + unreachable},
         {file, nothing, file + " is no bundle", "on " + file},
         {tooLong, nothing, tooLong + " is no bundle", "on " + tooLong},
+        {damaged, nothing, damaged + "/Contents/Info.plist is missing or damaged", "on " + damaged},
+        {hollow, nothing, hollow + " has no executable", "on " + hollow},
+        {mute, nothing, mute + "/Contents/" + program + " cannot be executed: Permission denied",
+         "on " + mute},
+        {open, nothing, "others may change " + open + "/Contents/MacOS", "on " + open},
         {fits, "launches the application", "", "on " + fits},
     };
     for (const auto& [path, foretold, why, stored] : rows) {
@@ -100,6 +121,9 @@ TEST(LoginDecision, ByWhatIsAtTheStoredPath) {
         EXPECT_EQ(Decision(), "loginhelper: " + (why.empty() ? Launching(path) : "not launched: " + why));
         EXPECT_EQ(Login::Stored(), stored);
     }
+    const std::string copy = login.Path() + "/loginhelper";
+    fs::copy_file(HELPER_PROGRAM, copy);
+    EXPECT_EQ(Decision(false, copy), "loginhelper: not launched: cannot find my own bundle");
 }
 
 } // namespace

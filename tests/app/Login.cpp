@@ -40,9 +40,9 @@ std::string Login::Stored() {
            (path ? path->UTF8String() : "(none)");
 }
 
-std::unique_ptr<ChildProcess> Login::StartHelper() {
+std::unique_ptr<ChildProcess> Login::StartHelper(const std::string& program) {
     return std::make_unique<ChildProcess>(
-        std::vector<std::string>{"/bin/sh", "-c", "exec \"$0\" 2>&1", HELPER_PROGRAM});
+        std::vector<std::string>{"/bin/sh", "-c", "exec \"$0\" 2>&1", program});
 }
 
 std::vector<NSRef<NSRunningApplication>> Login::RunningApplications() {

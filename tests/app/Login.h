@@ -26,7 +26,7 @@ public:
     static std::string Stored();
 
     // The helper, with its standard error on the pipe, and what the application that it launches says.
-    static std::unique_ptr<ChildProcess> StartHelper();
+    static std::unique_ptr<ChildProcess> StartHelper(const std::string& program = HELPER_PROGRAM);
     static std::vector<NSRef<NSRunningApplication>> RunningApplications();
 
     // Runs loginhelperctl; the words are the shell's. Its status, and what it says on both outputs.

@@ -52,7 +52,7 @@ TEST_F(BundleTest, TheProgramIsAPlainNameInsideTheBundle) {
         std::ofstream(program) << "#!/bin/sh\n";
         fs::permissions(program, fs::perms::owner_all);
     }
-    std::ofstream(programs / "data") << "";
+    fs::create_directory(programs / "data");
     const std::pair<std::string, std::string> rows[] = {
         {Entry("CFBundleExecutable", "tool"), programs / "tool"},
         {"", programs / "Some App"},
@@ -63,7 +63,7 @@ TEST_F(BundleTest, TheProgramIsAPlainNameInsideTheBundle) {
         std::ofstream(infoFile) << PropertyList(entries);
         EXPECT_EQ(path, pathOf(URL(CFBundleCopyExecutableURL(open(app).get())))) << entries;
     }
-    EXPECT_FALSE(open(programs / "data")) << "no folder";
+    EXPECT_FALSE(open(programs / "tool")) << "no folder";
 }
 
 TEST(MainBundle, IsToldByTheExecutablesPath) {

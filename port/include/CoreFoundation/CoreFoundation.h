@@ -278,8 +278,8 @@ CFURLRef CFBundleCopyBundleURL(CFBundleRef bundle);
 CFURLRef CFBundleCopyResourcesDirectoryURL(CFBundleRef bundle); // for an unbundled executable its folder
 
 // The program: the process's own for the main bundle, else Contents/MacOS/ with the name under
-// "CFBundleExecutable", or without one the folder's name up to ".app". Null when that is no executable
-// regular file, or the name is no plain file name.
+// "CFBundleExecutable", or without one the folder's name up to ".app". Null when that is no regular file, or
+// the name is no plain file name. Whether it may be executed is another question.
 CFURLRef CFBundleCopyExecutableURL(CFBundleRef bundle);
 
 // Of any type, null when absent: test the type before a cast.

@@ -90,7 +90,7 @@ const char* xpc_dictionary_get_string(xpc_object_t dictionary, const char* key);
 int xpc_dictionary_dup_fd(xpc_object_t dictionary, const char* key);
 
 // Connections are created suspended; the handler is set before the first resume. A null queue means the
-// connection's own serial queue.
+// connection's own serial queue. A listener that cannot be created is null, with errno.
 xpc_connection_t xpc_connection_create(const char* name, dispatch_queue_t queue);
 xpc_connection_t xpc_connection_create_mach_service(const char* name, dispatch_queue_t queue,
                                                     std::uint64_t flags);
