@@ -68,7 +68,7 @@ void ForgetSetting(NSUserDefaults* pDefaults) {
     pDefaults->removeObjectForKey(LSettingLaunchAtLogin);
     pDefaults->removeObjectForKey(LSettingMainAppPath);
     if (!pDefaults->synchronize())
-        HelperReport("the settings could not be saved");
+        HelperReport("the settings could not be saved: %s", strerror(errno));
 }
 
 // Of the main thread; the other line went out when it is set.
@@ -76,7 +76,7 @@ bool bNotServing = false;
 
 void ReportServing() {
     if (!bNotServing)
-        HelperReport("%s is running: serving %s", LMainAppDisplayName, LHelperServiceName);
+        HelperReport("serving %s", LHelperServiceName);
 }
 
 void ReportNotServing(int nError) {

@@ -119,6 +119,8 @@ LLoginFacts CollectLoginFacts(const NSUserDefaults& settings, bool bMainAppRuns)
     facts.bMainAppRuns = bMainAppRuns;
     if (bMainAppRuns)
         return facts;
+    if (!settings.port_isReadable(&facts.nSettingsError))
+        return facts;
     facts.bSetting = settings.boolForKey(LSettingLaunchAtLogin);
     if (const NSRef<NSString> pPath = settings.stringForKey(LSettingMainAppPath))
         facts.sPath = pPath->UTF8String();
@@ -140,6 +142,10 @@ LLoginVerdict DecideLogin(const LLoginFacts& facts) {
         return {Nothing, "cannot find my own bundle"};
     if (facts.bMainAppRuns)
         return {Serve, std::string(LMainAppDisplayName) + " is running"};
+    if (facts.nSettingsError == EBADMSG)
+        return {Nothing, "the settings are damaged"};
+    if (facts.nSettingsError != 0)
+        return {Nothing, std::string("the settings cannot be read: ") + strerror(facts.nSettingsError)};
     if (facts.sPath.empty())
         return {Forget, facts.bSetting ? "no path is stored" : "launch at login is off"};
     if (IsGone(facts.nPathError))

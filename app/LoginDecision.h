@@ -15,6 +15,7 @@ struct LLoginFacts {
 
     // What is stored, and what is at the stored path. Not looked at while the main application runs. Errors are
     // values of errno, 0 for none.
+    int nSettingsError = 0; // of reading the settings; EBADMSG: they are damaged
     bool bSetting = false;
     std::string sPath;       // empty: none is stored
     int nPathError = 0;      // of looking at the path

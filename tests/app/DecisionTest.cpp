@@ -1,10 +1,12 @@
 // What the helper decides at login, and what the doctor foretells: real processes, in tables.
+#include <LoginHelperContract.h>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 
 #include "app/Login.h"
+#include "support/Bundle.h"
 
 namespace {
 
@@ -80,6 +82,14 @@ TEST(LoginDecision, ByWhatIsAtTheStoredPath) {
     fs::create_directory(folder);
     fs::rename(login.MakeBundle("2.14"), fits);
     fs::copy(fits, tooLong, fs::copy_options::recursive);
+    const std::string settings = login.Path() + "/" + LHelperIdentifier + ".plist";
+    std::ofstream(settings) << "damaged";
+    ExpectForetold("launches nothing\nwhy: the settings are damaged");
+    EXPECT_EQ(Decision(), "loginhelper: not launched: the settings are damaged");
+    EXPECT_EQ(FileText(settings), "damaged");
+    const std::string copy = login.Path() + "/loginhelper";
+    fs::copy_file(HELPER_PROGRAM, copy);
+    EXPECT_EQ(Decision(false, copy), "loginhelper: not launched: cannot find my own bundle");
     // Copies of the bundle, each with one fault.
     const auto broken = [&](const char* fault, auto spoil) {
         const std::string bundle = login.Path() + "/" + fault + "/Zubeq Free.app";
@@ -121,9 +131,6 @@ TEST(LoginDecision, ByWhatIsAtTheStoredPath) {
         EXPECT_EQ(Decision(), "loginhelper: " + (why.empty() ? Launching(path) : "not launched: " + why));
         EXPECT_EQ(Login::Stored(), stored);
     }
-    const std::string copy = login.Path() + "/loginhelper";
-    fs::copy_file(HELPER_PROGRAM, copy);
-    EXPECT_EQ(Decision(false, copy), "loginhelper: not launched: cannot find my own bundle");
 }
 
 } // namespace
