@@ -7,6 +7,7 @@
 #include <ctime>
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 
@@ -20,6 +21,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
+constexpr char kLockSuffix[] = ".lock";
+constexpr char kDamagedSuffix[] = ".corrupt-"; // the time follows
 constexpr auto kLockPatience = 5s;
 constexpr auto kFirstLockPause = 1ms;
 constexpr auto kLongestLockPause = 20ms;
@@ -28,22 +31,38 @@ constexpr auto kLongestLockPause = 20ms;
 // stopped must not stop us: the wait has an end.
 class FileLock {
 public:
-    explicit FileLock(const std::string& path)
-        : fd_(sys::open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW, 0600)) {
+    explicit FileLock(std::string path) : path_(std::move(path)) {
+        // Who removed the file while we waited held a lock that keeps nobody out any more.
+        do
+            fd_.reset(sys::open(path_.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW, 0600));
+        while (fd_ && lock() && isUnlinked());
+    }
+    explicit operator bool() const { return static_cast<bool>(fd_); }
+
+    // Precondition: the lock is held.
+    int removeFile() const { return ::unlink(path_.c_str()) == 0 ? 0 : errno; }
+
+private:
+    // Closes the file, errno kept, when the lock cannot be had.
+    bool lock() {
         const auto deadline = std::chrono::steady_clock::now() + kLockPatience;
         auto pause = kFirstLockPause;
-        while (fd_ && ::flock(fd_.get(), LOCK_EX | LOCK_NB) != 0) {
+        while (::flock(fd_.get(), LOCK_EX | LOCK_NB) != 0) {
             if ((errno != EWOULDBLOCK && errno != EINTR) || std::chrono::steady_clock::now() >= deadline) {
                 fd_.reset();
-                return;
+                return false;
             }
             std::this_thread::sleep_for(pause);
             pause = std::min<std::chrono::milliseconds>(pause * 2, kLongestLockPause);
         }
+        return true;
     }
-    explicit operator bool() const { return static_cast<bool>(fd_); }
+    bool isUnlinked() const {
+        struct stat status;
+        return ::fstat(fd_.get(), &status) == 0 && status.st_nlink == 0;
+    }
 
-private:
+    std::string path_;
     UniqueFd fd_;
 };
 
@@ -110,7 +129,7 @@ int SettingsFile::update(const SettingChanges& changes, Settings& settings) {
 }
 
 int SettingsFile::updateLocked(const SettingChanges& changes, Settings& settings) {
-    const FileLock lock(path_ + ".lock");
+    const FileLock lock(path_ + kLockSuffix);
     if (!lock)
         return errno;
     Settings current;
@@ -127,6 +146,18 @@ int SettingsFile::updateLocked(const SettingChanges& changes, Settings& settings
     return error;
 }
 
+int SettingsFile::remove() {
+    if (path_.empty())
+        return ENOENT;
+    const std::string folder = path_.substr(0, path_.rfind('/'));
+    if (::access(folder.c_str(), F_OK) != 0)
+        return errno == ENOENT ? 0 : errno;
+    const FileLock lock(path_ + kLockSuffix);
+    if (!lock || !removeWithCopies(path_, kDamagedSuffix))
+        return errno;
+    return lock.removeFile();
+}
+
 void SettingsFile::remember(std::vector<std::uint8_t> bytes, const Settings& settings) {
     knownBytes_ = std::move(bytes);
     known_ = settings;
@@ -136,7 +167,7 @@ int SettingsFile::keepDamaged() const {
     timespec now;
     ::clock_gettime(CLOCK_REALTIME, &now);
     char suffix[48];
-    std::snprintf(suffix, sizeof suffix, ".corrupt-%lld.%09ld", static_cast<long long>(now.tv_sec),
+    std::snprintf(suffix, sizeof suffix, "%s%lld.%09ld", kDamagedSuffix, static_cast<long long>(now.tv_sec),
                   now.tv_nsec);
     const bool moved = moveAside(path_, suffix);
     const int error = moved ? 0 : errno;

@@ -35,6 +35,12 @@ public:
     // it was and `settings` is untouched.
     int update(const SettingChanges& changes, Settings& settings);
 
+    // Removes the file, whatever it holds, the damaged ones that were kept, and the lock file. Blocks as `update`
+    // does. 0, or the errno value of what failed.
+    int remove();
+
+    const std::string& path() const { return path_; }
+
 private:
     void remember(std::vector<std::uint8_t> bytes, const Settings& settings);
     int updateLocked(const SettingChanges& changes, Settings& settings);

@@ -102,6 +102,17 @@ int SettingsStore::save(const SettingChanges& changes) {
     return 0;
 }
 
+int SettingsStore::remove() {
+    const std::lock_guard saving(saving_);
+    if (const int error = file_.remove(); error != 0)
+        return error;
+    {
+        const std::lock_guard lock(guard_);
+        pending_.clear();
+    }
+    return load();
+}
+
 std::string SettingsStore::pathFor(std::string_view identifier) {
     const std::string folder = configurationFolder();
     if (folder.empty() || identifier.empty() || identifier.size() > kMaxIdentifierLength ||

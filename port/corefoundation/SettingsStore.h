@@ -32,6 +32,10 @@ public:
     // Saves the changes and takes in those of other processes. 0, or the errno value of what failed: the changes
     // that are not on the disk stay pending. One that does not fit does not hold up the others.
     int synchronize();
+    // Removes every setting, the file, and what was kept beside it. 0, or the errno value of what failed.
+    int remove();
+
+    const std::string& path() const { return file_.path(); }
 
     // The settings file of the application with that identifier; empty when it makes no file name.
     static std::string pathFor(std::string_view identifier);

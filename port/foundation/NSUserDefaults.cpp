@@ -126,6 +126,16 @@ BOOL NSUserDefaults::synchronize() {
     return error == 0;
 }
 
+BOOL NSUserDefaults::port_removeAll() {
+    const int error = store_->remove();
+    errno = error;
+    return error == 0;
+}
+
+const char* NSUserDefaults::port_path() const {
+    return store_->path().c_str();
+}
+
 BOOL NSUserDefaults::port_isReadable(int* error) const {
     const int failure = store_->readError();
     if (error != nullptr)

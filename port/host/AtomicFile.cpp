@@ -1,5 +1,6 @@
 #include "host/AtomicFile.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -7,6 +8,7 @@
 #include <cstdio>
 #include <dirent.h>
 #include <fcntl.h>
+#include <initializer_list>
 #include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -89,6 +91,29 @@ FilePlace split(const std::string& path) {
     return {path.substr(0, slash + 1), path.substr(slash + 1)};
 }
 
+// Removes the files whose names begin with one of these. False with errno when one stays.
+bool removeNames(const FilePlace& place, std::initializer_list<std::string> starts) {
+    const std::unique_ptr<DIR, int (*)(DIR*)> folder(
+        ::opendir(place.folder.empty() ? "." : place.folder.c_str()), ::closedir);
+    if (folder == nullptr)
+        return false;
+    int error = 0;
+    while (const dirent* entry = ::readdir(folder.get())) {
+        const std::string_view name = entry->d_name;
+        const bool isMeant = std::any_of(starts.begin(), starts.end(),
+                                         [&](const std::string& start) { return name.starts_with(start); });
+        if (isMeant && ::unlinkat(::dirfd(folder.get()), entry->d_name, 0) != 0)
+            error = errno;
+    }
+    errno = error;
+    return error == 0;
+}
+
+// Of the result of an unlink.
+bool isGone(int result) {
+    return result == 0 || errno == ENOENT;
+}
+
 } // namespace
 
 bool resolvePlace(const std::string& path, FilePlace& place) {
@@ -128,17 +153,18 @@ bool replaceFile(const std::string& path, std::string_view bytes) {
 
 void removeAbandonedTemporaries(const std::string& path) {
     FilePlace place;
-    if (!resolvePlace(path, place))
-        return;
-    const std::unique_ptr<DIR, int (*)(DIR*)> folder(
-        ::opendir(place.folder.empty() ? "." : place.folder.c_str()), ::closedir);
-    if (folder == nullptr)
-        return;
-    const std::string prefix = Temporary::prefix(place.name);
-    while (const dirent* entry = ::readdir(folder.get())) {
-        if (std::string_view(entry->d_name).starts_with(prefix))
-            ::unlinkat(::dirfd(folder.get()), entry->d_name, 0);
-    }
+    if (resolvePlace(path, place))
+        removeNames(place, {Temporary::prefix(place.name)});
+}
+
+bool removeWithCopies(const std::string& path, const std::string& suffix) {
+    FilePlace place;
+    if (!resolvePlace(path, place) ||
+        !removeNames(place, {Temporary::prefix(place.name), place.name + suffix}) ||
+        !isGone(::unlink((place.folder + place.name).c_str())) || !isGone(::unlink(path.c_str())))
+        return false;
+    const UniqueFd folder = openFolder(place);
+    return folder && sys::fsync(folder.get()) == 0;
 }
 
 bool moveAside(const std::string& path, const std::string& suffix) {

@@ -34,6 +34,11 @@ void removeAbandonedTemporaries(const std::string& path);
 // False with errno.
 bool moveAside(const std::string& path, const std::string& suffix);
 
+// Removes the file at `path`, the file that it leads to if it is a link, what killed writers left, and the copies
+// that `moveAside` made with suffixes that begin so. None of them needs to be there, but the folder. On the disk
+// when this returns. False with errno: something stayed. Precondition as above.
+bool removeWithCopies(const std::string& path, const std::string& suffix);
+
 // Makes the folder and its parents, 0700 each, where they are missing. False with errno.
 bool makeFolders(const std::string& folder);
 

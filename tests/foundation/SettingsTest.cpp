@@ -231,6 +231,23 @@ TEST_F(Settings, WhatCannotBeReadIsNotTakenForAbsent) {
     }
 }
 
+TEST_F(Settings, RemovedTheyLeaveNothing) {
+    const auto settings = open();
+    EXPECT_TRUE(settings->port_removeAll() && names("").empty());
+    const std::string real = place.Path() + "/real";
+    fs::create_symlink(real, file());
+    for (const char* name : {"real.corrupt-1.2", ".real.tmp-1-2", "shared.plist2"})
+        std::ofstream(place.Path() + "/" + name) << "x";
+    settings->setBool(YES, "k");
+    EXPECT_TRUE(settings->synchronize() && fs::exists(real));
+    settings->setBool(NO, "pending");
+    EXPECT_TRUE(settings->port_removeAll() && !settings->boolForKey("k") && settings->synchronize());
+    EXPECT_EQ(names(""), std::vector<std::string>{"shared.plist2"});
+    fs::create_directory(file());
+    EXPECT_FALSE(settings->port_removeAll());
+    EXPECT_EQ(errno, EISDIR);
+}
+
 TEST_F(Settings, WhatCannotBeStoredHoldsNothingUp) {
     const auto settings = open();
     const NSRef<NSMutableArray> texts = NSMutableArray::array();

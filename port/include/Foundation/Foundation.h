@@ -208,6 +208,12 @@ public:
     // 4 MiB; EBADMSG for a file that is no property list, over which a save still goes; 0 with YES.
     BOOL port_isReadable(int* error) const;
 
+    // Removes every setting: the file, whatever it holds, the damaged ones that were kept beside it, and the lock
+    // file. Blocks as `synchronize` does. False, with errno, when something stays.
+    BOOL port_removeAll();
+    // The settings file, which need not exist; empty when there is no place for one. Lives as long as this object.
+    const char* port_path() const;
+
 private:
     explicit NSUserDefaults(std::string file);
     ~NSUserDefaults() override;
