@@ -12,6 +12,7 @@ constexpr const char* LHelperIdentifier = LHelperServiceName;
 constexpr const char* LMainAppDisplayName = "Zubeq Free";
 constexpr const char* LMainAppIdentifier = "com.brelvanic.zubeqfree";
 constexpr const char* LMainAppVersion = "2.14";
+constexpr const char* LMainAppDefaultPath = "/Applications/Zubeq Free.app";
 
 // Message keys, in the order in which the helper declares them: received items come in this order.
 constexpr const char* LKeyTestConnection = "XPC_TEST_CONNECTION";       // bool, presence only

@@ -82,13 +82,3 @@ void Doctor(const Options& options, Report& report) {
     AddService(options, report);
     AddVerdict(DecideLogin(facts), report);
 }
-
-void Forget(const Options& /*options*/, Report& report) {
-    const NSRef<NSUserDefaults> settings = HelperSettings();
-    settings->removeObjectForKey(LSettingLaunchAtLogin);
-    settings->removeObjectForKey(LSettingMainAppPath);
-    const bool bWritten = settings->synchronize();
-    report.AddFlag("forgotten", "settings", bWritten, "removed", "still there");
-    if (!bWritten)
-        report.Fail(EX_CANTCREAT, "the settings cannot be written");
-}

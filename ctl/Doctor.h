@@ -8,6 +8,3 @@
 
 // Looks without changing anything.
 void Doctor(const Options& options, Report& report);
-
-// Removes the helper's two settings. Blocks while another process writes them.
-void Forget(const Options& options, Report& report);

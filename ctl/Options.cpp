@@ -1,11 +1,14 @@
 #include "Options.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <getopt.h>
 #include <sysexits.h>
+
+#include "Report.h"
 
 namespace {
 
@@ -26,7 +29,7 @@ constexpr char Help[] =
     "  forget       remove the helper's settings\n"
     "\n"
     "Options:\n"
-    "      --bundle PATH   bundle that `identify` names (default: /Applications/Zubeq Free.app)\n"
+    "      --bundle PATH   bundle that `identify` names (default: %s)\n"
     "      --service NAME  service to talk to\n"
     "      --timeout MS    how long to wait for a reply, in milliseconds (default: 2000)\n"
     "      --json          print one JSON object\n"
@@ -35,50 +38,51 @@ constexpr char Help[] =
     "\n"
     "Exit status is 0, or 64 for a wrong command line, 66 for a path that does not exist, 69 when the\n"
     "helper cannot be reached, 73 when the settings cannot be written, 74 when the output cannot be\n"
-    "written, 75 when no reply came in time.\n";
-
-[[noreturn]] void EndWithUsage() {
-    fputs("Try 'loginhelperctl --help' for more information.\n", stderr);
-    exit(EX_USAGE);
-}
+    "written, 75 when no reply came in time, 77 for root in a user's environment.\n";
 
 [[noreturn]] void EndWithText(const char* szText) {
     fputs(szText, stdout);
     exit(fflush(stdout) == 0 ? EX_OK : EX_IOERR);
 }
 
-unsigned ParseTimeout(const char* szText) {
+unsigned ParseTimeout(const char* szText, bool bJSON) {
     char* pEnd = nullptr;
     errno = 0;
     const long nValue = strtol(szText, &pEnd, 10);
-    if (pEnd == szText || *pEnd != '\0' || errno != 0 || nValue < 1 || nValue > LongestTimeout) {
-        fprintf(stderr, "loginhelperctl: invalid time-out '%s': 1 to %ld milliseconds\n", szText,
-                LongestTimeout);
-        EndWithUsage();
-    }
+    if (pEnd == szText || *pEnd != '\0' || errno != 0 || nValue < 1 || nValue > LongestTimeout)
+        EndWithUsage(bJSON, "invalid time-out '" + std::string(szText) + "': 1 to " +
+                                std::to_string(LongestTimeout) + " milliseconds");
     return static_cast<unsigned>(nValue);
 }
 
 void ParseCommand(int nCount, char* szWords[], Options& options) {
-    if (nCount == 0) {
-        fputs("loginhelperctl: missing command\n", stderr);
-        EndWithUsage();
-    }
+    if (nCount == 0)
+        EndWithUsage(options.bJSON, "missing command");
     options.szCommand = szWords[0];
     const int nWanted = strcmp(szWords[0], "enable") == 0 ? 2 : 1;
-    if (nCount < nWanted) {
-        fputs("loginhelperctl: 'enable' needs the path of the bundle\n", stderr);
-        EndWithUsage();
-    }
-    if (nCount > nWanted) {
-        fprintf(stderr, "loginhelperctl: extra operand '%s'\n", szWords[nWanted]);
-        EndWithUsage();
-    }
+    if (nCount < nWanted)
+        EndWithUsage(options.bJSON, "'enable' needs the path of the bundle");
+    if (nCount > nWanted)
+        EndWithUsage(options.bJSON, std::string("extra operand '") + szWords[nWanted] + "'");
     if (nWanted == 2)
         options.szPath = szWords[1];
 }
 
+// What is wrong may come before the option that says how to tell it.
+bool IsJSONWanted(int argc, char* argv[]) {
+    return std::any_of(argv, argv + argc, [](const char* szWord) { return strcmp(szWord, "--json") == 0; });
+}
+
 } // namespace
+
+void EndWithUsage(bool bJSON, const std::string& sReason) {
+    Report report("");
+    report.Fail(EX_USAGE, sReason);
+    report.Print(bJSON);
+    if (!bJSON)
+        fputs("Try 'loginhelperctl --help' for more information.\n", stderr);
+    exit(EX_USAGE);
+}
 
 Options ParseOptions(int argc, char* argv[]) {
     enum { OptionBundle = 256, OptionService, OptionTimeout, OptionJSON };
@@ -90,8 +94,10 @@ Options ParseOptions(int argc, char* argv[]) {
                                          {"version", no_argument, nullptr, 'V'},
                                          {nullptr, 0, nullptr, 0}};
     Options options;
+    options.bJSON = IsJSONWanted(argc, argv);
+    opterr = 0; // what is wrong is told below
     int nOption;
-    while ((nOption = getopt_long(argc, argv, "hV", LongOptions, nullptr)) != -1) {
+    while ((nOption = getopt_long(argc, argv, ":hV", LongOptions, nullptr)) != -1) {
         switch (nOption) {
         case OptionBundle:
             options.szBundle = optarg;
@@ -100,17 +106,20 @@ Options ParseOptions(int argc, char* argv[]) {
             options.szService = optarg;
             break;
         case OptionTimeout:
-            options.dwTimeout = ParseTimeout(optarg);
+            options.dwTimeout = ParseTimeout(optarg, options.bJSON);
             break;
         case OptionJSON:
             options.bJSON = true;
             break;
         case 'h':
-            EndWithText(Help);
+            printf(Help, LMainAppDefaultPath);
+            EndWithText("");
         case 'V':
             EndWithText("loginhelperctl (LFoundation) " LFOUNDATION_VERSION "\n");
+        case ':':
+            EndWithUsage(options.bJSON, std::string("option '") + argv[optind - 1] + "' needs an argument");
         default:
-            EndWithUsage();
+            EndWithUsage(options.bJSON, std::string("wrong option '") + argv[optind - 1] + "'");
         }
     }
     ParseCommand(argc - optind, argv + optind, options);

@@ -3,16 +3,15 @@
 #include <sysexits.h>
 
 #include "Commands.h"
+#include "ForeignEnvironment.h"
 
 int main(int argc, char* argv[]) {
     const Options options = ParseOptions(argc, argv);
     Report report(options.szCommand);
-    if (!RunCommand(options, report)) {
-        fprintf(stderr,
-                "loginhelperctl: unknown command '%s'\nTry 'loginhelperctl --help' for more information.\n",
-                options.szCommand);
-        return EX_USAGE;
-    }
+    if (std::string sWhy; FindForeignFolder(sWhy))
+        report.Fail(EX_NOPERM, sWhy);
+    else if (!RunCommand(options, report))
+        EndWithUsage(options.bJSON, std::string("unknown command '") + options.szCommand + "'");
     if (report.Print(options.bJSON))
         return report.GetStatus();
     fputs("loginhelperctl: the output cannot be written\n", stderr);

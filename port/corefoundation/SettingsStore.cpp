@@ -113,12 +113,14 @@ int SettingsStore::remove() {
     return load();
 }
 
+bool SettingsStore::isFileName(std::string_view identifier) {
+    return !identifier.empty() && identifier.size() <= kMaxIdentifierLength &&
+           identifier.find('/') == std::string_view::npos;
+}
+
 std::string SettingsStore::pathFor(std::string_view identifier) {
     const std::string folder = configurationFolder();
-    if (folder.empty() || identifier.empty() || identifier.size() > kMaxIdentifierLength ||
-        identifier.find('/') != std::string_view::npos)
-        return "";
-    return folder + "/" + std::string(identifier) + ".plist";
+    return folder.empty() || !isFileName(identifier) ? "" : folder + "/" + std::string(identifier) + ".plist";
 }
 
 std::string SettingsStore::ownPath() {

@@ -37,7 +37,9 @@ public:
 
     const std::string& path() const { return file_.path(); }
 
-    // The settings file of the application with that identifier; empty when it makes no file name.
+    static bool isFileName(std::string_view identifier);
+    // The settings file of the application with that identifier; empty when it makes no file name, or there is no
+    // place for settings.
     static std::string pathFor(std::string_view identifier);
     // The settings file of this application.
     static std::string ownPath();

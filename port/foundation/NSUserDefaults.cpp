@@ -50,9 +50,9 @@ NSUserDefaults* NSUserDefaults::standardUserDefaults() {
 }
 
 NSRef<NSUserDefaults> NSUserDefaults::initWithSuiteName(const char* identifier) {
-    std::string path = identifier == nullptr ? "" : port::SettingsStore::pathFor(identifier);
-    return path.empty() ? NSRef<NSUserDefaults>()
-                        : NSRef<NSUserDefaults>(new NSUserDefaults(std::move(path)));
+    if (identifier == nullptr || !port::SettingsStore::isFileName(identifier))
+        return {};
+    return NSRef<NSUserDefaults>(new NSUserDefaults(port::SettingsStore::pathFor(identifier)));
 }
 
 NSRef<NSString> NSUserDefaults::stringForKey(const char* key) const {

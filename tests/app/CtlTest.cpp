@@ -1,5 +1,6 @@
 // The command line of loginhelperctl, without a helper.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "app/Login.h"
 
@@ -23,9 +24,13 @@ TEST(Ctl, CommandLines) {
         {"--timeout 5s query", 64, "invalid time-out '5s'"},
         {"--timeout '' query", 64, "invalid time-out ''"},
         {"enable /no/such/place", 66, "/no/such/place: No such file or directory\n"},
-        {"query", 69, "loginhelperctl: nobody serves Q4KX2M9T7W.com.brelvanic.loginhelper.zubeqfree214\n"},
-        {"test --json --service Nobody", 69,
-         "{\"command\":\"test\",\"status\":69,\"message\":\"nobody serves Nobody\"}\n"},
+        {"--json dance", 64, "{\"command\":\"\",\"status\":64,\"message\":\"unknown command 'dance'\"}\n"},
+        {"--timeout --json", 64, "invalid time-out '--json'"},
+        {"query --bundle", 64, "option '--bundle' needs an argument\nTry"},
+        {"query", 69,
+         "loginhelperctl: nobody serves Q4KX2M9T7W.com.brelvanic.loginhelper.zubeqfree214; 'systemctl"},
+        {"quit --json --service Nobody", 69,
+         "{\"command\":\"quit\",\"status\":69,\"message\":\"nobody serves Nobody\"}\n"},
         {"identify --service Mute --timeout 100 --bundle /x.app", 75,
          "no reply within 100 ms: the helper does"},
         {"quit --service Mute --timeout=100", 75, "has not ended within 100 ms"},
@@ -36,6 +41,15 @@ TEST(Ctl, CommandLines) {
         EXPECT_EQ(ended, status) << words;
         EXPECT_NE(text.find(part), std::string::npos) << words << ": " << text;
     }
+}
+
+TEST(Ctl, RootTouchesNoUsersFolders) {
+    const PrivatePlace place;
+    if (geteuid() != 0 || chown(place.Path().c_str(), 1, 1) != 0)
+        GTEST_SKIP() << "not root";
+    const auto [status, text] = Login::Ctl("forget");
+    EXPECT_EQ(status, 77);
+    EXPECT_NE(text.find("root does not use a user's folders: "), std::string::npos) << text;
 }
 
 TEST(Ctl, JSONHoldsWhateverAPathHolds) {

@@ -135,24 +135,30 @@ TEST_F(Protocol, TwoPeersEndItAtOnce) {
 
 TEST_F(Protocol, IsWhatTheToolSpeaks) {
     const std::string bundle = login.Path() + "/Zubeq Free.app";
+    const std::string file = login.Path() + "/" + LHelperIdentifier + ".plist";
+    const std::string lock = file + ".lock"; // a folder in its place: nothing can be saved
+    const std::string unsaved = "\nloginhelperctl: not saved in " + file + ": it holds another setting\n";
     const std::tuple<std::string, int, std::string> rows[] = {
         {"test", 0, "helper: answers\n"},
         {"query --json", 0, "{\"command\":\"query\",\"status\":0,\"launchAtLogin\":false}\n"},
         {"identify", 0, "identified as the main application: yes\n"},
         {"enable '" + bundle + "/../Zubeq Free.app'", 0, "launch at login: on\npath: " + bundle + "\n"},
         {"query", 0, "launch at login: on\n"},
-        {"disable", 0, "launch at login: off\n"},
+        {"disable; rm " + lock + "; mkdir " + lock, 0, "launch at login: off\n"},
+        {"enable /", 73, "launch at login: off" + unsaved},
+        {"query; rmdir " + lock, 0, "launch at login: on\n"}, // what the helper holds and could not save
         {"enable " + login.Path(), 0,
          "launch at login: on\npath: " + login.Path() + "\nloginhelperctl: warning: " + login.Path() +
              " is no application bundle; the next login will launch nothing\n"},
         {"quit", 0, "helper: ended\n"},
         {"quit", 69, "loginhelperctl: nobody serves Q4KX2M9T7W.com.brelvanic.loginhelper.zubeqfree214\n"},
+        {"disable", 0, "launch at login: off\n"},
         {"forget", 0, "settings: removed\n"},
     };
     for (const auto& [words, status, text] : rows)
         EXPECT_EQ(Login::Ctl(words), std::pair(status, text)) << words;
     EXPECT_EQ(helper->Wait(), 0);
-    EXPECT_EQ(Login::Stored(), "off (none)");
+    EXPECT_FALSE(std::filesystem::exists(file) || std::filesystem::exists(lock));
 }
 
 } // namespace

@@ -172,7 +172,7 @@ public:
     // The settings of this application.
     static NSUserDefaults* standardUserDefaults();
     // The settings of the application with that bundle identifier. Null when the identifier names no file
-    // (empty, too long, or with a "/").
+    // (empty, too long, or with a "/"). Where there is no home folder, settings that can be neither read nor saved.
     static NSRef<NSUserDefaults> initWithSuiteName(const char* identifier);
 
     // Null when the key is absent or its value is no string.
