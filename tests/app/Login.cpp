@@ -8,7 +8,7 @@
 
 #include "support/Bundle.h"
 
-Login::Login() : turn(open("/tmp/lfoundation-test-login.lock", O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {
+Login::Login() : turn(open("/tmp", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
     flock(turn.get(), LOCK_EX);
     unsetenv("PORT_SYSTEM_VERSION");
 }
@@ -50,7 +50,7 @@ std::vector<NSRef<NSRunningApplication>> Login::RunningApplications() {
 }
 
 std::pair<int, std::string> Login::Ctl(const std::string& words) {
-    ChildProcess shell({"/bin/sh", "-c", "'" LOGINHELPERCTL "' " + words + " 2>&1"});
+    ChildProcess shell({"/bin/sh", "-c", "\"" LOGINHELPERCTL "\" " + words + " 2>&1"});
     const std::string text = shell.ReadAll();
     return {shell.Wait(), text};
 }

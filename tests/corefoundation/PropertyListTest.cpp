@@ -125,7 +125,8 @@ TEST(PropertyListOracle, ReadsAndWritesWhatPlistlibWrites) {
     if (std::system("python3 -c 'import plistlib' 2>/dev/null") != 0)
         GTEST_SKIP() << "no python3 with plistlib";
     const TemporaryFolder folder;
-    ASSERT_EQ(0, std::system(("python3 " TEST_FOLDER "/plist_oracle.py " + folder.root.string()).c_str()));
+    ASSERT_EQ(0,
+              std::system(("python3 \"" TEST_FOLDER "/plist_oracle.py\" " + folder.root.string()).c_str()));
     for (int n = 0; n < 300; ++n)
         expectOneList(folder.root / std::to_string(n));
 }

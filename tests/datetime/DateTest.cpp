@@ -33,8 +33,8 @@ long Time(const char* szDate, const char* szTime = "") {
 
 // The interpreter's lines, read back in both directions.
 TEST(DateTest, EveryDayAndRandomTimesInSeveralZones) {
-    const std::unique_ptr<FILE, int (*)(FILE*)> lines(popen("python3 " TEST_FOLDER "/date_oracle.py", "r"),
-                                                      pclose);
+    const std::unique_ptr<FILE, int (*)(FILE*)> lines(
+        popen("python3 \"" TEST_FOLDER "/date_oracle.py\"", "r"), pclose);
     char zone[32], date[16], clock[16];
     long t = 0, other = 0;
     int nWeekDay = 0, nLines = 0;
