@@ -20,7 +20,7 @@ bare_obstacle() {
     uri=$(bare_source)
     [ -n "$uri" ] || { echo "this machine's apt has no package source of Debian"; return; }
     for suite in "${bare_suites[@]}"; do
-        /usr/lib/apt/apt-helper download-file "$uri/dists/$suite/InRelease" "$1/InRelease" >/dev/null 2>&1 ||
+        /usr/lib/apt/apt-helper -o APT::Sandbox::User=root download-file "${uri%/}/dists/$suite/InRelease" "$1/InRelease" >/dev/null 2>&1 ||
             { echo "the package source does not answer for $suite"; return; }
     done
 }

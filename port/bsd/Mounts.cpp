@@ -7,9 +7,12 @@
 #include <charconv>
 #include <cstring>
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <port/UniqueFd.h>
 #include <string_view>
 #include <sys/stat.h>
+#include <sys/vfs.h>
+#include <utility>
 
 namespace port {
 namespace {
@@ -110,6 +113,44 @@ bool fill(std::string_view mountPoint, std::string_view type, port_statfs_t& res
     return true;
 }
 
+// The kinds of file system that a system's own files are kept on, by the number that the kernel has for them.
+std::string_view typeOf(const char* path) {
+    constexpr std::pair<unsigned long, std::string_view> kTypes[] = {
+        {BTRFS_SUPER_MAGIC, "btrfs"}, {EXT4_SUPER_MAGIC, "ext4"},
+        {F2FS_SUPER_MAGIC, "f2fs"},   {FUSE_SUPER_MAGIC, "fuse"},
+        {MSDOS_SUPER_MAGIC, "fat32"}, {NFS_SUPER_MAGIC, "nfs"},
+        {RAMFS_MAGIC, "ramfs"},       {OVERLAYFS_SUPER_MAGIC, "overlay"},
+        {SQUASHFS_MAGIC, "squashfs"}, {TMPFS_MAGIC, "tmpfs"},
+        {XFS_SUPER_MAGIC, "xfs"}};
+    struct statfs status = {};
+    if (statfs(path, &status) == 0)
+        for (const auto& [number, name] : kTypes)
+            if (number == static_cast<unsigned long>(status.f_type))
+                return name;
+    return "unknown";
+}
+
+bool readMountId(const char* path, std::uint64_t& id) {
+    struct statx status = {};
+    if (statx(AT_FDCWD, path, 0, STATX_MNT_ID, &status) != 0)
+        return false;
+    id = status.stx_mnt_id;
+    if ((status.stx_mask & STATX_MNT_ID) != 0)
+        return true;
+    errno = ENOTSUP;
+    return false;
+}
+
+// The volume of a chroot's "/" is mounted on a folder outside of it, which no table tells inside: what is on
+// it is below "/", as far as this process can see.
+bool readRootMount(const char* path, std::uint64_t id, port_statfs_t& result) {
+    const int error = errno;
+    std::uint64_t rootId = 0;
+    const bool isBelowRoot = readMountId("/", rootId) && rootId == id;
+    errno = error;
+    return isBelowRoot && fill("/", typeOf(path), result);
+}
+
 } // namespace
 
 bool readMount(int table, std::uint64_t id, port_statfs_t& result) {
@@ -134,13 +175,11 @@ bool readMount(int table, std::uint64_t id, port_statfs_t& result) {
 // one another, bind mounts, and subvolumes that have device numbers of their own.
 int port_statfs(const char* path, port_statfs_t* result) {
     result->f_mntonname[0] = result->f_fstypename[0] = '\0';
-    struct statx status = {};
-    if (statx(AT_FDCWD, path, 0, STATX_MNT_ID, &status) != 0)
+    std::uint64_t id = 0;
+    if (!port::readMountId(path, id))
         return -1;
-    if ((status.stx_mask & STATX_MNT_ID) == 0) {
-        errno = ENOTSUP;
-        return -1;
-    }
     const port::UniqueFd table(port::sys::open("/proc/self/mountinfo", O_RDONLY));
-    return table && port::readMount(table.get(), status.stx_mnt_id, *result) ? 0 : -1;
+    if (table && port::readMount(table.get(), id, *result))
+        return 0;
+    return port::readRootMount(path, id, *result) ? 0 : -1;
 }

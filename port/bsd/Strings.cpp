@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#if defined(__GLIBC__) && __GLIBC__ == 2 && __GLIBC_MINOR__ < 38
 std::size_t strlcpy(char* destination, const char* source, std::size_t size) {
     const std::size_t length = std::strlen(source);
     if (size != 0) {
@@ -19,3 +20,4 @@ std::size_t strlcat(char* destination, const char* source, std::size_t size) {
         return size + std::strlen(source);
     return used + strlcpy(destination + used, source, size - used);
 }
+#endif

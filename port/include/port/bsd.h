@@ -6,15 +6,22 @@
 
 #include <csignal>
 #include <cstddef>
+#include <cstring>
 #include <sys/types.h>
 
+// Since version 2.38 the C library has the two calls itself. Older ones get them in the form in which other
+// libraries declare them too, under a name of our own for the linker.
+#if defined(__GLIBC__) && __GLIBC__ == 2 && __GLIBC_MINOR__ < 38
+extern "C" {
 // Copies at most size - 1 bytes of `source` and terminates when size is not 0. Returns strlen(source): a
 // result >= size tells that the text was cut.
-std::size_t strlcpy(char* destination, const char* source, std::size_t size);
+std::size_t strlcpy(char* destination, const char* source, std::size_t size) __asm__("port_strlcpy");
 
 // Appends `source` to the text in `destination`, which holds `size` bytes in all. Returns the length that
 // the whole text wanted; a result >= size tells that it was cut.
-std::size_t strlcat(char* destination, const char* source, std::size_t size);
+std::size_t strlcat(char* destination, const char* source, std::size_t size) __asm__("port_strlcat");
+}
+#endif
 
 // Not 0 on the thread that the process began with.
 int pthread_main_np();
