@@ -73,10 +73,13 @@ bare_enter() {
     ln -s /proc/self/fd dev/fd
     if [ -n "$4" ]; then
         mkdir -p var/cache/ccache && mount --bind "$4" var/cache/ccache || return
-        cache=(CMAKE_CXX_COMPILER_LAUNCHER=ccache CMAKE_C_COMPILER_LAUNCHER=ccache CCACHE_UMASK=000
-            CCACHE_DIR=/var/cache/ccache CCACHE_COMPILERCHECK=content CCACHE_TEMPDIR=/var/cache/ccache/tmp)
+        cache=(CMAKE_CXX_COMPILER_LAUNCHER=ccache CMAKE_C_COMPILER_LAUNCHER=ccache
+            CCACHE_DIR=/var/cache/ccache CCACHE_BASEDIR="$3")
     fi
-    [ "$user" = root ] || home=/home/$user path=/usr/local/bin:/usr/bin:/bin
+    if [ "$user" != root ]; then
+        home=/home/$user path=/usr/local/bin:/usr/bin:/bin
+        cache+=(CCACHE_READONLY=1 CCACHE_TEMPDIR="$home/.ccache-tmp")
+    fi
     exec chroot --userspec="$user:$user" . /usr/bin/env -i HOME="$home" USER="$user" LOGNAME="$user" PATH="$path" \
         "${cache[@]}" /bin/bash -c "$(declare -f bare_commands); bare_commands \"\$1\"" bash "$3"
 }
@@ -103,11 +106,8 @@ check_bare() {
         return 0
     fi
     bare_cache=
-    if has_command ccache; then
-        bare_cache=$build_root/bare-ccache
-        mkdir -p "$bare_cache/tmp" && chmod -R a+rwX "$bare_cache"
-    fi
-    say "$(expected 3600)${bare_cache:+ the first time}; the transcripts are in $logs"
+    has_command ccache && bare_cache=$(ccache --get-config cache_dir)
+    say "$(expected 3600), less with what a compiler cache has; the transcripts are in $logs"
     for suite in "${bare_suites[@]}"; do
         for user in root zoe; do
             say "bare: $suite, as $user"
