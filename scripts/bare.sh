@@ -80,7 +80,7 @@ bare_enter() {
         home=/home/$user path=/usr/local/bin:/usr/bin:/bin
         cache+=(CCACHE_READONLY=1 CCACHE_TEMPDIR="$home/.ccache-tmp")
     fi
-    exec chroot --userspec="$user:$user" . /usr/bin/env -i HOME="$home" USER="$user" LOGNAME="$user" PATH="$path" \
+    exec chroot --userspec="$user:$user" . /usr/bin/env -i LANG=C.UTF-8 HOME="$home" USER="$user" LOGNAME="$user" PATH="$path" \
         "${cache[@]}" /bin/bash -c "$(declare -f bare_commands); bare_commands \"\$1\"" bash "$3"
 }
 
