@@ -1,5 +1,5 @@
-# Sourced by scripts/check: the two commands of the README in bare roots of Debian, each once as root and once as
-# a user with sudo. The roots come from the package source that this machine's own apt has.
+# Sourced by scripts/check: the two commands of the README, and what it says about linking, in bare roots of Debian,
+# once as root and once as a user with sudo. The roots come from the package source that this machine's own apt has.
 # shellcheck shell=bash
 
 bare_suites=(bookworm trixie)
@@ -40,18 +40,19 @@ bare_root() {
         echo 'zoe ALL=(ALL) NOPASSWD: ALL' >"$2/etc/sudoers.d/zoe"
 }
 
-# What is done in the root, by the user, in the checkout: the commands, with a look at the temporary folders before
-# and after.
+# What is done in the root, by the user, in the checkout, with a look at the temporary folders before and after. Root
+# installs where the README says, the user at home.
 bare_commands() {
-    local command result=0 status before
+    local command linking="tests/consumer/readme_shell.sh ." result=0 status before
+    [ "$(id -u)" -eq 0 ] || linking+=" $HOME/place"
     files() { find /tmp /var/tmp /dev/shm -mindepth 1 2>/dev/null | sort; }
     cd "$1" || return
     printf '%s, as %s, in %s\n' "$(sed -n 's/^PRETTY_NAME=//p' /etc/os-release)" "$(id -un)" "$PWD"
     before=$(files)
-    for command in scripts/demo scripts/test; do
+    for command in scripts/demo scripts/test "$linking"; do
         printf '\n$ %s\n' "$command"
         SECONDS=0 status=0
-        "$command" || status=$? result=1
+        $command || status=$? result=1
         printf '== %s ended with status %d after %d s\n' "$command" "$status" "$SECONDS"
     done
     [ "$(files)" = "$before" ] && return "$result"
