@@ -1,5 +1,6 @@
 #!/bin/sh
-# Packs two files, extracts them elsewhere and compares; then the ways in which it fails.
+# Packs two files, extracts them elsewhere and compares; then the ways in which it fails, and a
+# signal while a tool waits for an archive that never comes: the tool ends with it.
 # usage: check.sh PROGRAM
 set -eu
 pack=$1
@@ -19,3 +20,13 @@ if "$pack" all.zip in/missing 2>errors; then exit 1; fi
 grep -qx 'pack: File does not exist: "in/missing"' errors
 if "$pack" -x in/second out 2>errors; then exit 1; fi
 grep -q 'pack: File could not be extracted from Zip file: "in/second"' errors
+mkfifo "never$$.zip"
+for signal in INT:130 TERM:0; do
+    "$pack" -x "never$$.zip" out >report & pid=$!
+    until grep -q ' 0 %' report; do sleep 0.1; done
+    kill -"${signal%:*}" $pid
+    status=0
+    wait $pid || status=$?
+    [ $status = "${signal#*:}" ]
+    while grep -qs "neve[r]$$" /proc/[0-9]*/cmdline; do sleep 0.1; done
+done

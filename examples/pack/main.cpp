@@ -1,4 +1,5 @@
-// Makes a zip archive of files, or extracts one, on a thread of its own; Ctrl-C stops it between two files.
+// Makes a zip archive of files, or extracts one, on a thread of its own; Ctrl-C stops it, and the tool
+// that it runs.
 //
 // usage: pack ARCHIVE FILE...       adds the files, the archive is made when there is none
 //        pack -x ARCHIVE FOLDER     extracts everything into the folder

@@ -3,7 +3,7 @@
 #include <port/shell.h>
 #include <sys/wait.h>
 
-bool RunCommandLineProcess(const char* szCommandLine, const char* const* pWithoutVariables) {
-    const int nStatus = port_system(szCommandLine, pWithoutVariables);
+bool RunCommandLineProcess(const char* szCommandLine) {
+    const int nStatus = port_system(szCommandLine);
     return nStatus != -1 && WIFEXITED(nStatus) && WEXITSTATUS(nStatus) == 0;
 }

@@ -15,6 +15,11 @@ int Fail(LProcessInterface& process, const char* szWhat, const char* szPath) {
     return LProcessFailed;
 }
 
+// A tool that was ended by a stop request has not failed.
+int FailOrStop(LProcessInterface& process, const char* szWhat, const char* szPath) {
+    return process.IsToStop() ? LProcessStopped : Fail(process, szWhat, szPath);
+}
+
 void SetStatusName(LProcessInterface& process, const char* szPath) {
     char szName[LPathBufferSize];
     LFile::_GetFileFromPath(szName, szPath);
@@ -48,9 +53,9 @@ int Process(LProcessInterface& process, const LProcessZipFileAdd& add) {
         SetStatusName(process, szPath);
         if (!LFile::Exists(szPath))
             return Fail(process, "File does not exist", szPath);
-        if (!LZipFileAdd(add.szArchive, szPath, add.szBaseFolder, true, LZipFileDefaultOption, nullptr,
+        if (!LZipFileAdd(add.szArchive, szPath, add.szBaseFolder, true, LZipFileDefaultOption, &process,
                          false))
-            return Fail(process, "File could not be added to Zip file", szPath);
+            return FailOrStop(process, "File could not be added to Zip file", szPath);
         process.SetProgress(static_cast<double>(nAdded++) / nCount);
     }
     return LProcessFinished;
@@ -59,7 +64,9 @@ int Process(LProcessInterface& process, const LProcessZipFileAdd& add) {
 int Process(LProcessInterface& process, const LProcessZipFileExtractAll& extract) {
     process.SetProgress(0.0);
     SetStatusName(process, extract.szArchive);
-    if (!LZipFileExtract(extract.szArchive, "", extract.szDestFolder))
-        return Fail(process, "File could not be extracted from Zip file", extract.szArchive);
+    LZipFile zip(extract.szArchive, false);
+    zip.SetProcess(&process);
+    if (!zip.ExtractAllFiles(extract.szDestFolder))
+        return FailOrStop(process, "File could not be extracted from Zip file", extract.szArchive);
     return LProcessFinished;
 }

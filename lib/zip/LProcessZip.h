@@ -1,6 +1,7 @@
 // Archives made and extracted under a process interface, with status, progress, stop request and error texts.
 //
-// Thread-safety: as zip/LZipFile.h. Blocks while the tools run, which a stop request does not shorten.
+// Thread-safety: as zip/LZipFile.h. Blocks while the tools run; a stop request ends the tool, and the result is then
+// LProcessStopped. The archive is as it was before the tool's last file, but what was extracted stays.
 //
 // Results: LProcessFinished, LProcessStopped, LProcessFailed (threads/LProcessInterface.h).
 #pragma once
@@ -35,6 +36,6 @@ struct LProcessZipFileExtractAll {
 // that does not exist or cannot be added, with an error text; the files before it are in the archive.
 int Process(LProcessInterface& process, const LProcessZipFileAdd& add);
 
-// Extracts everything, and replaces what is there. Does not ask whether to stop. Fails with an error text when
+// Extracts everything, and replaces what is there. Fails with an error text when
 // the archive cannot be extracted.
 int Process(LProcessInterface& process, const LProcessZipFileExtractAll& extract);

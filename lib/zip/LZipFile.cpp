@@ -13,6 +13,7 @@
 #include "base/LSleep.h"
 #include "files/LFile.h"
 #include "files/LWriteFile.h"
+#include "threads/LProcessInterface.h"
 #include "zip/internal/LZipCommand.h"
 
 namespace {
@@ -98,14 +99,6 @@ void AddFolderName(LZipCommand& command, const char* szFolder) {
     LFile::GetTempFolder(szTemp);
     LFile::_GetFileFromPath(szLast, szFolder);
     command.AddPath(strstr(szFolder, szTemp) != nullptr ? szLast : szFolder);
-}
-
-bool RunFolderRemoval(LZipCommand& command, const char* szArchive, const char* szFolder) {
-    command.AddOption("-d");
-    command.AddPath(szArchive);
-    command.AddEntry(szFolder, "/*");
-    command.AddBlank();
-    return command.Run();
 }
 
 } // namespace
@@ -203,7 +196,7 @@ bool LZipFile::Save() {
         command.AddExclusionList(list.Write());
     const WorkingFolder scope(szWorkingFolder);
     if (!bRemoveFolder)
-        bSaved = command.Run();
+        bSaved = _Run(command);
     LSleepMilliseconds(nPauseAfterSave);
     if (bSaved)
         Clear();
@@ -212,13 +205,26 @@ bool LZipFile::Save() {
 
 bool LZipFile::_RemoveFolder(LZipCommand& command) {
     std::replace(szFolder, szFolder + strlen(szFolder), '\\', '/');
-    if (RunFolderRemoval(command, szArchivePath, szFolder))
+    if (_RunFolderRemoval(command))
         return true;
     char szName[LPathBufferSize];
     LFile::_GetFileNameFromPath(szName, szFolder);
     SetFolder(szName);
     LZipCommand retry(szZipTool);
-    return RunFolderRemoval(retry, szArchivePath, szFolder);
+    return _RunFolderRemoval(retry);
+}
+
+bool LZipFile::_RunFolderRemoval(LZipCommand& command) const {
+    command.AddOption("-d");
+    command.AddPath(szArchivePath);
+    command.AddEntry(szFolder, "/*");
+    command.AddBlank();
+    return _Run(command);
+}
+
+bool LZipFile::_Run(const LZipCommand& command) const {
+    LProcessInterfaceVoid nobody;
+    return command.Run(pProcess == nullptr ? nobody : *pProcess);
 }
 
 bool LZipFile::ExtractAllFiles(const char* szDestFolder) {
@@ -233,7 +239,7 @@ bool LZipFile::Extract(const char* szArchive, const char* szDestFolder, const ch
         command.AddEntry(szEntry);
     command.AddOption("-d");
     command.AddPath(szDestFolder);
-    return command.Run();
+    return _Run(command);
 }
 
 bool LZipFile::CreateEmptyZipFile(const char* szPath) {
@@ -267,8 +273,9 @@ bool LZipFileCreate(const char* szArchive) {
 }
 
 bool LZipFileAdd(const char* szArchive, const char* szFile, const char* szBaseFolder, bool bNoExclusionList,
-                 char option, LProcessInterface*, bool bFreshen) {
+                 char option, LProcessInterface* pProcess, bool bFreshen) {
     LZipFile zip(szArchive, szBaseFolder, bFreshen);
+    zip.SetProcess(pProcess);
     zip.SetFolder(szFile);
     zip.SetOption(option);
     zip.SetNoExclusionList(bNoExclusionList);
@@ -278,17 +285,18 @@ bool LZipFileAdd(const char* szArchive, const char* szFile, const char* szBaseFo
 
 bool LZipFileAddFolder(const char* szArchive, const char* szFolder, const char* szWorkingFolder,
                        bool bNoExclusionList) {
+    return LZipFileAddFolder(szArchive, szFolder, szWorkingFolder, bNoExclusionList, nullptr);
+}
+
+bool LZipFileAddFolder(const char* szArchive, const char* szFolder, const char* szWorkingFolder,
+                       bool bNoExclusionList, LProcessInterface* pProcess) {
     LZipFile zip(szArchive, szWorkingFolder, false);
+    zip.SetProcess(pProcess);
     zip.SetNoExclusionList(bNoExclusionList);
     zip.SetFolder(szFolder);
     zip.SetWorkingFolder(szWorkingFolder);
     zip.AddFolder(szFolder);
     return zip.Save();
-}
-
-bool LZipFileAddFolder(const char* szArchive, const char* szFolder, const char* szWorkingFolder,
-                       bool bNoExclusionList, LProcessInterface*) {
-    return LZipFileAddFolder(szArchive, szFolder, szWorkingFolder, bNoExclusionList);
 }
 
 bool LZipFileDelete(const char* szArchive, const char* szEntry) {

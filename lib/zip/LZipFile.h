@@ -10,6 +10,9 @@
 // path, because the tool runs in another folder. The tools' own rules hold for the rest: an archive's name
 // without a dot gets ".zip", unzip drops control characters from the names that it writes.
 //
+// A tool runs in a session of its own with an empty standard input: Ctrl-C reaches this process alone, and what a tool
+// would ask (for a password, for another disk) it takes for answered with nothing. It ends with this process.
+//
 // The tools' messages go where the process's own output goes. Failures are results.
 #pragma once
 
@@ -62,6 +65,9 @@ public:
     // Kept, and without effect.
     void SetOption(char option) { cOption = option; }
 
+    // Asked, while a tool runs, whether to stop; borrowed. Null, and at first, nobody is.
+    void SetProcess(LProcessInterface* pInterface) { pProcess = pInterface; }
+
     // Does what was collected, in the working folder. True on success, and the object is cleared; otherwise it
     // keeps everything and may be saved again. Adding and removing are not meant to be mixed.
     bool Save();
@@ -89,6 +95,8 @@ public:
 
 private:
     bool _RemoveFolder(LZipCommand& command);
+    bool _Run(const LZipCommand& command) const;
+    bool _RunFolderRemoval(LZipCommand& command) const;
 
     char szRemoveName[LPathBufferSize] = {};
     char szFolder[LPathBufferSize] = {};
@@ -104,6 +112,7 @@ private:
     LList<LZipFileName> loFoldersToAdd;
     LList<LZipFileName> loFilesToRemove;
     LList<LZipFileName> loFoldersToRemove;
+    LProcessInterface* pProcess = nullptr;
 };
 
 constexpr char LZipFileDefaultOption = '7';
@@ -111,13 +120,14 @@ constexpr char LZipFileDefaultOption = '7';
 // Single steps; true on success.
 
 bool LZipFileCreate(const char* szArchive);
-// The option and the process interface are not used.
+// The option is not used. A stop request of the process interface, which may be null, ends the tool.
 bool LZipFileAdd(const char* szArchive, const char* szFile, const char* szBaseFolder, bool bNoExclusionList,
                  char option, LProcessInterface* pProcess, bool bFreshen);
 // The folder is added with all below it, as seen from the working folder; one inside the temporary folder by its
 // last component.
 bool LZipFileAddFolder(const char* szArchive, const char* szFolder, const char* szWorkingFolder,
                        bool bNoExclusionList);
+// A stop request ends the tool.
 bool LZipFileAddFolder(const char* szArchive, const char* szFolder, const char* szWorkingFolder,
                        bool bNoExclusionList, LProcessInterface* pProcess);
 // The entry of exactly that name.

@@ -1,27 +1,144 @@
 #include <port/shell.h>
 
-#include <cstdlib>
-#include <port/internal/seams_shell.h>
-#include <string>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <poll.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include "host/Spawn.h"
+#include <port/internal/seams_shell.h>
+
+namespace port {
 namespace {
+
+constexpr int kEndPatience = 2000; // milliseconds
+constexpr int kNoTimeLimit = -1;
 
 port_shell_hook shellHook = nullptr;
 
-} // namespace
+// The sessions that run, for the end of this process. What finds no place ends by itself.
+class Sessions {
+public:
+    Sessions() : owner_(::getpid()) {}
+    Sessions(const Sessions&) = delete;
+    Sessions& operator=(const Sessions&) = delete;
+    // A child that was forked has the list and not the sessions.
+    ~Sessions() {
+        for (const auto& session : running_)
+            if (const pid_t leader = session; leader > 0 && ::getpid() == owner_)
+                ::kill(-leader, SIGTERM);
+    }
 
-void port_set_shell_hook(port_shell_hook hook) {
-    shellHook = hook;
+    void add(pid_t leader) { replace(0, leader); }
+    void remove(pid_t leader) { replace(leader, 0); }
+
+private:
+    void replace(pid_t before, pid_t after) {
+        for (auto& session : running_)
+            if (pid_t expected = before; session.compare_exchange_strong(expected, after))
+                return;
+    }
+
+    pid_t owner_;
+    std::array<std::atomic<pid_t>, 64> running_{};
+};
+Sessions sessions;
+
+int waitFor(pid_t process) {
+    int status = -1;
+    pid_t ended;
+    do
+        ended = ::waitpid(process, &status, 0);
+    while (ended < 0 && errno == EINTR);
+    return ended < 0 ? -1 : status;
 }
 
-// The shell itself drops the variables: this process's environment belongs to all its threads.
-int port_system(const char* commandLine, const char* const* withoutVariables) {
-    if (shellHook != nullptr)
-        return shellHook(commandLine);
-    if (withoutVariables == nullptr || *withoutVariables == nullptr)
-        return std::system(commandLine);
-    std::string line = "unset";
-    for (; *withoutVariables != nullptr; ++withoutVariables)
-        line.append(" ").append(*withoutVariables);
-    return std::system(line.append("; ").append(commandLine).c_str());
+int spawnShell(const char* commandLine, const SpawnOptions& options, pid_t& child) {
+    return spawn("/bin/sh", {"sh", "-c", commandLine}, options, child);
+}
+
+} // namespace
+
+ShellCommand::~ShellCommand() {
+    if (process_ <= 0)
+        return;
+    end();
+    wait();
+}
+
+bool ShellCommand::start(const char* commandLine, const char* const* withoutVariables) {
+    if (shellHook != nullptr) {
+        status_ = shellHook(commandLine);
+        return true;
+    }
+    SpawnOptions options;
+    options.hasOwnSession = true;
+    options.standard[STDIN_FILENO] = kEmptyDevice;
+    for (; withoutVariables != nullptr && *withoutVariables != nullptr; ++withoutVariables)
+        options.without.emplace_back(*withoutVariables);
+    if (const int error = spawnShell(commandLine, options, process_); error != 0) {
+        errno = error;
+        return false;
+    }
+    sessions.add(process_);
+    end_.reset(static_cast<int>(::syscall(SYS_pidfd_open, process_, 0)));
+    return true;
+}
+
+bool ShellCommand::hasEnded() const {
+    return process_ <= 0 || awaitEnd(0);
+}
+
+// Until it has been waited for, the process is there, if only as one that has ended, and its number is its own.
+bool ShellCommand::awaitEnd(int milliseconds) const {
+    if (!end_) {
+        siginfo_t info{};
+        ::waitid(P_PID, static_cast<id_t>(process_), &info,
+                 WEXITED | WNOWAIT | (milliseconds < 0 ? 0 : WNOHANG));
+        return info.si_pid == process_;
+    }
+    pollfd ended{end_.get(), POLLIN, 0};
+    int ready;
+    do
+        ready = ::poll(&ended, 1, milliseconds);
+    while (ready < 0 && errno == EINTR);
+    return ready > 0;
+}
+
+void ShellCommand::end() {
+    if (process_ <= 0)
+        return;
+    ::kill(-process_, SIGTERM);
+    awaitEnd(kEndPatience);
+    ::kill(-process_, SIGKILL);
+}
+
+int ShellCommand::wait() {
+    if (process_ <= 0)
+        return status_;
+    awaitEnd(kNoTimeLimit);
+    sessions.remove(process_);
+    status_ = waitFor(process_);
+    process_ = -1;
+    end_.reset();
+    return status_;
+}
+
+} // namespace port
+
+void port_set_shell_hook(port_shell_hook hook) {
+    port::shellHook = hook;
+}
+
+int port_system(const char* commandLine) {
+    pid_t child = -1;
+    const int error = port::spawnShell(commandLine, {}, child);
+    if (error == 0)
+        return port::waitFor(child);
+    errno = error;
+    return -1;
 }

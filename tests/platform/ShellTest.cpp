@@ -1,10 +1,17 @@
 #include "platform/LPipe.h"
 #include "platform/LShellCommand.h"
 
+#include <csignal>
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <port/shell.h>
 #include <string>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include "support/Child.h"
+#include "support/TemporaryFolder.h"
 
 namespace {
 
@@ -20,6 +27,46 @@ TEST(ShellTest, TellsSuccessFromEveryKindOfFailure) {
     EXPECT_TRUE(RunCommandLineProcess("test \"$((1 + 1))\" = 2"));
     for (const char* szFailing : {"exit 3", "kill -9 $$", "no-such-command-here 2>/dev/null", "("})
         EXPECT_FALSE(RunCommandLineProcess(szFailing)) << szFailing;
+}
+
+TEST(ShellTest, SignalsStayThisProcesssOwn) {
+    static volatile std::sig_atomic_t nHeard = 0;
+    sigset_t blocked;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGTERM);
+    InChild([&] {
+        std::signal(SIGINT, [](int) { nHeard = 1; });
+        std::signal(SIGQUIT, SIG_IGN);
+        sigprocmask(SIG_BLOCK, &blocked, nullptr);
+        EXPECT_TRUE(RunCommandLineProcess("kill -INT $PPID"));
+        EXPECT_EQ(nHeard, 1);
+        EXPECT_FALSE(RunCommandLineProcess("kill -TERM $$")) << "what is blocked here is not blocked there";
+        EXPECT_FALSE(RunCommandLineProcess("kill -QUIT $$"));
+    });
+}
+
+TEST(ShellTest, StartedCommandsAskNobodyAndEndWhenTheyAreToldTo) {
+    setenv("SECRET", "x", 1);
+    const char* const without[] = {"SECRET", nullptr};
+    port::ShellCommand alone;
+    ASSERT_TRUE(alone.start("! read x && ! (: </dev/tty) 2>/dev/null && test -z \"$SECRET\"", without));
+    EXPECT_EQ(alone.wait(), 0);
+    const TemporaryFolder folder;
+    const std::string sPipe = folder.root / "pipe";
+    ASSERT_EQ(mkfifo(sPipe.c_str(), 0600), 0);
+    // The second one hears no request, nor does what it has started.
+    for (const std::string sTrap : {"", "trap '' TERM; "}) {
+        port::ShellCommand command;
+        ASSERT_TRUE(command.start((sTrap + "exec >" + sPipe + "; echo up; sleep 1000 & sleep 1000").c_str(),
+                                  nullptr));
+        const port::UniqueFd output(open(sPipe.c_str(), O_RDONLY));
+        char szUp[3];
+        EXPECT_EQ(read(output.get(), szUp, sizeof szUp), 3);
+        EXPECT_FALSE(command.hasEnded());
+        command.end();
+        EXPECT_TRUE(WIFSIGNALED(command.wait()));
+        EXPECT_EQ(ReadAll(output.get()), "") << "somebody could still write";
+    }
 }
 
 TEST(ShellTest, OneStreamReachesTheCommand) {

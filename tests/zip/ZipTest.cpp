@@ -2,6 +2,7 @@
 // home folder whose path does, with a temporary folder that must be empty at the end.
 #include <gtest/gtest.h>
 #include <port/internal/seams_shell.h>
+#include <sys/stat.h>
 
 #include "files/LFile.h"
 #include "support/Bundle.h"
@@ -140,6 +141,18 @@ TEST_F(Zip, HostileArchivesStayInTheDestination) {
     EXPECT_EQ(FileText(root / "outside/mine"), "mine");
     EXPECT_EQ(Count("outside"), 1);
     EXPECT_EQ(Count("."), 4) << "cache, archive, outside, out";
+}
+
+struct Stopping : Recorder {
+    int ProcessWaitSignal(LSignalObjectRef, unsigned int) override { return LProcessWaitStopped; }
+};
+
+TEST_F(Zip, AStopEndsTheTool) {
+    Stopping reports;
+    reports.nQuestions = 0;
+    ASSERT_EQ(mkfifo(archive.c_str(), 0600), 0); // a tool that opens it waits without end
+    EXPECT_EQ(Process(reports, LProcessZipFileExtractAll(archive.c_str(), "out")), LProcessStopped);
+    EXPECT_EQ(reports.sTold, "|0.000000|0a[1]*.zip");
 }
 
 TEST_F(Zip, ProcessesReport) {

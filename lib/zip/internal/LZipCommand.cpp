@@ -1,9 +1,11 @@
 #include "zip/internal/LZipCommand.h"
 
 #include <cstring>
+#include <port/shell.h>
+#include <sys/wait.h>
 
-#include "platform/LShellCommand.h"
 #include "strings/LStringFormat.h"
+#include "threads/LProcessInterface.h"
 
 namespace {
 
@@ -14,6 +16,8 @@ constexpr const char* pOptionVariables[] = {"ZIP",     "ZIPOPT",     "UNZIP", "U
 constexpr char szSpecialInQuotes[] = "\"`$\\";
 constexpr char szSpecialUnquoted[] = " \t\"`$\\'|&;<>()*?[]{}#!~";
 constexpr char szPatternCharacters[] = "*?[";
+
+constexpr unsigned int nPause = 50; // milliseconds, where the end cannot be waited for
 
 // strchr would find the terminator too.
 bool IsOneOf(char character, const char* szCharacters) {
@@ -55,6 +59,14 @@ private:
 void AddAsDirectory(LineWriter& line, const char* szPath) {
     if (*szPath == '-')
         line.Add("./");
+}
+
+// Waits for the command's end; true when it is to be ended before.
+bool IsToStopWhile(const port::ShellCommand& command, LProcessInterface& process) {
+    const int nEnd = command.endDescriptor();
+    if (!LSignalObjectRef::FitsSelect(nEnd))
+        return process.ProcessWait(nPause);
+    return process.ProcessWaitSignal(LSignalObjectRef(nEnd, -1), LNoTimeLimit) == LProcessWaitStopped;
 }
 
 } // namespace
@@ -118,6 +130,13 @@ void LZipCommand::AddExclusionList(const char* szPath) {
         line.AddUnquoted(*szPath);
 }
 
-bool LZipCommand::Run() const {
-    return RunCommandLineProcess(LUTF8StringLongRef(sLine), pOptionVariables);
+bool LZipCommand::Run(LProcessInterface& process) const {
+    port::ShellCommand command;
+    if (!command.start(LUTF8StringLongRef(sLine), pOptionVariables))
+        return false;
+    while (!command.hasEnded())
+        if (IsToStopWhile(command, process))
+            command.end();
+    const int nStatus = command.wait();
+    return nStatus != -1 && WIFEXITED(nStatus) && WEXITSTATUS(nStatus) == 0;
 }

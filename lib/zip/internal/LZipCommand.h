@@ -9,6 +9,8 @@
 
 #include "strings/LString.h"
 
+class LProcessInterface;
+
 class LZipCommand {
 public:
     explicit LZipCommand(const char* szTool) { sLine = szTool; }
@@ -29,8 +31,9 @@ public:
     void AddBlank() { sLine.Append(" "); }
 
     // Runs the line; true when the tool succeeded. Options that the tools would take from the environment have
-    // no effect. Blocks until the tool ends.
-    bool Run() const;
+    // no effect, and a tool that asks something gets no answer. Blocks until the tool ends; a stop request ends it,
+    // as the end of this process does.
+    bool Run(LProcessInterface& process) const;
 
 private:
     LStringLongTemplate<char> sLine;

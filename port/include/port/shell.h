@@ -1,8 +1,48 @@
-// Shell command lines in an environment of their own.
+// Shell command lines, run to their end or started and waited for.
 //
-// Thread-safety: reentrant, as long as nobody changes the environment meanwhile.
+// Thread-safety: reentrant, as long as nobody changes the environment meanwhile. An object belongs to one thread.
+//
+// A command starts with default signal handling, no signal blocked, and no descriptor but the three standard ones.
+// This process's own signals are as they were while it runs. Where the application ignores SIGCHLD the status of a
+// command cannot be had.
 #pragma once
 
-// `system` for a command line whose environment lacks the variables named, a list that ends with null; null
-// takes none away. The names are those of variables of the shell, and not user input. Results as `system`.
-int port_system(const char* commandLine, const char* const* withoutVariables);
+#include <port/UniqueFd.h>
+#include <sys/types.h>
+
+// Runs the line through "/bin/sh" and blocks until it ends. The status as `waitpid` gives it, -1 with errno when the
+// shell could not be started or its status cannot be had.
+int port_system(const char* commandLine);
+
+namespace port {
+
+// A command in a session of its own that is ended with this process: the terminal sends it no signals, it can ask
+// nobody, and its standard input is empty.
+class ShellCommand {
+public:
+    ShellCommand() = default;
+    ShellCommand(const ShellCommand&) = delete;
+    ShellCommand& operator=(const ShellCommand&) = delete;
+    // Ends a command that runs.
+    ~ShellCommand();
+
+    // The command does not see the variables whose names are in the list, which ends with null; null takes none
+    // away. False with errno when the shell could not be started. Once for each object.
+    bool start(const char* commandLine, const char* const* withoutVariables);
+    // Readable once the command has ended; -1 when there is nothing to wait for.
+    int endDescriptor() const { return end_.get(); }
+    bool hasEnded() const;
+    // Asks the command to end and kills what is left of it after two seconds, all its processes.
+    void end();
+    // Waits for the command's end. The status as of `port_system`.
+    int wait();
+
+private:
+    bool awaitEnd(int milliseconds) const;
+
+    pid_t process_ = -1;
+    int status_ = -1; // of a command that has ended
+    UniqueFd end_;
+};
+
+} // namespace port
