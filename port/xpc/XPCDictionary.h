@@ -9,7 +9,6 @@
 #pragma once
 
 #include "xpc/XPCAttachments.h"
-#include "xpc/XPCBody.h"
 #include "xpc/XPCFrame.h"
 #include "xpc/XPCObject.h"
 

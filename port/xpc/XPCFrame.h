@@ -10,6 +10,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <memory>
+#include <new>
 #include <optional>
 #include <span>
 #include <string_view>
@@ -70,5 +72,11 @@ static_assert(sizeof(XPCEntryHeader) == 8);
 // descriptor count and attached total. Reads at any alignment. Only a body that has passed is walked without
 // checks. Keys need not be UTF-8; of two entries with one key the first counts.
 bool bodyIsValid(const XPCFrameHeader& header, std::span<const std::byte> body);
+
+// Memory for a body. Whatever it holds at first is written over; null without memory.
+using XPCBody = std::unique_ptr<std::byte[]>;
+inline XPCBody makeXPCBody(std::size_t bytes) {
+    return XPCBody(new (std::nothrow) std::byte[bytes]);
+}
 
 } // namespace port

@@ -92,8 +92,7 @@ bool XPCFrameReader::advance(std::size_t bytes, Places& places, XPCScratch& scra
         return false;
     if (places.guessed != nullptr && bytes != 0) {
         headerFill_ += take(headerBytes_.size() - headerFill_);
-        if (headerFill_ == headerBytes_.size() &&
-            !advanceGuessed(take(places.guessedBytes), std::move(places.guessed), sink))
+        if (headerFill_ == headerBytes_.size() && !advanceGuessed(take(places.guessedBytes), places, sink))
             return false;
     }
     if (!consume({scratch.bytes.data(), bytes}, sink))
@@ -102,19 +101,19 @@ bool XPCFrameReader::advance(std::size_t bytes, Places& places, XPCScratch& scra
     return waitingCount_ <= (headerFill_ != 0 ? kMaxDescriptors : 0);
 }
 
-// A whole header, and behind it as much as `guessed` has taken.
-bool XPCFrameReader::advanceGuessed(std::size_t bytes, XPCBody guessed, XPCFrameSink& sink) {
+// A whole header, and behind it `bytes` bytes in the guessed memory.
+bool XPCFrameReader::advanceGuessed(std::size_t bytes, Places& places, XPCFrameSink& sink) {
     headerFill_ = 0;
     if (!openHeader(headerBytes_.data()))
         return false;
-    const std::size_t capacity = guessed.get_deleter().capacity;
     // Not memory of a much larger size: what a message costs is reckoned by its own bytes.
-    if (header_.bodyBytes >= std::max(bytes, capacity / 2) && header_.bodyBytes <= capacity) {
-        body_ = std::move(guessed);
+    if (header_.bodyBytes >= std::max(bytes, places.guessedBytes / 2) &&
+        header_.bodyBytes <= places.guessedBytes) {
+        body_ = std::move(places.guessed);
         bodyFill_ = 0;
         return advanceBody(bytes, sink);
     }
-    std::span<const std::byte> read(guessed.get(), bytes);
+    std::span<const std::byte> read(places.guessed.get(), bytes);
     return consumeBody(read, sink) && consume(read, sink);
 }
 

@@ -74,7 +74,7 @@ private:
     void lay(Places& places, XPCScratch& scratch);
     bool takeDescriptors(msghdr& message);
     bool advance(std::size_t bytes, Places& places, XPCScratch& scratch, XPCFrameSink& sink);
-    bool advanceGuessed(std::size_t bytes, XPCBody guessed, XPCFrameSink& sink);
+    bool advanceGuessed(std::size_t bytes, Places& places, XPCFrameSink& sink);
     bool consume(std::span<const std::byte> bytes, XPCFrameSink& sink);
     bool consumeHeader(std::span<const std::byte>& bytes);
     bool openHeader(const std::byte* bytes);

@@ -28,7 +28,6 @@ constexpr std::size_t kLargeFrameBytes = std::size_t{16} << 10; // a body that i
 constexpr std::size_t kFramesPerTurn = 64; // handled before other connections have their turn
 
 // One process.
-constexpr std::size_t kKeptBodyBytes = std::size_t{2} << 20; // memory of large bodies that is used again
 constexpr std::size_t kMaxConnections = 256; // peers of one listener; further ones are closed at once
 constexpr int kListenBacklog = 4096;
 
