@@ -7,7 +7,6 @@
 #include <csignal>
 #include <pthread.h>
 #include <thread>
-#include <unistd.h>
 #include <utility>
 
 namespace port {
@@ -18,7 +17,6 @@ using namespace std::chrono_literals;
 constexpr auto kIdleLife = 10s;      // of a worker without work
 constexpr auto kLeaderLife = 12s;    // longer, so that the leader goes last
 constexpr auto kNap = 1ms;           // of the leader, in which work that may wait gathers
-constexpr auto kLinger = 150us;      // of the leader, for the rest of a stream
 constexpr unsigned kWorthANap = 4;   // pieces of work that one nap has spared calls for
 constexpr auto kMonitorTick = 5ms;   // how long a handler may hold the lead
 constexpr unsigned kQuietTicks = 4;  // without work, then the monitor parks
@@ -27,7 +25,6 @@ constexpr std::size_t kEventsPerWait = 32;
 constexpr std::size_t kRunsPerInput = 32; // between two looks at new input
 
 thread_local bool returning = false;
-thread_local bool moreExpected = false;
 
 // Signals are the main thread's, but for those that a fault of the thread itself raises.
 class BlockedSignals {
@@ -60,9 +57,7 @@ WorkerPool& WorkerPool::shared() {
     return pool;
 }
 
-WorkerPool::WorkerPool()
-    : usualWorkers_(std::max(2U, std::thread::hardware_concurrency())),
-      severalProcessors_(::sysconf(_SC_NPROCESSORS_ONLN) > 1) {
+WorkerPool::WorkerPool() : usualWorkers_(std::max(2U, std::thread::hardware_concurrency())) {
     MainLoop::shared().watchPool(epoll_.fd());
 }
 
@@ -199,39 +194,18 @@ bool WorkerPool::staysAfterQuiet(bool napped, Lock& lock) {
 
 // How many events came.
 std::size_t WorkerPool::wait(std::span<epoll_event> events, bool naps, Lock& lock) {
-    const bool lingers = severalProcessors_ && std::exchange(moreExpected, false) && lingers_.isWorthATry();
     const int patience = leaderPatience();
     leaderWaits_ = true;
     leaderCalled_ = false;
     leaderNaps_ = naps;
     napCatch_ = 0;
     lock.unlock();
-    std::size_t count = lingers ? linger(events) : 0;
-    const bool found = count != 0;
-    if (!found)
-        count = naps ? epoll_.nap(events, kNap) : epoll_.wait(events, patience);
+    const std::size_t count = naps ? epoll_.nap(events, kNap) : epoll_.wait(events, patience);
     lock.lock();
     leaderWaits_ = false;
     leaderNaps_ = false;
     ++leaderTurns_;
-    if (lingers)
-        lingers_.note(found);
     return count;
-}
-
-// A look without sleep, for a few times as long as it takes to wake a thread: the sender, who would do that for
-// every piece, is spared it.
-std::size_t WorkerPool::linger(std::span<epoll_event> events) {
-    const auto end = Clock::now() + kLinger;
-    std::size_t count = 0;
-    do
-        count = epoll_.wait(events, 0);
-    while (count == 0 && Clock::now() < end);
-    return count;
-}
-
-void WorkerPool::expectMore() {
-    moreExpected = true;
 }
 
 // The last worker goes; the main loop watches from now on.

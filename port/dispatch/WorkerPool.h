@@ -3,9 +3,8 @@
 // worker looks, every few milliseconds, whether it is stuck in a handler, and takes the lead from it if so.
 // There is no thread before the first work, and none is left some seconds after the last.
 //
-// Two habits spare system calls; both are given up for a while when they are of no use. After work that may
-// come soon the leader naps, and looks at the line uncalled when it wakes. After a part of a stream it looks
-// for the next part without sleeping.
+// A habit spares system calls; it is given up for a while when it is of no use. After work that may come soon
+// the leader naps, and looks at the line uncalled when it wakes.
 //
 // Thread-safety: every function may be called from any thread.
 #pragma once
@@ -59,9 +58,6 @@ public:
     void moveIn(Tenant tenant);
     void moveOut(Tenant tenant);
 
-    // The calling worker has taken a part of a stream and expects the next at once.
-    static void expectMore();
-
     // The main loop saw something ready in the set.
     void inputWaits();
     // The main loop is about to run code that may last, and cannot watch meanwhile.
@@ -109,7 +105,6 @@ private:
     int leaderPatience() const;
     void leave();
     std::size_t wait(std::span<epoll_event> events, bool naps, Lock& lock);
-    std::size_t linger(std::span<epoll_event> events);
     void summon(Lock lock);
     void spawn();
     bool isNeeded() const;
@@ -120,7 +115,6 @@ private:
     RunList line_;
     std::vector<Deadline> deadlines_;
     const unsigned usualWorkers_;
-    const bool severalProcessors_;
     unsigned workers_ = 0;
     unsigned parked_ = 0;
     unsigned running_ = 0; // workers inside a turn
@@ -131,7 +125,6 @@ private:
     bool soonCame_ = false;   // work that may wait, since the last nap began
     unsigned napCatch_ = 0;   // how much of it came during the nap
     Habit naps_;
-    Habit lingers_;
     bool leaderStays_ = false; // it found no work for long, yet must not leave
     std::uint64_t leaderTurns_ = 0;
     bool monitorRuns_ = false;

@@ -71,8 +71,6 @@ bool XPCConnection::endReading(XPCReadResult result) {
     }
     if (emptied) {
         reading_ = false;
-        if (reader_.isLargeStream())
-            WorkerPool::expectMore();
         return true;
     }
     if (mustNotRead()) {

@@ -52,8 +52,6 @@ public:
     XPCReadResult readFrom(int socket, XPCScratch& scratch, XPCFrameSink& sink);
     // True while a frame has begun and is not complete: what kFrameDeadline is about.
     bool isInsideFrame() const { return headerFill_ != 0 || body_ != nullptr; }
-    // True behind a large frame.
-    bool isLargeStream() const { return guess_ != 0; }
 
 private:
     // What one read may leave: those of a frame whose header is not complete, and those of the next.
