@@ -54,11 +54,6 @@ void SerialQueue::resume() {
         schedule();
 }
 
-bool SerialQueue::isAtRest() const {
-    const std::lock_guard lock(mutex_);
-    return !active_ && suspensions_ == 0;
-}
-
 bool SerialQueue::isHeldBack(std::size_t tasks) const {
     const std::lock_guard lock(mutex_);
     return suspensions_ != 0 || tasks_.size() >= tasks;

@@ -41,8 +41,6 @@ public:
     void schedule(Urgency urgency = Urgency::Now);
     void suspend() final;
     void resume() final;
-    // True when what is added next begins a turn.
-    bool isAtRest() const;
     // True while it is suspended, and while that many tasks wait.
     bool isHeldBack(std::size_t tasks) const;
 

@@ -18,7 +18,6 @@ using namespace std::chrono_literals;
 constexpr int kBusySendBuffer = 1 << 20; // bytes
 constexpr std::size_t kMaxDeferred = 2 * kGatherFrames;
 constexpr unsigned kGatherBarriers = 8; // of large messages, then the queue's turn must come
-constexpr unsigned kGatherCloses = 16;  // of cancelled clients, then their queues' turns must come
 constexpr auto kConnectRetry = 2ms;     // while the service's queue of new connections is full
 constexpr auto kConnectPatience = 5s;
 
@@ -28,8 +27,6 @@ constexpr std::uint32_t kClientEvents = EPOLLIN | EPOLLET | EPOLLEXCLUSIVE;
 constexpr std::uint32_t kPeerEvents = EPOLLIN | EPOLLRDHUP | EPOLLET;
 // An exclusive watch cannot ask for output, so a blocked client has a plain one.
 constexpr std::uint32_t kBlockedEvents = EPOLLIN | EPOLLOUT | EPOLLRDHUP | EPOLLET;
-
-constinit std::atomic<unsigned> closes{0}; // that were put off
 
 } // namespace
 
@@ -46,25 +43,18 @@ void XPCConnection::resume() {
     continueInput();
 }
 
-// A client that is cancelled at rest closes its socket in the queue's last turn: closing calls the service,
-// which then hears of several at once.
 void XPCConnection::cancel() {
     Leftovers left;
-    bool closesLater = false;
     dropEvents();
     {
         const std::lock_guard lock(mutex_);
         if (state_ == State::Open && !outputBlocked_ && !writer_.isEmpty())
             flush(); // only a blocked socket costs messages
-        if (state_ != State::Over) {
-            closesLater = closesLater_ = socket_ && isClient() && ownTurns_ && queue().isAtRest();
+        if (state_ != State::Over)
             endForGood(left);
-        }
     }
     settle(std::move(left));
     finish();
-    if (closesLater && ++closes % kGatherCloses == 0)
-        WorkerPool::shared().hurry();
 }
 
 void XPCConnection::send(XPCDictionary& message) {
@@ -259,8 +249,6 @@ void XPCConnection::queueTurnBegins() {
     const std::lock_guard lock(mutex_);
     flushComes_ = false;
     turnComesSoon_ = false;
-    if (closesLater_ && !reading_)
-        closeSocket();
     if (state_ == State::Open && !outputBlocked_ && !writer_.isEmpty())
         flush();
 }
@@ -319,7 +307,7 @@ void XPCConnection::dropWaiting(Leftovers& left, xpc_object_t error) {
 void XPCConnection::endForGood(Leftovers& left) {
     if (reading_)
         ::shutdown(socket_.get(), SHUT_RDWR); // the reader closes it
-    else if (!closesLater_)
+    else
         closeSocket();
     setState(State::Over);
     dropWaiting(left, XPC_ERROR_CONNECTION_INVALID);

@@ -141,8 +141,7 @@ private:
     WorkerPool::Clock::time_point connectBefore_;
     bool launched_ = false; // in this attempt to connect
     Turn watchTurn_{*this, &XPCConnection::watchByWorkers};
-    bool closesLater_ = false; // cancelled: with the queue's next turn, together with others
-    bool watchComes_ = false;  // the turn is in line
+    bool watchComes_ = false; // the turn is in line
 
     // The reading thread's, whoever that is.
     XPCFrameReader reader_;
