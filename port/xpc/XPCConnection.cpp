@@ -174,36 +174,16 @@ bool XPCConnection::watchPeer(std::unique_lock<std::mutex>& lock) {
     return addTo(WorkerPool::shared().epoll(), events);
 }
 
-// While the main thread is in its loop for good, the workers come second, and many a connection does not live
-// until then.
 bool XPCConnection::watchService(std::unique_lock<std::mutex>& lock) {
-    const bool workersLater = MainLoop::shared().isPermanent();
-    const bool submits = workersLater && !std::exchange(watchComes_, true);
+    const std::lock_guard watching(watchMutex_);
     const std::uint32_t events = outputBlocked_ ? kBlockedEvents : kClientEvents;
-    bool watched = false;
-    {
-        const std::lock_guard watching(watchMutex_);
-        lock.unlock();
-        watched = addTo(MainLoop::shared().epoll(), kClientEvents) &&
-                  (workersLater || addTo(WorkerPool::shared().epoll(), events));
-    }
-    if (submits) {
-        retain();
-        WorkerPool::shared().submit(watchTurn_, Urgency::Soon);
-    }
-    return watched;
+    lock.unlock();
+    return addTo(MainLoop::shared().epoll(), kClientEvents) && addTo(WorkerPool::shared().epoll(), events);
 }
 
 // Whoever changes what the watch is about may have been faster.
 bool XPCConnection::addTo(Epoll& epoll, std::uint32_t events) {
     return epoll.add(socket_.get(), events, key_) || errno == EEXIST;
-}
-
-void XPCConnection::watchByWorkers() {
-    const std::lock_guard lock(mutex_);
-    watchComes_ = false;
-    if (state_ == State::Open)
-        addTo(WorkerPool::shared().epoll(), outputBlocked_ ? kBlockedEvents : kClientEvents);
 }
 
 void XPCConnection::Turn::run() noexcept {

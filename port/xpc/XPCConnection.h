@@ -105,7 +105,6 @@ private:
     bool watchPeer(std::unique_lock<std::mutex>& lock);
     bool watchService(std::unique_lock<std::mutex>& lock);
     bool addTo(Epoll& epoll, std::uint32_t events);
-    void watchByWorkers();
     void readInput(bool hungUp);
     bool beginReading(bool hungUp);
     void readOn();
@@ -140,8 +139,6 @@ private:
     XPCReplyTable replies_;
     WorkerPool::Clock::time_point connectBefore_;
     bool launched_ = false; // in this attempt to connect
-    Turn watchTurn_{*this, &XPCConnection::watchByWorkers};
-    bool watchComes_ = false; // the turn is in line
 
     // The reading thread's, whoever that is.
     XPCFrameReader reader_;
