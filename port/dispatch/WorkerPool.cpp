@@ -19,7 +19,6 @@ constexpr auto kLeaderLife = 12s;    // longer, so that the leader goes last
 constexpr auto kNap = 1ms;           // of the leader, in which work that may wait gathers
 constexpr unsigned kWorthANap = 4;   // pieces of work that one nap has spared calls for
 constexpr auto kMonitorTick = 5ms;   // how long a handler may hold the lead
-constexpr unsigned kQuietTicks = 4;  // without work, then the monitor parks
 constexpr unsigned kMaxWorkers = 16; // when handlers block
 constexpr std::size_t kEventsPerWait = 32;
 constexpr std::size_t kRunsPerInput = 32; // between two looks at new input
@@ -300,19 +299,13 @@ bool WorkerPool::rest(Worker& self, Lock& lock) {
 void WorkerPool::monitor(Worker& self, Lock& lock) {
     monitorRuns_ = true;
     monitorWanted_ = false;
-    for (unsigned quiet = 0; quiet < kQuietTicks && !mayTakeWork() && leader_ != nullptr;) {
+    while (!mayTakeWork() && leader_ != nullptr) {
         const std::uint64_t seen = leaderTurns_;
-        const bool ticked = parking_.wait_for(lock, kMonitorTick) == std::cv_status::timeout;
-        if (!ticked)
+        if (parking_.wait_for(lock, kMonitorTick) == std::cv_status::no_timeout || seen != leaderTurns_)
             continue;
-        if (seen != leaderTurns_) {
-            quiet = 0;
-        } else if (leaderWaits_) {
-            ++quiet;
-        } else {
+        if (!leaderWaits_)
             takeLead(self);
-            break;
-        }
+        break;
     }
     monitorRuns_ = false;
     if (!leaderWaits_)
