@@ -2,7 +2,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <sys/eventfd.h>
 
 namespace port {
@@ -47,13 +46,6 @@ void Epoll::wake() {
 std::size_t Epoll::wait(std::span<epoll_event> events, int milliseconds) {
     const int count =
         ::epoll_wait(epoll_.get(), events.data(), static_cast<int>(events.size()), milliseconds);
-    return count < 0 ? 0 : static_cast<std::size_t>(count);
-}
-
-std::size_t Epoll::nap(std::span<epoll_event> events, std::chrono::microseconds time) {
-    const timespec limit{0, std::chrono::nanoseconds(time).count()};
-    const int count =
-        ::epoll_pwait2(epoll_.get(), events.data(), static_cast<int>(events.size()), &limit, nullptr);
     return count < 0 ? 0 : static_cast<std::size_t>(count);
 }
 

@@ -5,7 +5,6 @@
 
 #include "dispatch/Source.h"
 
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <port/UniqueFd.h>
@@ -30,8 +29,6 @@ public:
     void wake();
     // How many events came: 0 after `milliseconds` (-1: no limit) or a signal.
     std::size_t wait(std::span<epoll_event> events, int milliseconds);
-    // The same for times too short to count in milliseconds.
-    std::size_t nap(std::span<epoll_event> events, std::chrono::microseconds time);
 
 private:
     UniqueFd epoll_;

@@ -103,7 +103,7 @@ bool MainQueue::runTurn() {
     std::size_t count = 0;
     for (; count < kTasksPerTurn && next(task); ++count) {
         if (count == 0)
-            WorkerPool::shared().mainLoopIsBusy();
+            WorkerPool::mainLoopIsBusy();
         task();
         task.reset();
         const std::lock_guard lock(mutex_);

@@ -1,47 +1,41 @@
 #include "dispatch/WorkerPool.h"
 
+#include "dispatch/DetachedThread.h"
 #include "dispatch/MainLoop.h"
 
 #include <algorithm>
 #include <array>
-#include <csignal>
-#include <pthread.h>
+#include <atomic>
+#include <chrono>
+#include <cstddef>
 #include <thread>
 #include <utility>
+#include <vector>
 
 namespace port {
 namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto kIdleLife = 10s;      // of a worker without work
-constexpr auto kLeaderLife = 12s;    // longer, so that the leader goes last
-constexpr auto kNap = 1ms;           // of the leader, in which work that may wait gathers
-constexpr unsigned kWorthANap = 4;   // pieces of work that one nap has spared calls for
-constexpr auto kMonitorTick = 5ms;   // how long a handler may hold the lead
-constexpr unsigned kMaxWorkers = 16; // when handlers block
+constexpr auto kIdleLife = 10s;       // of a parked worker
+constexpr int kLeaderLife = 12'000;   // ms without work; longer, so that the leader goes last
+constexpr auto kMonitorTick = 5ms;    // how long a handler may hold the lead
+constexpr unsigned kRunsPerLook = 32; // between two looks at new input
 constexpr std::size_t kEventsPerWait = 32;
-constexpr std::size_t kRunsPerInput = 32; // between two looks at new input
 
 thread_local bool returning = false;
 
-// Signals are the main thread's, but for those that a fault of the thread itself raises.
-class BlockedSignals {
-public:
-    BlockedSignals() {
-        sigset_t set;
-        sigfillset(&set);
-        for (const int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS})
-            sigdelset(&set, signal);
-        pthread_sigmask(SIG_BLOCK, &set, &before_);
-    }
-    BlockedSignals(const BlockedSignals&) = delete;
-    BlockedSignals& operator=(const BlockedSignals&) = delete;
-    ~BlockedSignals() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+// How many sources are watched, by whom; asked before there is a pool.
+constinit std::atomic<unsigned> watchedByWorker{0};
+constinit std::atomic<unsigned> watchedByMainLoop{0};
 
-private:
-    sigset_t before_;
-};
+std::atomic<unsigned>& watchedBy(WorkerPool::Watcher watcher) {
+    return watcher == WorkerPool::Watcher::Worker ? watchedByWorker : watchedByMainLoop;
+}
+
+bool isWorkerNeeded() {
+    return watchedByWorker != 0 || (watchedByMainLoop != 0 && !MainLoop::shared().isPermanent());
+}
 
 } // namespace
 
@@ -57,7 +51,7 @@ WorkerPool& WorkerPool::shared() {
 }
 
 WorkerPool::WorkerPool() : usualWorkers_(std::max(2U, std::thread::hardware_concurrency())) {
-    MainLoop::shared().watchPool(epoll_.fd());
+    MainLoop::shared().watchPool(epoll().fd());
 }
 
 unsigned WorkerPool::workerCount() {
@@ -71,9 +65,8 @@ void WorkerPool::submit(Runnable& work, Urgency urgency) {
     if (returning)
         return;
     if (urgency == Urgency::Soon) {
-        soonCame_ = true;
-        ++napCatch_;
-        if (leaderNaps_)
+        wait_.makeNextShort();
+        if (wait_.isShort())
             return;
     }
     summon(std::move(lock));
@@ -81,21 +74,26 @@ void WorkerPool::submit(Runnable& work, Urgency urgency) {
 
 void WorkerPool::hurry() {
     Lock lock(mutex_);
-    if (!leaderNaps_)
-        return;
-    napCatch_ += kWorthANap;
-    summon(std::move(lock));
+    if (wait_.isShort())
+        summon(std::move(lock));
 }
 
-// Sees to it that a worker comes for what is in line. A leader that has been called already takes it all; if
-// it gets stuck, its monitor helps.
+void WorkerPool::callAt(Clock::time_point when, SourceKey key) {
+    Lock lock(mutex_);
+    deadlines_.add(when, key);
+    if (!returning)
+        summon(std::move(lock)); // whoever comes waits anew, with the right patience
+}
+
+// Sees to it that a worker comes for what is in line. A leader that waits takes it all; if it gets stuck, its
+// monitor helps. One that works comes back to the line by itself.
 void WorkerPool::summon(Lock lock) {
-    if (leaderWaits_) {
-        if (std::exchange(leaderCalled_, true))
+    if (wait_.isOn()) {
+        if (!wait_.end())
             return;
-        lock.unlock();
-        epoll_.wake();
-    } else if (mayTakeWork() && (parked_ != 0 || monitorRuns_)) {
+        lock.unlock(); // the worker that is called takes it first
+        epoll().wake();
+    } else if (mayTakeWork() && (parked_ != 0 || monitor_ == Monitor::Runs)) {
         lock.unlock();
         parking_.notify_one();
     } else if (workers_ < usualWorkers_) {
@@ -104,117 +102,107 @@ void WorkerPool::summon(Lock lock) {
 }
 
 void WorkerPool::spawn() {
-    const BlockedSignals blocked;
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-    pthread_t thread{};
-    const bool made = pthread_create(&thread, &attributes, threadMain, this) == 0;
-    pthread_attr_destroy(&attributes);
-    if (made && workers_++ == 0)
-        MainLoop::shared().unwatchPool(epoll_.fd());
+    if (startDetachedThread(threadMain, this) && workers_++ == 0)
+        MainLoop::shared().unwatchPool(epoll().fd());
 }
 
 void* WorkerPool::threadMain(void* pool) {
-    static_cast<WorkerPool*>(pool)->work();
+    auto& self = *static_cast<WorkerPool*>(pool);
+    Lock lock(self.mutex_);
+    self.work(lock);
     return nullptr;
 }
 
-void WorkerPool::work() {
+// The life of a worker: it leads, or takes work that the leader has no time for, or parks.
+void WorkerPool::work(Lock& lock) {
     Worker self;
-    Lock lock(mutex_);
-    std::size_t runs = 0;
-    for (;;) {
+    bool stays = true;
+    while (stays) {
         if (leader_ == nullptr)
             takeLead(self);
-        const bool leads = leader_ == &self;
-        if (leads ? !line_.isEmpty() : mayTakeWork()) {
-            runOne(self, *line_.pop(), lock);
-            if (leader_ == &self && ++runs % kRunsPerInput == 0)
-                takeInput(lock);
-        } else if (leads ? !lead(lock) : !rest(self, lock)) {
-            return;
-        }
+        if (isForMe(self))
+            runNext(self, lock);
+        else
+            stays = leader_ == &self ? lead(self, lock) : rest(self, lock);
+    }
+    --workers_;
+}
+
+bool WorkerPool::isForMe(const Worker& self) const {
+    return leader_ == &self ? !line_.isEmpty() : mayTakeWork();
+}
+
+// Only the leader goes on when the usual number of workers is inside of handlers; stuck ones count among them.
+bool WorkerPool::mayTakeWork() const {
+    return !line_.isEmpty() && running_ < usualWorkers_;
+}
+
+void WorkerPool::takeLead(const Worker& self) {
+    leader_ = &self;
+    ++progress_;
+    if (!line_.isEmpty())
+        callMonitor();
+}
+
+// One turn of what is first in line. Now and then the leader looks at new input behind it, so that no source
+// waits for the whole line.
+void WorkerPool::runNext(Worker& self, Lock& lock) {
+    Runnable& work = *line_.pop();
+    if (leader_ == &self)
+        ++progress_;
+    ++running_;
+    // The one that was called to monitor may have come upon work first.
+    if (monitor_ == Monitor::Called && running_ + parked_ == workers_)
+        bringMonitor();
+    lock.unlock();
+    work.run();
+    lock.lock();
+    --running_;
+    if (leader_ == &self && ++self.runs % kRunsPerLook == 0) {
+        std::array<epoll_event, kEventsPerWait> events;
+        deliver({events.data(), wait_.look(events, lock)}, lock);
+        callDue(lock);
     }
 }
 
-void WorkerPool::takeLead(Worker& self) {
-    leader_ = &self;
-    ++leaderTurns_;
-    if (!line_.isEmpty())
-        requestMonitor();
-}
-
-void WorkerPool::runOne(Worker& self, Runnable& runnable, Lock& lock) {
-    if (leader_ == &self)
-        ++leaderTurns_;
-    ++running_;
-    // The monitor that was called may have come upon work first.
-    if (monitorWanted_ && running_ == workers_ && workers_ < kMaxWorkers)
-        spawn();
-    lock.unlock();
-    runnable.run();
-    lock.lock();
-    --running_;
-}
-
-// One wait as the leader. False when the thread has given up its place and must end.
-bool WorkerPool::lead(Lock& lock) {
+// One wait as the leader. False when the thread has given up the lead and must end.
+bool WorkerPool::lead(Worker& self, Lock& lock) {
     std::array<epoll_event, kEventsPerWait> events;
-    const bool naps = std::exchange(soonCame_, false) && naps_.isWorthATry();
-    const std::size_t count = wait(events, naps, lock);
-    // A nap in which little gathers only delays it; one that an event ends early says nothing.
-    if (naps && (count == 0 || napCatch_ >= kWorthANap))
-        naps_.note(napCatch_ == 0 || napCatch_ >= kWorthANap);
+    const auto [count, wasShort] = wait_.wait(events, patience(self), lock);
+    ++progress_;
     if (count == 0)
-        return staysAfterQuiet(naps, lock);
-    leaderStays_ = false;
-    requestMonitor();
-    lock.unlock();
-    harvest({events.data(), count});
-    lock.lock();
-    expireDeadlines(lock);
+        return staysAfterQuiet(self, wasShort, lock);
+    self.stays = false;
+    callMonitor();
+    deliver({events.data(), count}, lock);
+    callDue(lock);
     return true;
 }
 
-// The wait brought no event. False as above.
-bool WorkerPool::staysAfterQuiet(bool napped, Lock& lock) {
+// The wait brought no event. False as above: then the main loop looks at the set from now on.
+bool WorkerPool::staysAfterQuiet(Worker& self, bool wasShort, Lock& lock) {
     if (!line_.isEmpty())
-        requestMonitor();
-    expireDeadlines(lock);
-    if (napped || !line_.isEmpty() || !deadlines_.empty())
+        callMonitor();
+    callDue(lock);
+    if (wasShort || !line_.isEmpty() || !deadlines_.isEmpty())
         return true;
-    leaderStays_ = isNeeded();
-    if (leaderStays_ || workers_ > 1)
+    self.stays = isWorkerNeeded();
+    if (self.stays || workers_ > 1)
         return true;
-    leave();
+    leader_ = nullptr;
+    MainLoop::shared().watchPool(epoll().fd());
     return false;
 }
 
-// How many events came.
-std::size_t WorkerPool::wait(std::span<epoll_event> events, bool naps, Lock& lock) {
-    const int patience = leaderPatience();
-    leaderWaits_ = true;
-    leaderCalled_ = false;
-    leaderNaps_ = naps;
-    napCatch_ = 0;
+int WorkerPool::patience(const Worker& self) const {
+    if (!deadlines_.isEmpty())
+        return deadlines_.millisecondsLeft(Clock::now());
+    return self.stays ? -1 : kLeaderLife;
+}
+
+// Tells the sources what is ready: they read, and put what they have read in line.
+void WorkerPool::deliver(std::span<const epoll_event> events, Lock& lock) {
     lock.unlock();
-    const std::size_t count = naps ? epoll_.nap(events, kNap) : epoll_.wait(events, patience);
-    lock.lock();
-    leaderWaits_ = false;
-    leaderNaps_ = false;
-    ++leaderTurns_;
-    return count;
-}
-
-// The last worker goes; the main loop watches from now on.
-void WorkerPool::leave() {
-    leader_ = nullptr;
-    --workers_;
-    MainLoop::shared().watchPool(epoll_.fd());
-}
-
-void WorkerPool::harvest(std::span<const epoll_event> events) {
     const Returning scope;
     for (const epoll_event& event : events) {
         if (Source* const source = SourceTable::shared().pin(event.data.u64)) {
@@ -222,47 +210,17 @@ void WorkerPool::harvest(std::span<const epoll_event> events) {
             source->unpin();
         }
     }
-}
-
-// A look at new input while work is still in line, so that no source waits for the whole line.
-void WorkerPool::takeInput(Lock& lock) {
-    lock.unlock();
-    std::array<epoll_event, kEventsPerWait> events;
-    harvest({events.data(), epoll_.wait(events, 0)});
     lock.lock();
-    expireDeadlines(lock);
 }
 
-int WorkerPool::leaderPatience() const {
-    using std::chrono::milliseconds;
-    if (deadlines_.empty())
-        return leaderStays_ ? -1 : static_cast<int>(milliseconds(kLeaderLife).count());
-    const auto first = std::min_element(deadlines_.begin(), deadlines_.end(),
-                                        [](const auto& a, const auto& b) { return a.when < b.when; });
-    const auto left = std::chrono::ceil<milliseconds>(first->when - Clock::now());
-    return static_cast<int>(std::clamp<milliseconds::rep>(left.count(), 0, 60'000));
-}
-
-void WorkerPool::callAt(Clock::time_point when, SourceKey key) {
-    Lock lock(mutex_);
-    deadlines_.push_back({when, key});
-    if (!returning)
-        summon(std::move(lock)); // whoever comes waits anew, with the right patience
-}
-
-void WorkerPool::expireDeadlines(Lock& lock) {
-    if (deadlines_.empty())
+void WorkerPool::callDue(Lock& lock) {
+    if (deadlines_.isEmpty())
         return;
-    const auto now = Clock::now();
-    const auto due = std::partition(deadlines_.begin(), deadlines_.end(),
-                                    [now](const Deadline& deadline) { return deadline.when > now; });
-    const std::vector<Deadline> expired(due, deadlines_.end());
-    deadlines_.erase(due, deadlines_.end());
-    if (expired.empty())
-        return;
+    const std::vector<SourceKey> due = deadlines_.takeDue(Clock::now());
     lock.unlock();
-    for (const Deadline& deadline : expired) {
-        if (Source* const source = SourceTable::shared().pin(deadline.key)) {
+    const Returning scope;
+    for (const SourceKey key : due) {
+        if (Source* const source = SourceTable::shared().pin(key)) {
             source->expired();
             source->unpin();
         }
@@ -270,67 +228,60 @@ void WorkerPool::expireDeadlines(Lock& lock) {
     lock.lock();
 }
 
-// The leader is going to run handlers: another worker must see when one of them holds it.
-void WorkerPool::requestMonitor() {
-    if (monitorRuns_ || monitorWanted_)
-        return;
-    monitorWanted_ = true;
-    if (parked_ != 0)
-        parking_.notify_one();
-    else if (workers_ < kMaxWorkers)
-        spawn();
-}
-
-// A worker that has no work and is not the leader. False when it has rested long enough to end.
-bool WorkerPool::rest(Worker& self, Lock& lock) {
-    if (!monitorRuns_ && (monitorWanted_ || !leaderWaits_)) {
+// A worker that is not the leader and may take no work. False when it has rested long enough to end. Work that
+// it put in line uncalled may have found a leader who waits: this one led when it began, and lost the lead.
+bool WorkerPool::rest(const Worker& self, Lock& lock) {
+    if (!line_.isEmpty() && wait_.end())
+        epoll().wake();
+    if (monitor_ == Monitor::Called || (monitor_ == Monitor::None && !wait_.isOn())) {
         monitor(self, lock);
         return true;
     }
     ++parked_;
     const bool called = parking_.wait_for(lock, kIdleLife) == std::cv_status::no_timeout;
     --parked_;
-    if (called || !line_.isEmpty() || monitorWanted_ || leader_ == nullptr)
-        return true;
-    --workers_;
-    return false;
+    return called || !line_.isEmpty() || monitor_ == Monitor::Called;
 }
 
-void WorkerPool::monitor(Worker& self, Lock& lock) {
-    monitorRuns_ = true;
-    monitorWanted_ = false;
-    while (!mayTakeWork() && leader_ != nullptr) {
-        const std::uint64_t seen = leaderTurns_;
-        if (parking_.wait_for(lock, kMonitorTick) == std::cv_status::no_timeout || seen != leaderTurns_)
-            continue;
-        if (!leaderWaits_)
-            takeLead(self);
-        break;
-    }
-    monitorRuns_ = false;
-    if (!leaderWaits_)
-        requestMonitor(); // this one is going to work
-}
-
-bool WorkerPool::mayTakeWork() const {
-    return !line_.isEmpty() && running_ < usualWorkers_;
-}
-
-void WorkerPool::moveIn(Tenant tenant) {
-    ++(tenant == Tenant::Resident ? residents_ : guests_);
-    if (!isNeeded())
+// The leader is going to run handlers: another worker must see when one of them holds it.
+void WorkerPool::callMonitor() {
+    if (monitor_ != Monitor::None)
         return;
-    const Lock lock(mutex_);
-    if (workers_ == 0)
+    monitor_ = Monitor::Called;
+    bringMonitor();
+}
+
+void WorkerPool::bringMonitor() {
+    if (parked_ != 0)
+        parking_.notify_one();
+    else if (workers_ < kMaxWorkers)
         spawn();
 }
 
-void WorkerPool::moveOut(Tenant tenant) {
-    --(tenant == Tenant::Resident ? residents_ : guests_);
+// Until the leader waits, or is stuck and this worker leads, or there is work for it.
+void WorkerPool::monitor(const Worker& self, Lock& lock) {
+    monitor_ = Monitor::Runs;
+    while (!mayTakeWork()) {
+        const std::uint64_t seen = progress_;
+        if (parking_.wait_for(lock, kMonitorTick) == std::cv_status::no_timeout || seen != progress_)
+            continue;
+        if (!wait_.isOn())
+            takeLead(self);
+        break;
+    }
+    monitor_ = Monitor::None;
+    if (!wait_.isOn())
+        callMonitor(); // this one is going to work
 }
 
-bool WorkerPool::isNeeded() const {
-    return residents_ != 0 || (guests_ != 0 && !MainLoop::shared().isPermanent());
+void WorkerPool::beginWatch(Watcher watcher) {
+    ++watchedBy(watcher);
+    if (isWorkerNeeded())
+        inputWaits();
+}
+
+void WorkerPool::endWatch(Watcher watcher) {
+    --watchedBy(watcher);
 }
 
 void WorkerPool::inputWaits() {
@@ -340,7 +291,7 @@ void WorkerPool::inputWaits() {
 }
 
 void WorkerPool::mainLoopIsBusy() {
-    if (guests_ != 0)
+    if (watchedByMainLoop != 0)
         shared().inputWaits();
 }
 

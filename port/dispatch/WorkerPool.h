@@ -1,33 +1,31 @@
-// The worker threads. One of them, the leader, waits on the pool's epoll set, reads what is ready and runs
-// the handlers itself, so that a request costs no change of threads. While the leader is busy a second
-// worker looks, every few milliseconds, whether it is stuck in a handler, and takes the lead from it if so.
-// There is no thread before the first work, and none is left some seconds after the last.
+// The worker threads. One of them, the leader, waits on the pool's epoll set, reads what is ready and runs the
+// handlers itself, so that a request costs no change of threads. While the leader is busy a second worker, the
+// monitor, looks every few milliseconds whether it is stuck in a handler, and takes the lead from it if so. Any
+// other worker is parked until there is work for it. There is no thread before the first work, and none is left
+// some seconds after the last.
 //
-// A habit spares system calls; it is given up for a while when it is of no use. After work that may come soon
-// the leader naps, and looks at the line uncalled when it wakes.
+// Bounds: handlers that last hold one worker each, up to kMaxWorkers. With one less stuck for ever, all other
+// work goes on; while every worker is stuck, everything else waits.
 //
 // Thread-safety: every function may be called from any thread.
 #pragma once
 
-#include "dispatch/Epoll.h"
+#include "dispatch/Deadlines.h"
+#include "dispatch/LeaderWait.h"
 #include "dispatch/Runnable.h"
 #include "dispatch/Source.h"
 
-#include <algorithm>
-#include <atomic>
-#include <chrono>
 #include <condition_variable>
-#include <cstddef>
 #include <cstdint>
 #include <mutex>
 #include <span>
-#include <vector>
 
 namespace port {
 
 class WorkerPool {
 public:
-    using Clock = std::chrono::steady_clock;
+    using Clock = Deadlines::Clock;
+    static constexpr unsigned kMaxWorkers = 128;
 
     static WorkerPool& shared();
 
@@ -48,89 +46,69 @@ public:
         const bool before_;
     };
     // The set that the leader waits on: sources whose events are read by workers.
-    Epoll& epoll() { return epoll_; }
+    Epoll& epoll() { return wait_.epoll(); }
     // The source's `expired` is called at that time or soon after, once.
     void callAt(Clock::time_point when, SourceKey key);
 
-    // What must be watched and by whom. Somebody always watches for a Resident. For a Guest the main loop does
-    // while no worker exists, once it runs for good.
-    enum class Tenant { Resident, Guest };
-    void moveIn(Tenant tenant);
-    void moveOut(Tenant tenant);
-
+    // Who looks at the set while nothing happens in it. For some sources a worker always stays; for others the
+    // main loop looks when no worker is left, once it runs for good.
+    enum class Watcher { Worker, MainLoop };
+    void beginWatch(Watcher watcher);
+    void endWatch(Watcher watcher);
     // The main loop saw something ready in the set.
     void inputWaits();
-    // The main loop is about to run code that may last, and cannot watch meanwhile.
+    // The main loop is about to run code that may last, and cannot look meanwhile.
     static void mainLoopIsBusy();
+
     // For tests and reports.
     unsigned workerCount();
 
 private:
-    struct Worker {}; // its address tells workers apart
     using Lock = std::unique_lock<std::mutex>;
-    struct Deadline {
-        Clock::time_point when;
-        SourceKey key;
+    // What a worker knows of itself; its address tells workers apart.
+    struct Worker {
+        unsigned runs = 0;  // turns that it ran as the leader
+        bool stays = false; // it leads, found nothing for long, yet must not leave
     };
-
-    // Something that is tried less and less while it is of no use.
-    class Habit {
-    public:
-        bool isWorthATry() { return toSkip_ == 0 || toSkip_-- == 0; }
-        void note(bool useful) {
-            toSkip_ = useful ? 0 : afterwards_;
-            afterwards_ = useful ? 1 : std::min(2 * afterwards_, kMostSkipped);
-        }
-
-    private:
-        static constexpr unsigned kMostSkipped = 256;
-        unsigned toSkip_ = 0;
-        unsigned afterwards_ = 1;
+    enum class Monitor {
+        None,   // the leader waits, or has not been watched yet
+        Called, // a worker was told to come
+        Runs,
     };
 
     WorkerPool();
     static void* threadMain(void* pool);
-    void work();
-    void runOne(Worker& self, Runnable& runnable, Lock& lock);
-    void takeLead(Worker& self);
-    bool lead(Lock& lock);
-    bool staysAfterQuiet(bool napped, Lock& lock);
-    bool rest(Worker& self, Lock& lock);
-    void monitor(Worker& self, Lock& lock);
-    bool mayTakeWork() const;
-    void requestMonitor();
-    void harvest(std::span<const epoll_event> events);
-    void takeInput(Lock& lock);
-    void expireDeadlines(Lock& lock);
-    int leaderPatience() const;
-    void leave();
-    std::size_t wait(std::span<epoll_event> events, bool naps, Lock& lock);
+
+    // All under the lock, which those with a `lock` give back meanwhile.
     void summon(Lock lock);
     void spawn();
-    bool isNeeded() const;
+    void work(Lock& lock);
+    bool isForMe(const Worker& self) const;
+    void runNext(Worker& self, Lock& lock);
+    bool mayTakeWork() const;
+    void takeLead(const Worker& self);
+    bool lead(Worker& self, Lock& lock);
+    bool staysAfterQuiet(Worker& self, bool wasShort, Lock& lock);
+    int patience(const Worker& self) const;
+    void deliver(std::span<const epoll_event> events, Lock& lock);
+    void callDue(Lock& lock);
+    bool rest(const Worker& self, Lock& lock);
+    void callMonitor();
+    void bringMonitor();
+    void monitor(const Worker& self, Lock& lock);
 
-    Epoll epoll_;
     std::mutex mutex_;
-    std::condition_variable parking_;
+    std::condition_variable parking_; // where the monitor and the parked wait
+    LeaderWait wait_;
     RunList line_;
-    std::vector<Deadline> deadlines_;
-    const unsigned usualWorkers_;
+    Deadlines deadlines_;
+    const unsigned usualWorkers_; // that take work while no handler is stuck
     unsigned workers_ = 0;
     unsigned parked_ = 0;
     unsigned running_ = 0; // workers inside a turn
-    Worker* leader_ = nullptr;
-    bool leaderWaits_ = false; // in the kernel, with no work
-    bool leaderCalled_ = false;
-    bool leaderNaps_ = false; // it looks at the line soon, uncalled
-    bool soonCame_ = false;   // work that may wait, since the last nap began
-    unsigned napCatch_ = 0;   // how much of it came during the nap
-    Habit naps_;
-    bool leaderStays_ = false; // it found no work for long, yet must not leave
-    std::uint64_t leaderTurns_ = 0;
-    bool monitorRuns_ = false;
-    bool monitorWanted_ = false;
-    std::atomic<unsigned> residents_{0};
-    static inline constinit std::atomic<unsigned> guests_{0}; // asked before there is a pool
+    const Worker* leader_ = nullptr;
+    std::uint64_t progress_ = 0; // what the leader has begun or ended; a stuck one makes none
+    Monitor monitor_ = Monitor::None;
 };
 
 } // namespace port

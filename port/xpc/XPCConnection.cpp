@@ -148,7 +148,7 @@ void XPCConnection::open(Leftovers& left) {
     outputBlocked_ = false;
     readingHeld_ = false;
     frameTimed_ = false;
-    WorkerPool::shared().moveIn(isClient() ? WorkerPool::Tenant::Resident : WorkerPool::Tenant::Guest);
+    WorkerPool::shared().beginWatch(isClient() ? WorkerPool::Watcher::Worker : WorkerPool::Watcher::MainLoop);
     flush();
     left.opened = true;
 }
@@ -200,7 +200,8 @@ void XPCConnection::closeSocket() {
         socket_.reset(); // also ends both watches
     }
     if (state_ != State::Created)
-        WorkerPool::shared().moveOut(isClient() ? WorkerPool::Tenant::Resident : WorkerPool::Tenant::Guest);
+        WorkerPool::shared().endWatch(isClient() ? WorkerPool::Watcher::Worker
+                                                 : WorkerPool::Watcher::MainLoop);
 }
 
 void XPCConnection::write(XPCDictionary& message, XPCFrameKind kind, std::uint64_t replyId, Leftovers& left) {

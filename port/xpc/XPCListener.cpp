@@ -80,7 +80,7 @@ void XPCListener::resume() {
         const std::lock_guard lock(mutex_);
         if (suspensions_ != 0 && --suspensions_ == 0 && endpoint_ != nullptr) {
             if (!forMain_)
-                WorkerPool::shared().moveIn(WorkerPool::Tenant::Guest);
+                WorkerPool::shared().beginWatch(WorkerPool::Watcher::MainLoop);
             epoll_.add(endpoint_->socket(), EPOLLIN, key_);
         }
     }
@@ -93,7 +93,7 @@ void XPCListener::suspend() {
     if (suspensions_++ == 0 && endpoint_ != nullptr) {
         epoll_.remove(endpoint_->socket());
         if (!forMain_)
-            WorkerPool::shared().moveOut(WorkerPool::Tenant::Guest);
+            WorkerPool::shared().endWatch(WorkerPool::Watcher::MainLoop);
     }
 }
 
@@ -111,7 +111,7 @@ void XPCListener::close() {
     endpoint_->unlinkOwn();
     endpoint_.reset();
     if (!forMain_ && suspensions_ == 0)
-        WorkerPool::shared().moveOut(WorkerPool::Tenant::Guest);
+        WorkerPool::shared().endWatch(WorkerPool::Watcher::MainLoop);
 }
 
 // One connection an event, so that no flood of connections holds the thread.

@@ -4,10 +4,13 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <dispatch/dispatch.h>
 #include <gtest/gtest.h>
+#include <mutex>
 #include <random>
 #include <semaphore>
+#include <sys/eventfd.h>
 #include <thread>
 #include <vector>
 
@@ -15,6 +18,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using port::MainLoop;
+using port::WorkerPool;
 
 template <typename Condition>
 bool reached(Condition condition, std::chrono::milliseconds limit = 10s) {
@@ -111,25 +115,128 @@ TEST(SerialQueue, RunsNothingWhileSuspendedAndLivesUntilItsLastBlockHasRun) {
     EXPECT_TRUE(reached([&] { return ran == 4; }));
 }
 
-TEST(Workers, LeaveWhenThereIsNoMoreWorkAndComeBackForBlocksThatWait) {
-    constexpr int kStuck = 6; // more than the usual number of workers of a small machine
-    const dispatch_queue_t global = dispatch_get_global_queue(0, 0);
-    static std::counting_semaphore<> release(0); // a block may still be inside of it when the test ends
-    for (int round = 0; round < 2; ++round) {
-        std::atomic<int> freed{0};
-        for (int i = 0; i < kStuck; ++i) {
-            dispatch_async(global, [&] {
-                release.acquire();
-                ++freed;
+// A descriptor in the workers' set. Nobody else holds it, so it need not be counted.
+struct Input final : port::Source {
+    Input() { EXPECT_TRUE(WorkerPool::shared().epoll().add(fd.get(), EPOLLIN | EPOLLET, key)); }
+    ~Input() { port::SourceTable::shared().remove(key); }
+    bool pin() noexcept override { return true; }
+    void unpin() noexcept override { ++told; }
+    bool ready(std::uint32_t) override { return false; }
+    void tell() const { ::eventfd_write(fd.get(), 1); }
+
+    const port::UniqueFd fd{::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)};
+    const port::SourceKey key = port::SourceTable::shared().add(*this);
+    std::atomic<int> told{0}; // of input, or that its time has come
+};
+
+// Blocks that hold a worker each until it ends.
+class Stuck {
+public:
+    explicit Stuck(int count) {
+        for (int i = 0; i < count; ++i)
+            dispatch_async(dispatch_get_global_queue(0, 0), [this] {
+                ++inside_;
+                release_.wait(false);
+                --inside_;
             });
-        }
-        dispatch_async(global, [&] { release.release(kStuck); });
-        ASSERT_TRUE(reached([&] { return freed == kStuck; })) << freed;
-        EXPECT_GT(port::WorkerPool::shared().workerCount(), 0U);
-        if (round == 0) {
-            EXPECT_TRUE(reached([] { return port::WorkerPool::shared().workerCount() == 0; }, 30s));
-        }
+        EXPECT_TRUE(reached([&] { return inside_ == count; }, 60s)) << inside_;
     }
+    ~Stuck() {
+        release_ = true;
+        release_.notify_all();
+        EXPECT_TRUE(reached([&] { return inside_ == 0; }));
+    }
+
+private:
+    std::atomic<bool> release_{false};
+    std::atomic<int> inside_{0};
+};
+
+TEST(Workers, GoOnUpToTheirBoundWhileHandlersAreStuck) {
+    constexpr int kMost = WorkerPool::kMaxWorkers;
+    Input input;
+    for (const int count : {1, 2, 100, kMost - 1, 1}) {
+        const Stuck stuck(count);
+        const int told = input.told;
+        std::atomic<bool> ran{false};
+        dispatch_async(dispatch_get_global_queue(0, 0), [&] { ran = true; });
+        EXPECT_TRUE(reached([&] { return ran.load(); })) << count;
+        input.tell();
+        EXPECT_TRUE(reached([&] { return input.told > told; })) << count;
+        WorkerPool::shared().callAt(WorkerPool::Clock::now() + 20ms,
+                                    input.key); // whoever leads sleeps by then
+        EXPECT_TRUE(reached([&] { return input.told > told + 1; })) << count;
+    }
+}
+
+TEST(Workers, LeaveWhenThereIsNoMoreWorkAndComeBackForInput) {
+    Input input;
+    { const Stuck notForLong(3); }
+    EXPECT_GT(WorkerPool::shared().workerCount(), 0U);
+    EXPECT_TRUE(reached([] { return WorkerPool::shared().workerCount() == 0; }, 30s));
+    input.tell();
+    EXPECT_TRUE(reached([&] { return MainLoop::shared().runOnce(1) || input.told != 0; }));
+    EXPECT_GT(WorkerPool::shared().workerCount(), 0U);
+}
+
+// Each burst forks, and begins when the one before has just been joined, so that workers are on their way to
+// rest. A call that is lost shows as a burst that takes seconds.
+TEST(Workers, NoCallIsLostInBursts) {
+    constexpr int kWidth = 3;
+    const int rounds = std::getenv("LFOUNDATION_TORTURE") != nullptr ? 100'000 : 10'000;
+    const dispatch_queue_t serial = dispatch_queue_create("test", nullptr);
+    Input input;
+    for (int round = 1; round <= rounds; ++round) {
+        static std::counting_semaphore<> joined(0); // a block may still be inside of it when the test ends
+        for (int i = 0; i < kWidth; ++i)
+            dispatch_async(i == 0 ? serial : dispatch_get_global_queue(0, 0), [&] {
+                dispatch_async(dispatch_get_global_queue(0, 0), [] { joined.release(); });
+                joined.release();
+            });
+        input.tell();
+        for (int i = 0; i < 2 * kWidth; ++i)
+            ASSERT_TRUE(joined.try_acquire_for(5s)) << "round " << round;
+    }
+    EXPECT_TRUE(reached([&] { return input.told != 0; }));
+    dispatch_release(serial);
+}
+
+// What looked while another began to wait may have taken what was to end that wait.
+TEST(LeaderWait, IsEndedOnceAndNoLookLosesIt) {
+    port::LeaderWait wait;
+    std::mutex mutex;
+    std::array<epoll_event, 4> events;
+    std::unique_lock lock(mutex);
+    EXPECT_FALSE(wait.end()) << "nobody waits";
+    wait.makeNextShort();
+    auto [count, wasShort] = wait.wait(events, -1, lock);
+    EXPECT_TRUE(count == 0 && wasShort);
+    std::thread leader([&] {
+        std::unique_lock own(mutex);
+        EXPECT_FALSE(wait.wait(events, -1, own).wasShort);
+    });
+    for (; !wait.isOn(); lock.lock())
+        lock.unlock();
+    EXPECT_TRUE(wait.end());
+    EXPECT_FALSE(wait.end());
+    std::array<epoll_event, 4> seen;
+    wait.look(seen, lock);
+    lock.unlock();
+    leader.join();
+}
+
+TEST(Deadlines, AreTakenSoonestFirst) {
+    using namespace std::chrono;
+    const port::Deadlines::Clock::time_point now{1h};
+    port::Deadlines deadlines;
+    deadlines.add(now + 1500us, 3);
+    deadlines.add(now, 2);
+    deadlines.add(now - 1s, 1);
+    EXPECT_EQ(deadlines.millisecondsLeft(now), 0);
+    EXPECT_EQ(deadlines.takeDue(now), (std::vector<port::SourceKey>{1, 2}));
+    EXPECT_EQ(deadlines.millisecondsLeft(now), 2) << "not before its time";
+    EXPECT_EQ(deadlines.takeDue(now + 2ms), std::vector<port::SourceKey>{3});
+    EXPECT_TRUE(deadlines.isEmpty());
 }
 
 TEST(MainQueue, ALoopInsideABlockRunsNoOtherBlock) {

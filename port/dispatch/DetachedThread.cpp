@@ -1,0 +1,41 @@
+#include "dispatch/DetachedThread.h"
+
+#include <csignal>
+#include <initializer_list>
+#include <pthread.h>
+
+namespace port {
+namespace {
+
+// A thread is born with the mask of the one that makes it.
+class BlockedSignals {
+public:
+    BlockedSignals() {
+        sigset_t set;
+        sigfillset(&set);
+        for (const int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS})
+            sigdelset(&set, signal);
+        pthread_sigmask(SIG_BLOCK, &set, &before_);
+    }
+    BlockedSignals(const BlockedSignals&) = delete;
+    BlockedSignals& operator=(const BlockedSignals&) = delete;
+    ~BlockedSignals() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+
+private:
+    sigset_t before_;
+};
+
+} // namespace
+
+bool startDetachedThread(void* (*body)(void* argument), void* argument) {
+    const BlockedSignals blocked;
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    pthread_t thread{};
+    const bool made = pthread_create(&thread, &attributes, body, argument) == 0;
+    pthread_attr_destroy(&attributes);
+    return made;
+}
+
+} // namespace port
