@@ -1,34 +1,82 @@
 #include "xpc/XPCConnection.h"
 
-#include "dispatch/MainLoop.h"
-#include "xpc/XPCBundledService.h"
 #include "xpc/XPCEndpoint.h"
 
-#include <cerrno>
+#include <atomic>
 #include <sys/epoll.h>
-#include <sys/socket.h>
 #include <utility>
-#include <vector>
 
 namespace port {
 namespace {
 
-using namespace std::chrono_literals;
+using Clock = WorkerPool::Clock;
+using State = XPCConnectionState;
 
-constexpr int kBusySendBuffer = 1 << 20; // bytes
-constexpr std::size_t kMaxDeferred = 2 * kGatherFrames;
-constexpr unsigned kGatherBarriers = 8; // of large messages, then the queue's turn must come
-constexpr auto kConnectRetry = 2ms;     // while the service's queue of new connections is full
-constexpr auto kConnectPatience = 5s;
+constexpr pid_t kLargestPid = 99999; // of the platform
+constexpr pid_t kNoForcedPid = -1;
 
-// A client's socket is in the main loop's set and in the workers': the kernel wakes the main thread if it
-// waits there, which then gets its reply without a change of threads, else a worker. Never both.
-constexpr std::uint32_t kClientEvents = EPOLLIN | EPOLLET | EPOLLEXCLUSIVE;
-constexpr std::uint32_t kPeerEvents = EPOLLIN | EPOLLRDHUP | EPOLLET;
-// An exclusive watch cannot ask for output, so a blocked client has a plain one.
-constexpr std::uint32_t kBlockedEvents = EPOLLIN | EPOLLOUT | EPOLLRDHUP | EPOLLET;
+constinit std::atomic<std::size_t> peers{0}; // ends of accepted peers
+constinit std::atomic<pid_t> pidForNewPeers{kNoForcedPid};
+
+// Larger ids are folded into the platform's range; 0, a peer of another pid namespace, stays.
+pid_t platformPid(pid_t pid) {
+    return pid > kLargestPid ? 1 + (pid - 1) % kLargestPid : pid;
+}
+
+pid_t pidOfNewPeer(pid_t pid) {
+    const pid_t forced = pidForNewPeers;
+    return forced != kNoForcedPid ? forced : platformPid(pid);
+}
 
 } // namespace
+
+XPCRef<XPCConnection> XPCConnection::toService(Kind kind, const char* name, dispatch_queue_t target) {
+    return XPCRef<XPCConnection>(new XPCConnection(kind, name, target));
+}
+
+XPCRef<XPCConnection> XPCConnection::ofPeer(UniqueFd socket, pid_t pid) {
+    return XPCRef<XPCConnection>(new XPCConnection(std::move(socket), pid));
+}
+
+void XPCConnection::forcePid(pid_t pid) {
+    pidForNewPeers = pid;
+}
+
+std::size_t XPCConnection::peerCount() {
+    return peers;
+}
+
+XPCConnection::XPCConnection(Kind kind, std::string name, dispatch_queue_t target)
+    : _xpc_connection_s(target), connector_(std::in_place, kind, std::move(name)),
+      socket_(XPCWatchedSocket::Side::Client), gathering_(target == nullptr) {}
+
+XPCConnection::XPCConnection(UniqueFd socket, pid_t pid)
+    : _xpc_connection_s(nullptr), peerPid_(pidOfNewPeer(pid)),
+      socket_(XPCWatchedSocket::Side::Peer, std::move(socket)), gathering_(true) {
+    ++peers;
+}
+
+// Only a connection that was never resumed can have something waiting here: else it keeps itself.
+XPCConnection::~XPCConnection() {
+    std::vector<dispatch_block_t> barriers;
+    writer_.clear(barriers);
+    for (dispatch_block_t& barrier : barriers)
+        GlobalQueue::shared().append(Task(std::move(barrier)));
+    for (XPCReplyHandler& waiting : replies_.takeAll())
+        waiting.answer({}, XPCRef<XPCObject>(XPCObject::from(XPC_ERROR_CONNECTION_INVALID)));
+    if (!isClient())
+        --peers;
+}
+
+pid_t XPCConnection::peerPid() const {
+    if (!isClient())
+        return peerPid_;
+    const std::lock_guard lock(mutex_);
+    pid_t pid = 0;
+    if (socket_.isOpen())
+        xpcPeerIsOurs(socket_.fd(), pid);
+    return platformPid(pid);
+}
 
 // The queue first: what arrives at once need not be held back.
 void XPCConnection::resume() {
@@ -36,8 +84,10 @@ void XPCConnection::resume() {
     Leftovers left;
     {
         const std::lock_guard lock(mutex_);
-        if (state_ == State::Created)
-            activate(left);
+        if (state_ == State::Created) {
+            socket_.setSource(*this);
+            isClient() ? connect(left) : open({}, left);
+        }
     }
     settle(std::move(left));
     continueInput();
@@ -48,7 +98,7 @@ void XPCConnection::cancel() {
     dropEvents();
     {
         const std::lock_guard lock(mutex_);
-        if (state_ == State::Open && !outputBlocked_ && !writer_.isEmpty())
+        if (mayFlush())
             flush(); // only a blocked socket costs messages
         if (state_ != State::Over)
             endForGood(left);
@@ -94,14 +144,10 @@ void XPCConnection::sendBarrier(dispatch_block_t barrier) {
         if (!writer_.isEmpty())
             return writer_.enqueueBarrier(std::move(barrier));
         starts = queue().add(Task(std::move(barrier)));
-        if (starts) {
-            urgency = wroteLarge_ ? Urgency::Soon : Urgency::Now;
-            turnComesSoon_ = wroteLarge_;
-            flushComes_ = ownTurns_ && !wroteLarge_;
-            gathered_ = 1;
-        } else {
-            hurries = turnComesSoon_ && (++gathered_ == kGatherBarriers || !wroteLarge_);
-        }
+        if (starts)
+            urgency = gathering_.turnIsPutInLine();
+        else
+            hurries = gathering_.barrierJoins();
     }
     // Without the lock, which the worker that is called takes first.
     if (starts)
@@ -110,98 +156,163 @@ void XPCConnection::sendBarrier(dispatch_block_t barrier) {
         WorkerPool::shared().hurry();
 }
 
-void XPCConnection::activate(Leftovers& left) {
-    key_ = SourceTable::shared().add(*this);
-    if (isClient())
-        connect(left);
-    else
-        open(left);
-}
-
-void XPCConnection::connect(Leftovers& left) {
-    if (state_ != State::Connecting) {
-        connectBefore_ = WorkerPool::Clock::now() + kConnectPatience;
-        launched_ = false;
+// On the leader, or on the main thread for a client, when the socket's set reports it.
+bool XPCConnection::ready(std::uint32_t events) {
+    bool reads = false;
+    {
+        const std::lock_guard lock(mutex_);
+        if ((events & EPOLLOUT) != 0 && state_ == State::Open && socket_.isBlocked())
+            flush();
+        if ((events & ~std::uint32_t{EPOLLOUT}) != 0 && state_ == State::Open)
+            reads = input_.begin((events & (EPOLLHUP | EPOLLRDHUP | EPOLLERR)) != 0, mayRead());
     }
-    socket_ = xpcConnect(name_);
-    if (socket_) {
-        open(left);
-    } else if (mayYetConnect(errno)) {
-        setState(State::Connecting);
-        callAt(WorkerPool::Clock::now() + kConnectRetry);
-    } else {
-        endForGood(left);
+    if (reads)
+        readOn();
+    return false;
+}
+
+// On a worker: the next turn of reading a socket that has more than one turn's worth.
+void XPCConnection::run() noexcept {
+    const WorkerPool::Returning scope;
+    readOn();
+    release();
+}
+
+void XPCConnection::readOn() {
+    XPCReadResult result{};
+    unsigned reads = 0;
+    do {
+        result = input_.read(socket_.fd(), *this);
+        if (result == XPCReadResult::Closed || result == XPCReadResult::Refused)
+            return lost();
+    } while (!endReading(result, ++reads));
+}
+
+// True when this thread need not read on: nothing is left, or somebody else will.
+bool XPCConnection::endReading(XPCReadResult result, unsigned reads) {
+    const std::lock_guard lock(mutex_);
+    if (state_ == State::Over) {
+        input_.stop();
+        socket_.close();
+        return true;
     }
+    XPCFrameClock::Call call;
+    const XPCInput::Next next = input_.end(result, reads, mayRead(), Clock::now(), call);
+    callAt(call);
+    if (next == XPCInput::Next::LaterTurn)
+        putReadingInLine();
+    return next != XPCInput::Next::ReadOn;
 }
 
-bool XPCConnection::mayYetConnect(int error) {
-    if (WorkerPool::Clock::now() >= connectBefore_)
-        return false;
-    if (kind_ == Kind::Bundled && !launched_ && error != EAGAIN)
-        return launched_ = xpcLaunchBundled(name_);
-    return launched_ || error == EAGAIN;
+void XPCConnection::frameReceived(XPCRef<XPCDictionary> frame) {
+    if (frame->kind() != XPCFrameKind::Reply) {
+        queue().append(Task([this, message = std::move(frame)] { deliverMessage(*message); }));
+        return;
+    }
+    XPCReplyHandler waiting;
+    {
+        const std::lock_guard lock(mutex_);
+        waiting = replies_.take(frame->replyId());
+        keepWhileBusy();
+    }
+    if (waiting)
+        waiting.answer(XPCRef<XPCObject>::retained(this), XPCRef<XPCObject>(frame.leak()));
 }
 
-// The socket is there: what waits is sent, and `watch` follows.
-void XPCConnection::open(Leftovers& left) {
-    setState(State::Open);
-    outputBlocked_ = false;
-    readingHeld_ = false;
-    frameTimed_ = false;
-    WorkerPool::shared().beginWatch(isClient() ? WorkerPool::Watcher::Worker : WorkerPool::Watcher::MainLoop);
-    flush();
-    left.opened = true;
+void XPCConnection::deliverMessage(XPCDictionary& message) {
+    message.setRemoteConnection(this);
+    deliver(&message);
 }
 
-void XPCConnection::watch() {
+// The link is gone, found by the thread that reads.
+void XPCConnection::lost() {
+    Leftovers left;
+    bool comesBack = false;
+    {
+        const std::lock_guard lock(mutex_);
+        input_.stop();
+        socket_.close();
+        if (state_ == State::Over)
+            return;
+        comesBack = isClient();
+        state_.become(comesBack ? State::Interrupted : State::Over);
+        dropWaiting(left, XPC_ERROR_CONNECTION_INTERRUPTED);
+        left.ended = !comesBack;
+    }
+    settle(std::move(left));
+    if (comesBack)
+        injectError(XPC_ERROR_CONNECTION_INTERRUPTED);
+}
+
+// Takes up reading where `mayRead` stopped it.
+void XPCConnection::continueInput() {
+    const std::lock_guard lock(mutex_);
+    if (state_ == State::Open && input_.isHeld() && input_.takeUp(mayRead()))
+        putReadingInLine();
+}
+
+void XPCConnection::putReadingInLine() {
+    retain();
+    WorkerPool::shared().submit(*this);
+}
+
+// On the worker that runs the queue's turn: what waited for it goes out with one call.
+void XPCConnection::queueTurnBegins() {
+    const std::lock_guard lock(mutex_);
+    gathering_.turnBegins();
+    if (mayFlush())
+        flush();
+}
+
+void XPCConnection::expired() {
     Leftovers left;
     {
-        std::unique_lock lock(mutex_);
-        if (state_ != State::Open || (isClient() ? watchService(lock) : watchPeer(lock)))
-            return;
-        lock.lock();
-        if (state_ != State::Over)
-            endForGood(left);
+        const std::lock_guard lock(mutex_);
+        XPCFrameClock::Call call;
+        if (state_ == State::Connecting)
+            connect(left);
+        else if (input_.expired(Clock::now(), call) && state_ == State::Open)
+            socket_.shutDown(); // whoever reads finds the end
+        callAt(call);
     }
     settle(std::move(left));
 }
 
-// Both give the lock back before the kernel may call a thread that takes it first.
-bool XPCConnection::watchPeer(std::unique_lock<std::mutex>& lock) {
-    const std::lock_guard watching(watchMutex_);
-    const std::uint32_t events = outputBlocked_ ? kBlockedEvents : kPeerEvents;
-    lock.unlock();
-    return addTo(WorkerPool::shared().epoll(), events);
+void XPCConnection::callAt(XPCFrameClock::Call call) {
+    if (call)
+        socket_.callAt(*call);
 }
 
-bool XPCConnection::watchService(std::unique_lock<std::mutex>& lock) {
-    const std::lock_guard watching(watchMutex_);
-    const std::uint32_t events = outputBlocked_ ? kBlockedEvents : kClientEvents;
-    lock.unlock();
-    return addTo(MainLoop::shared().epoll(), kClientEvents) && addTo(WorkerPool::shared().epoll(), events);
+// With the queue suspended, or full of what was read before, the peer's data stays in the socket.
+bool XPCConnection::mayRead() const {
+    return !queue().isHeldBack(kFramesPerTurn);
 }
 
-// Whoever changes what the watch is about may have been faster.
-bool XPCConnection::addTo(Epoll& epoll, std::uint32_t events) {
-    return epoll.add(socket_.get(), events, key_) || errno == EEXIST;
+bool XPCConnection::mayFlush() const {
+    return state_ == State::Open && !socket_.isBlocked() && !writer_.isEmpty();
 }
 
-void XPCConnection::Turn::run() noexcept {
-    const WorkerPool::Returning scope;
-    (owner.*act)();
-    owner.release();
-}
-
-void XPCConnection::closeSocket() {
-    if (!socket_)
-        return;
-    {
-        const std::lock_guard watching(watchMutex_);
-        socket_.reset(); // also ends both watches
+void XPCConnection::connect(Leftovers& left) {
+    const Clock::time_point now = Clock::now();
+    if (state_ != State::Connecting)
+        connector_->begin(now);
+    UniqueFd socket;
+    switch (connector_->attempt(now, socket)) {
+    case XPCConnector::Result::Connected:
+        return open(std::move(socket), left);
+    case XPCConnector::Result::TryLater:
+        state_.become(State::Connecting);
+        return socket_.callAt(now + XPCConnector::kRetryAfter);
+    case XPCConnector::Result::GiveUp:
+        return endForGood(left);
     }
-    if (state_ != State::Created)
-        WorkerPool::shared().endWatch(isClient() ? WorkerPool::Watcher::Worker
-                                                 : WorkerPool::Watcher::MainLoop);
+}
+
+void XPCConnection::open(UniqueFd socket, Leftovers& left) {
+    state_.become(State::Open);
+    if (!socket_.watch(std::move(socket)))
+        return endForGood(left);
+    flush();
 }
 
 void XPCConnection::write(XPCDictionary& message, XPCFrameKind kind, std::uint64_t replyId, Leftovers& left) {
@@ -209,70 +320,42 @@ void XPCConnection::write(XPCDictionary& message, XPCFrameKind kind, std::uint64
         connect(left);
     if (state_ == State::Over)
         return;
-    wroteLarge_ = message.body().size() >= kLargeFrameBytes;
-    const bool now = state_ == State::Open && !outputBlocked_ && (wroteLarge_ || !mayDefer(kind));
+    const bool waits = gathering_.isToWait(kind, message.body().size());
+    const bool now = state_ == State::Open && !socket_.isBlocked() && !waits;
     if (now && writer_.isEmpty())
-        written(writer_.send(socket_.get(), message, kind, replyId));
+        written(writer_.send(socket_.fd(), message, kind, replyId));
     else if (!writer_.enqueue(message, kind, replyId))
-        socket_ ? written(XPCWriteResult::Failed) : endForGood(left);
+        socket_.isOpen() ? written(XPCWriteResult::Failed) : endForGood(left);
     else if (now)
         flush();
     keepWhileBusy();
 }
 
-// A worker is on its way to run a barrier: it writes what gathers until then with one call. Whoever wants an
-// answer does not wait for it.
-bool XPCConnection::mayDefer(XPCFrameKind kind) {
-    return flushComes_ && kind == XPCFrameKind::Message && ++deferred_ <= kMaxDeferred;
-}
-
-void XPCConnection::queueTurnBegins() {
-    const std::lock_guard lock(mutex_);
-    flushComes_ = false;
-    turnComesSoon_ = false;
-    if (state_ == State::Open && !outputBlocked_ && !writer_.isEmpty())
-        flush();
-}
-
 void XPCConnection::flush() {
-    deferred_ = 0;
+    gathering_.written();
     std::vector<dispatch_block_t> reached;
-    written(writer_.flush(socket_.get(), reached));
+    written(writer_.flush(socket_.fd(), reached));
     for (dispatch_block_t& barrier : reached)
         queue().append(Task(std::move(barrier)));
     keepWhileBusy();
 }
 
+// After a failure what the peer has sent is still read, then the end is seen.
 void XPCConnection::written(XPCWriteResult result) {
     if (result == XPCWriteResult::Failed)
-        ::shutdown(socket_.get(), SHUT_RDWR); // what the peer has sent is still read, then the end is seen
-    else if (outputBlocked_ != (result == XPCWriteResult::Blocked))
-        watchOutput(!outputBlocked_);
+        socket_.shutDown();
+    else
+        socket_.setBlocked(result == XPCWriteResult::Blocked);
 }
 
-void XPCConnection::watchOutput(bool wanted) {
-    const std::lock_guard watching(watchMutex_);
-    outputBlocked_ = wanted;
-    Epoll& epoll = WorkerPool::shared().epoll();
-    const int fd = socket_.get();
-    if (wanted) // a connection that fills its socket gets a larger one: fewer turns for the same bytes
-        ::setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &kBusySendBuffer, sizeof kBusySendBuffer);
-    if (!isClient()) {
-        epoll.modify(fd, wanted ? kBlockedEvents : kPeerEvents, key_);
-        return;
-    }
-    epoll.remove(fd);
-    epoll.add(fd, wanted ? kBlockedEvents : kClientEvents, key_);
-}
-
-// The runtime's own reference, for as long as something is to be sent or answered. Whoever calls holds
-// another one, so this release is never the last.
+// Whoever calls holds another reference, so this one is never the last.
 void XPCConnection::keepWhileBusy() {
-    const bool busy = state_ != State::Created && !(writer_.isEmpty() && replies_.isEmpty());
-    if (busy == kept_)
-        return;
-    kept_ = busy;
-    busy ? retain() : release();
+    if (state_ != State::Created && !(writer_.isEmpty() && replies_.isEmpty())) {
+        if (!self_)
+            self_ = XPCRef<XPCConnection>::retained(this);
+    } else if (self_) {
+        self_ = {};
+    }
 }
 
 void XPCConnection::dropWaiting(Leftovers& left, xpc_object_t error) {
@@ -286,11 +369,11 @@ void XPCConnection::dropWaiting(Leftovers& left, xpc_object_t error) {
 }
 
 void XPCConnection::endForGood(Leftovers& left) {
-    if (reading_)
-        ::shutdown(socket_.get(), SHUT_RDWR); // the reader closes it
+    if (input_.isReading())
+        socket_.shutDown(); // the reader closes it
     else
-        closeSocket();
-    setState(State::Over);
+        socket_.close();
+    state_.become(State::Over);
     dropWaiting(left, XPC_ERROR_CONNECTION_INVALID);
     left.ended = true;
 }
@@ -298,35 +381,8 @@ void XPCConnection::endForGood(Leftovers& left) {
 void XPCConnection::settle(Leftovers left) {
     for (XPCReplyHandler& waiting : left.replies)
         waiting.answer(XPCRef<XPCObject>::retained(this), XPCRef<XPCObject>(XPCObject::from(left.error)));
-    if (left.opened)
-        watch();
     if (left.ended)
         finish();
-}
-
-void XPCConnection::callAt(WorkerPool::Clock::time_point when) {
-    WorkerPool::shared().callAt(when, key_);
-}
-
-// The link is gone, found by the thread that reads.
-void XPCConnection::lost() {
-    Leftovers left;
-    bool comesBack = false;
-    {
-        const std::lock_guard lock(mutex_);
-        reading_ = false;
-        frameTimed_ = false;
-        comesBack = isClient() && state_ == State::Open;
-        closeSocket();
-        if (state_ == State::Over)
-            return;
-        setState(comesBack ? State::Interrupted : State::Over);
-        dropWaiting(left, XPC_ERROR_CONNECTION_INTERRUPTED);
-        left.ended = !comesBack;
-    }
-    settle(std::move(left));
-    if (comesBack)
-        injectError(XPC_ERROR_CONNECTION_INTERRUPTED);
 }
 
 } // namespace port

@@ -181,6 +181,7 @@ bool XPCFrameReader::finish(XPCRef<XPCDictionary> frame, XPCFrameSink& sink) {
     guess_ = header_.bodyBytes >= kLargeFrameBytes ? header_.bodyBytes : 0;
     if (!frame)
         return false;
+    ++complete_;
     sink.frameReceived(std::move(frame));
     return true;
 }

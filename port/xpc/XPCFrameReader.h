@@ -10,7 +10,9 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <port/UniqueFd.h>
 #include <span>
 #include <sys/socket.h>
@@ -50,8 +52,10 @@ public:
     // One `recvmsg` on a non-blocking socket. After Closed or Refused every descriptor received for an
     // unfinished frame is closed and the reader is of no further use.
     XPCReadResult readFrom(int socket, XPCScratch& scratch, XPCFrameSink& sink);
-    // True while a frame has begun and is not complete: what kFrameDeadline is about.
-    bool isInsideFrame() const { return headerFill_ != 0 || body_ != nullptr; }
+    // The number of the frame that has begun and is not complete, if there is one.
+    std::optional<std::uint64_t> unfinished() const {
+        return headerFill_ != 0 || body_ != nullptr ? std::optional(complete_) : std::nullopt;
+    }
 
 private:
     // What one read may leave: those of a frame whose header is not complete, and those of the next.
@@ -83,6 +87,7 @@ private:
     bool finish(XPCRef<XPCDictionary> frame, XPCFrameSink& sink);
     XPCReadResult abandon(XPCReadResult result);
 
+    std::uint64_t complete_ = 0; // frames
     // The size that the next body is guessed to have; 0: not a large one.
     std::size_t guess_ = 0;
 

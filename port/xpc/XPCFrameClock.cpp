@@ -1,0 +1,34 @@
+#include "xpc/XPCFrameClock.h"
+
+#include "xpc/XPCLimits.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace port {
+namespace {
+
+constexpr std::chrono::milliseconds kRecheck{100}; // of a late frame whose rest may not have been read yet
+
+} // namespace
+
+XPCFrameClock::Call XPCFrameClock::read(std::optional<std::uint64_t> frame, bool socketIsEmpty, Time now) {
+    if (timed_ != frame)
+        timed_.reset();
+    if (!frame || timed_ || !socketIsEmpty)
+        return {};
+    timed_ = frame;
+    limit_ = now + kFrameDeadline;
+    return std::exchange(callComes_, true) ? Call() : limit_;
+}
+
+XPCFrameClock::Call XPCFrameClock::expired(bool mayBeUnread, Time now, bool& late) {
+    callComes_ = false;
+    late = timed_ && !mayBeUnread && now >= limit_;
+    if (late || !timed_)
+        return {};
+    callComes_ = true;
+    return std::max(now + kRecheck, limit_);
+}
+
+} // namespace port

@@ -1,0 +1,59 @@
+#include "xpc/XPCInput.h"
+
+#include <utility>
+
+namespace port {
+namespace {
+
+constexpr unsigned kReadsPerTurn = 4; // then other connections have their turn
+
+} // namespace
+
+bool XPCInput::begin(bool hungUp, bool mayRead) {
+    if (isReading() || hungUp)
+        again_ = true;
+    if (isReading())
+        return false;
+    phase_ = mayRead ? Phase::Reading : Phase::Held;
+    return mayRead;
+}
+
+bool XPCInput::takeUp(bool mayRead) {
+    if (!isHeld() || !mayRead)
+        return false;
+    phase_ = Phase::Reading;
+    return true;
+}
+
+XPCReadResult XPCInput::read(int socket, XPCFrameSink& sink) {
+    return reader_.readFrom(socket, XPCScratch::ofThisThread(), sink);
+}
+
+XPCInput::Next XPCInput::end(XPCReadResult result, unsigned reads, bool mayRead, XPCFrameClock::Time now,
+                             XPCFrameClock::Call& call) {
+    const bool emptied = result != XPCReadResult::Read && !std::exchange(again_, false);
+    call = clock_.read(reader_.unfinished(), emptied, now);
+    if (emptied) {
+        phase_ = Phase::Idle;
+        return Next::Done;
+    }
+    if (!mayRead) {
+        phase_ = Phase::Held;
+        again_ = true; // the event that said so is spent
+        return Next::Done;
+    }
+    return reads < kReadsPerTurn ? Next::ReadOn : Next::LaterTurn;
+}
+
+bool XPCInput::expired(XPCFrameClock::Time now, XPCFrameClock::Call& call) {
+    bool late = false;
+    call = clock_.expired(phase_ != Phase::Idle, now, late);
+    return late;
+}
+
+void XPCInput::stop() {
+    phase_ = Phase::Idle;
+    clock_.stop();
+}
+
+} // namespace port

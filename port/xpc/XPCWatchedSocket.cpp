@@ -1,0 +1,75 @@
+#include "xpc/XPCWatchedSocket.h"
+
+#include "dispatch/MainLoop.h"
+
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <utility>
+
+namespace port {
+namespace {
+
+constexpr int kBusySendBuffer = 1 << 20; // bytes
+
+constexpr std::uint32_t kClientEvents = EPOLLIN | EPOLLET | EPOLLEXCLUSIVE;
+constexpr std::uint32_t kPeerEvents = EPOLLIN | EPOLLRDHUP | EPOLLET;
+// An exclusive watch cannot ask for output, so a blocked client has a plain one.
+constexpr std::uint32_t kBlockedEvents = EPOLLIN | EPOLLOUT | EPOLLRDHUP | EPOLLET;
+
+} // namespace
+
+XPCWatchedSocket::XPCWatchedSocket(Side side, UniqueFd socket) : side_(side), socket_(std::move(socket)) {}
+
+XPCWatchedSocket::~XPCWatchedSocket() {
+    SourceTable::shared().remove(key_);
+    close();
+}
+
+void XPCWatchedSocket::setSource(Source& source) {
+    key_ = SourceTable::shared().add(source);
+}
+
+WorkerPool::Watcher XPCWatchedSocket::watcher() const {
+    return isClient() ? WorkerPool::Watcher::Worker : WorkerPool::Watcher::MainLoop;
+}
+
+bool XPCWatchedSocket::watch(UniqueFd socket) {
+    if (socket)
+        socket_ = std::move(socket);
+    blocked_ = false;
+    WorkerPool& pool = WorkerPool::shared();
+    pool.beginWatch(watcher());
+    return isClient() ? MainLoop::shared().epoll().add(fd(), kClientEvents, key_) &&
+                            pool.epoll().add(fd(), kClientEvents, key_)
+                      : pool.epoll().add(fd(), kPeerEvents, key_);
+}
+
+void XPCWatchedSocket::setBlocked(bool blocked) {
+    if (blocked == blocked_)
+        return;
+    blocked_ = blocked;
+    if (blocked) // a connection that fills its socket gets a larger one: fewer turns for the same bytes
+        ::setsockopt(fd(), SOL_SOCKET, SO_SNDBUF, &kBusySendBuffer, sizeof kBusySendBuffer);
+    Epoll& epoll = WorkerPool::shared().epoll();
+    if (!isClient()) {
+        epoll.modify(fd(), blocked ? kBlockedEvents : kPeerEvents, key_);
+        return;
+    }
+    // The kernel does not change an exclusive watch, nor a watch into one.
+    epoll.remove(fd());
+    epoll.add(fd(), blocked ? kBlockedEvents : kClientEvents, key_);
+}
+
+void XPCWatchedSocket::shutDown() {
+    ::shutdown(fd(), SHUT_RDWR);
+}
+
+void XPCWatchedSocket::close() {
+    if (!isOpen())
+        return;
+    socket_.reset();
+    if (key_ != kNoSource)
+        WorkerPool::shared().endWatch(watcher());
+}
+
+} // namespace port
