@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
+#include <ctime>
 #include <dispatch/dispatch.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -16,14 +17,47 @@ namespace {
 // What the program does about the signals that ask it to end; as it was when the application began to run.
 struct sigaction interruptAction;
 struct sigaction terminateAction;
-std::atomic<int> askedSignal{0};
+std::atomic<int> askedSignal{0}; // that the loop has not answered yet
 
 // Made once, for the life of the process: a signal may come at any time.
 int endingEvent = -1;
 
+// Sends SIGTERM again to a loop that does not answer.
+constexpr time_t kPatienceSeconds = 5;
+timer_t patience;
+bool hasPatience = false;
+
+void setPatience(time_t seconds) {
+    const itimerspec limit{{}, {seconds, 0}};
+    if (hasPatience)
+        ::timer_settime(patience, 0, &limit, nullptr);
+}
+
+const struct sigaction& actionOf(int number) {
+    return number == SIGINT ? interruptAction : terminateAction;
+}
+
+void act(int number) {
+    siginfo_t information{};
+    information.si_signo = number;
+    if ((actionOf(number).sa_flags & SA_SIGINFO) != 0)
+        actionOf(number).sa_sigaction(number, &information, nullptr);
+    else
+        actionOf(number).sa_handler(number);
+}
+
+void actAtOnce(int number) {
+    if (actionOf(number).sa_handler != SIG_DFL)
+        return act(number);
+    ::signal(number, SIG_DFL);
+    ::raise(number);
+}
+
 void noteSignal(int number) {
     const int error = errno;
-    askedSignal.store(number);
+    if (askedSignal.exchange(number) != 0)
+        actAtOnce(number);
+    setPatience(kPatienceSeconds);
     const std::uint64_t one = 1;
     [[maybe_unused]] const ssize_t written = ::write(endingEvent, &one, sizeof one);
     errno = error;
@@ -32,16 +66,11 @@ void noteSignal(int number) {
 void answerSignal() {
     std::uint64_t count = 0;
     [[maybe_unused]] const ssize_t got = ::read(endingEvent, &count, sizeof count);
-    const int number = askedSignal.load();
-    const struct sigaction& action = number == SIGINT ? interruptAction : terminateAction;
-    if (action.sa_handler == SIG_DFL)
+    const int number = askedSignal.exchange(0);
+    setPatience(0);
+    if (actionOf(number).sa_handler == SIG_DFL)
         NSApplication::sharedApplication()->terminate();
-    siginfo_t information{};
-    information.si_signo = number;
-    if ((action.sa_flags & SA_SIGINFO) != 0)
-        action.sa_sigaction(number, &information, nullptr);
-    else
-        action.sa_handler(number);
+    act(number);
 }
 
 void watchSignal(int number, struct sigaction& program) {
@@ -62,6 +91,10 @@ void watchSignals() {
     endingEvent = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (!port::MainLoop::shared().addSource(endingEvent, answerSignal))
         return;
+    sigevent again = {};
+    again.sigev_notify = SIGEV_SIGNAL;
+    again.sigev_signo = SIGTERM;
+    hasPatience = ::timer_create(CLOCK_MONOTONIC, &again, &patience) == 0;
     watchSignal(SIGINT, interruptAction);
     watchSignal(SIGTERM, terminateAction);
 }

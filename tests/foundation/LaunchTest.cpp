@@ -108,4 +108,16 @@ TEST_F(Launch, RunningApplicationsFromStartToEnd) {
     }
 }
 
+TEST_F(Launch, ABusyApplicationEndsAtTheSecondSignalOrFiveSecondsAfterTheFirst) {
+    ChildProcess waiting({HostPath("foundation_host"), "busy"}), asked({HostPath("foundation_host"), "busy"});
+    for (ChildProcess* child : {&waiting, &asked}) {
+        EXPECT_EQ(child->ReadLine(), "NSApplicationDidFinishLaunchingNotification");
+        child->Kill(SIGTERM);
+    }
+    EXPECT_EQ(asked.Wait(50), -1);
+    asked.Kill(SIGTERM);
+    EXPECT_EQ(asked.Wait(3000), 128 + SIGTERM);
+    EXPECT_EQ(waiting.Wait(), 128 + SIGTERM);
+}
+
 } // namespace

@@ -1,5 +1,5 @@
 // The other process of the foundation tests. Without arguments it is an application that says what its
-// delegate hears, and stays until it is ended or 30 seconds have passed.
+// delegate hears, and stays until it is ended or 30 seconds have passed; with one its loop never gets a turn.
 #include <AppKit/AppKit.h>
 #include <cstdio>
 #include <cstdlib>
@@ -33,8 +33,14 @@ int saveKeys(const std::string& prefix, int count) {
 }
 
 struct Delegate final : NSApplicationDelegate {
-    void applicationDidFinishLaunching(const NSNotification& told) override { say(told.name()); }
+    explicit Delegate(bool isBusy) : busy(isBusy) {}
+    void applicationDidFinishLaunching(const NSNotification& told) override {
+        say(told.name());
+        while (busy)
+            pause();
+    }
     void applicationWillTerminate(const NSNotification& told) override { say(told.name()); }
+    const bool busy;
 };
 
 } // namespace
@@ -43,5 +49,6 @@ int main(int argc, char* argv[]) {
     if (argc == 3)
         return saveKeys(argv[1], std::atoi(argv[2]));
     alarm(30);
-    return NSApplicationMain(argc, argv, []() -> NSApplicationDelegate* { return new Delegate; });
+    static const bool busy = argc == 2;
+    return NSApplicationMain(argc, argv, []() -> NSApplicationDelegate* { return new Delegate(busy); });
 }

@@ -29,7 +29,9 @@ public:
 
     // Tells the delegate that launching is finished, then serves the main loop (main queue, sources) for
     // ever. A handler that the program has for SIGINT or SIGTERM by then is called from the loop, where it may
-    // do anything; without one SIGTERM terminates the application from there. What is ignored stays so.
+    // do anything; without one SIGTERM terminates the application from there. What is ignored stays so. While
+    // the loop does not come to it, a second signal, or the five seconds after which SIGTERM is sent again,
+    // has its effect at once, as if there were no loop.
     [[noreturn]] void run();
 
     // Tells the delegate, then ends the process with status 0.
