@@ -6,6 +6,7 @@
 #include <ctime>
 #include <fcntl.h>
 #include <port/bsd.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -75,12 +76,14 @@ void LHangDetector::InitAndTest() {
         port_open(szPath, O_RDWR | O_CREAT | O_EXCL | O_TRUNC | O_EXLOCK | O_NONBLOCK, nMarkerMode));
     if (!fdMarker)
         return _ReportStale();
+    nProcess = getpid();
     [[maybe_unused]] const ssize_t nWritten = write(fdMarker.get(), marker, sizeof marker);
 }
 
-// Deleted while it is locked, so that nobody makes a new one under its name in between.
+// Deleted under the exclusive lock, which is had only of the file that has the name: nobody else deletes it, and
+// nobody makes a new one under its name, in between.
 void LHangDetector::_ReportStale() {
-    const port::UniqueFd fdStale(port_open(szPath, O_RDONLY | O_SHLOCK | O_NONBLOCK));
+    const port::UniqueFd fdStale(port_open(szPath, O_RDONLY | O_EXLOCK | O_NONBLOCK));
     if (!fdStale)
         return;
     unsigned char marker[dwMarkerSize] = {};
@@ -90,10 +93,17 @@ void LHangDetector::_ReportStale() {
         Report(marker);
 }
 
+// Somebody may have cleared the temporary folder, and another run made its marker there.
+bool LHangDetector::_IsOwn() const {
+    struct stat open {};
+    struct stat named {};
+    return nProcess == getpid() && fstat(fdMarker.get(), &open) == 0 && stat(szPath, &named) == 0 &&
+           open.st_dev == named.st_dev && open.st_ino == named.st_ino;
+}
+
 void LHangDetector::Destroy() {
-    if (!fdMarker)
-        return;
-    unlink(szPath);
+    if (fdMarker && _IsOwn())
+        unlink(szPath);
     fdMarker.reset();
 }
 

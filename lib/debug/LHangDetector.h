@@ -5,6 +5,7 @@
 #pragma once
 
 #include <port/UniqueFd.h>
+#include <sys/types.h>
 
 #include "base/LLimits.h"
 
@@ -19,7 +20,8 @@ public:
     // so does a run that calls this a second time, and finds its own.
     void InitAndTest();
 
-    // Deletes this run's marker and lets it go; nothing without one. What belongs to another run stays.
+    // Deletes this run's marker and lets it go; nothing without one. What belongs to another run stays, and so
+    // does the marker in a forked child, whose run it is not.
     void Destroy();
 
     bool HasMarker() const { return static_cast<bool>(fdMarker); }
@@ -28,9 +30,11 @@ public:
 private:
     void _MakePath();
     void _ReportStale();
+    bool _IsOwn() const;
 
     char szPath[LPathBufferSize] = {};
     port::UniqueFd fdMarker;
+    pid_t nProcess = -1; // that made the marker
 };
 
 extern LHangDetector gLHangDetector;

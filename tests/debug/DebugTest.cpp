@@ -1,7 +1,9 @@
 // What a process tells of itself: how it ends, what it leaves for the next run, and what its threads do.
 #include <csignal>
 #include <ctime>
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <port/bsd.h>
 #include <port/mach.h>
 #include <thread>
 
@@ -98,6 +100,12 @@ TEST_F(Ending, TellsACrashedRunFromALiveOneAndFromACleanOne) {
 
     first->Kill(SIGKILL);
     first->Wait();
+    {
+        const port::UniqueFd other(
+            port_open(path.c_str(), O_RDONLY | O_SHLOCK)); // a run that looks at it, too
+        EXPECT_EQ(Run("marker")->ReadLine(), "none " + path);
+        EXPECT_TRUE(std::filesystem::exists(path)) << "whoever has it alone deletes it";
+    }
     const auto third = Run("marker");
     const time_t started = times[0];
     char line[100];
@@ -114,6 +122,15 @@ TEST_F(Ending, TellsACrashedRunFromALiveOneAndFromACleanOne) {
     fourth->Kill(SIGTERM);
     EXPECT_EQ(fourth->Wait(), 0);
     EXPECT_FALSE(std::filesystem::exists(marker + "you")) << "ended cleanly";
+
+    const auto fifth = Run("marker");
+    fifth->ReadLine();
+    std::filesystem::rename(marker + "you", marker + "old");
+    const auto sixth = Run("marker");
+    sixth->ReadLine();
+    fifth->Kill(SIGTERM);
+    EXPECT_EQ(fifth->Wait(), 0);
+    EXPECT_TRUE(std::filesystem::exists(marker + "you")) << "it is the sixth one's by now";
 }
 
 std::string Identification() {

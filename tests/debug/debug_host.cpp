@@ -7,6 +7,7 @@
 #include <string>
 #include <sys/mman.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
@@ -101,6 +102,9 @@ int main(int, char** argv) {
     if (how != "marker")
         return End(how), 0;
     LDebugHangDetectorInit();
+    if (fork() == 0) // whose clean end is not this run's
+        exit(close(STDOUT_FILENO));
+    wait(nullptr);
     OutputDebugStringF("%s %s\n", gLHangDetector.HasMarker() ? "has" : "none", gLHangDetector.GetPath());
     for (;;)
         pause();
