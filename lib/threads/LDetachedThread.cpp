@@ -1,14 +1,17 @@
 #include "threads/LDetachedThread.h"
 
+#include "base/LAtEnd.h"
+
 // Shared by the owner and the threads that are about to end: a thread asks for its own deletion after its
 // work, when the owner may be gone already.
 struct LDetachedThreadsState {
     LList<LDetachedThread> loThreads;
     LLockObject lock;
     LSignalObject noneLeaving;
-    int nLeaving = 0; // threads taken out of the list by themselves and not yet deleted
+    int nLeaving = 0; // threads that have left the list and are not yet deleted
 
-    void Destruct(LDetachedThread* pThread);
+    bool Leave(LDetachedThread* pThread);
+    void Delete(LDetachedThread* pLeft);
     LDetachedThread* TakeFirst();
     void WaitForLeaving();
 };
@@ -20,14 +23,18 @@ struct LDetachedThreadStart {
     LSignalObject starterDone;
 };
 
-void LDetachedThreadsState::Destruct(LDetachedThread* pThread) {
-    {
-        const LLockScope scope(lock);
-        if (loThreads.Detach(pThread) == nullptr)
-            return;
-        ++nLeaving;
-    }
-    delete pThread;
+bool LDetachedThreadsState::Leave(LDetachedThread* pThread) {
+    const LLockScope scope(lock);
+    if (loThreads.Detach(pThread) == nullptr)
+        return false;
+    ++nLeaving;
+    return true;
+}
+
+// Stopped before its own destructors begin, which may take away what its function uses.
+void LDetachedThreadsState::Delete(LDetachedThread* pLeft) {
+    pLeft->_StopAndWait();
+    delete pLeft;
     const LLockScope scope(lock);
     if (--nLeaving == 0)
         noneLeaving.Signal();
@@ -36,7 +43,10 @@ void LDetachedThreadsState::Destruct(LDetachedThread* pThread) {
 LDetachedThread* LDetachedThreadsState::TakeFirst() {
     const LLockScope scope(lock);
     LDetachedThread* pFirst = loThreads.GetFirst();
-    return pFirst == nullptr ? nullptr : loThreads.Detach(pFirst);
+    if (pFirst == nullptr)
+        return nullptr;
+    ++nLeaving;
+    return loThreads.Detach(pFirst);
 }
 
 void LDetachedThreadsState::WaitForLeaving() {
@@ -51,33 +61,50 @@ void LDetachedThreadsState::WaitForLeaving() {
     }
 }
 
-void LDetachedThread::StartDetached(LDetachedThreadsOwner& owner, int nNewPriority) {
+// Under the owner's lock: a thread is either not listed or one that can be waited for.
+bool LDetachedThread::_CreateListed(LDetachedThreadsState& state, void* pStart, int nNewPriority) {
+    const LLockScope scope(state.lock);
+    state.loThreads.Detach(this);
+    _Prepare(nNewPriority);
+    if (!_Create(_ThreadCallback, pStart))
+        return false;
+    state.loThreads.AddHead(this);
+    return true;
+}
+
+bool LDetachedThread::StartDetached(LDetachedThreadsOwner& owner, int nNewPriority) {
+    const std::shared_ptr<LDetachedThreadsState> state = owner.pState;
     const auto start = std::make_shared<LDetachedThreadStart>();
     start->pThread = this;
-    start->pState = owner.pState;
+    start->pState = state;
     auto handedOver = std::make_unique<std::shared_ptr<LDetachedThreadStart>>(start);
-    _Prepare(nNewPriority);
-    if (!start->starterDone.IsUsable() || !_Create(_ThreadCallback, handedOver.get()))
-        return;
+    if (!start->starterDone.IsUsable() || !_CreateListed(*state, handedOver.get(), nNewPriority))
+        return false;
     static_cast<void>(handedOver.release());
     _WaitStarted(nNewPriority);
     start->starterDone.Signal();
+    return true;
 }
 
-// Nothing of the object is touched after the finished signal: whoever waited for it may delete the thread,
-// unless the owner still lists it and it is deleted here. The finished signal waits for the starter, which
-// still uses the object.
 void* LDetachedThread::_ThreadCallback(void* pStart) {
     const std::unique_ptr<std::shared_ptr<LDetachedThreadStart>> handedOver(
         static_cast<std::shared_ptr<LDetachedThreadStart>*>(pStart));
     LDetachedThreadStart& start = **handedOver;
-    LDetachedThread* pThread = start.pThread;
-    pThread->ThreadCallback();
+    const LAtEnd ended([&start] { _EndDetached(start); });
+    start.pThread->ThreadCallback();
+    return nullptr;
+}
+
+// The starter still uses the object, so it is waited for. A thread that has left the list is deleted here; of
+// one that somebody else has taken nothing is touched after the finished signal. Leaving comes first: after the
+// signal another thread may stand at the same address.
+void LDetachedThread::_EndDetached(LDetachedThreadStart& start) {
     while (!start.starterDone.IsSignaled())
         start.starterDone.WaitInLoop();
-    pThread->_SetFinished();
-    start.pState->Destruct(pThread);
-    return nullptr;
+    const bool bLeft = start.pState->Leave(start.pThread);
+    start.pThread->_SetFinished();
+    if (bLeft)
+        start.pState->Delete(start.pThread);
 }
 
 LDetachedThreadsOwner::LDetachedThreadsOwner() : pState(std::make_shared<LDetachedThreadsState>()) {}
@@ -92,7 +119,8 @@ void LDetachedThreadsOwner::Add(LDetachedThread* pThread) {
 }
 
 void LDetachedThreadsOwner::Destruct(LDetachedThread* pThread) {
-    pState->Destruct(pThread);
+    if (pState->Leave(pThread))
+        pState->Delete(pThread);
 }
 
 void LDetachedThreadsOwner::StopThreadsSoon() {
@@ -104,9 +132,7 @@ void LDetachedThreadsOwner::StopThreadsSoon() {
 
 void LDetachedThreadsOwner::StopThreadsNow() {
     StopThreadsSoon();
-    while (LDetachedThread* pThread = pState->TakeFirst()) {
-        pThread->_StopAndWait();
-        delete pThread;
-    }
+    while (LDetachedThread* pThread = pState->TakeFirst())
+        pState->Delete(pThread);
     pState->WaitForLeaving();
 }

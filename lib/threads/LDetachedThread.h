@@ -12,19 +12,22 @@ class LDetachedThreadsOwner;
 struct LDetachedThreadsState;
 struct LDetachedThreadStart;
 
-// A thread that its owner deletes as soon as its work has ended. Made with `new`.
+// A thread that its owner deletes as soon as its work has ended. Made with `new`. The owner stops it before it
+// deletes it, so that a subclass need not.
 class LDetachedThread : public LThread {
 public:
-    // Starts the thread. It must be in the owner's list (`LDetachedThreadsOwner::Add`): one that its owner
-    // does not know is not deleted. After this call the object belongs to the owner and may be gone. When no
-    // thread can be made the object stays listed, without one.
-    void StartDetached(LDetachedThreadsOwner& owner, int nNewPriority);
+    // Puts the thread into the owner's list and starts it. True: the object belongs to the owner and may be
+    // gone already. False: no thread could be made, and the object, in no list, belongs to the caller.
+    bool StartDetached(LDetachedThreadsOwner& owner, int nNewPriority);
 
     LDetachedThread* pNext = nullptr;
 
 private:
     friend class LDetachedThreadsOwner;
+    friend struct LDetachedThreadsState;
     static void* _ThreadCallback(void* pStart);
+    static void _EndDetached(LDetachedThreadStart& start);
+    bool _CreateListed(LDetachedThreadsState& state, void* pStart, int nNewPriority);
 };
 
 class LDetachedThreadsOwner {
@@ -35,17 +38,18 @@ public:
     // Stops and deletes the threads that are left.
     ~LDetachedThreadsOwner();
 
-    // Takes the thread over, before it is started.
+    // Takes the thread over before it is started, which `StartDetached` does as well. Until then whoever stops
+    // the owner's threads deletes it.
     void Add(LDetachedThread* pThread);
 
-    // Deletes the thread when it is listed; nothing when another party has taken it over.
+    // Stops and deletes the thread when it is listed; nothing when another party has taken it over.
     void Destruct(LDetachedThread* pThread);
 
     // Requests the stop of every listed thread and returns at once.
     void StopThreadsSoon();
 
-    // Stops the threads, waits for the end of each, without a time-out, and deletes them. The list is empty
-    // when this returns, and no thread is still being deleted.
+    // Stops the threads, waits for the end of each, without a time-out, and deletes them, those that another
+    // thread starts meanwhile, too. The list is empty when this returns, and no thread is still being deleted.
     void StopThreadsNow();
 
 private:

@@ -1,19 +1,35 @@
 #include "threads/LLockObjectShared.h"
 
+#include "base/LSleep.h"
+
+LLockObjectShared::~LLockObjectShared() {
+    while (qwHolders.load() >= qwOneLeaving)
+        LSleepMilliseconds(1);
+}
+
 void LLockObjectShared::LockShared() {
     const LLockScope scope(mutex);
     released.Reset();
-    nShared.fetch_add(1);
+    qwHolders.fetch_add(1);
 }
 
 void LLockObjectShared::UnlockShared() {
     _LeaveShared();
 }
 
-// The mutex is not taken: an upgrading holder keeps it while it waits for the others to come through here.
+// The mutex is not taken: an upgrading holder keeps it while it waits for the others to come through here. The
+// last one is counted until the signal is set: with the count at 0 another may have had the lock and left it,
+// and the destructor waits for that. Nobody else touches the object after the count.
 void LLockObjectShared::_LeaveShared() {
-    if (nShared.fetch_sub(1) == 1)
-        released.Signal();
+    std::int64_t qwOld = qwHolders.load();
+    bool bLast;
+    do
+        bLast = static_cast<std::int32_t>(qwOld) == 1;
+    while (!qwHolders.compare_exchange_weak(qwOld, qwOld - 1 + (bLast ? qwOneLeaving : 0)));
+    if (!bLast)
+        return;
+    released.Signal();
+    qwHolders.fetch_sub(qwOneLeaving);
 }
 
 // A last holder may set the signal late, after a new holder has come in; waiting on it would then spin. So it
@@ -21,13 +37,13 @@ void LLockObjectShared::_LeaveShared() {
 // never at count 0, where another waiter may still need the signal.
 void LLockObjectShared::_ArmReleased() {
     released.Reset();
-    if (nShared.load() == 0)
+    if (_GetShared() == 0)
         released.Signal();
 }
 
 void LLockObjectShared::LockExclusive() {
     mutex.Lock();
-    while (nShared.load() > 0) {
+    while (_GetShared() > 0) {
         _ArmReleased();
         mutex.Unlock();
         released.WaitInLoop();
@@ -38,7 +54,7 @@ void LLockObjectShared::LockExclusive() {
 void LLockObjectShared::UpgradeLock() {
     mutex.Lock();
     _LeaveShared();
-    while (nShared.load() > 0) {
+    while (_GetShared() > 0) {
         _ArmReleased();
         released.WaitInLoop();
     }
@@ -46,6 +62,6 @@ void LLockObjectShared::UpgradeLock() {
 
 void LLockObjectShared::DowngradeLock() {
     released.Reset();
-    nShared.fetch_add(1);
+    qwHolders.fetch_add(1);
     mutex.Unlock();
 }

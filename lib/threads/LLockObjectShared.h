@@ -4,6 +4,8 @@
 //
 // Only one shared holder at a time may upgrade: a second one would wait for the first while the first waits
 // for the second to leave. A thread that holds the lock in one way does not lock it anew in the other.
+//
+// Whoever has left the lock last, and knows that nobody wants it any more, may destroy it.
 #pragma once
 
 #include <atomic>
@@ -17,6 +19,8 @@ public:
     LLockObjectShared() = default;
     LLockObjectShared(const LLockObjectShared&) = delete;
     LLockObjectShared& operator=(const LLockObjectShared&) = delete;
+    // Waits the moment that a former holder still needs to tell that it has left.
+    ~LLockObjectShared();
 
     // Blocks while an exclusive holder, or one that waits to be, keeps others out.
     void LockShared();
@@ -34,10 +38,14 @@ public:
     void DowngradeLock();
 
 private:
+    static constexpr std::int64_t qwOneLeaving = std::int64_t{1} << 32;
+
+    std::int32_t _GetShared() const { return static_cast<std::int32_t>(qwHolders.load()); }
     void _ArmReleased();
     void _LeaveShared();
 
     LLockObject mutex;
     LSignalObject released;
-    std::atomic<std::int32_t> nShared{0};
+    std::atomic<std::int64_t> qwHolders{
+        0}; // the shared ones; above 32 bits those that are setting the signal
 };

@@ -20,6 +20,8 @@ constexpr UInt32 dwEndingKind = 3; // ends a plain wait, whatever its class
 constexpr EventTimeout dAskSlice = 0.01;
 constexpr ItemCount dwFirstAttempts = 4;
 
+constinit int nWakeUps = 0; // posted and not taken, as far as the waits know; of the main thread
+
 struct Slice {
     bool bReceived = false;
     bool bDispatched = false; // not one of the waits' own events
@@ -43,7 +45,9 @@ Slice ProcessEvent(EventTimeout dTimeout) {
     slice.bReceived = true;
     if (IsOf(pEvent, dwMarkerClass, dwMarkerKind)) {
         SetEventParameter(pEvent, dwTakenParameter, typeSInt32, 0, nullptr);
-    } else if (GetEventClass(pEvent) != dwWakeUpClass) {
+    } else if (GetEventClass(pEvent) == dwWakeUpClass) {
+        --nWakeUps;
+    } else {
         slice.dwKind = GetEventKind(pEvent);
         slice.bDispatched = true;
         SendEventToEventTarget(pEvent, GetEventDispatcherTarget());
@@ -110,7 +114,9 @@ DescriptorWatch::~DescriptorWatch() {
         CFRelease(pairs[i].pSource);
         CFRelease(pairs[i].pSocket);
     }
-    FlushSpecificEventsFromQueue(GetMainEventQueue(), _IsWakeUp, nullptr);
+    if (nWakeUps > 0)
+        FlushSpecificEventsFromQueue(GetMainEventQueue(), _IsWakeUp, nullptr);
+    nWakeUps = 0;
 }
 
 void DescriptorWatch::Arm() const {
@@ -215,7 +221,7 @@ void LProcessEventsHandler::SocketCallBack(__CFSocket* pSocket, unsigned long, c
     EventRef pEvent = nullptr;
     CreateEvent(nullptr, dwWakeUpClass, dwWakeUpKind, 0, kEventAttributeNone, &pEvent);
     SetEventParameter(pEvent, dwSocketParameter, typeSInt32, sizeof nDescriptor, &nDescriptor);
-    PostEventToQueue(GetMainEventQueue(), pEvent, kEventPriorityStandard);
+    nWakeUps += PostEventToQueue(GetMainEventQueue(), pEvent, kEventPriorityStandard) == noErr ? 1 : 0;
     ReleaseEvent(pEvent);
 }
 

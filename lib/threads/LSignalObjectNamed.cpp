@@ -8,6 +8,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "base/LDeadline.h"
 #include "base/LLimits.h"
 #include "files/LFile.h"
 #include "threads/LSignalObject.h"
@@ -27,6 +28,19 @@ struct Address {
 
 port::UniqueFd OpenSocket(int nFlags = 0) {
     return port::UniqueFd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | nFlags, 0));
+}
+
+// A POSIX signal does not end the wait: the socket file would stay and refuse the name to the next one.
+bool WaitReadable(int nDescriptor, unsigned int timeout) {
+    const LDeadline deadline(timeout);
+    int nReady;
+    do {
+        fd_set set;
+        FD_ZERO(&set);
+        FD_SET(nDescriptor, &set);
+        nReady = LSignalObjectRef::SelectReadable(nDescriptor, set, deadline.GetRemaining());
+    } while (nReady < 0 && errno == EINTR);
+    return nReady > 0;
 }
 
 } // namespace
@@ -62,10 +76,7 @@ bool LSignalObjectNamed::WaitSignal(unsigned int timeout) {
         bind(listener.get(), address.Get(), sizeof address.address) != 0 ||
         listen(listener.get(), nBacklog) != 0)
         return false;
-    fd_set set;
-    FD_ZERO(&set);
-    FD_SET(listener.get(), &set);
-    if (LSignalObjectRef::SelectReadable(listener.get(), set, timeout) <= 0)
+    if (!WaitReadable(listener.get(), timeout))
         return false;
     port::UniqueFd accepted(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
     if (!accepted)

@@ -23,8 +23,8 @@ public:
     // Without effect when nobody waits. Does not block.
     void Signal() const;
 
-    // Waits for a signal, milliseconds or LNoTimeLimit. False when the time has passed, and at once when the
-    // socket cannot be made.
+    // Waits for a signal, milliseconds or LNoTimeLimit; POSIX signals do not end the wait. False when the time
+    // has passed, and at once when the socket cannot be made.
     bool WaitSignal(unsigned int timeout);
 
     // Takes what the signaller sent.

@@ -5,6 +5,7 @@
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <unistd.h>
+#include <utility>
 
 #include "base/LSleep.h"
 
@@ -82,12 +83,13 @@ void LSystemLockMutex::LockForever() {
 }
 
 void LSystemLockMutex::Release() {
-    bHeld = false;
+    const bool bHeldHere = std::exchange(bHeld, false);
     if (nSemaphores == -1)
         return;
     const bool bNothingHeld =
         semctl(nSemaphores, 0, GETVAL) > 0 && semctl(nSemaphores, 0, GETPID) == static_cast<int>(getpid());
-    if (!bNothingHeld && _Operate(1, SEM_UNDO) == 0) {
+    // Giving back what another holds would let two in.
+    if (!bNothingHeld && (!bHeldHere || _Operate(1, SEM_UNDO) == 0)) {
         nSemaphores = -1;
         return;
     }

@@ -26,8 +26,9 @@ public:
     // it.
     void LockForever();
 
-    // The end of use, once, after a successful lock: gives the lock back. When this process holds nothing the
-    // semaphore is removed instead, under everybody else. The object takes no lock afterwards.
+    // The end of use, once, after a successful lock: gives the lock back. The object takes no lock afterwards.
+    // Without a lock nothing is given back; and when this process was the last to use the semaphore, and nobody
+    // holds it, it is removed under everybody who has it open.
     void Release();
 
     // 11223, then for each byte: times 32 plus the byte, signed, wrapping at 32 bits. "UID" gives 367844708.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <port/mach.h>
 
+#include "base/LAtEnd.h"
 #include "base/LDeadline.h"
 #include "base/LSleep.h"
 #include "debug/LDebugSignals.h" // brings the library's signal handlers
@@ -36,7 +37,7 @@ LThread::~LThread() {
 // Also for a thread that was made and has not begun yet: it would run on a destroyed object.
 void LThread::_StopAndWait() {
     stop.Signal();
-    if (bCreated)
+    if (bCreated && thread.load() != pthread_self())
         WaitUntilSet(finished);
 }
 
@@ -81,18 +82,22 @@ void LThread::_WaitStarted(int nNewPriority) {
 
 void* LThread::_ThreadCallback(void* pThread) {
     auto* pSelf = static_cast<LThread*>(pThread);
+    const LAtEnd finished([pSelf] { pSelf->_SetFinished(); });
     pSelf->ThreadCallback();
-    pSelf->_SetFinished();
     return nullptr;
 }
 
-// The thread records and clears its handle itself, and so can be detached by nobody else.
 void LThread::ThreadCallback() {
     const LDebugSignalStack signalStack;
+    const LAtEnd ended([this] { _SetEnded(); });
     dwMachThread.store(mach_thread_self());
     thread.store(pthread_self());
     started.Signal();
     ThreadFunction();
+}
+
+// The thread records and clears its handle itself, and so can be detached by nobody else.
+void LThread::_SetEnded() {
     const LLockScope scope(handleLock);
     bRunning.store(false);
     pthread_detach(thread.exchange(pthread_t{}));
@@ -101,16 +106,13 @@ void LThread::ThreadCallback() {
 
 void LThread::SetPriority(int nNewPriority) {
     const LLockScope scope(handleLock);
-    const pthread_t handle = thread.load();
-    if (handle == pthread_t{})
+    const mach_port_t machThread = dwMachThread.load();
+    if (machThread == dwNoMachThread)
         return;
-    if (nNewPriority == nTimeConstraintPriority) {
-        SetTimeConstraint(dwMachThread.load());
-        return;
-    }
-    sched_param parameters{};
-    parameters.sched_priority = nNewPriority;
-    pthread_setschedparam(handle, SCHED_OTHER, &parameters);
+    if (nNewPriority == nTimeConstraintPriority)
+        SetTimeConstraint(machThread);
+    else
+        port_thread_set_normal(machThread);
 }
 
 bool LThread::ProcessWait(unsigned int timeout) {

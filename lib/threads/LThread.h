@@ -5,13 +5,18 @@
 //
 // Thread-safety: everything may be called from any thread but where it is told.
 //
-// A subclass whose ThreadFunction uses its own members stops and waits for the thread in its own destructor
-// (`_StopAndWait`): by the time `~LThread` does, those members are gone.
+// Every subclass stops and waits for the thread in its own destructor (`_StopAndWait`), one without members
+// too: by the time `~LThread` does, its members and its ThreadFunction are gone. `LThreadOf` is the form in
+// which that cannot be forgotten: the work is no thread itself, and what makes it one stops it.
+//
+// A ThreadFunction may end its thread by `pthread_exit`, and the process by `exit`: a static thread object is
+// then destroyed without a wait for the thread that exits.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
 #include <pthread.h>
+#include <utility>
 
 #include "threads/LLockObject.h"
 #include "threads/LProcessInterface.h"
@@ -26,11 +31,14 @@ public:
     LThread& operator=(const LThread&) = delete;
 
     // Starts the thread, unless it runs: then nothing changes, not even the priority. A thread that has ended
-    // may be started again. Returns when the new thread has started, or a stop was requested meanwhile;
-    // priority 91 asks for the time-constraint policy, any other is a plain scheduling priority, and a system
-    // that refuses either is not reported. When no thread can be made, or the object's signals cannot be waited
-    // on, the object is left without one: `IsRunning` tells.
+    // may be started again. Returns when the new thread has started, or a stop was requested meanwhile. When no
+    // thread can be made, or the object's signals cannot be waited on, the object is left without one:
+    // `IsRunning` tells.
     void Start(int nPriority);
+
+    // Of a thread that runs: 91 asks for the time-constraint policy, which children do not inherit; any other
+    // brings the thread back to the process's own priority. A system that refuses is not reported.
+    void SetPriority(int nNewPriority);
 
     // Requests the stop and returns at once. A request that arrives while the thread starts is seen by it.
     void StopThreadSoon() { stop.Signal(); }
@@ -56,15 +64,18 @@ protected:
     // The work; called on the new thread.
     virtual void ThreadFunction() = 0;
 
-    void SetPriority(int nNewPriority);
-    // Requests the stop and waits for the end of a thread that was started. Not from the thread itself.
+    // Requests the stop and waits for the end of a thread that was started. On the thread itself, as when it
+    // calls `exit`, there is no wait.
     void _StopAndWait();
+    // Whether a thread was made, so that the finished signal is or will be set.
+    bool _IsCreated() const { return bCreated; }
 
     // What LDetachedThread shares.
     void _Prepare(int nNewPriority);
     bool _Create(void* (*pEntry)(void*), void* pArgument);
     void _WaitStarted(int nNewPriority);
     void ThreadCallback();
+    void _SetEnded();
     void _SetFinished() { finished.Signal(); }
 
 private:
@@ -82,3 +93,24 @@ private:
     LLockObject handleLock; // a handle is used only while the thread that it names cannot end
     bool bCreated = false;  // there was a thread, and its end is told by the finished signal
 };
+
+// A thread of this kind that calls a function object with itself as process interface:
+//   LThreadOf copy([&](LProcessInterface& process) { nResult = Process(process, folders); });
+// The function runs once for each `Start`. What it uses outlives the thread, which stops in its destructor.
+template <typename TWork, typename TThread = LThread>
+class LThreadOf final : public TThread {
+public:
+    template <typename... TArguments>
+    explicit LThreadOf(TWork theWork, TArguments&&... arguments)
+        : TThread(std::forward<TArguments>(arguments)...), work(std::move(theWork)) {}
+    ~LThreadOf() override { this->_StopAndWait(); }
+
+protected:
+    void ThreadFunction() override { work(static_cast<LProcessInterface&>(*this)); }
+
+private:
+    TWork work;
+};
+
+template <typename TWork>
+LThreadOf(TWork) -> LThreadOf<TWork>;

@@ -3,6 +3,8 @@
 #include <cmath>
 #include <cstring>
 
+#include "threads/LProcessEventsHandler.h"
+
 namespace {
 
 enum NotifyCode : unsigned int {
@@ -26,6 +28,13 @@ LThreadNotifyInterface::LThreadNotifyInterface(LProcessInterface* pReceivingInte
 LThreadNotifyInterface::~LThreadNotifyInterface() {
     _StopAndWait();
     QueuedNotifyDataHandlerDestroy();
+}
+
+// The last reports were posted before the signal was set: they are in front of the mark.
+void LThreadNotifyInterface::WaitAndDeliver() {
+    if (_IsCreated())
+        ProcessWaitSignalObjectAndProcessEvents(GetFinishedSignal());
+    LProcessClearCurrentEvents();
 }
 
 void LThreadNotifyInterface::_Post(unsigned int dwCode, const void* pData, unsigned long dwSize) {

@@ -8,9 +8,13 @@
 // each delivery brings the text that is newest then. Errors are delivered each with its own text, progress in
 // whole percent, truncated.
 //
-// As with every thread, a subclass whose ThreadFunction uses its own members stops the thread in its own
-// destructor (`_StopAndWait`).
+// Before the first report `LThreadRunOnMainThread::Init` has been called: what is reported without it is lost.
+// So is what was not yet delivered when the object is destroyed; `WaitAndDeliver` leaves nothing behind.
+//
+// As with every thread, a subclass stops the thread in its own destructor (`_StopAndWait`), or is an `LThreadOf`.
 #pragma once
+
+#include <concepts>
 
 #include "base/LLimits.h"
 #include "threads/LLockObject.h"
@@ -23,6 +27,10 @@ public:
     explicit LThreadNotifyInterface(LProcessInterface* pReceivingInterface, bool bDeliver = true);
     // Stops the thread, waits for it and drops the reports that were not yet delivered.
     ~LThreadNotifyInterface() override;
+
+    // On the main thread: waits for the end of the thread, if it was started, dispatching events meanwhile, and
+    // delivers all that it has reported.
+    void WaitAndDeliver();
 
     void SetError(const char* szText) override;
     // Lines 0 and 1, each cut at 259 bytes; deeper lines are not delivered.
@@ -44,3 +52,7 @@ private:
     LLockObject statusLock;
     char szStatus[nStatusLines][LPathBufferSize] = {};
 };
+
+//   LThreadOf copy([](LProcessInterface& process) { ... }, &display);
+template <typename TWork, std::derived_from<LProcessInterface> TReceiver>
+LThreadOf(TWork, TReceiver*) -> LThreadOf<TWork, LThreadNotifyInterface>;

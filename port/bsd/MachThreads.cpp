@@ -48,9 +48,22 @@ kern_return_t thread_policy_set(mach_port_t thread, int policy, const thread_tim
                                 std::uint32_t count) {
     if (policy != THREAD_TIME_CONSTRAINT_POLICY || count != THREAD_TIME_CONSTRAINT_POLICY_COUNT)
         return KERN_INVALID_ARGUMENT;
+    const auto id = static_cast<pid_t>(thread);
     sched_param parameters{};
     parameters.sched_priority = kRealTimePriority;
-    if (sched_setscheduler(static_cast<pid_t>(thread), SCHED_RR, &parameters) != 0)
-        setpriority(PRIO_PROCESS, thread, kRaisedNice);
+    if (sched_setscheduler(id, SCHED_RR | SCHED_RESET_ON_FORK, &parameters) == 0)
+        return KERN_SUCCESS;
+    parameters.sched_priority = 0;
+    sched_setscheduler(id, SCHED_OTHER | SCHED_RESET_ON_FORK, &parameters);
+    setpriority(PRIO_PROCESS, thread, kRaisedNice);
     return KERN_SUCCESS;
+}
+
+// Who may not take the reset flag away keeps it.
+void port_thread_set_normal(mach_port_t thread) {
+    const auto id = static_cast<pid_t>(thread);
+    const sched_param parameters{};
+    if (sched_setscheduler(id, SCHED_OTHER, &parameters) != 0)
+        sched_setscheduler(id, SCHED_OTHER | SCHED_RESET_ON_FORK, &parameters);
+    setpriority(PRIO_PROCESS, thread, getpriority(PRIO_PROCESS, static_cast<id_t>(getpid())));
 }

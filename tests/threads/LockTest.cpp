@@ -79,10 +79,43 @@ TEST(LLockObjectSharedTest, RandomTrafficKeepsItsPromise) {
     EXPECT_EQ(nFaults.load(), 0);
 }
 
+// The other one's last word would go into the new signal, which has the descriptors of the lock.
+TEST(LLockObjectSharedTest, IsDestroyedByWhoHeldItLast) {
+    constexpr int nRounds = 20000;
+    std::atomic<LLockObjectShared*> pNext{nullptr};
+    std::atomic<int> nFaults{0};
+    const std::jthread last([&] {
+        for (int i = 0; i < nRounds; ++i) {
+            LLockObjectShared* pLock;
+            while ((pLock = pNext.load()) == nullptr)
+                std::this_thread::yield();
+            pLock->LockExclusive();
+            pLock->UnlockExclusive();
+            delete pLock;
+            const LSignalObject signal;
+            pNext = nullptr;
+            std::this_thread::yield();
+            nFaults += signal.IsSignaled() ? 1 : 0;
+        }
+    });
+    for (int i = 0; i < nRounds; ++i) {
+        auto* const pLock = new LLockObjectShared;
+        pLock->LockShared();
+        pNext = pLock;
+        for (volatile int nSpins = i % 200; nSpins > 0; nSpins = nSpins - 1) {
+        }
+        pLock->UnlockShared();
+        while (pNext != nullptr)
+            std::this_thread::yield();
+    }
+    EXPECT_EQ(nFaults, 0);
+}
+
 TEST(SystemLockTest, ExcludesProcessesAndOutlivesAKilledHolder) {
     const std::string sName = "lock test " + std::to_string(getpid());
     const char* szName = sName.c_str();
     auto holder = std::make_unique<Holder>([&] { return (new LSystemLockMutex(szName))->Lock(1000); });
+    LSystemLockMutex(szName).Release(); // what it does not hold it does not give back
     LSystemLockMutex lock(szName);
     const std::jthread storm = SignalStorm();
     const LDeadline threeAttempts(30);

@@ -119,39 +119,35 @@ TEST_F(MainThreadTest, AClosedTargetRunsNothingAndAFunctionMayCloseAndDeleteItsO
     EXPECT_EQ(pTarget->Close(), 0);
 }
 
-struct Reporter : LThreadNotifyInterface {
-    using LThreadNotifyInterface::LThreadNotifyInterface;
-    ~Reporter() override { _StopAndWait(); }
-    void ThreadFunction() override {
+TEST_F(MainThreadTest, ReportsOfAThreadArriveAtItsReceiver) {
+    const auto report = [](LProcessInterface& process) {
         EXPECT_FALSE(LIsMainThread());
         for (const double dFraction : {0.999, 0.29, 0.57, 1.0, -0.5, 1.0 / 0.0})
-            SetProgress(dFraction);
-        SetErrorF("%lld%s", 5000000000LL, std::string(9000, 'e').c_str());
+            process.SetProgress(dFraction);
+        process.SetErrorF("%lld%s", 5000000000LL, std::string(9000, 'e').c_str());
         for (int i = 1; i <= 10; ++i)
-            SetStatusF(0, " line %d", i);
-        SetStatus(std::string(300, 's').c_str(), 1);
-        SetStatus("nowhere", 2);
-        SetProgressIndeterminateOn();
-        SetProgressIndeterminateOff();
-    }
-};
-
-TEST_F(MainThreadTest, ReportsOfAThreadArriveAtItsReceiver) {
+            process.SetStatusF(0, " line %d", i);
+        process.SetStatus(std::string(300, 's').c_str(), 1);
+        process.SetStatus("nowhere", 2);
+        process.SetProgressIndeterminateOn();
+        process.SetProgressIndeterminateOff();
+    };
     Recorder receiver;
     std::string sExpected =
         "|0.990000|0.280000|0.560000|1.000000|-0.500000|5000000000" + std::string(LProcessTextSize - 11, 'e');
     for (int i = 0; i < 10; ++i)
         sExpected += "|0 line 10";
     sExpected += "|1" + std::string(259, 's') + "|on|off";
-    Reporter reporter(&receiver), silent(&receiver, false);
-    for (Reporter* pReporter : {&reporter, &silent}) {
+    LThreadOf reporter(report, &receiver), dropped(report, &receiver);
+    LThreadOf<decltype(report), LThreadNotifyInterface> silent(report, &receiver, false);
+    reporter.WaitAndDeliver(); // there is no thread yet
+    for (auto* pReporter : std::initializer_list<LThreadNotifyInterface*>{&reporter, &silent}) {
         pReporter->Start(31);
-        while (!LSignalObjectRef(pReporter->GetFinishedSignal()).WaitSignal(LNoTimeLimit)) {
+        while (!pReporter->GetFinishedSignal().WaitSignal(LNoTimeLimit)) {
         }
+        pReporter->WaitAndDeliver();
     }
-    LProcessClearCurrentEvents();
     EXPECT_EQ(receiver.sTold, sExpected);
-    Reporter dropped(&receiver);
     dropped.Start(31);
 }
 

@@ -1,4 +1,5 @@
 #include "base/LDeadline.h"
+#include "support/SignalStorm.h"
 #include "support/TemporaryFolder.h"
 #include "threads/LSignalObject.h"
 #include "threads/LSignalObjectNamed.h"
@@ -59,6 +60,7 @@ TEST(SignalTest, GroupsCountAdditionsUpTo256) {
 // Both ends in processes of their own, in a private home.
 TEST(SignalTest, NamedSignalsReachAnotherProcess) {
     const TemporaryFolder home;
+    const std::jthread storm = SignalStorm();
     setenv("XDG_DATA_HOME", home.root.c_str(), 1);
     const std::string sSocket = home.root / "event";
     {

@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <thread>
 
 namespace {
 
@@ -29,14 +30,15 @@ struct Worker : Thread {
     }
     void ThreadFunction() override {
         ++nRuns;
-        if (bWait)
-            this->ProcessWait(LNoTimeLimit);
+        if (bWait && this->ProcessWait(LNoTimeLimit))
+            nUnasked += bAsked ? 0 : 1;
     }
     void Wait() const {
         while (!this->GetFinishedSignal().IsSignaled()) // a POSIX signal ends a wait
             this->GetFinishedSignal().WaitSignal(LNoTimeLimit);
     }
-    static inline std::atomic<int> nAlive{0};
+    static inline std::atomic<int> nAlive{0}, nUnasked{0};
+    static inline std::atomic<bool> bAsked{false}; // to stop
     const bool bWait;
     int nRuns = 0;
 };
@@ -102,21 +104,73 @@ TEST(LThreadTest, PosixSignalsEndWaitsForSignalsOnly) {
 
 using Detached = Worker<LDetachedThread>;
 
+// One owner for all rounds, and threads that end by themselves: what is made next often stands at the address of
+// one that is just ending. Another thread starts one while the owner stops all.
 TEST(LDetachedThreadTest, DeletesItselfOrIsStoppedByItsOwner) {
     const std::jthread storm = SignalStorm();
-    for (int i = 0; i < Rounds(200); ++i) {
-        LDetachedThreadsOwner owner;
-        for (int j = 0; j < 3; ++j) {
-            auto* pThread = new Detached((i + j) % 2 == 0);
-            owner.Add(pThread);
-            pThread->StartDetached(owner, 31);
-        }
-        if (i % 2 != 0)
-            continue; // the owner's destructor does it
+    LDetachedThreadsOwner owner;
+    for (int i = 0; i < Rounds(2000); ++i) {
+        Detached::bAsked = false;
+        for (int j = 0; j < 3; ++j)
+            EXPECT_TRUE((new Detached((i + j) % 3 == 0))->StartDetached(owner, 31));
+        Detached::bAsked = true;
+        std::jthread starter;
+        if (i % 8 == 0)
+            starter = std::jthread([&] { (new Detached(i % 16 == 0))->StartDetached(owner, 31); });
         owner.StopThreadsNow();
-        EXPECT_EQ(Detached::nAlive.load(), 0) << "round " << i;
+        if (starter.joinable())
+            starter.join();
+        else
+            ASSERT_EQ(Detached::nAlive.load(), 0) << "round " << i;
     }
-    EXPECT_EQ(Detached::nAlive.load(), 0);
+    EXPECT_EQ(Detached::nUnasked.load(), 0);
+}
+
+// Work that leaves by `pthread_exit`, and a process that a static thread, or one of a static owner, ends.
+TEST(LThreadTest, EndsByPthreadExitAndByExit) {
+    LThreadOf leaving([](LProcessInterface&) { pthread_exit(nullptr); });
+    for (int i = 0; i < 2; ++i) {
+        leaving.Start(31);
+        ASSERT_TRUE(leaving.GetFinishedSignal().WaitSignal(10000));
+        EXPECT_FALSE(leaving.IsRunning());
+    }
+    const auto end = [](LProcessInterface&) { exit(7); };
+    for (const bool bDetached : {false, true})
+        EXPECT_EXIT(
+            {
+                alarm(10);
+                static LThreadOf thread(end);
+                static LDetachedThreadsOwner owner;
+                if (bDetached)
+                    (new LThreadOf<decltype(end), LDetachedThread>(end))->StartDetached(owner, 31);
+                else
+                    thread.Start(31);
+                pause();
+            },
+            testing::ExitedWithCode(7), "");
+}
+
+TEST(LThreadTest, APriorityIsTakenBackAndNotInherited) {
+    const auto look = [] {
+        return std::pair(sched_getscheduler(0) & ~SCHED_RESET_ON_FORK,
+                         getpriority(PRIO_PROCESS, static_cast<id_t>(gettid())));
+    };
+    const auto normal = look();
+    auto inherited = normal, back = normal;
+    LSignalObject raised;
+    LThread* pSelf = nullptr;
+    LThreadOf thread([&](LProcessInterface& process) {
+        process.ProcessWaitSignal(raised, 10000);
+        std::thread([&] { inherited = look(); }).join();
+        pSelf->SetPriority(31);
+        back = look();
+    });
+    pSelf = &thread;
+    thread.Start(91);
+    raised.Signal();
+    ASSERT_TRUE(thread.GetFinishedSignal().WaitSignal(10000));
+    EXPECT_EQ(inherited, normal);
+    EXPECT_EQ(back, normal);
 }
 
 // In a process whose next descriptor is past those that a wait can watch, or that can have no more at all.
@@ -153,9 +207,9 @@ TEST_P(DescriptorsTest, NothingHangsAndWhatCannotWorkSaysSo) {
     EXPECT_TRUE(whole.IsPast());
     LDetachedThreadsOwner owner;
     auto* const pDetached = new Detached(true);
-    owner.Add(pDetached);
-    pDetached->StartDetached(owner, 31);
-    owner.StopThreadsNow();
+    EXPECT_FALSE(pDetached->StartDetached(owner, 31));
+    owner.StopThreadsNow(); // it is not the owner's
+    delete pDetached;
     int nExitCode = 99;
     EXPECT_EQ(ProcessRunCommand(worker, "true", nExitCode), LProcessFailed);
     LLockObjectShared shared;
