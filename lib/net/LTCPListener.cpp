@@ -4,6 +4,7 @@
 #include <port/net.h>
 #include <sys/socket.h>
 
+#include "base/LAtEnd.h"
 #include "debug/LDebugThread.h"
 #include "net/LIPAddress.h"
 
@@ -28,7 +29,9 @@ void LTCPListener::ThreadFunction() {
     const DebugEntry entry("LTCPListener");
     do {
         LIPSocketTCP listening;
-        if (_Listen(listening))
+        const LAtEnd closed([this] { bListening.store(false); });
+        bListening.store(_Listen(listening));
+        if (IsListening())
             _AcceptConnections(listening);
     } while (!ProcessWait(dwListenAnewTime));
 }

@@ -2,11 +2,13 @@
 //
 // It listens on every IPv4 address of the machine from `Start` to the stop (`StopThreadSoon`), which ends it
 // at once when it waits and after the call-back when one runs. While the port cannot be had, and after a
-// failed accept, it closes its socket and listens anew every 30 seconds; nothing is reported.
+// failed accept, it closes its socket and listens anew every 30 seconds; `IsListening` tells.
 //
 // Thread-safety: as LThread. A subclass stops and waits for the thread in its own destructor
 // (`_StopAndWait`), for the call-back is its own.
 #pragma once
+
+#include <atomic>
 
 #include "net/LIPSocket.h"
 #include "threads/LThread.h"
@@ -15,6 +17,9 @@ class LTCPListener : public LThread {
 public:
     // The port in the host's byte order. Nothing is opened before `Start`.
     explicit LTCPListener(unsigned short wThePort) : wPort(wThePort) {}
+
+    // Whether it has the port now, so that clients can connect.
+    bool IsListening() const { return bListening.load(); }
 
 protected:
     void ThreadFunction() override;
@@ -29,4 +34,5 @@ private:
     bool _WaitForConnection(LIPSocketTCPRef listening);
 
     unsigned short wPort;
+    std::atomic<bool> bListening{false};
 };

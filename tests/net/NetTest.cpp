@@ -203,6 +203,7 @@ TEST(LTCPListenerTest, SurvivesAPortInUseAndAcceptsThatFail) {
     Echo echo(wHeld);
     echo.Start(31);
     usleep(50000);
+    EXPECT_FALSE(echo.IsListening());
     echo.StopThreadSoon();
     EXPECT_TRUE(echo.GetFinishedSignal().WaitSignal(200));
     echo.instead = [&] { pHolder.reset(); };
@@ -218,7 +219,11 @@ TEST(LTCPListenerTest, SurvivesAPortInUseAndAcceptsThatFail) {
         Say(wHeld, "a\n");
         EXPECT_EQ(Say(wHeld, "b\n"), "0b\n|");
         EXPECT_EQ(echo.nWaits, nWaits);
+        EXPECT_TRUE(echo.IsListening());
     }
+    echo.StopThreadSoon();
+    EXPECT_TRUE(echo.GetFinishedSignal().WaitSignal(5000));
+    EXPECT_FALSE(echo.IsListening());
 }
 
 } // namespace
