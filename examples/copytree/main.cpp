@@ -11,7 +11,6 @@
 #include <files/LFile.h>
 #include <files/LProcessCopy.h>
 #include <port/bsd.h>
-#include <threads/LProcessEventsHandler.h>
 #include <threads/LThreadNotifyInterface.h>
 
 namespace {
@@ -53,31 +52,17 @@ public:
     void SetStatus(const char* szText, int) override { pParent->SetStatus(szText, 1); }
 };
 
-// A thread is a process interface: what it runs asks it whether to go on. This one's reports arrive at the
-// display, on the main thread.
-class CopyThread : public LThreadNotifyInterface {
-public:
-    CopyThread(Display& display, const LProcessCopyFolder& folders)
-        : LThreadNotifyInterface(&display), copy(folders) {}
-    // The work uses this object's own members, so the thread ends before they go.
-    ~CopyThread() override { _StopAndWait(); }
-
-    int nResult = LProcessFailed;
-
-private:
-    void ThreadFunction() override {
-        SetStatusF(0, "%s to %s", copy.szSource, copy.szTarget);
-        LFile::CreateFolderTree(copy.szTarget);
-        OneLine names(*this);
-        nResult = Process(names, copy);
-        if (nResult == LProcessFinished)
-            SetProgress(1.0);
-        else if (nResult == LProcessFailed)
-            SetErrorF("cannot copy %s", copy.szSource);
-    }
-
-    LProcessCopyFolder copy;
-};
+int CopyFolders(LProcessInterface& process, const LProcessCopyFolder& copy) {
+    process.SetStatusF(0, "%s to %s", copy.szSource, copy.szTarget);
+    LFile::CreateFolderTree(copy.szTarget);
+    OneLine names(process);
+    const int nResult = Process(names, copy);
+    if (nResult == LProcessFinished)
+        process.SetProgress(1.0);
+    else if (nResult == LProcessFailed)
+        process.SetErrorF("cannot copy %s", copy.szSource);
+    return nResult;
+}
 
 LThread* pRunning = nullptr;
 
@@ -89,15 +74,17 @@ void OnInterrupt(int) {
 
 int Copy(const LProcessCopyFolder& folders) {
     Display display;
-    CopyThread thread(display, folders);
+    int nResult = LProcessFailed;
+    // A thread is a process interface: what it runs asks it whether to go on. This one's reports arrive at the
+    // display, on the main thread.
+    LThreadOf thread([&](LProcessInterface& process) { nResult = CopyFolders(process, folders); }, &display);
     pRunning = &thread;
     std::signal(SIGINT, OnInterrupt);
     thread.Start(31);
-    ProcessWaitSignalObjectAndProcessEvents(thread.GetFinishedSignal());
-    LProcessClearCurrentEvents(); // the last reports
-    std::printf(thread.nResult == LProcessStopped ? "\nstopped\n" : "\n");
+    thread.WaitAndDeliver();
+    std::printf(nResult == LProcessStopped ? "\nstopped\n" : "\n");
     std::signal(SIGINT, SIG_DFL);
-    return thread.nResult == LProcessStopped ? 130 : thread.nResult;
+    return nResult == LProcessStopped ? 130 : nResult;
 }
 
 } // namespace

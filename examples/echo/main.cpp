@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <utility>
 
 #include <net/LProcessSocket.h>
@@ -23,10 +24,7 @@ std::atomic<int> nClients{0};
 class Conversation : public LDetachedThread {
 public:
     explicit Conversation(LIPSocketTCP&& theSocket) : socket(std::move(theSocket)) { ++nClients; }
-    ~Conversation() override {
-        _StopAndWait();
-        --nClients;
-    }
+    ~Conversation() override { --nClients; }
 
 private:
     void ThreadFunction() override {
@@ -51,13 +49,13 @@ public:
     }
 
 private:
-    // A connection that is not taken over is closed.
+    // A connection that is not taken over, or whose thread cannot be made, is closed.
     void EvConnection(LIPSocketTCP& socket) override {
         if (nClients >= nClientsMaximum)
             return;
-        auto* pConversation = new Conversation(std::move(socket));
-        conversations.Add(pConversation);
-        pConversation->StartDetached(conversations, 31);
+        auto conversation = std::make_unique<Conversation>(std::move(socket));
+        if (conversation->StartDetached(conversations, 31))
+            static_cast<void>(conversation.release()); // it is the owner's
     }
 
     LDetachedThreadsOwner conversations;

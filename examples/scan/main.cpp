@@ -12,18 +12,9 @@
 
 namespace {
 
-// A thread is a process interface: what it runs asks it whether to go on.
-class ScanThread : public LThread {
-public:
-    explicit ScanThread(const char* szFolder) : szRoot(szFolder) {}
-    // The work uses this object's own members, so the thread ends before they go.
-    ~ScanThread() override { _StopAndWait(); }
-
+struct Counts {
     unsigned long dwFiles = 0;
     unsigned long dwFolders = 0;
-
-private:
-    void ThreadFunction() override { Scan(*this, szRoot); }
 
     void Scan(LProcessInterface& process, const char* szFolder) {
         LFile::FolderIteratorAllFiles iterator;
@@ -39,8 +30,6 @@ private:
                 Scan(process, szPath); // a longer path would have been cut
         }
     }
-
-    const char* szRoot;
 };
 
 LThread* pRunning = nullptr;
@@ -54,7 +43,9 @@ void OnInterrupt(int) {
 
 int main(int argc, char** argv) {
     const char* const szFolder = argc > 1 ? argv[1] : ".";
-    ScanThread scan(szFolder);
+    Counts counts;
+    // A thread is a process interface: what it runs asks it whether to go on.
+    LThreadOf scan([&](LProcessInterface& process) { counts.Scan(process, szFolder); });
     pRunning = &scan;
     scan.Start(31);
     std::signal(SIGINT, OnInterrupt); // until here there is nothing to stop, and Ctrl-C just ends the program
@@ -62,7 +53,7 @@ int main(int argc, char** argv) {
     std::fflush(stdout);
     while (!scan.GetFinishedSignal().IsSignaled())
         scan.GetFinishedSignal().WaitSignal(LNoTimeLimit);
-    std::printf("%s%lu files, %lu folders\n", scan.IsToStop() ? "stopped after " : "", scan.dwFiles,
-                scan.dwFolders);
+    std::printf("%s%lu files, %lu folders\n", scan.IsToStop() ? "stopped after " : "", counts.dwFiles,
+                counts.dwFolders);
     return scan.IsToStop() ? 130 : 0;
 }
