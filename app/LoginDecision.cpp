@@ -92,15 +92,34 @@ std::string CannotLookAt(const std::string& sPath, int nError) {
 // Everything speaks for the launch; what is launched must be there, and be what this user left there.
 LLoginVerdict DecideLaunch(const LLoginFacts& facts) {
     using enum LLoginAction;
+    using enum LLoginReason;
     if (facts.sExecutable.empty())
-        return {Nothing, facts.sPath + " has no executable"};
+        return {Nothing, NotWhole, facts.sPath + " has no executable"};
     if (facts.nExecutableError != 0)
-        return {Nothing, facts.sExecutable + " cannot be executed: " + strerror(facts.nExecutableError)};
+        return {Nothing, NotExecutable,
+                facts.sExecutable + " cannot be executed: " + strerror(facts.nExecutableError)};
     if (facts.nForeignError == EPERM)
-        return {Nothing, "others may change " + facts.sForeignItem};
+        return {Nothing, OthersMayChange, "others may change " + facts.sForeignItem};
     if (facts.nForeignError != 0)
-        return {Nothing, CannotLookAt(facts.sForeignItem, facts.nForeignError)};
-    return {Launch, "launch at login is on and version " + facts.sVersion + " is there"};
+        return {Nothing, PathUnseen, CannotLookAt(facts.sForeignItem, facts.nForeignError)};
+    return {Launch, AllIsThere, "launch at login is on and version " + facts.sVersion + " is there"};
+}
+
+// Of the right version, or nothing is launched.
+LLoginVerdict DecideBundle(const LLoginFacts& facts) {
+    using enum LLoginAction;
+    using enum LLoginReason;
+    if (!facts.bBundle)
+        return {Nothing, NoBundle, facts.sPath + " is no bundle"};
+    if (!facts.bInfo)
+        return {Nothing, NotWhole, facts.sPath + "/Contents/Info.plist is missing or damaged"};
+    if (facts.sVersion.empty())
+        return {Nothing, NotWhole, "the bundle tells no version"};
+    if (facts.sVersion != LMainAppVersion)
+        return {Nothing, OtherVersion, "version " + facts.sVersion + " is not " + LMainAppVersion};
+    if (!facts.bSetting)
+        return {Nothing, SettingOff, "launch at login is off"};
+    return DecideLaunch(facts);
 }
 
 } // namespace
@@ -136,31 +155,23 @@ bool IsHelperBundle() {
 
 LLoginVerdict DecideLogin(const LLoginFacts& facts) {
     using enum LLoginAction;
+    using enum LLoginReason;
     if (!facts.bSystemIsRecent)
-        return {Quit, "the system is older than 10.7"};
+        return {Quit, SystemTooOld, "the system is older than 10.7"};
     if (!facts.bOwnBundle)
-        return {Nothing, "cannot find my own bundle"};
+        return {Nothing, OwnBundleUnknown, "cannot find my own bundle"};
     if (facts.bMainAppRuns)
-        return {Serve, std::string(LMainAppDisplayName) + " is running"};
+        return {Serve, MainAppRuns, std::string(LMainAppDisplayName) + " is running"};
     if (facts.nSettingsError == EBADMSG)
-        return {Nothing, "the settings are damaged"};
+        return {Nothing, SettingsDamaged, "the settings are damaged"};
     if (facts.nSettingsError != 0)
-        return {Nothing, std::string("the settings cannot be read: ") + strerror(facts.nSettingsError)};
+        return {Nothing, SettingsUnreadable,
+                std::string("the settings cannot be read: ") + strerror(facts.nSettingsError)};
     if (facts.sPath.empty())
-        return {Forget, facts.bSetting ? "no path is stored" : "launch at login is off"};
+        return {Forget, SettingOff, facts.bSetting ? "no path is stored" : "launch at login is off"};
     if (IsGone(facts.nPathError))
-        return {Forget, "nothing is at " + facts.sPath + " any more, the setting is forgotten"};
+        return {Forget, PathGone, "nothing is at " + facts.sPath + " any more, the setting is forgotten"};
     if (facts.nPathError != 0)
-        return {Nothing, CannotLookAt(facts.sPath, facts.nPathError)};
-    if (!facts.bBundle)
-        return {Nothing, facts.sPath + " is no bundle"};
-    if (!facts.bInfo)
-        return {Nothing, facts.sPath + "/Contents/Info.plist is missing or damaged"};
-    if (facts.sVersion.empty())
-        return {Nothing, "the bundle tells no version"};
-    if (facts.sVersion != LMainAppVersion)
-        return {Nothing, "version " + facts.sVersion + " is not " + LMainAppVersion};
-    if (!facts.bSetting)
-        return {Nothing, "launch at login is off"};
-    return DecideLaunch(facts);
+        return {Nothing, PathUnseen, CannotLookAt(facts.sPath, facts.nPathError)};
+    return DecideBundle(facts);
 }

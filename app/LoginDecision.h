@@ -38,8 +38,27 @@ enum class LLoginAction {
     Nothing, // launch nothing
 };
 
+// What decided, for who wants to say what to do about it.
+enum class LLoginReason {
+    SystemTooOld,
+    OwnBundleUnknown,
+    MainAppRuns,
+    SettingsDamaged,
+    SettingsUnreadable,
+    SettingOff,
+    PathGone,
+    PathUnseen,
+    NoBundle,
+    OtherVersion,
+    NotWhole, // the bundle lacks what a bundle has
+    NotExecutable,
+    OthersMayChange,
+    AllIsThere,
+};
+
 struct LLoginVerdict {
     LLoginAction eAction;
+    LLoginReason eReason;
     std::string sWhy; // for people: one line without its end
 };
 

@@ -8,6 +8,10 @@
 constexpr const char* LHelperServiceName = "Q4KX2M9T7W.com.brelvanic.loginhelper.zubeqfree214";
 constexpr const char* LHelperIdentifier = LHelperServiceName;
 
+// How it is started at login: the session's entry, or the unit of the user's service manager.
+constexpr const char* LHelperSessionEntry = "loginhelper.desktop";
+constexpr const char* LHelperServiceUnit = "loginhelper.service";
+
 // The main application: how it is recognised, and the major and minor version that the helper launches.
 constexpr const char* LMainAppDisplayName = "Zubeq Free";
 constexpr const char* LMainAppIdentifier = "com.brelvanic.zubeqfree";

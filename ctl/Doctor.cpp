@@ -2,13 +2,14 @@
 
 #include <Foundation/Foundation.h>
 #include <cerrno>
-#include <climits>
 #include <cstring>
-#include <port/runtime_folder.h>
-#include <sysexits.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
-#include "HelperConversation.h"
+#include "HelperStart.h"
 #include "LoginDecision.h"
+#include "LoginHelperContract.h"
+#include "ServiceState.h"
 
 namespace {
 
@@ -17,8 +18,8 @@ struct Action {
     const char* szText;
 };
 
-Action ActionOf(LLoginAction eAction) {
-    switch (eAction) {
+Action ActionOf(const LLoginVerdict& verdict, const LLoginFacts& facts) {
+    switch (verdict.eAction) {
     case LLoginAction::Quit:
         return {"quit", "ends at once"};
     case LLoginAction::Serve:
@@ -26,59 +27,110 @@ Action ActionOf(LLoginAction eAction) {
     case LLoginAction::Launch:
         return {"launch", "launches the application"};
     case LLoginAction::Forget:
-        return {"forget", "launches nothing and forgets the settings"};
+        if (facts.bSetting || !facts.sPath.empty())
+            return {"forget", "launches nothing and forgets the settings"};
+        return {"forget", "launches nothing"};
     case LLoginAction::Nothing:
         break;
     }
     return {"nothing", "launches nothing"};
 }
 
-void AddVerdict(const LLoginVerdict& verdict, Report& report) {
-    const Action action = ActionOf(verdict.eAction);
+std::string EnableStep(const std::string& sPath) {
+    return "start the application, then: loginhelperctl enable " + QuoteForShell(sPath);
+}
+
+std::string StepForWriters(const LLoginFacts& facts) {
+    struct stat status;
+    const bool bOurs = lstat(facts.sForeignItem.c_str(), &status) == 0 && status.st_uid == geteuid();
+    return bOurs ? "chmod go-w " + QuoteForShell(facts.sForeignItem)
+                 : "install the application where only you and root may write";
+}
+
+// Where a launch is not what the facts lead to.
+std::string StepFor(LLoginReason eReason, const LLoginFacts& facts, const char* szSettingsFile) {
+    switch (eReason) {
+    case LLoginReason::SystemTooOld:
+        return "update the system to 10.7 or later";
+    case LLoginReason::OwnBundleUnknown:
+        return "mount /proc, from which programs know where they are";
+    case LLoginReason::SettingsDamaged:
+        return "loginhelperctl forget";
+    case LLoginReason::SettingsUnreadable:
+        return "ls -ld " + QuoteForShell(szSettingsFile);
+    case LLoginReason::SettingOff:
+        return EnableStep(facts.sPath.empty() ? LMainAppDefaultPath : facts.sPath);
+    case LLoginReason::PathGone:
+    case LLoginReason::PathUnseen:
+    case LLoginReason::NoBundle:
+        return EnableStep(LMainAppDefaultPath);
+    case LLoginReason::OtherVersion:
+        return std::string("install version ") + LMainAppVersion + " of the application";
+    case LLoginReason::NotWhole:
+        return "install the application again";
+    case LLoginReason::NotExecutable:
+        return "chmod u+x " + QuoteForShell(facts.sExecutable);
+    case LLoginReason::OthersMayChange:
+        return StepForWriters(facts);
+    case LLoginReason::MainAppRuns:
+    case LLoginReason::AllIsThere:
+        break;
+    }
+    return "";
+}
+
+void ReportSettings(Report& report, const LLoginFacts& facts, const char* szSettingsFile) {
+    report.AddText("settingsFile", "settings", szSettingsFile);
+    const bool bDamaged = facts.nSettingsError == EBADMSG;
+    report.AddChoice("settings", "settings are",
+                     facts.nSettingsError == 0 ? "readable" : (bDamaged ? "damaged" : "unreadable"),
+                     facts.nSettingsError == 0 ? "readable"
+                     : bDamaged                ? "damaged"
+                                               : strerror(facts.nSettingsError));
+    report.AddFlag("launchAtLogin", "launch at login", facts.bSetting, "on", "off");
+    report.AddOptionalText("path", "stored path", facts.sPath);
+}
+
+void ReportBundle(Report& report, const LLoginFacts& facts) {
+    report.AddFlag("bundleFound", "bundle", facts.bBundle, "found", "not found");
+    report.AddOptionalText("version", "version", facts.sVersion);
+    report.AddOptionalText("identifier", "identifier", facts.sIdentifier);
+    report.AddOptionalText("executable", "executable", facts.sExecutable);
+    report.AddOptionalText("othersMayChange", "others may change", facts.sForeignItem);
+    if (facts.bInfo && facts.sIdentifier != LMainAppIdentifier)
+        report.AddFinding("the identifier of " + facts.sPath + " is not " + LMainAppIdentifier +
+                              ": while it runs no helper knows it",
+                          EnableStep(LMainAppDefaultPath));
+}
+
+// What the helper does when it is started, and whether it is.
+void ReportVerdict(Report& report, const LLoginFacts& facts, const char* szSettingsFile, bool bStarted) {
+    const LLoginVerdict verdict = DecideLogin(facts);
+    if (verdict.eAction != LLoginAction::Launch)
+        report.AddFinding(verdict.sWhy, StepFor(verdict.eReason, facts, szSettingsFile));
+    if (!bStarted) {
+        report.AddChoice("nextLogin", "next login", "nothing", "launches nothing");
+        report.AddText("why", "why", "nothing starts the helper");
+        return;
+    }
+    const Action action = ActionOf(verdict, facts);
     report.AddChoice("nextLogin", "next login", action.szWord, action.szText);
     report.AddText("why", "why", verdict.sWhy);
-}
-
-void AddOptionalText(Report& report, const char* szKey, const char* szLabel, const std::string& szText) {
-    if (szText.empty())
-        report.AddNone(szKey, szLabel);
-    else
-        report.AddText(szKey, szLabel, szText);
-}
-
-void AddRuntimeFolder(Report& report) {
-    char szFolder[PATH_MAX];
-    const bool bUsable = port_runtime_folder(szFolder, sizeof(szFolder));
-    const std::string szWhy = bUsable ? "" : strerror(errno);
-    report.AddText("runtimeFolder", "runtime folder", szFolder);
-    AddOptionalText(report, "runtimeFolderProblem", "problem of the runtime folder", szWhy);
-}
-
-void AddService(const Options& options, Report& report) {
-    HelperConversation conversation(options.szService, options.dwTimeout);
-    bool bValue;
-    const HelperAnswer answer =
-        conversation.Ask({HelperConversation::Flag(LKeyTestConnection, true)}, bValue);
-    report.AddFlag("serviceReachable", "service", answer == HelperAnswer::Replied, "answers",
-                   answer == HelperAnswer::Silent ? "does not reply" : "not there");
-}
-
-NSRef<NSUserDefaults> HelperSettings() {
-    return NSUserDefaults::initWithSuiteName(LHelperIdentifier);
 }
 
 } // namespace
 
 void Doctor(const Options& options, Report& report) {
+    report.BeginFindings();
+    const NSRef<NSUserDefaults> settings = NSUserDefaults::initWithSuiteName(LHelperIdentifier);
     // A login begins without the main application, whatever runs now.
-    const LLoginFacts facts = CollectLoginFacts(*HelperSettings(), false);
-    report.AddFlag("launchAtLogin", "launch at login", facts.bSetting, "on", "off");
-    AddOptionalText(report, "path", "stored path", facts.sPath);
-    report.AddFlag("bundleFound", "bundle", facts.bBundle, "found", "not found");
-    AddOptionalText(report, "version", "version", facts.sVersion);
-    report.AddFlag("mainApplicationRuns", "main application", IsMainApplicationRunning(), "runs",
+    LLoginFacts facts = CollectLoginFacts(*settings, false);
+    facts.bOwnBundle = CFBundleGetMainBundle() != nullptr;
+    const bool bStarted = ReportHelperStart(report);
+    ReportSettings(report, facts, settings->port_path());
+    ReportBundle(report, facts);
+    ReportVerdict(report, facts, settings->port_path(), bStarted);
+    report.AddFlag("mainApplicationRuns", "main application now", IsMainApplicationRunning(), "runs",
                    "does not run");
-    AddRuntimeFolder(report);
-    AddService(options, report);
-    AddVerdict(DecideLogin(facts), report);
+    ReportService(options, report);
 }

@@ -1,4 +1,4 @@
-// What the next login would do, told from the helper's settings, the stored bundle and the running programs.
+// What the next login will do, and what is so now, told from files, settings and running programs.
 //
 // Thread-safety: none; the main thread.
 #pragma once
@@ -6,5 +6,5 @@
 #include "Options.h"
 #include "Report.h"
 
-// Looks without changing anything.
+// Looks without changing anything, and adds each thing that is wrong with the one thing to do about it.
 void Doctor(const Options& options, Report& report);

@@ -58,6 +58,16 @@ std::string QuoteJSON(const std::string& szText) {
     return szOut + '"';
 }
 
+std::string QuoteForShell(const std::string& szText) {
+    if (!szText.empty() && szText.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz"
+                                                    "0123456789/._-+:@%,") == szText.npos)
+        return szText;
+    std::string szOut = "'";
+    for (const char c : szText)
+        szOut += c == '\'' ? "'\\''" : std::string(1, c);
+    return szOut + "'";
+}
+
 void Report::AddFlag(const char* szKey, const char* szLabel, bool bValue, const char* szTrue,
                      const char* szFalse) {
     facts.push_back({szKey, szLabel, bValue ? szTrue : szFalse, bValue ? "true" : "false"});
@@ -67,17 +77,29 @@ void Report::AddText(const char* szKey, const char* szLabel, const std::string& 
     facts.push_back({szKey, szLabel, szText, QuoteJSON(szText)});
 }
 
-void Report::AddChoice(const char* szKey, const char* szLabel, const char* szWord, const char* szText) {
+void Report::AddChoice(const char* szKey, const char* szLabel, const char* szWord,
+                       const std::string& szText) {
     facts.push_back({szKey, szLabel, szText, QuoteJSON(szWord)});
 }
 
-void Report::AddNone(const char* szKey, const char* szLabel) {
-    facts.push_back({szKey, szLabel, "none", "null"});
+void Report::AddOptionalText(const char* szKey, const char* szLabel, const std::string& szText) {
+    if (szText.empty())
+        facts.push_back({szKey, szLabel, "none", "null"});
+    else
+        AddText(szKey, szLabel, szText);
 }
 
 void Report::Fail(int nExitStatus, std::string szReason) {
     nStatus = nExitStatus;
     szMessage = std::move(szReason);
+}
+
+std::string Report::_FindingsToJSON() const {
+    std::string szOut;
+    for (const Finding& finding : findings)
+        szOut += std::string(szOut.empty() ? "" : ",") + "{\"problem\":" + QuoteJSON(finding.sProblem) +
+                 ",\"nextStep\":" + QuoteJSON(finding.sNextStep) + "}";
+    return "[" + szOut + "]";
 }
 
 std::string Report::_ToJSON() const {
@@ -92,6 +114,8 @@ std::string Report::_ToJSON() const {
     add("status", std::to_string(nStatus));
     for (const Fact& fact : facts)
         add(fact.szKey, fact.szJSON);
+    if (bFindings)
+        add("findings", _FindingsToJSON());
     if (!szMessage.empty())
         add("message", QuoteJSON(szMessage));
     szOut += "}\n";
@@ -104,6 +128,8 @@ bool Report::Print(bool bJSON) const {
     } else {
         for (const Fact& fact : facts)
             printf("%s: %s\n", fact.szLabel, fact.szText.c_str());
+        for (const Finding& finding : findings)
+            printf("problem: %s\n  next step: %s\n", finding.sProblem.c_str(), finding.sNextStep.c_str());
     }
     const bool bWritten = fflush(stdout) == 0 && ferror(stdout) == 0;
     if (!bJSON && !szMessage.empty())

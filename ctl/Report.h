@@ -16,9 +16,16 @@ public:
     // Printed as it is; in JSON escaped, with U+FFFD for what is no UTF-8.
     void AddText(const char* szKey, const char* szLabel, const std::string& szText);
     // One of several outcomes: a word for programs, a text for people.
-    void AddChoice(const char* szKey, const char* szLabel, const char* szWord, const char* szText);
-    // A fact that does not exist: null in JSON, "none" for people.
-    void AddNone(const char* szKey, const char* szLabel);
+    void AddChoice(const char* szKey, const char* szLabel, const char* szWord, const std::string& szText);
+    // A text; an empty one is a fact that does not exist: null in JSON, "none" for people.
+    void AddOptionalText(const char* szKey, const char* szLabel, const std::string& szText);
+
+    // What is wrong, and the one thing to do about it: a command, or a sentence without its end. In JSON the
+    // findings are one array, which is there once `BeginFindings` was called.
+    void BeginFindings() { bFindings = true; }
+    void AddFinding(std::string sProblem, std::string sNextStep) {
+        findings.push_back({std::move(sProblem), std::move(sNextStep)});
+    }
 
     // `nExitStatus` is one of <sysexits.h>. The message is a sentence without its end.
     void Fail(int nExitStatus, std::string szReason);
@@ -37,13 +44,23 @@ private:
         std::string szText;
         std::string szJSON;
     };
+    struct Finding {
+        std::string sProblem;
+        std::string sNextStep;
+    };
     std::string _ToJSON() const;
+    std::string _FindingsToJSON() const;
 
     const char* szCommand;
     int nStatus = 0;
     std::string szMessage;
     std::vector<Fact> facts;
+    bool bFindings = false;
+    std::vector<Finding> findings;
 };
 
 // A JSON string, quotes included.
 std::string QuoteJSON(const std::string& szText);
+
+// A word of a shell's command line: in quotes, unless it needs none.
+std::string QuoteForShell(const std::string& szText);

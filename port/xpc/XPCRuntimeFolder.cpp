@@ -1,5 +1,7 @@
 #include "xpc/XPCRuntimeFolder.h"
 
+#include "xpc/XPCEndpoint.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
@@ -87,4 +89,10 @@ bool port_runtime_folder(char* path, std::size_t size) {
     const std::string folder = port::xpcRuntimeFolder();
     strlcpy(path, folder.c_str(), size);
     return port::xpcCheckRuntimeFolder(folder, false);
+}
+
+pid_t port_service_process(const char* name) {
+    const port::UniqueFd socket = port::xpcConnect(name);
+    pid_t process = -1;
+    return socket && port::xpcPeerIsOurs(socket.get(), process) ? process : -1;
 }

@@ -11,6 +11,9 @@
 Login::Login() : turn(open("/tmp", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
     flock(turn.get(), LOCK_EX);
     unsetenv("PORT_SYSTEM_VERSION");
+    std::filesystem::create_directory(place.Path() + "/autostart");
+    std::ofstream(place.Path() + "/autostart/" + LHelperSessionEntry)
+        << "[Desktop Entry]\nExec=\"" HELPER_PROGRAM "\"\n";
 }
 
 Login::~Login() {

@@ -1,0 +1,87 @@
+#include "HelperStart.h"
+
+#include <cerrno>
+#include <cstring>
+#include <port/login_items.h>
+#include <unistd.h>
+
+#include "LoginHelperContract.h"
+
+namespace {
+
+using State = port_login_item_state_t;
+
+void AddItem(Report& report, const char* szKey, const char* szLabel, const port_login_item_t& item) {
+    const std::string sFile = std::string(" (") + item.path + ")";
+    switch (item.state) {
+    case PORT_LOGIN_ITEM_MISSING:
+        report.AddChoice(szKey, szLabel, "missing", "missing");
+        return;
+    case PORT_LOGIN_ITEM_MASKED:
+        report.AddChoice(szKey, szLabel, "masked", "masked" + sFile);
+        return;
+    case PORT_LOGIN_ITEM_OFF:
+        report.AddChoice(szKey, szLabel, "off", "off" + sFile);
+        return;
+    case PORT_LOGIN_ITEM_LEFT:
+        report.AddChoice(szKey, szLabel, "left", "left to the service manager" + sFile);
+        return;
+    case PORT_LOGIN_ITEM_ON:
+        report.AddChoice(szKey, szLabel, "on", "on" + sFile);
+        return;
+    }
+}
+
+// Whether what the item starts can be started; it is a finding where not.
+bool HasHelper(Report& report, const port_login_item_t& item) {
+    if (access(item.program, X_OK) == 0)
+        return true;
+    report.AddFinding(std::string(item.path) + " starts " + item.program + ": " + strerror(errno),
+                      "install the helper again");
+    return false;
+}
+
+// What is to be done where the service manager starts the helper, or would.
+std::string StepForUnit(State eUnit) {
+    const std::string sUnit = LHelperServiceUnit;
+    switch (eUnit) {
+    case PORT_LOGIN_ITEM_MASKED:
+        return "systemctl --user unmask " + sUnit;
+    case PORT_LOGIN_ITEM_MISSING:
+        return "install the helper so that " + sUnit + " is in a folder of user units";
+    default:
+        return "systemctl --user enable " + sUnit;
+    }
+}
+
+std::string StepForEntry(const port_login_item_t& entry) {
+    switch (entry.state) {
+    case PORT_LOGIN_ITEM_MASKED:
+        return std::string("take 'Hidden=true' out of ") + entry.path;
+    case PORT_LOGIN_ITEM_OFF:
+        return std::string("take 'X-GNOME-Autostart-enabled=false' out of ") + entry.path;
+    default:
+        return std::string("install the helper so that ") + LHelperSessionEntry +
+               " is in a folder of autostart entries";
+    }
+}
+
+} // namespace
+
+bool ReportHelperStart(Report& report) {
+    port_login_item_t entry;
+    port_login_item_t unit;
+    port_session_entry(LHelperSessionEntry, &entry);
+    port_user_unit(LHelperServiceUnit, &unit);
+    AddItem(report, "sessionEntry", "session's entry", entry);
+    AddItem(report, "serviceUnit", "unit", unit);
+    const bool bUnits = port_service_manager_runs();
+    const bool bEntryOn = entry.state == PORT_LOGIN_ITEM_ON;
+    const bool bUnitOn = bUnits && unit.state == PORT_LOGIN_ITEM_ON;
+    if (!bEntryOn && !bUnitOn)
+        report.AddFinding("nothing starts the helper at login",
+                          bUnits ? StepForUnit(unit.state) : StepForEntry(entry));
+    const bool bByEntry = bEntryOn && HasHelper(report, entry);
+    const bool bByUnit = bUnitOn && HasHelper(report, unit);
+    return bByEntry || bByUnit;
+}
