@@ -134,7 +134,8 @@ void LLoginHelper::launchMainApp(const LLoginFacts& facts, const LLoginVerdict& 
 }
 
 void LLoginHelper::applicationDidFinishLaunching(const NSNotification&) {
-    LLoginFacts facts = CollectLoginFacts(*NSUserDefaults::standardUserDefaults(), isMainAppRunning());
+    LLoginFacts facts =
+        CollectLoginFacts(isMainAppRunning() ? nullptr : NSUserDefaults::standardUserDefaults());
     facts.bOwnBundle = IsHelperBundle();
     const LLoginVerdict verdict = DecideLogin(facts);
     if (verdict.eAction == LLoginAction::Quit) {

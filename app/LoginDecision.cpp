@@ -132,16 +132,16 @@ bool IsMainApplicationRunning() {
     return false;
 }
 
-LLoginFacts CollectLoginFacts(const NSUserDefaults& settings, bool bMainAppRuns) {
+LLoginFacts CollectLoginFacts(const NSUserDefaults* pSettings) {
     LLoginFacts facts;
     facts.bSystemIsRecent = IsOSMacLionOrLater();
-    facts.bMainAppRuns = bMainAppRuns;
-    if (bMainAppRuns)
+    facts.bMainAppRuns = pSettings == nullptr;
+    if (facts.bMainAppRuns)
         return facts;
-    if (!settings.port_isReadable(&facts.nSettingsError))
+    if (!pSettings->port_isReadable(&facts.nSettingsError))
         return facts;
-    facts.bSetting = settings.boolForKey(LSettingLaunchAtLogin);
-    if (const NSRef<NSString> pPath = settings.stringForKey(LSettingMainAppPath))
+    facts.bSetting = pSettings->boolForKey(LSettingLaunchAtLogin);
+    if (const NSRef<NSString> pPath = pSettings->stringForKey(LSettingMainAppPath))
         facts.sPath = pPath->UTF8String();
     if (!facts.sPath.empty())
         LookAtPath(facts);

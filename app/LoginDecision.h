@@ -66,9 +66,9 @@ struct LLoginVerdict {
 // process table.
 bool IsMainApplicationRunning();
 
-// The facts at this moment. While the main application runs nothing else is looked at, for nothing else is
-// asked; `bMainAppRuns` is what the caller knows or assumes of that. Blocks on the disk.
-LLoginFacts CollectLoginFacts(const NSUserDefaults& settings, bool bMainAppRuns);
+// The facts at this moment. `pSettings` is null when the main application runs: nothing else is asked then, so
+// nothing else is looked at. Blocks on the disk.
+LLoginFacts CollectLoginFacts(const NSUserDefaults* pSettings);
 
 // Whether this program is the helper in its bundle, and the settings of this program are the helper's.
 bool IsHelperBundle();

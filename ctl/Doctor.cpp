@@ -124,7 +124,7 @@ void Doctor(const Options& options, Report& report) {
     report.BeginFindings();
     const NSRef<NSUserDefaults> settings = NSUserDefaults::initWithSuiteName(LHelperIdentifier);
     // A login begins without the main application, whatever runs now.
-    LLoginFacts facts = CollectLoginFacts(*settings, false);
+    LLoginFacts facts = CollectLoginFacts(settings.get());
     facts.bOwnBundle = CFBundleGetMainBundle() != nullptr;
     const bool bStarted = ReportHelperStart(report);
     ReportSettings(report, facts, settings->port_path());
