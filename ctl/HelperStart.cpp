@@ -57,7 +57,8 @@ std::string StepForUnit(State eUnit) {
 std::string StepForEntry(const port_login_item_t& entry) {
     switch (entry.state) {
     case PORT_LOGIN_ITEM_MASKED:
-        return std::string("take 'Hidden=true' out of ") + entry.path;
+        return entry.program[0] == '\0' ? "rm " + QuoteForShell(entry.path)
+                                        : std::string("take 'Hidden=true' out of ") + entry.path;
     case PORT_LOGIN_ITEM_OFF:
         return std::string("take 'X-GNOME-Autostart-enabled=false' out of ") + entry.path;
     default:

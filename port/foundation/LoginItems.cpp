@@ -118,7 +118,7 @@ port_login_item_state_t entryState(const std::string& path) {
     const auto is = [&](const char* key, const char* value) {
         return valueIn(path, "[Desktop Entry]", key) == value;
     };
-    if (is("Hidden", "true"))
+    if (is("Hidden", "true") || is("Exec", ""))
         return PORT_LOGIN_ITEM_MASKED;
     if (is("X-GNOME-Autostart-enabled", "false"))
         return PORT_LOGIN_ITEM_OFF;

@@ -67,6 +67,7 @@ constexpr Row kRows[] = {
      "@/Zubeq Free.app/Contents/Info.plist is missing or damaged", kAgain},
     {"chmod 777 \"$app\"", kNothing, "others may change @/Zubeq Free.app", "chmod go-w '@/Zubeq Free.app'"},
     {"echo Hidden=true >>$entry", kNothing, kUnstarted},
+    {"ln -sf /dev/null $entry", kNothing, kUnstarted},
     {"echo X-GNOME-Autostart-enabled = false >>$entry", kNothing, kUnstarted},
     {"sed -i 's|^Exec=.*|Exec=/no/helper --x|' $entry", kNothing,
      "@/autostart/loginhelper.desktop starts /no/helper: No such file or directory",
