@@ -1,6 +1,12 @@
 # bash completion for loginhelperctl
 _loginhelperctl() {
     local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]}
+    # "--bundle=" comes as words of its own where "=" breaks words.
+    if [[ $before == = ]]; then
+        before=${COMP_WORDS[COMP_CWORD - 2]}
+    elif [[ $word == = ]]; then
+        word=
+    fi
     case $before in
     enable | --bundle) mapfile -t COMPREPLY < <(compgen -d -- "$word") ;;
     --service | --timeout) COMPREPLY=() ;;
