@@ -1,5 +1,6 @@
 #include "files/LSandboxBookmarkManager.h"
 
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -9,6 +10,7 @@
 
 #include "base/LPtr.h"
 #include "files/LFile.h"
+#include "platform/LCFString.h"
 #include "strings/LCharsets.h"
 
 namespace {
@@ -48,12 +50,14 @@ NSRef<NSData> MakeBookmark(const LSandboxBookmarkItem& item) {
                      : NSRef<NSData>();
 }
 
-// A key as it is kept everywhere; null when it is no text.
+// A key as it is kept everywhere; null when it is no text, or one that the settings cannot hold.
 NSRef<NSString> KeyFrom(const char* szKey) {
     char szCut[LPathBufferSize];
     if (szKey == nullptr)
         return {};
     utf8strlcpy(szCut, szKey, sizeof szCut);
+    if (!CFPropertyListIsValid(LCFString(szCut).Get(), kCFPropertyListXMLFormat_v1_0))
+        return {};
     return NSString::stringWithUTF8String(szCut);
 }
 
@@ -61,6 +65,11 @@ void StoreFolder(void (*pGetFolder)(char*), LStringLongTemplate<char>& lsOut) {
     lsOut.GrowToSize(LPathBufferSize);
     pGetFolder(lsOut.GetData());
     lsOut.SetLength(static_cast<std::uint32_t>(std::strlen(lsOut.GetData())));
+}
+
+// By errno's value. Of any other failure nobody knows whether it lasts.
+bool IsGone(int nError) {
+    return nError == ENOENT || nError == ENOTDIR || nError == EINVAL;
 }
 
 NSUserDefaults& Settings() {
@@ -130,8 +139,9 @@ LSandboxBookmarkManager::LSandboxBookmarkManager() : pKeys(NSMutableArray::array
     InstanceLoadBookmarksFromFile();
 }
 
+// The keys were stored when they changed; only what could not be saved then is left.
 LSandboxBookmarkManager::~LSandboxBookmarkManager() {
-    _StoreKeys();
+    Settings().synchronize();
 }
 
 void LSandboxBookmarkManager::Create() {
@@ -150,11 +160,6 @@ const Items& LSandboxBookmarkManager::_ListOf(const char* szPath) const {
 
 Items& LSandboxBookmarkManager::_ListOf(const char* szPath) {
     return IsRegularFile(szPath) ? loFiles : loFolders;
-}
-
-void LSandboxBookmarkManager::_StoreKeys() {
-    Settings().setObject(*pKeys, szKeysName);
-    Settings().synchronize();
 }
 
 bool LSandboxBookmarkManager::AddFilePath(const char* szPath, NSURL* pURL, bool bAddFlag, bool bSave,
@@ -271,7 +276,7 @@ void LSandboxBookmarkManager::InstanceLoadBookmarksFromFile() {
     }
     // A file of many dead bookmarks is written once, not once for each.
     if (bAnyRemoved)
-        _StoreKeys();
+        Settings().synchronize();
     if (!bAnyChanged)
         return;
     InstanceSaveBookmarksToFile(true);
@@ -281,7 +286,7 @@ void LSandboxBookmarkManager::InstanceLoadBookmarksFromFile() {
 bool LSandboxBookmarkManager::InstanceLoadBookmark(NSString* pKey, bool& bChanged) {
     const LoadResult eResult = _LoadBookmark(*pKey, bChanged);
     if (eResult == LoadRemoved)
-        _StoreKeys();
+        Settings().synchronize();
     return eResult == LoadDone;
 }
 
@@ -291,12 +296,19 @@ LSandboxBookmarkManager::LoadResult LSandboxBookmarkManager::_LoadBookmark(NSStr
     const bool bIsStored = bookmark && bookmark->length() != 0;
     LPtr<LSandboxBookmarkItem> item(new LSandboxBookmarkItem);
     bChanged = false;
-    if (!bIsStored || !_ResolveBookmark(*bookmark, szKey, *item)) {
+    LoadResult eResult = LoadRemoved;
+    if (bIsStored)
+        eResult = _ResolveBookmark(*bookmark, szKey, *item);
+    else if (!Settings().port_isReadable(nullptr))
+        eResult = LoadFailed;
+    if (eResult == LoadRemoved) {
         bChanged = bIsStored;
         Settings().removeObjectForKey(szKey);
+        Settings().port_editArray(nullptr, szKey, szKeysName);
         pKeys->removeObject(key);
-        return LoadRemoved;
     }
+    if (eResult != LoadDone)
+        return eResult;
     if (!item->StartAccessingSecurityScopedResource())
         return LoadFailed;
     item->bSavedToSettings = true;
@@ -305,16 +317,23 @@ LSandboxBookmarkManager::LoadResult LSandboxBookmarkManager::_LoadBookmark(NSStr
     return LoadDone;
 }
 
-bool LSandboxBookmarkManager::_ResolveBookmark(const NSData& bookmark, const char* szKey,
-                                               LSandboxBookmarkItem& item) {
+LSandboxBookmarkManager::LoadResult LSandboxBookmarkManager::_ResolveBookmark(const NSData& bookmark,
+                                                                              const char* szKey,
+                                                                              LSandboxBookmarkItem& item) {
     BOOL bStale = NO;
     item.pURL =
         NSURL::URLByResolvingBookmarkData(bookmark, NSURLBookmarkResolutionWithSecurityScope, &bStale);
-    const NSRef<NSString> path = item.pURL ? item.pURL->path() : NSRef<NSString>();
+    if (!item.pURL)
+        return IsGone(errno) ? LoadRemoved : LoadFailed;
+    const NSRef<NSString> path = item.pURL->path();
     strlcpy(item.szPath, path ? path->UTF8String() : "", sizeof item.szPath);
     item.bAddFlag = true;
     item.AddKey(szKey);
-    return LFile::Exists(item.szPath) && (!bStale || InstanceSaveBookmarkToFile(item, szKey));
+    struct stat status;
+    if (stat(item.szPath, &status) != 0 && !IsGone(errno))
+        return LoadFailed;
+    const bool bIsSound = LFile::Exists(item.szPath) && (!bStale || InstanceSaveBookmarkToFile(item, szKey));
+    return bIsSound ? LoadDone : LoadRemoved;
 }
 
 void LSandboxBookmarkManager::InstanceSaveBookmarksToFile(bool bFiles) {
@@ -346,5 +365,6 @@ void LSandboxBookmarkManager::InstanceAddKey(const char* szKey) {
     if (!key || pKeys->containsObject(*key))
         return;
     pKeys->addObject(key);
-    _StoreKeys();
+    Settings().port_editArray(key->UTF8String(), nullptr, szKeysName);
+    Settings().synchronize();
 }

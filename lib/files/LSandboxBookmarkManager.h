@@ -52,10 +52,11 @@ private:
 // AddFilePath adds it as a file.
 class LSandboxBookmarkManager {
 public:
-    // Makes the instance, unless there is one, and loads the bookmarks. One whose file is not found any more is
-    // removed from the settings; one whose file was renamed, moved or replaced is renewed.
+    // Makes the instance, unless there is one, and loads the bookmarks. One whose file is known to be gone is removed
+    // from the settings, one whose file cannot be looked for now is left there without an item; one whose file was
+    // renamed, moved or replaced is renewed. Other processes' keys stay.
     static void Create();
-    // Stores the keys and stops all access; the bookmarks stay in the settings.
+    // Stops all access; the keys and bookmarks stay in the settings.
     static void Destroy();
 
     // All that follow work on the instance, which must exist.
@@ -128,10 +129,10 @@ private:
 
     LList<LSandboxBookmarkItem>& _ListOf(const char* szPath);
     const LList<LSandboxBookmarkItem>& _ListOf(const char* szPath) const;
-    void _StoreKeys();
     LoadResult _LoadBookmark(NSString& key, bool& bChanged);
-    // Fills the item; false when nothing is found, or a fresh bookmark is due and cannot be stored.
-    bool _ResolveBookmark(const NSData& bookmark, const char* szKey, LSandboxBookmarkItem& item);
+    // Fills the item. LoadRemoved when nothing is found, or a fresh bookmark is due and cannot be stored; LoadFailed
+    // when the file cannot be looked for now.
+    LoadResult _ResolveBookmark(const NSData& bookmark, const char* szKey, LSandboxBookmarkItem& item);
 };
 
 // Adds the extensions of a filter to the array, without their dots. The filter is a list of pairs of terminated

@@ -11,6 +11,7 @@
 #include <thread>
 #include <unistd.h>
 
+#include "corefoundation/CFString.h"
 #include "corefoundation/PropertyList.h"
 #include "host/AtomicFile.h"
 #include "host/SystemCalls.h"
@@ -74,9 +75,10 @@ Settings noSettings() {
 Settings merge(CFDictionaryRef settings, const SettingChanges& changes) {
     const CFRef<CFMutableDictionaryRef> merged(
         CFDictionaryCreateMutableCopy(kCFAllocatorDefault, 0, settings));
-    for (const auto& [key, value] : changes) {
+    for (const auto& [key, change] : changes) {
         const CFRef<CFStringRef> name(
             CFStringCreateWithCString(kCFAllocatorDefault, key.c_str(), kCFStringEncodingUTF8));
+        const CFRef<CFTypeRef> value = change.valueOver(CFDictionaryGetValue(settings, name.get()));
         if (value)
             CFDictionarySetValue(merged.get(), name.get(), value.get());
         else
@@ -85,7 +87,48 @@ Settings merge(CFDictionaryRef settings, const SettingChanges& changes) {
     return Settings::retained(merged.get());
 }
 
+// The texts of an array; those of other types are left out.
+std::vector<std::string> textsOf(CFTypeRef array) {
+    std::vector<std::string> texts;
+    if (array == nullptr || CFGetTypeID(array) != CFArrayGetTypeID())
+        return texts;
+    const auto stored = static_cast<CFArrayRef>(array);
+    for (CFIndex index = 0; index < CFArrayGetCount(stored); ++index) {
+        const CFTypeRef element = CFArrayGetValueAtIndex(stored, index);
+        std::string text;
+        if (CFGetTypeID(element) == CFStringGetTypeID() && copyUtf8(static_cast<CFStringRef>(element), text))
+            texts.push_back(std::move(text));
+    }
+    return texts;
+}
+
+CFRef<CFTypeRef> arrayOf(const std::vector<std::string>& texts) {
+    std::vector<CFRef<CFTypeRef>> strings;
+    std::vector<const void*> elements;
+    for (const std::string& text : texts) {
+        strings.emplace_back(
+            CFStringCreateWithCString(kCFAllocatorDefault, text.c_str(), kCFStringEncodingUTF8));
+        elements.push_back(strings.back().get());
+    }
+    return CFRef<CFTypeRef>(CFArrayCreate(kCFAllocatorDefault, elements.data(),
+                                          static_cast<CFIndex>(elements.size()), &kCFTypeArrayCallBacks));
+}
+
 } // namespace
+
+CFRef<CFTypeRef> SettingChange::valueOver(CFTypeRef current) const {
+    if (!isEdit)
+        return value;
+    std::set<std::string, std::less<>> lacking = added;
+    std::vector<std::string> texts;
+    for (std::string& text : textsOf(current)) {
+        lacking.erase(text);
+        if (!removed.contains(text))
+            texts.push_back(std::move(text));
+    }
+    texts.insert(texts.end(), lacking.begin(), lacking.end());
+    return arrayOf(texts);
+}
 
 int SettingsFile::load(Settings& settings) {
     if (path_.empty())

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -14,8 +15,19 @@ namespace port {
 
 using Settings = CFRef<CFDictionaryRef>;
 
-// New values by key; null removes the key.
-using SettingChanges = std::map<std::string, CFRef<CFTypeRef>, std::less<>>;
+// What becomes of one key: a new value, or an edit of an array of texts, which goes over what others wrote into it.
+struct SettingChange {
+    // The new value; null removes the key.
+    CFRef<CFTypeRef> valueOver(CFTypeRef current) const;
+
+    CFRef<CFTypeRef> value = {}; // null removes the key
+    bool isEdit = false;         // of the texts below, which are then all that counts
+    std::set<std::string, std::less<>> added = {};
+    std::set<std::string, std::less<>> removed = {};
+    unsigned long serial = 0; // differs from change to change
+};
+
+using SettingChanges = std::map<std::string, SettingChange, std::less<>>;
 
 class SettingsFile {
 public:

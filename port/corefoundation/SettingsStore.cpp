@@ -16,7 +16,7 @@ CFRef<CFStringRef> keyFrom(const char* text) {
 }
 
 bool isStorable(const CFRef<CFStringRef>& key, CFTypeRef value) {
-    if (!key)
+    if (!key || value == nullptr)
         return false;
     const void* keys[] = {key.get()};
     const void* values[] = {value};
@@ -53,11 +53,10 @@ CFRef<CFTypeRef> SettingsStore::value(const char* key) {
     const CFRef<CFStringRef> name = keyFrom(key);
     readError();
     const std::lock_guard lock(guard_);
+    const CFTypeRef saved = name && saved_ ? CFDictionaryGetValue(saved_.get(), name.get()) : nullptr;
     if (const auto change = pending_.find(key); change != pending_.end())
-        return change->second;
-    if (!name || !saved_)
-        return {};
-    return CFRef<CFTypeRef>::retained(CFDictionaryGetValue(saved_.get(), name.get()));
+        return change->second.valueOver(saved);
+    return CFRef<CFTypeRef>::retained(saved);
 }
 
 bool SettingsStore::change(const char* key, CFRef<CFTypeRef> value) {
@@ -66,9 +65,31 @@ bool SettingsStore::change(const char* key, CFRef<CFTypeRef> value) {
     const int error = value ? 0 : readError();
     const std::lock_guard lock(guard_);
     if (error == 0 || error == EBADMSG)
-        pending_.insert_or_assign(key, std::move(value));
+        pending_.insert_or_assign(key, SettingChange{.value = std::move(value), .serial = ++serial_});
     else
         pending_.erase(key);
+    return true;
+}
+
+bool SettingsStore::editArray(const char* key, const char* added, const char* removed) {
+    if (added != nullptr && !isStorable(keyFrom(key), keyFrom(added).get()))
+        return false;
+    const std::lock_guard lock(guard_);
+    SettingChange& change = pending_.try_emplace(key, SettingChange{.isEdit = true}).first->second;
+    change.serial = ++serial_;
+    if (added != nullptr) {
+        change.removed.erase(added);
+        change.added.emplace(added);
+    }
+    if (removed != nullptr) {
+        change.added.erase(removed);
+        change.removed.emplace(removed);
+    }
+    if (!change.isEdit) {
+        const SettingChange edit{
+            .isEdit = true, .added = std::move(change.added), .removed = std::move(change.removed)};
+        change = {.value = edit.valueOver(change.value.get()), .serial = serial_};
+    }
     return true;
 }
 
@@ -94,10 +115,10 @@ int SettingsStore::save(const SettingChanges& changes) {
     const std::lock_guard lock(guard_);
     saved_ = std::move(settings);
     // A key that was changed again while the file was written stays pending.
-    for (const auto& [key, value] : changes) {
-        const auto change = pending_.find(key);
-        if (change != pending_.end() && change->second.get() == value.get())
-            pending_.erase(change);
+    for (const auto& [key, change] : changes) {
+        const auto pending = pending_.find(key);
+        if (pending != pending_.end() && pending->second.serial == change.serial)
+            pending_.erase(pending);
     }
     return 0;
 }

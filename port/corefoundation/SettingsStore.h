@@ -29,6 +29,9 @@ public:
     // A null value removes the key; while the settings cannot be read it only takes back an unsaved change.
     // False, with nothing changed, for a key or a value that no property list holds.
     bool change(const char* key, CFRef<CFTypeRef> value);
+    // Adds a text to an array and takes one out of it, null for none, whatever others have written into it by the
+    // time of the save. False, with nothing changed, as for `change`.
+    bool editArray(const char* key, const char* added, const char* removed);
     // Saves the changes and takes in those of other processes. 0, or the errno value of what failed: the changes
     // that are not on the disk stay pending. One that does not fit does not hold up the others.
     int synchronize();
@@ -54,6 +57,7 @@ private:
     std::mutex guard_;
     Settings saved_;
     SettingChanges pending_;
+    unsigned long serial_ = 0;
 };
 
 } // namespace port

@@ -62,9 +62,14 @@ public:
         return found;
     }
 
+    // The errno value of why folders could not be opened; 0 when all could but those that are closed to us.
+    int error() const { return error_; }
+
 private:
     std::string look(const std::string& path) {
         const std::unique_ptr<DIR, int (*)(DIR*)> folder(::opendir(path.c_str()), ::closedir);
+        if (folder == nullptr && errno != ENOENT && (errno != EACCES || path == start_))
+            error_ = errno;
         const int descriptor = folder != nullptr ? ::dirfd(folder.get()) : -1;
         struct stat status;
         if (::fstat(descriptor, &status) != 0 || status.st_dev != device_)
@@ -96,6 +101,7 @@ private:
     const std::string start_;
     std::uint64_t device_ = 0;
     std::size_t left_ = 0;
+    int error_ = 0;
     std::deque<std::string> waiting_;
 };
 
@@ -149,18 +155,24 @@ bool makeBookmark(const std::string& path, BookmarkRecord& record) {
     return true;
 }
 
-std::string findBookmarked(const BookmarkRecord& record, bool& stale) {
+int findBookmarked(const BookmarkRecord& record, std::string& path, bool& stale) {
+    path.clear();
     if (const auto there = describeFile(AT_FDCWD, record.path.c_str(), 0)) {
         stale = *there != record.file;
-        return record.path;
+        path = record.path;
+        return 0;
     }
     stale = true;
+    if (errno != ENOENT && errno != ENOTDIR)
+        return errno;
     const std::string folder = nearestFolder(record.path);
     FolderSearch search(record.file, folder);
-    std::string path = search.lookAtStart();
+    path = search.lookAtStart();
     if (path.empty() && !record.handle.empty() && openByHandle(record, folder, path) == ESTALE)
-        return "";
-    return path.empty() ? search.lookAround() : path;
+        return ENOENT;
+    if (path.empty())
+        path = search.lookAround();
+    return !path.empty() ? 0 : search.error() != 0 ? search.error() : ENOENT;
 }
 
 } // namespace port

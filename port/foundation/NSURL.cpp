@@ -1,3 +1,4 @@
+#include <cerrno>
 #include <cstring>
 #include <unistd.h>
 
@@ -23,12 +24,13 @@ NSRef<NSURL> NSURL::URLByResolvingBookmarkData(const NSData& bookmark, NSURLBook
     *isStale = NO;
     const auto record =
         port::decodeBookmark({reinterpret_cast<const char*>(bookmark.bytes()), bookmark.length()});
-    if (!record)
-        return {};
     bool stale = false;
-    const std::string path = port::findBookmarked(*record, stale);
-    if (path.empty())
+    std::string path;
+    const int error = record ? port::findBookmarked(*record, path, stale) : EINVAL;
+    if (error != 0) {
+        errno = error;
         return {};
+    }
     *isStale = stale;
     return fileURLWithPath(path.c_str());
 }

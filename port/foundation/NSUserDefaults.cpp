@@ -116,6 +116,10 @@ void NSUserDefaults::setObject(const NSMutableArray& value, const char* key) {
                                             static_cast<CFIndex>(elements.size()), &kCFTypeArrayCallBacks)));
 }
 
+void NSUserDefaults::port_editArray(const char* added, const char* removed, const char* key) {
+    store_->editArray(key, added, removed);
+}
+
 void NSUserDefaults::removeObjectForKey(const char* key) {
     store_->change(key, {});
 }

@@ -29,7 +29,8 @@ protected:
     static std::string run(Arguments arguments = {}, bool isPrivileged = true) {
         arguments.insert(arguments.begin(), HostPath("bookmark_host"));
         if (!isPrivileged && geteuid() == 0)
-            arguments.insert(arguments.begin(), {"/usr/bin/setpriv", "--bounding-set=-dac_read_search"});
+            arguments.insert(arguments.begin(),
+                             {"/usr/bin/setpriv", "--bounding-set=-dac_read_search,-dac_override"});
         ChildProcess child(std::move(arguments));
         std::string said = child.ReadAll(200000);
         EXPECT_EQ(child.Wait(), 0);
@@ -157,6 +158,34 @@ TEST_F(Bookmarks, SettingsThatCannotBeWrittenAreSeen) {
     EXPECT_EQ(FileText(settingsFile()), before);
     fs::remove(settingsFile() + ".lock");
     EXPECT_EQ(run(), "file " + root + "/x 1 0\n");
+}
+
+TEST_F(Bookmarks, WhatCannotBeLookedAtIsKept) {
+    fs::create_directory(root + "/closed");
+    writeFile(root + "/closed/file");
+    ASSERT_EQ(run({"key", root + "/closed/file", "bad \x01 key", root}), "key\n-\n");
+    const std::string before = FileText(settingsFile());
+    fs::permissions(root + "/closed", fs::perms::none);
+    EXPECT_EQ(run({}, false), "");
+    fs::permissions(root + "/closed", fs::perms::owner_all);
+    fs::rename(settingsFile(), settingsFile() + "-");
+    fs::create_directory(settingsFile()); // cannot be read
+    EXPECT_EQ(run(), "");
+    fs::remove(settingsFile());
+    fs::rename(settingsFile() + "-", settingsFile());
+    EXPECT_EQ(FileText(settingsFile()), before);
+    EXPECT_EQ(run(), "file " + root + "/closed/file 1 key\n");
+}
+
+TEST_F(Bookmarks, TwoProcessesKeepEachOthersKeys) {
+    Arguments first = makeFiles(60);
+    Arguments second(first.begin() + 60, first.end());
+    first.resize(60);
+    first.insert(first.begin(), HostPath("bookmark_host"));
+    ChildProcess other(first);
+    run(second);
+    EXPECT_EQ(other.Wait(), 0);
+    EXPECT_EQ(countOfKeys(), 60U);
 }
 
 TEST_F(Bookmarks, AThousandOfThem) {

@@ -87,6 +87,32 @@ TEST_F(Settings, TwoWritersMergeKeyByKey) {
     EXPECT_EQ(all(two), "1 (none) two");
 }
 
+TEST_F(Settings, EditsOfAnArrayGoOverWhatOthersWrote) {
+    const auto texts = [](const NSRef<NSUserDefaults>& settings) {
+        std::string all;
+        const auto array = settings->arrayForKey("list");
+        for (unsigned long index = 0; array && index < array->count(); ++index)
+            all += array->objectAtIndex(index)->UTF8String();
+        return all;
+    };
+    const auto one = open();
+    const auto two = open();
+    one->port_editArray("a", nullptr, "list");
+    one->port_editArray("b", "x", "list");
+    two->port_editArray("c", nullptr, "list");
+    EXPECT_EQ(texts(one) + " " + texts(two), "ab c");
+    ASSERT_TRUE(one->synchronize() && two->synchronize());
+    EXPECT_EQ(texts(two), "abc");
+    two->port_editArray("d\x01", nullptr, "list");
+    two->port_editArray("c", "b", "list");
+    one->setObject(*NSMutableArray::array(), "list"); // a new value, which edits then change
+    one->port_editArray("b", "a", "list");
+    one->port_editArray("e", "b", "list");
+    EXPECT_EQ(texts(one) + " " + texts(two), "e ac");
+    ASSERT_TRUE(two->synchronize() && texts(open()) == "ac" && one->synchronize());
+    EXPECT_EQ(texts(open()), "e");
+}
+
 TEST_F(Settings, ProcessesAndThreadsAtTheSameTimeLoseNothing) {
     ChildProcess one({HostPath("foundation_host"), "one", "30"});
     ChildProcess two({HostPath("foundation_host"), "two", "30"});

@@ -140,7 +140,8 @@ public:
     // The URL of the file where it is now. What is at the recorded path comes first, whatever it is; where
     // nothing is, the file is looked for under other names in its folder and in the folders around it, some
     // thousand files at most. *isStale tells that a fresh bookmark should be made: the file is elsewhere, or is
-    // another one. Null, with *isStale false, when it is not found, and for bytes that no bookmark has.
+    // another one. Null, with *isStale false and errno, when it is not found: ENOENT when it is
+    // known to be gone, EINVAL for bytes that no bookmark has, else why it could not be looked for.
     static NSRef<NSURL> URLByResolvingBookmarkData(const NSData& bookmark,
                                                    NSURLBookmarkResolutionOptions options, BOOL* isStale);
 
@@ -192,6 +193,9 @@ public:
     void setObject(const NSString& value, const char* key);
     void setObject(const NSData& value, const char* key);
     void setObject(const NSMutableArray& value, const char* key);
+    // Adds a text to the array of texts under the key, unless it is there, and takes another one out of it; null for
+    // none. Only these differences are saved, over what other processes have written into the array by then.
+    void port_editArray(const char* added, const char* removed, const char* key);
     // While the settings cannot be read nothing is removed but a change that was not saved.
     void removeObjectForKey(const char* key);
 
