@@ -1,11 +1,13 @@
 // loginhelperctl: the main application's side of the conversation with the login helper, by hand.
 #include <cstdio>
+#include <port/bsd.h>
 #include <sysexits.h>
 
 #include "Commands.h"
 #include "ForeignEnvironment.h"
 
 int main(int argc, char* argv[]) {
+    port_open_standard_descriptors();
     const Options options = ParseOptions(argc, argv);
     Report report(options.szCommand);
     if (std::string sWhy; FindForeignFolder(sWhy))

@@ -6,12 +6,17 @@
 #include <csignal>
 #include <cstdint>
 #include <fcntl.h>
+#include <poll.h>
 #include <spawn.h>
 #include <string_view>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
+#include "coreservices/LaunchScope.h"
 #include "host/SystemCalls.h"
 #include <port/UniqueFd.h>
 
@@ -32,8 +37,12 @@ struct Launch {
     const char* workingFolder;
     std::array<char*, 2> arguments;
     std::vector<char*> environment;
-    int report; // written to on failure, closed by a successful exec
+    int launcher; // closed by a successful exec
 };
+
+// What the launcher and the new process tell each other, as numbers: the process its id, the launcher that it
+// may go on, the process the negative errno value of what failed.
+constexpr std::int32_t kGoOn = 0;
 
 std::vector<char*> launchEnvironment() {
     std::vector<char*> environment;
@@ -58,47 +67,71 @@ void resetSignals() {
     ::sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
+// A pipe or a socket may lose its reader before the program ends, and would end it then.
+bool isLasting(int descriptor) {
+    struct stat status;
+    return ::fstat(descriptor, &status) == 0 && (S_ISREG(status.st_mode) || S_ISCHR(status.st_mode));
+}
+
 bool arrangeDescriptors() {
-    // Not close-on-exec: where this process lacks one of the three, the empty device may stand in for it.
+    // Not close-on-exec: where this process lacks one of the three, the empty device itself stands in for it.
     const int empty = ::open("/dev/null", O_RDWR);
     if (empty < 0 || ::dup2(empty, STDIN_FILENO) < 0)
         return false;
+    for (const int output : {STDOUT_FILENO, STDERR_FILENO})
+        if (!isLasting(output) && ::dup2(empty, output) < 0)
+            return false;
     // Also what somebody opened without close-on-exec stays behind.
     return ::close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC) == 0;
 }
 
-[[noreturn]] void fail(int report) {
-    const std::int32_t error = errno;
-    sys::writeAll(report, &error, sizeof error);
+bool tell(int peer, std::int32_t number) {
+    return ::send(peer, &number, sizeof number, MSG_NOSIGNAL) == sizeof number;
+}
+
+// False when the peer has closed its end without a word.
+bool hear(int peer, std::int32_t& number) {
+    return sys::read(peer, &number, sizeof number) == sizeof number;
+}
+
+[[noreturn]] void fail(int launcher) {
+    tell(launcher, -errno);
     ::_exit(1);
 }
 
 // The first child becomes the leader of a session and leaves; the second can never get a terminal, and
-// belongs to nobody.
+// belongs to nobody. It does nothing for a launcher that has died: the next one would launch it again.
 [[noreturn]] void runChild(const Launch& launch) {
     if (::setsid() < 0)
-        fail(launch.report);
+        fail(launch.launcher);
     const pid_t child = ::fork();
     if (child < 0)
-        fail(launch.report);
+        fail(launch.launcher);
     if (child > 0)
         ::_exit(0);
     resetSignals();
+    std::int32_t word = 0;
+    if (!tell(launch.launcher, ::getpid()) || !hear(launch.launcher, word))
+        ::_exit(1);
     // A home that is gone is no reason not to start.
     if (::chdir(launch.workingFolder) != 0 && ::chdir("/") != 0)
-        fail(launch.report);
+        fail(launch.launcher);
     if (arrangeDescriptors())
         ::execve(launch.program, launch.arguments.data(), launch.environment.data());
-    fail(launch.report);
+    fail(launch.launcher);
 }
 
-// What the children report: 0 when the pipe closes without a word, because the program was executed.
-int awaitReport(UniqueFd& report) {
-    std::int32_t error = 0;
-    const ssize_t got = sys::read(report.get(), &error, sizeof error);
-    if (got < 0)
+// From the fork to the end of the new process's words: 0 when it was executed.
+int guide(int process, std::string_view application) {
+    std::int32_t word = 0;
+    if (!hear(process, word))
+        return ECHILD;
+    if (word < 0)
+        return -word;
+    moveToOwnScope(word, application);
+    if (!tell(process, kGoOn))
         return errno;
-    return got == sizeof error ? error : 0;
+    return hear(process, word) ? -word : 0;
 }
 
 // False when the child cannot be waited for.
@@ -109,32 +142,39 @@ bool awaitEnd(pid_t child, int& status) {
     return true;
 }
 
+bool endsWithin(pid_t child, std::chrono::milliseconds limit) {
+    const UniqueFd handle(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
+    pollfd end{handle.get(), POLLIN, 0};
+    return handle && ::poll(&end, 1, static_cast<int>(limit.count())) > 0;
+}
+
 } // namespace
 
-int launchDetached(const std::string& program, const std::string& workingFolder) {
+int launchDetached(const std::string& program, const std::string& workingFolder,
+                   std::string_view application) {
     int ends[2];
-    if (::pipe2(ends, O_CLOEXEC) != 0)
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
         return errno;
-    UniqueFd report(ends[0]);
-    UniqueFd childEnd(ends[1]);
+    const UniqueFd process(ends[0]);
+    UniqueFd launcher(ends[1]);
     const Launch launch{program.c_str(),
                         workingFolder.c_str(),
-                        {const_cast<char*>(program.c_str()), nullptr},
+                        {const_cast<char*>(program.c_str()), nullptr}, // exec reads it only
                         launchEnvironment(),
-                        childEnd.get()};
+                        launcher.get()};
     const pid_t child = ::fork();
     if (child < 0)
         return errno;
     if (child == 0)
         runChild(launch);
-    childEnd.reset();
-    const int error = awaitReport(report);
+    launcher.reset();
+    const int error = guide(process.get(), application);
     int status = 0;
     awaitEnd(child, status);
     return error;
 }
 
-bool runToEnd(const std::vector<std::string>& arguments) {
+bool runToEnd(const std::vector<std::string>& arguments, std::chrono::milliseconds limit) {
     std::vector<char*> pointers;
     pointers.reserve(arguments.size() + 1);
     for (const std::string& argument : arguments)
@@ -158,6 +198,8 @@ bool runToEnd(const std::vector<std::string>& arguments) {
     ::posix_spawnattr_destroy(&attributes);
     ::posix_spawn_file_actions_destroy(&files);
     int status = 0;
+    if (error == 0 && !endsWithin(child, limit))
+        ::kill(child, SIGKILL);
     return error == 0 && awaitEnd(child, status) && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <dispatch/dispatch.h>
+#include <port/bsd.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -121,6 +122,7 @@ void NSApplication::terminate() {
 }
 
 int NSApplicationMain(int, char*[], NSApplicationDelegateFactory makeDelegate) {
+    port_open_standard_descriptors();
     NSApplication* application = NSApplication::sharedApplication();
     application->setDelegate(makeDelegate());
     application->run();

@@ -1,5 +1,7 @@
 #include <AppKit/AppKit.h>
 
+#include <cerrno>
+#include <chrono>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -14,6 +16,8 @@ namespace {
 
 using port::CFRef;
 
+constexpr std::chrono::milliseconds kViewerPatience{6000}; // the tool itself waits 5 s for the reply
+
 bool isRunning(const std::string& bundlePath) {
     bool running = false;
     port::forEachRunningBundle([&](pid_t, const std::string& path) {
@@ -23,17 +27,24 @@ bool isRunning(const std::string& bundlePath) {
     return running;
 }
 
-// Empty when the folder is no bundle with a program.
+// Empty, with errno, when the folder is no bundle with a program.
 std::string programOf(const std::string& bundlePath) {
     const CFRef<CFURLRef> url(CFURLCreateFromFileSystemRepresentation(
         kCFAllocatorDefault, reinterpret_cast<const UInt8*>(bundlePath.data()),
         static_cast<CFIndex>(bundlePath.size()), true));
     const CFRef<CFBundleRef> bundle(url ? CFBundleCreate(kCFAllocatorDefault, url.get()) : nullptr);
+    errno = ENOENT; // unless the look at the program says more
     const CFRef<CFURLRef> program(bundle ? CFBundleCopyExecutableURL(bundle.get()) : nullptr);
     UInt8 path[PATH_MAX];
     if (!program || !CFURLGetFileSystemRepresentation(program.get(), true, path, sizeof path))
         return "";
     return reinterpret_cast<const char*>(path);
+}
+
+// The file name without ".app".
+std::string_view nameOf(std::string_view bundlePath) {
+    const std::string_view name = bundlePath.substr(bundlePath.rfind('/') + 1);
+    return name.substr(0, name.rfind('.'));
 }
 
 bool hasSessionBus() {
@@ -68,6 +79,7 @@ NSWorkspace* NSWorkspace::sharedWorkspace() {
 }
 
 BOOL NSWorkspace::launchApplication(const char* fullPath) {
+    errno = EINVAL;
     // The process table shows real paths; a bundle reached through a link must be recognised in it.
     char bundle[PATH_MAX];
     if (fullPath == nullptr || fullPath[0] != '/' || ::realpath(fullPath, bundle) == nullptr)
@@ -75,7 +87,9 @@ BOOL NSWorkspace::launchApplication(const char* fullPath) {
     if (isRunning(bundle))
         return YES;
     const std::string program = programOf(bundle);
-    return !program.empty() && port::launchDetached(program, port::homeFolder()) == 0;
+    if (!program.empty())
+        errno = port::launchDetached(program, port::homeFolder(), nameOf(bundle));
+    return !program.empty() && errno == 0;
 }
 
 BOOL NSWorkspace::selectFile(const char* fullPath, const char*) {
@@ -85,5 +99,6 @@ BOOL NSWorkspace::selectFile(const char* fullPath, const char*) {
     return port::runToEnd({"dbus-send", "--session", "--print-reply", "--reply-timeout=5000",
                            "--dest=org.freedesktop.FileManager1", "/org/freedesktop/FileManager1",
                            "org.freedesktop.FileManager1.ShowItems",
-                           "array:string:" + fileAddress(url->fileSystemRepresentation()), "string:"});
+                           "array:string:" + fileAddress(url->fileSystemRepresentation()), "string:"},
+                          kViewerPatience);
 }

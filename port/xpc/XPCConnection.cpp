@@ -16,6 +16,7 @@ constexpr pid_t kLargestPid = 99999; // of the platform
 constexpr pid_t kNoForcedPid = -1;
 
 constinit std::atomic<std::size_t> peers{0}; // ends of accepted peers
+constinit std::atomic<std::size_t> peersSoFar{0};
 constinit std::atomic<pid_t> pidForNewPeers{kNoForcedPid};
 
 // Larger ids are folded into the platform's range; 0, a peer of another pid namespace, stays.
@@ -46,6 +47,10 @@ std::size_t XPCConnection::peerCount() {
     return peers;
 }
 
+std::size_t XPCConnection::peersEver() {
+    return peersSoFar;
+}
+
 XPCConnection::XPCConnection(Kind kind, std::string name, dispatch_queue_t target)
     : _xpc_connection_s(target), connector_(std::in_place, kind, std::move(name)),
       socket_(XPCWatchedSocket::Side::Client), gathering_(target == nullptr) {}
@@ -54,6 +59,7 @@ XPCConnection::XPCConnection(UniqueFd socket, pid_t pid)
     : _xpc_connection_s(nullptr), peerPid_(pidOfNewPeer(pid)),
       socket_(XPCWatchedSocket::Side::Peer, std::move(socket)), gathering_(true) {
     ++peers;
+    ++peersSoFar;
 }
 
 // Only a connection that was never resumed can have something waiting here: else it keeps itself.

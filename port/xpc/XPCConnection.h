@@ -36,6 +36,8 @@ public:
     static XPCRef<XPCConnection> ofPeer(UniqueFd socket, pid_t pid);
     // How many ends made by `ofPeer` exist.
     static std::size_t peerCount();
+    // Those that have gone counted too.
+    static std::size_t peersEver();
     // What `peerPid` of those made from now on answers; -1: the real id.
     static void forcePid(pid_t pid);
 

@@ -145,11 +145,13 @@ std::unique_ptr<XPCEndpoint> XPCEndpoint::listen(std::string_view name) {
         return nullptr;
     std::unique_ptr<XPCEndpoint> endpoint(new XPCEndpoint);
     endpoint->path_ = path;
-    endpoint->lock_ = takeLock(xpcServicePath(folder, name, ".lock"));
-    if (!endpoint->lock_)
-        return nullptr;
     endpoint->socket_ = handedOverSocket(name, path);
-    if (!endpoint->socket_ && !endpoint->bind(xpcServicePath(folder, name, ".bind")))
+    endpoint->lock_ = takeLock(xpcServicePath(folder, name, ".lock"));
+    // The service manager has put its socket at the path, so nobody reaches a holder of the lock any more: to
+    // leave the name to that one would leave those who call without an answer.
+    if (endpoint->socket_)
+        return endpoint;
+    if (!endpoint->lock_ || !endpoint->bind(xpcServicePath(folder, name, ".bind")))
         return nullptr;
     return endpoint;
 }

@@ -3,6 +3,8 @@
 #include <csignal>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <thread>
 
@@ -36,11 +38,20 @@ protected:
     PrivatePlace place;
 };
 
+port::UniqueFd listenAt(const std::string& path) {
+    sockaddr_un address{AF_UNIX, {}};
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    port::UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    EXPECT_EQ(bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    EXPECT_EQ(listen(socket.get(), 1), 0);
+    return socket;
+}
+
 TEST_F(Launch, StartsFromScratch) {
     const std::string script = place.Path() + "/script";
     std::ofstream(script)
         << "#!/bin/sh\n"
-           "{ ls /proc/self/fd; readlink /proc/self/fd/0 /proc/self/cwd\n"
+           "{ ls /proc/self/fd; readlink /proc/self/fd/0 /proc/self/fd/2 /proc/self/cwd\n"
            "  echo $LAUNCHED_AT_LOGIN $LISTEN_FDS; grep -E 'Sig(Blk|Ign)' /proc/self/status\n"
            "  cut -d' ' -f6 /proc/$$/stat; } >$HOME/part; mv $HOME/part $HOME/report\n";
     fs::permissions(script, fs::perms::owner_all);
@@ -51,7 +62,14 @@ TEST_F(Launch, StartsFromScratch) {
     sigaddset(&blocked, SIGUSR1);
     sigprocmask(SIG_BLOCK, &blocked, nullptr);
     setenv("LISTEN_FDS", "1", 1);
+    // A service manager that does not answer delays the launch, no more.
+    fs::create_directories(place.Path() + "/systemd/private");
+    unsetenv("DBUS_SESSION_BUS_ADDRESS");
+    const port::UniqueFd silent = listenAt(place.Path() + "/bus");
+    const port::UniqueFd errors(dup(STDERR_FILENO));
+    dup2(silent.get(), STDERR_FILENO); // not what may lose its reader
     ASSERT_TRUE(launch(makeBundle("Probe", "", script)));
+    dup2(errors.get(), STDERR_FILENO);
     sigprocmask(SIG_UNBLOCK, &blocked, nullptr);
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child of ours was left";
 
@@ -59,7 +77,7 @@ TEST_F(Launch, StartsFromScratch) {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     const std::string report = FileText(place.Path() + "/report");
     // The descriptor 3 is the one that `ls` reads; the session at the end must only be another.
-    const std::string expected = "0\n1\n2\n3\n/dev/null\n" + place.Path() +
+    const std::string expected = "0\n1\n2\n3\n/dev/null\n/dev/null\n" + place.Path() +
                                  "\n1\nSigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n";
     EXPECT_EQ(report.substr(0, expected.size()), expected);
     EXPECT_NE(report, expected + std::to_string(getsid(0)) + "\n");
@@ -72,9 +90,15 @@ TEST_F(Launch, WhatCannotBeStarted) {
     std::ofstream(broken + "/Contents/MacOS/Broken") << "no program";
     makeBundle("Good");
     fs::current_path(place.Path());
-    for (const std::string& path :
-         {empty, broken, place.Path() + "/Absent.app", std::string("Good.app"), std::string()})
+    const std::string barred = makeBundle("Barred");
+    fs::permissions(barred + "/Contents/MacOS/Barred", fs::perms{0600});
+    const std::pair<std::string, int> rows[] = {{empty, ENOENT},      {broken, ENOEXEC},
+                                                {barred, EACCES},     {"", EINVAL},
+                                                {"Good.app", EINVAL}, {place.Path() + "/Absent.app", ENOENT}};
+    for (const auto& [path, error] : rows) {
         EXPECT_FALSE(launch(path)) << path;
+        EXPECT_EQ(errno, error) << path;
+    }
     fs::current_path("/");
     EXPECT_FALSE(NSWorkspace::sharedWorkspace()->launchApplication(nullptr));
     EXPECT_TRUE(running().empty());
@@ -118,6 +142,16 @@ TEST_F(Launch, ABusyApplicationEndsAtTheSecondSignalOrFiveSecondsAfterTheFirst) 
     asked.Kill(SIGTERM);
     EXPECT_EQ(asked.Wait(3000), 128 + SIGTERM);
     EXPECT_EQ(waiting.Wait(), 128 + SIGTERM);
+}
+
+TEST_F(Launch, MissingStandardDescriptorsBecomeTheEmptyDevice) {
+    ChildProcess child(
+        {"/bin/sh", "-c", "exec \"$0\" <&- >&- 2>&-", makeBundle("Probe") + "/Contents/MacOS/Probe"});
+    const std::string folder = "/proc/" + std::to_string(child.Pid()) + "/fd/";
+    while (running().empty() || !fs::is_symlink(folder + "2"))
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    for (const char* number : {"0", "1", "2"})
+        EXPECT_EQ(fs::read_symlink(folder + number), "/dev/null");
 }
 
 } // namespace

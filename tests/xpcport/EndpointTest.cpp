@@ -142,9 +142,12 @@ TEST_F(XPCEndpointTest, FiftyStartsOverAStaleSocketGiveOneOwner) {
 }
 
 TEST_F(XPCEndpointTest, UsesTheSocketThatAServiceManagerHandsOver) {
-    const auto isUsed = [&](const char* count, const char* names, int pidOffset = 0, bool listening = true) {
+    const auto isUsed = [&](const char* count, const char* names, int pidOffset = 0, bool listening = true,
+                            bool held = false) {
         fs::remove_all(folder);
         return statusOf(inChild([&] {
+            const auto holder = held ? XPCEndpoint::listen(kService) : nullptr;
+            fs::remove(path);
             const port::UniqueFd handed = bindByHand(listening);
             ::dup2(handed.get(), 3);
             ::setenv("LISTEN_PID", std::to_string(::getpid() + pidOffset).c_str(), 1);
@@ -164,6 +167,7 @@ TEST_F(XPCEndpointTest, UsesTheSocketThatAServiceManagerHandsOver) {
     EXPECT_EQ(isUsed("1", "other:com.example.service"), 0);
     EXPECT_EQ(isUsed("1", kService, 1), 0) << "another's process id";
     EXPECT_EQ(isUsed("1", kService, 0, false), 0) << "not listening";
+    EXPECT_EQ(isUsed("1", kService, 0, true, true), 1) << "nobody reaches the former owner";
     EXPECT_EQ(isUsed("0", kService), 0);
     EXPECT_EQ(isUsed("1x", kService), 0);
 }

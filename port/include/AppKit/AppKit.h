@@ -42,7 +42,8 @@ private:
 };
 
 // Creates the application and the delegate and runs the application; never returns. The delegate is made on
-// the main thread before anything else and is kept until the process ends.
+// the main thread before anything else and is kept until the process ends. Descriptors 0, 1 and 2 that were not
+// open are the empty device from then on.
 using NSApplicationDelegateFactory = NSApplicationDelegate* (*)();
 int NSApplicationMain(int argc, char* argv[], NSApplicationDelegateFactory makeDelegate);
 
@@ -71,13 +72,17 @@ public:
     static NSWorkspace* sharedWorkspace();
 
     // Starts the application bundle at that absolute path, unless a copy of it runs already. True when it
-    // runs or its program was started; blocks until that is known, not for the application itself.
-    // The application gets a session of its own, default signals, no descriptor but 0 (empty), 1 and 2, the
-    // home folder as working folder, and LAUNCHED_AT_LOGIN=1 in its environment; it outlives this process.
+    // runs or its program was started; blocks until that is known, not for the application itself, up to 2 s
+    // longer for a service manager that does not answer. False with errno: EINVAL for a relative path, ENOENT
+    // for a bundle without a program, or what kept the program from being executed.
+    // The application gets a session and, where the user's service manager keeps scopes, a scope of its own;
+    // default signals; no descriptor but 0 (empty), 1 and 2 (those of this process where they are files or
+    // devices, else empty); the home folder as working folder; and LAUNCHED_AT_LOGIN=1 in its environment. It
+    // outlives this process.
     BOOL launchApplication(const char* fullPath);
 
     // Shows the file in a window of the session's file viewer, selected in its folder. A relative path starts at
     // the working folder; the root of the window is the viewer's own choice, whatever rootFullPath says. False
-    // without a session bus, or when no viewer takes the request; blocks until one has, up to 5 s.
+    // without a session bus, or when no viewer takes the request; blocks until one has, up to 6 s.
     BOOL selectFile(const char* fullPath, const char* rootFullPath);
 };

@@ -51,5 +51,9 @@ constexpr int O_EXLOCK = 0x20000000;
 // is opened anew.
 int port_open(const char* path, int flags, mode_t mode = 0);
 
+// Opens the empty device as each of the descriptors 0, 1 and 2 that is not open, so that no other file becomes the
+// program's standard input or output. Before anything else is opened.
+void port_open_standard_descriptors();
+
 // What a signal handler with three arguments is told.
 using __siginfo = siginfo_t;
