@@ -5,6 +5,15 @@
 #include <cstdio>
 #include <unistd.h>
 
+namespace {
+
+// A path may hold any byte: none may look like the end of a line, or speak to a terminal.
+bool IsControl(char c) {
+    return static_cast<unsigned char>(c) < ' ' || c == '\x7f';
+}
+
+} // namespace
+
 void HelperReport(const char* szFormat, ...) {
     char szLine[8192] = "loginhelper: ";
     constexpr std::size_t dwPrefix = 13;
@@ -15,6 +24,7 @@ void HelperReport(const char* szFormat, ...) {
     if (nText < 0)
         return;
     const std::size_t dwEnd = std::min(dwPrefix + static_cast<std::size_t>(nText), sizeof szLine - 1);
+    std::replace_if(szLine + dwPrefix, szLine + dwEnd, IsControl, '?');
     szLine[dwEnd] = '\n';
     // Nobody to tell it to when this fails.
     [[maybe_unused]] const ssize_t nWritten = write(STDERR_FILENO, szLine, dwEnd + 1);

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "HelperReport.h"
+#include "LLaunchTurn.h"
 #include "LLoginHelperNotify.h"
 #include "LoginDecision.h"
 #include "LoginHelperContract.h"
@@ -91,6 +92,20 @@ void ReportNotServing(int nError) {
         HelperReport("not serving: %s in %s: %s", LHelperServiceName, folder.sPath.c_str(), strerror(nError));
 }
 
+void Launch(const char* szPath, const LLaunchTurn& turn) {
+    if (const char* szObstacle = turn.GetObstacle()) {
+        HelperReport("not launched: %s", szObstacle);
+        return;
+    }
+    HelperReport("launching %s", szPath);
+    if (!NSWorkspace::sharedWorkspace()->launchApplication(szPath)) {
+        HelperReport("not launched: %s: %s", szPath, strerror(errno));
+        return;
+    }
+    turn.NoteLaunch();
+    HelperReport("launched %s", szPath);
+}
+
 } // namespace
 
 LXPCMachServer* LLoginHelper::getXPCServer() const {
@@ -122,10 +137,10 @@ BOOL LLoginHelper::isMainAppRunning() const {
     return IsMainApplicationRunning();
 }
 
-void LLoginHelper::launchMainApp(const LLoginFacts& facts, const LLoginVerdict& verdict) {
+void LLoginHelper::launchMainApp(const LLoginFacts& facts, const LLoginVerdict& verdict,
+                                 const LLaunchTurn& turn) {
     if (verdict.eAction == LLoginAction::Launch) {
-        HelperReport("launching %s", facts.sPath.c_str());
-        NSWorkspace::sharedWorkspace()->launchApplication(facts.sPath.c_str());
+        Launch(facts.sPath.c_str(), turn);
         return;
     }
     HelperReport("not launched: %s", verdict.sWhy.c_str());
@@ -133,7 +148,12 @@ void LLoginHelper::launchMainApp(const LLoginFacts& facts, const LLoginVerdict& 
         ForgetSetting(NSUserDefaults::standardUserDefaults());
 }
 
+void LLoginHelper::_CreateSink() {
+    pXpcNotifyee.Reset(new LLoginHelperNotify(this));
+}
+
 void LLoginHelper::applicationDidFinishLaunching(const NSNotification&) {
+    LLaunchTurn turn; // from the look at what runs until the launched application is among it
     LLoginFacts facts =
         CollectLoginFacts(isMainAppRunning() ? nullptr : NSUserDefaults::standardUserDefaults());
     facts.bOwnBundle = IsHelperBundle();
@@ -142,11 +162,13 @@ void LLoginHelper::applicationDidFinishLaunching(const NSNotification&) {
         HelperReport("not launched: %s", verdict.sWhy.c_str());
         shutdownHelper();
     }
-    pXpcNotifyee.Reset(new LLoginHelperNotify(this));
-    if (verdict.eAction == LLoginAction::Serve)
+    _CreateSink();
+    if (verdict.eAction == LLoginAction::Serve) {
+        turn.End();
         startXPCServer();
-    else
-        launchMainApp(facts, verdict);
+    } else {
+        launchMainApp(facts, verdict, turn);
+    }
 }
 
 void LLoginHelper::applicationWillTerminate(const NSNotification&) {

@@ -7,11 +7,12 @@
 
 #include <AppKit/AppKit.h>
 
+class LLaunchTurn;
 class LXPCMachServer;
 struct LLoginFacts;
 struct LLoginVerdict;
 
-class LLoginHelper final : public NSObject, public NSApplicationDelegate {
+class LLoginHelper : public NSObject, public NSApplicationDelegate {
 public:
     // The server that serves now; null before it was started and once the helper ends. Not to be kept beyond
     // the event in which it was asked for.
@@ -27,10 +28,14 @@ public:
     // Whether an application with the main application's bundle identifier and display name runs.
     BOOL isMainAppRunning() const;
 
-    // Launches the main application, or forgets the setting, when the verdict on these facts says so. Tells
-    // what it did and why.
-    void launchMainApp(const LLoginFacts& facts, const LLoginVerdict& verdict);
+    // Launches the main application, or forgets the setting, when the verdict on these facts says so and, for a
+    // launch, no other helper of this login launches it. Tells what it did and why, and what became of a launch.
+    void launchMainApp(const LLoginFacts& facts, const LLoginVerdict& verdict, const LLaunchTurn& turn);
 
     void applicationDidFinishLaunching(const NSNotification& notification) override;
     void applicationWillTerminate(const NSNotification& notification) override;
+
+protected:
+    // What serving needs; before `startXPCServer`.
+    void _CreateSink();
 };

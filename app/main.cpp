@@ -2,9 +2,13 @@
 
 #include <cstdlib>
 #include <exception>
+#include <string>
+#include <sysexits.h>
 
+#include "ForeignEnvironment.h"
+#include "HelperArguments.h"
 #include "HelperReport.h"
-#include "LLoginHelper.h"
+#include "LServingHelper.h"
 #include "debug/LDebugSignals.h" // brings the library's signal handlers
 
 // The runtime's own would print the exception's type, and brings a demangler for that.
@@ -13,6 +17,23 @@ void __gnu_cxx::__verbose_terminate_handler() {
     std::abort();
 }
 
+namespace {
+
+NSApplicationDelegate* MakeLoginHelper() {
+    return new LLoginHelper;
+}
+
+NSApplicationDelegate* MakeServingHelper() {
+    return new LServingHelper;
+}
+
+} // namespace
+
 int main(int argc, char* argv[]) {
-    return NSApplicationMain(argc, argv, []() -> NSApplicationDelegate* { return new LLoginHelper; });
+    const LHelperMode eMode = ParseHelperArguments(argc, argv);
+    if (std::string sWhy; FindForeignFolder(sWhy)) {
+        HelperReport("%s", sWhy.c_str());
+        return EX_NOPERM;
+    }
+    return NSApplicationMain(argc, argv, eMode == LHelperMode::Serve ? MakeServingHelper : MakeLoginHelper);
 }

@@ -25,8 +25,8 @@ namespace {
 constexpr int kIdleSeconds = 5;
 
 // On a CPU of its own, where there are two; what it says is not shown.
-pid_t spawn(const std::string& program, const std::string& argument) {
-    char* const argv[] = {const_cast<char*>(program.c_str()), const_cast<char*>(argument.c_str()), nullptr};
+pid_t spawn(const std::string& program, const char* argument = nullptr) {
+    char* const argv[] = {const_cast<char*>(program.c_str()), const_cast<char*>(argument), nullptr};
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
@@ -70,11 +70,11 @@ public:
         socket_ =
             folder_.path() + (helper_ ? std::string("/port-xpc/") + LHelperServiceName + ".sock" : "/socket");
         if (helper_) {
-            application_ = spawn(BENCH_MAIN_APPLICATION, "");
+            application_ = spawn(BENCH_MAIN_APPLICATION);
             usleep(50'000);
         }
         start_ = Clock::now();
-        child_ = spawn(program, socket_);
+        child_ = spawn(program, helper_ ? nullptr : socket_.c_str());
         while (!(ready == Ready::Answers ? connects(socket_) : access(socket_.c_str(), F_OK) == 0) &&
                nanosecondsSince(start_) < 2e9) {
         }

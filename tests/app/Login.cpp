@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "support/Bundle.h"
+#include "support/MainQueue.h"
 
 Login::Login() : turn(open("/tmp", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
     flock(turn.get(), LOCK_EX);
@@ -43,17 +44,25 @@ std::string Login::Stored() {
            (path ? path->UTF8String() : "(none)");
 }
 
-std::unique_ptr<ChildProcess> Login::StartHelper(const std::string& program) {
-    return std::make_unique<ChildProcess>(
-        std::vector<std::string>{"/bin/sh", "-c", "exec \"$0\" 2>&1", program});
+std::unique_ptr<ChildProcess> Login::StartHelper(const std::string& program, const char* argument) {
+    std::vector<std::string> words{"/bin/sh", "-c", R"(exec "$0" "$@" 2>&1 >>"$HOME/said")", program};
+    if (argument != nullptr)
+        words.emplace_back(argument);
+    return std::make_unique<ChildProcess>(std::move(words));
+}
+
+std::string Login::Said() const {
+    std::string said;
+    WaitFor([&] { return (said = FileText(Path() + "/said")).ends_with('\n'); });
+    return said;
 }
 
 std::vector<NSRef<NSRunningApplication>> Login::RunningApplications() {
     return NSRunningApplication::runningApplicationsWithBundleIdentifier(LMainAppIdentifier);
 }
 
-std::pair<int, std::string> Login::Ctl(const std::string& words) {
-    ChildProcess shell({"/bin/sh", "-c", "\"" LOGINHELPERCTL "\" " + words + " 2>&1"});
+std::pair<int, std::string> Login::Ctl(const std::string& words, const char* program) {
+    ChildProcess shell({"/bin/sh", "-c", "\"" + std::string(program) + "\" " + words + " 2>&1"});
     const std::string text = shell.ReadAll();
     return {shell.Wait(), text};
 }

@@ -25,12 +25,16 @@ public:
     // The setting and the stored path as another process sees them: "on /a/path", "off (none)".
     static std::string Stored();
 
-    // The helper, with its standard error on the pipe, and what the application that it launches says.
-    static std::unique_ptr<ChildProcess> StartHelper(const std::string& program = HELPER_PROGRAM);
+    // The helper with its standard error on the pipe; its standard output, which the application that it
+    // launches keeps, is a file.
+    static std::unique_ptr<ChildProcess> StartHelper(const std::string& program = HELPER_PROGRAM,
+                                                     const char* argument = nullptr);
+    // What the launched application has said.
+    std::string Said() const;
     static std::vector<NSRef<NSRunningApplication>> RunningApplications();
 
-    // Runs loginhelperctl; the words are the shell's. Its status, and what it says on both outputs.
-    static std::pair<int, std::string> Ctl(const std::string& words);
+    // Runs loginhelperctl, or another program; the words are the shell's. Its status, and what it says on both outputs.
+    static std::pair<int, std::string> Ctl(const std::string& words, const char* program = LOGINHELPERCTL);
     const std::string& Path() const { return place.Path(); }
 
 private:
