@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
 #include <string_view>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -17,6 +16,7 @@
 #include <vector>
 
 #include "coreservices/LaunchScope.h"
+#include "host/Spawn.h"
 #include "host/SystemCalls.h"
 #include <port/UniqueFd.h>
 
@@ -142,6 +142,7 @@ bool awaitEnd(pid_t child, int& status) {
     return true;
 }
 
+// False also when a signal comes: it may ask this process to end.
 bool endsWithin(pid_t child, std::chrono::milliseconds limit) {
     const UniqueFd handle(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
     pollfd end{handle.get(), POLLIN, 0};
@@ -165,8 +166,10 @@ int launchDetached(const std::string& program, const std::string& workingFolder,
     const pid_t child = ::fork();
     if (child < 0)
         return errno;
-    if (child == 0)
+    if (child == 0) {
+        ::close(process.get()); // else the death of the launcher would not be heard
         runChild(launch);
+    }
     launcher.reset();
     const int error = guide(process.get(), application);
     int status = 0;
@@ -175,32 +178,15 @@ int launchDetached(const std::string& program, const std::string& workingFolder,
 }
 
 bool runToEnd(const std::vector<std::string>& arguments, std::chrono::milliseconds limit) {
-    std::vector<char*> pointers;
-    pointers.reserve(arguments.size() + 1);
-    for (const std::string& argument : arguments)
-        pointers.push_back(const_cast<char*>(argument.c_str())); // exec reads it only
-    pointers.push_back(nullptr);
-    posix_spawn_file_actions_t files;
-    posix_spawnattr_t attributes;
-    ::posix_spawn_file_actions_init(&files);
-    for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor)
-        ::posix_spawn_file_actions_addopen(&files, descriptor, "/dev/null", O_RDWR, 0);
-    ::posix_spawn_file_actions_addclosefrom_np(&files, STDERR_FILENO + 1);
-    sigset_t signals;
-    ::posix_spawnattr_init(&attributes);
-    ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
-    ::sigfillset(&signals);
-    ::posix_spawnattr_setsigdefault(&attributes, &signals);
-    ::sigemptyset(&signals);
-    ::posix_spawnattr_setsigmask(&attributes, &signals);
+    SpawnOptions options;
+    options.standard.fill(kEmptyDevice);
     pid_t child = -1;
-    const int error = ::posix_spawnp(&child, pointers[0], &files, &attributes, pointers.data(), environ);
-    ::posix_spawnattr_destroy(&attributes);
-    ::posix_spawn_file_actions_destroy(&files);
-    int status = 0;
-    if (error == 0 && !endsWithin(child, limit))
+    if (spawn(arguments[0].c_str(), arguments, options, child) != 0)
+        return false;
+    if (!endsWithin(child, limit))
         ::kill(child, SIGKILL);
-    return error == 0 && awaitEnd(child, status) && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    int status = 0;
+    return awaitEnd(child, status) && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
 } // namespace port
