@@ -47,6 +47,7 @@ bool askForScope(const std::string& unit, pid_t process) {
     return runToEnd({"busctl",
                      "--user",
                      "--quiet",
+                     "--timeout=2",
                      "call",
                      "org.freedesktop.systemd1",
                      "/org/freedesktop/systemd1",
