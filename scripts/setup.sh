@@ -100,11 +100,11 @@ configure() {
 # build PRESET SECONDS [TARGET...]: builds the targets (all when none is named) of the configured preset. A
 # terminal sees the progress, a log file only how it ended. SECONDS: processor time of the first build.
 build() {
-    local folder=$build_root/$1 text="building ($1)" seconds=$2 targets=() target done
+    local folder=$build_root/$1 text="building ($1)" seconds=$2 targets=() target mark
     shift 2
     for target in "$@"; do targets+=(--target "$target"); done
-    done=$folder/.built-${1:-all}
-    [ -e "$done" ] || text+=", $(expected "$seconds")"
+    mark=$folder/.built-${1:-all}
+    [ -e "$mark" ] || text+=", $(expected "$seconds")"
     say "$text"
     if [ -t 1 ]; then
         cmake --build "$folder" -j "$jobs" "${targets[@]}" || fail "the build failed"
@@ -114,7 +114,7 @@ build() {
         grep 'warning:' "$folder/build.log"
         tail -n 1 "$folder/build.log"
     fi
-    touch "$done"
+    touch "$mark"
 }
 
 choose_build_root
