@@ -189,7 +189,7 @@ TEST_F(ReadersTest, AFailedCopyLeavesNoTargetAndNoOtherHarm) {
     Recorder process, stopped(1);
     const LProcessCopyFile rows[] = {{"from", "./from"}, {"from", "folder/../from"}, {"hard", "./from"},
                                      {"from", "./soft"}, {"from", "missing/to"},     {"from", "./folder"},
-                                     {"from", "to"},     {"missing", "./to"},        {"folder", "./to"}};
+                                     {"from", ""},       {"missing", "./to"},        {"folder", "./to"}};
     for (const LProcessCopyFile& row : rows)
         EXPECT_EQ(Process(process, row), LProcessFailed) << row.szSource << " to " << row.szTarget;
     EXPECT_EQ(Process(process, LProcessCopyFile{"pipe", "./empty"}), LProcessFinished);

@@ -117,8 +117,11 @@ TEST(ProcessTable, FillsATooSmallBuffer) {
 TEST_F(Queries, BundlesKnowTheirPlacesAndSignatures) {
     const std::string plain = HostPath("queries_host");
     const std::string folder = fs::path(plain).parent_path();
+    std::size_t cut = 8;
+    while ((folder[cut] & 0xC0) == 0x80)
+        --cut;
     EXPECT_EQ(ChildProcess({plain}).ReadLine(),
-              "0 " + folder + " " + folder.substr(0, 8) + " " + folder + "/resources");
+              "0 " + folder + " " + folder.substr(0, cut) + " " + folder + "/resources");
 
     const std::string bundle = MakeBundleAt(root + "/Applications", "Probe", plain, "");
     writeFile(bundle + "/Contents/PkgInfo", "APPLPRBE");
