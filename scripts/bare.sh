@@ -2,7 +2,7 @@
 # once as root and once as a user with sudo. The roots come from the package source that this machine's own apt has.
 # shellcheck shell=bash
 
-bare_suites=(bookworm trixie)
+read -ra bare_suites <<<"${BARE_SUITES:-bookworm trixie}"
 bare_checkout="/srv/Zoë's häuser/first look"
 
 # The package source of this machine, nothing when it has none of Debian's.
@@ -98,11 +98,13 @@ bare_run() {
 check_bare() {
     local scratch logs obstacle suite user failures=0
     scratch=$(mktemp -d "${BARE_DIR:-/var/tmp}/bare.XXXXXX") || return
+    # shellcheck disable=SC2064
+    trap "rm -rf --one-file-system '$scratch'" EXIT
+    trap 'exit 130' INT TERM
     logs=${BARE_LOG_DIR:-$build_root/bare}
     mkdir -p "$logs" || return
     obstacle=$(bare_obstacle "$scratch")
     if [ -n "$obstacle" ]; then
-        rm -rf "$scratch"
         skip bare "$obstacle"
         return 0
     fi
@@ -118,6 +120,5 @@ check_bare() {
             rm -rf --one-file-system "${scratch:?}/$suite-$user"
         done
     done
-    rm -rf --one-file-system "$scratch"
     return "$failures"
 }
