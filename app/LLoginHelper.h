@@ -6,6 +6,7 @@
 #pragma once
 
 #include <AppKit/AppKit.h>
+#include <objc/objc.h>
 
 class LLaunchTurn;
 class LXPCMachServer;

@@ -99,7 +99,7 @@ void LLoginHelperNotify::_SetLaunchAtLogin(long connection, long message, const 
         if (!pPath ||
             !CFPropertyListIsValid(LCFString(pPath->UTF8String()).Get(), kCFPropertyListXMLFormat_v1_0))
             return;
-        pDefaults->setBool(YES, LSettingLaunchAtLogin);
+        pDefaults->setBool(true, LSettingLaunchAtLogin);
         pDefaults->setObject(*pPath, LSettingMainAppPath);
     } else {
         pDefaults->removeObjectForKey(LSettingLaunchAtLogin);

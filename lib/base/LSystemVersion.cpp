@@ -21,17 +21,23 @@ bool IsSystemLaterThan(std::uint8_t nMinor) {
 
 } // namespace
 
+template <typename>
 bool IsOSMacLeopardOrLater() {
     static const bool bIsLeopardOrLater = IsSystemLaterThan(4);
     return bIsLeopardOrLater;
 }
+template bool IsOSMacLeopardOrLater<>();
 
+template <typename>
 bool IsOSMacSnowLeopardOrLater() {
     static const bool bIsSnowLeopardOrLater = IsSystemLaterThan(5);
     return bIsSnowLeopardOrLater;
 }
+template bool IsOSMacSnowLeopardOrLater<>();
 
+template <typename>
 bool IsOSMacLionOrLater() {
     static const bool bIsLionOrLater = IsSystemLaterThan(6);
     return bIsLionOrLater;
 }
+template bool IsOSMacLionOrLater<>();

@@ -2,9 +2,13 @@
 //
 // Thread-safety: safe on any thread. The answers are computed at the first call and kept while the process
 // runs. Each compares the low bytes of the system's major and minor version, unsigned; a version that the
-// system does not tell reads 0 and gives false. Nothing blocks.
+// system does not tell reads 0 and gives false. Nothing blocks. Templates, so that they yield to a program's own
+// functions of these names.
 #pragma once
 
-bool IsOSMacLeopardOrLater();     // 10.5
+template <typename = void>
+bool IsOSMacLeopardOrLater(); // 10.5
+template <typename = void>
 bool IsOSMacSnowLeopardOrLater(); // 10.6
-bool IsOSMacLionOrLater();        // 10.7
+template <typename = void>
+bool IsOSMacLionOrLater(); // 10.7

@@ -13,14 +13,14 @@
 #include "debug/LHangDetector.h"
 #include "strings/LStringFormat.h"
 
-constinit std::uint32_t gdwMainThreadId = 0;
-constinit std::uint32_t gwDebugCurrentCommand = 1;
-constinit std::uint32_t gwDebugLastCommand = 0;
+constinit std::uint32_t lfoundation::gdwMainThreadId = 0;
+constinit std::uint32_t lfoundation::gwDebugCurrentCommand = 1;
+constinit std::uint32_t lfoundation::gwDebugLastCommand = 0;
 
 // In this order, and before the statics of all other files: 101 is the first priority that a program may use.
-[[gnu::init_priority(101)]] LHangDetector gLHangDetector;
-[[gnu::init_priority(101)]] LLockObject loDebugThreads;
-[[gnu::init_priority(101)]] LDebugLoadTime gLDebugLoadTime;
+[[gnu::init_priority(101)]] LHangDetector lfoundation::gLHangDetector;
+[[gnu::init_priority(101)]] LLockObject lfoundation::loDebugThreads;
+[[gnu::init_priority(101)]] LDebugLoadTime lfoundation::gLDebugLoadTime;
 
 // Nobody in the library defines it.
 extern "C" [[gnu::weak, gnu::visibility("default")]] const char LNoSignalHandlers;

@@ -27,7 +27,9 @@ constexpr unsigned int LExitTimeLimit = 5;
 constexpr int LExitStatusLate = 128;
 
 // The Mach thread that ran the load-time initialisation.
+inline namespace lfoundation {
 extern std::uint32_t gdwMainThreadId;
+}
 
 // Writes "SIGNAL" and the number to standard error, lets the system write its core file where it is set up to
 // write any, and ends the process through `exit` with LExitStatusFatalSignal; returns for SIGQUIT. Only the
@@ -61,5 +63,7 @@ private:
 struct LDebugLoadTime {
     LDebugLoadTime();
 };
+inline namespace lfoundation {
 extern LDebugLoadTime gLDebugLoadTime;
+}
 [[gnu::used]] inline LDebugLoadTime* const pLDebugLoadTime = &gLDebugLoadTime;

@@ -13,8 +13,8 @@
 #include "strings/LStringFormat.h"
 #include "threads/LThreadRunOnMainThread.h"
 
-constinit LDebugThreadData gDebugThreadData[LDebugMaxThreads];
-constinit std::atomic<int> gnDebugThreads{0};
+constinit LDebugThreadData lfoundation::gDebugThreadData[LDebugMaxThreads];
+constinit std::atomic<int> lfoundation::gnDebugThreads{0};
 
 namespace {
 
@@ -198,6 +198,7 @@ void LDebugGenerateXIString(char* szOut, const char* szText1, const char* szText
     tplsnprintf(szOut, LPathBufferSize, "%s-%s-%s-%s", szText1, szSystem, szText2, szDetail);
 }
 
+template <typename>
 void OutputDebugStringF(const char* szFormat, ...) {
     char szLine[LDebugOutputSize];
     va_list arguments;
@@ -207,3 +208,4 @@ void OutputDebugStringF(const char* szFormat, ...) {
     fputs(szLine, stderr);
     fflush(stderr);
 }
+template void OutputDebugStringF<>(const char*, ...);

@@ -32,14 +32,18 @@ struct LDebugThreadData {
 };
 
 // The table, its lock, and how many entries from its beginning are in use.
+inline namespace lfoundation {
 extern LDebugThreadData gDebugThreadData[LDebugMaxThreads];
 extern std::atomic<int> gnDebugThreads;
 extern LLockObject loDebugThreads;
+} // namespace lfoundation
 
 // The phase of the main thread, for it alone to change: 1 and 2 while the program and its user interface are
 // initialised, 3 and 4 while they are taken down, from 5 on the command that runs, 0 when it is not known.
+inline namespace lfoundation {
 extern std::uint32_t gwDebugCurrentCommand; // 1 at load time
 extern std::uint32_t gwDebugLastCommand;    // 0 at load time
+} // namespace lfoundation
 
 // Gives the caller an entry with the first four characters of the name as its tag; without a name, with the
 // last four digits of its number. A thread that ends without StopThread keeps its entry.
@@ -78,4 +82,6 @@ private:
 void LDebugGenerateXIString(char* szOut, const char* szText1, const char* szText2);
 
 // Prints to standard error, with the platform's printf, and flushes it; cut at 511 characters.
+// A template, so that it yields to a program's own function of that name.
+template <typename = void>
 void OutputDebugStringF(const char* szFormat, ...) __attribute__((format(printf, 1, 2)));

@@ -37,7 +37,9 @@ private:
     pid_t nProcess = -1; // that made the marker
 };
 
+inline namespace lfoundation {
 extern LHangDetector gLHangDetector;
+}
 
 // InitAndTest and Destroy of the process's detector.
 void LDebugHangDetectorInit();

@@ -245,9 +245,12 @@ bool LIsFileExtensionInList(const char* const* pExtensions, const char* szExtens
 bool LFileIsLetterOrNumber(char character);
 
 // 0 when the text ends with the ending, -1 when the ending is the longer one, else how the end of the text
-// compares (strcmp).
+// compares (strcmp). This one and the next are templates, so that they yield to a program's own functions of
+// these names.
+template <typename = void>
 int tstrcmpend(const char* szText, const char* szEnding);
 
 // The first folder of the search path (an NSSearchPathDirectory) for the user, else szFallback below the home
 // folder, made when it is missing. szOut is LPathBufferSize bytes.
+template <typename = void>
 void GetUserSpecialFolder(char* szOut, unsigned int dwDirectory, const char* szFallback);

@@ -81,8 +81,10 @@ bool LFileIsLetterOrNumber(char character) {
            (character >= '0' && character <= '9');
 }
 
+template <typename>
 int tstrcmpend(const char* szText, const char* szEnding) {
     const std::size_t dwText = std::strlen(szText);
     const std::size_t dwEnding = std::strlen(szEnding);
     return dwEnding > dwText ? -1 : std::strcmp(szText + dwText - dwEnding, szEnding);
 }
+template int tstrcmpend<>(const char*, const char*);

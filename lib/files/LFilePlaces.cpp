@@ -31,6 +31,7 @@ void CopyText(char* szOut, const NSRef<NSString>& text) {
 
 } // namespace
 
+template <typename>
 void GetUserSpecialFolder(char* szOut, unsigned int dwDirectory, const char* szFallback) {
     const auto found = NSSearchPathForDirectoriesInDomains(static_cast<NSSearchPathDirectory>(dwDirectory),
                                                            NSUserDomainMask, true);
@@ -42,6 +43,7 @@ void GetUserSpecialFolder(char* szOut, unsigned int dwDirectory, const char* szF
     if (!LFile::Exists(szOut))
         mkdir(szOut, 0777);
 }
+template void GetUserSpecialFolder<>(char*, unsigned int, const char*);
 
 void LFile::GetTempFolder(char* szOut) {
     GetUserSpecialFolder(szOut, NSCachesDirectory, "Library/Caches");

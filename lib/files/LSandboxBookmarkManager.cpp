@@ -320,7 +320,7 @@ LSandboxBookmarkManager::LoadResult LSandboxBookmarkManager::_LoadBookmark(NSStr
 LSandboxBookmarkManager::LoadResult LSandboxBookmarkManager::_ResolveBookmark(const NSData& bookmark,
                                                                               const char* szKey,
                                                                               LSandboxBookmarkItem& item) {
-    BOOL bStale = NO;
+    bool bStale = false;
     item.pURL =
         NSURL::URLByResolvingBookmarkData(bookmark, NSURLBookmarkResolutionWithSecurityScope, &bStale);
     if (!item.pURL)

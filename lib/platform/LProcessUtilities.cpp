@@ -22,9 +22,9 @@
 #include <unistd.h>
 #include <vector>
 
-int gargc = 0;
-char** gargv = nullptr;
-std::atomic<int> gGuiUid{-1};
+int lfoundation::gargc = 0;
+char** lfoundation::gargv = nullptr;
+std::atomic<int> lfoundation::gGuiUid{-1};
 
 namespace {
 

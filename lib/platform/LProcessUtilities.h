@@ -13,11 +13,15 @@ constexpr int LMaximumNumberOfOpenFiles = 1024; // the soft limit that a program
 
 // The program's arguments as the library keeps them: pointers to the texts that main was given, and a null
 // entry behind them. 0 and null before they are copied.
+inline namespace lfoundation {
 extern int gargc;
 extern char** gargv;
+}
 
 // What LGetProcessUid found; negative: nothing yet.
+inline namespace lfoundation {
 extern std::atomic<int> gGuiUid;
+}
 
 // --- Start ----------------------------------------------------------------------------------------------
 

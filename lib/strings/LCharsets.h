@@ -75,9 +75,13 @@ unsigned long LCopyToBigEndianUnicode(unsigned short* dst, const unsigned short*
 unsigned long LCharsetsUTF8CharIndexToByteIndex(const char* s, unsigned long charIndex);
 // Number of characters that begin before byteIndex.
 unsigned long LCharsetsUTF8ByteIndexToCharIndex(const char* s, unsigned long byteIndex);
+// These two are templates, so that they yield to a program's own functions of these names.
+//
 // Copies whole sequences as long as they stay within n - 1 bytes. Returns the number of bytes copied.
+template <typename = void>
 unsigned long utf8strlcpy(char* dst, const char* src, unsigned long n);
 // Number of characters.
+template <typename = void>
 unsigned long utf8strlen(const char* s);
 
 // ---- Code pages ----

@@ -40,10 +40,13 @@ unsigned long LCharsetsUTF8ByteIndexToCharIndex(const char* s, unsigned long byt
     return nChars;
 }
 
+template <typename>
 unsigned long utf8strlen(const char* s) {
     return LCharsetsUTF8ByteIndexToCharIndex(s, ~0UL);
 }
+template unsigned long utf8strlen<>(const char*);
 
+template <typename>
 unsigned long utf8strlcpy(char* dst, const char* src, unsigned long n) {
     if (n == 0)
         return 0;
@@ -59,6 +62,7 @@ unsigned long utf8strlcpy(char* dst, const char* src, unsigned long n) {
     dst[nCopied] = 0;
     return nCopied;
 }
+template unsigned long utf8strlcpy<>(char*, const char*, unsigned long);
 
 unsigned long LCharsetsUnitCount(const unsigned short* src, unsigned long nMost) {
     unsigned long nUnits = 0;

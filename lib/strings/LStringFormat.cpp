@@ -314,6 +314,7 @@ std::uint32_t tsprintfappend(LStringLongTemplate<char>& target, const char* form
     return dwLength;
 }
 
+template <typename>
 std::uint32_t tplsnprintf(char* buffer, unsigned long size, const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
@@ -321,6 +322,7 @@ std::uint32_t tplsnprintf(char* buffer, unsigned long size, const char* format, 
     va_end(arguments);
     return dwLength;
 }
+template std::uint32_t tplsnprintf<>(char*, unsigned long, const char*, ...);
 
 std::uint32_t sprintf(LFixedLengthStringWriterTemplate<char>& writer, const char* format, ...) {
     va_list arguments;
@@ -338,6 +340,7 @@ LStringShortTemplate<char>::LStringShortTemplate(LStringPrintFormatTemplate<char
     va_end(arguments);
 }
 
+template <typename>
 int tprintf(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
@@ -345,3 +348,4 @@ int tprintf(const char* format, ...) {
     va_end(arguments);
     return nResult;
 }
+template int tprintf<>(const char*, ...);

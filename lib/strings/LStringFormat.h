@@ -138,7 +138,9 @@ extern template std::uint32_t tplprintf(LStringLongTemplateAppender<char>&, cons
 extern template std::uint32_t tplprintf(LFixedLengthStringWriterTemplate<char>&, const char*, va_list);
 
 // Formats into a buffer of `size` bytes, at least 1, and terminates: what exceeds size - 1 characters is cut.
-// Returns the number of characters stored. A size of 0 stores nothing.
+// Returns the number of characters stored. A size of 0 stores nothing. It and `tprintf` are templates, so that
+// they yield to a program's own functions of these names.
+template <typename = void>
 __attribute__((format(printf, 3, 4))) std::uint32_t tplsnprintf(char* buffer, unsigned long size,
                                                                 const char* format, ...);
 
@@ -160,4 +162,5 @@ void tplstrcpy(Writer& writer, const T* s) {
 }
 
 // Prints to standard output with the platform's vprintf, all of its grammar. Returns what vprintf returns.
+template <typename = void>
 __attribute__((format(printf, 1, 2))) int tprintf(const char* format, ...);

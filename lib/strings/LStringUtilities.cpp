@@ -91,6 +91,7 @@ void LRemoveHTTPItem(const char* name, char* query) {
     std::memmove(pStart, pEnd, std::strlen(pEnd) + 1);
 }
 
+template <typename>
 bool GetCSVListItem(const char* line, unsigned long& position, char* out, unsigned long outSize) {
     if (outSize == 0)
         return false;
@@ -117,6 +118,7 @@ bool GetCSVListItem(const char* line, unsigned long& position, char* out, unsign
     out[dwLength] = 0;
     return dwLength != 0;
 }
+template bool GetCSVListItem<>(const char*, unsigned long&, char*, unsigned long);
 
 bool LCommandLineArgumentStringExpander::NextArgument() {
     while (*pPosition >= 1 && *pPosition <= ' ')
@@ -150,46 +152,60 @@ unsigned long LParseGetToCharacters(const T* text, const T* stops, T* out) {
 }
 template unsigned long LParseGetToCharacters(const char*, const char*, char*);
 
+template <typename>
 std::uint32_t atoh(const char* text) {
     return ParseHex(text);
 }
+template std::uint32_t atoh<>(const char*);
 
+template <typename>
 std::uint32_t wtoh(const wchar_t* text) {
     return ParseHex(text);
 }
+template std::uint32_t wtoh<>(const wchar_t*);
 
+template <typename>
 unsigned long lstrlen(const unsigned short* text) {
     unsigned long dwLength = 0;
     while (text[dwLength] != 0)
         ++dwLength;
     return dwLength;
 }
+template unsigned long lstrlen<>(const unsigned short*);
 
+template <typename>
 int wstrcmp(const wchar_t* a, const wchar_t* b) {
     for (; *a != 0 && *b != 0; ++a, ++b)
         if (*a != *b)
             return -1;
     return 0;
 }
+template int wstrcmp<>(const wchar_t*, const wchar_t*);
 
+template <typename>
 char* strlwr(char* text) {
     for (char* p = text; *p != 0; ++p)
         *p = static_cast<char>(std::tolower(static_cast<unsigned char>(*p)));
     return text;
 }
+template char* strlwr<>(char*);
 
+template <typename>
 char* strupr(char* text) {
     for (char* p = text; *p != 0; ++p)
         *p = static_cast<char>(std::toupper(static_cast<unsigned char>(*p)));
     return text;
 }
+template char* strupr<>(char*);
 
+template <typename>
 void randomize() {
     timeval now = {};
     gettimeofday(&now, nullptr);
     std::srand(static_cast<unsigned>(now.tv_sec * 1000 + now.tv_usec / 1000));
     std::srand(static_cast<unsigned>(std::rand()) ^ static_cast<unsigned>(now.tv_sec));
 }
+template void randomize<>();
 
 unsigned long LStringGenerateRandomPassword(char* out, unsigned long length) {
     randomize();

@@ -5,6 +5,8 @@
 // rand(). Nothing fails and nothing blocks. Texts are UTF-8, handled byte by byte; pointers are not null
 // unless an operation says otherwise. Sizes are bytes, the terminator included; `out` does not overlap the
 // texts.
+//
+// Those without the prefix are templates, so that they yield to a program's own functions of these names.
 #pragma once
 
 #include "base/LLimits.h"
@@ -36,6 +38,7 @@ void LRemoveHTTPItem(const char* name, char* query);
 // moves behind the comma, or stays on the end of the line, which is the terminator, a line feed or a carriage
 // return. True when the item is not empty; the character at the position tells an empty item from the end.
 // An outSize of 0 reads nothing and moves nothing: false.
+template <typename = void>
 bool GetCSVListItem(const char* line, unsigned long& position, char* out, unsigned long outSize);
 
 // Takes a command line apart: arguments are separated by codes 1 to 32 and end at a space, double quotes hold
@@ -95,20 +98,27 @@ T* LStringReplaceChar(T* text, T from, T to) {
 }
 
 // The value of the hexadecimal digits at the start of the text, modulo 2^32: no sign, no "0x".
+template <typename = void>
 std::uint32_t atoh(const char* text);
+template <typename = void>
 std::uint32_t wtoh(const wchar_t* text);
 
 // 16-bit units before the terminator.
+template <typename = void>
 unsigned long lstrlen(const unsigned short* text);
 
 // 0 when the texts are equal or one begins the other, else -1: no order, so never to sort by.
+template <typename = void>
 int wstrcmp(const wchar_t* a, const wchar_t* b);
 
 // Change the case of the text in place, with the platform's tolower and toupper. Return the text.
+template <typename = void>
 char* strlwr(char* text);
+template <typename = void>
 char* strupr(char* text);
 
 // Seeds rand() from the time of day.
+template <typename = void>
 void randomize();
 
 // Stores `length` random lower-case letters and the terminator in out, length + 1 bytes. Seeds rand() anew.

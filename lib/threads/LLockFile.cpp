@@ -26,6 +26,7 @@ void LLockFile::_Release() {
     nDescriptor = -1;
 }
 
+template <typename>
 int flocktimed(int nDescriptor, int nOperation, unsigned int timeout) {
     unsigned long long qwDelay = timeout / 32 + 1;
     do {
@@ -39,3 +40,4 @@ int flocktimed(int nDescriptor, int nOperation, unsigned int timeout) {
     errno = EWOULDBLOCK;
     return -1;
 }
+template int flocktimed<>(int, int, unsigned int);

@@ -31,5 +31,7 @@ private:
 // `flock` with a non-blocking operation (LOCK_SH | LOCK_NB or LOCK_EX | LOCK_NB), tried again after delays
 // that begin at timeout / 32 + 1 milliseconds and double while they are below the time-out. 0, or -1 with
 // errno: EWOULDBLOCK when the lock stayed with somebody else, else what `flock` said. Blocks for less than
-// about twice the time-out.
+// about twice the time-out. A template, so that it yields to a program's own function of
+// that name.
+template <typename = void>
 int flocktimed(int nDescriptor, int nOperation, unsigned int timeout);

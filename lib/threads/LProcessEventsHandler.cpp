@@ -225,9 +225,11 @@ void LProcessEventsHandler::SocketCallBack(__CFSocket* pSocket, unsigned long, c
     ReleaseEvent(pEvent);
 }
 
+template <typename>
 int ProcessWaitAndProcessEvents(unsigned int timeout) {
     return LProcessEventsHandlerNeverStop().ProcessWaitAndProcessEvents(timeout);
 }
+template int ProcessWaitAndProcessEvents<>(unsigned int);
 
 int ProcessWaitSignalObjectAndProcessEvents(LSignalObjectRef signal) {
     return LProcessEventsHandlerNeverStop().ProcessWaitSignalForeverAndProcessEvents(signal);

@@ -52,7 +52,8 @@ public:
     bool IsProcessEventHandlerToStop() const override { return false; }
 };
 
-// The waits above, by a handler that never stops.
+// The waits above, by a handler that never stops. A template yields to a program's own function of that name.
+template <typename = void>
 int ProcessWaitAndProcessEvents(unsigned int timeout);
 int ProcessWaitSignalObjectAndProcessEvents(LSignalObjectRef signal);
 int ProcessWaitSignalObjectAndProcessEvents(LSignalObjectRef signal, unsigned int timeout);

@@ -27,6 +27,7 @@ void Run(ProcessRunData& data) {
 
 } // namespace
 
+template <typename>
 void* ProcessRunThreadCallback(void* pData) {
     const std::unique_ptr<ProcessRunData> data(static_cast<ProcessRunData*>(pData));
     Run(*data);
@@ -35,6 +36,7 @@ void* ProcessRunThreadCallback(void* pData) {
         data->release.WaitInLoop();
     return nullptr;
 }
+template void* ProcessRunThreadCallback<>(void*);
 
 int ProcessRunCommand(LProcessInterface& process, const char* szCommand, int& nExitCode) {
     nExitCode = -1;

@@ -22,7 +22,9 @@ struct ProcessRunData {
 };
 
 // The entry of the worker thread; takes the ProcessRunData over. Both signals are usable. Runs the command with
-// an empty standard input. Returns null.
+// an empty standard input. Returns null. A template, so that it yields to a program's own function
+// of that name.
+template <typename = void>
 void* ProcessRunThreadCallback(void* pData);
 
 // Runs the command and waits for its end. LProcessFinished with the exit status in `nExitCode` (-1 when the

@@ -21,6 +21,7 @@ void forgetSelf() {
 
 } // namespace
 
+template <typename>
 mach_port_t mach_thread_self() {
     if (self == 0) {
         static const int registered = pthread_atfork(nullptr, nullptr, forgetSelf);
@@ -29,10 +30,13 @@ mach_port_t mach_thread_self() {
     }
     return self;
 }
+template mach_port_t mach_thread_self<>();
 
+template <typename>
 int pthread_main_np() {
     return getpid() == gettid() ? 1 : 0;
 }
+template int pthread_main_np<>();
 
 kern_return_t thread_policy_get(mach_port_t, int policy, thread_time_constraint_policy_data_t* data,
                                 std::uint32_t* count, bool* getDefault) {

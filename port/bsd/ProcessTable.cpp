@@ -151,6 +151,7 @@ bool asksForMemory(const int* name, unsigned length) {
 
 } // namespace
 
+template <typename>
 int sysctl(const int* name, unsigned nameLength, void* oldValue, std::size_t* oldLength, const void* newValue,
            std::size_t) {
     if (const int error = refusal(oldLength, newValue))
@@ -165,7 +166,9 @@ int sysctl(const int* name, unsigned nameLength, void* oldValue, std::size_t* ol
         return -1;
     return giveNumber(std::uint64_t{machine.totalram} * machine.mem_unit, oldValue, *oldLength);
 }
+template int sysctl<>(const int*, unsigned, void*, std::size_t*, const void*, std::size_t);
 
+template <typename>
 int sysctlbyname(const char* name, void* oldValue, std::size_t* oldLength, const void* newValue,
                  std::size_t) {
     if (const int error = refusal(oldLength, newValue))
@@ -176,3 +179,4 @@ int sysctlbyname(const char* name, void* oldValue, std::size_t* oldLength, const
     const bool is64Bit = uname(&system) == 0 && std::strcmp(system.machine, "x86_64") == 0;
     return giveNumber(std::int32_t{is64Bit}, oldValue, *oldLength);
 }
+template int sysctlbyname<>(const char*, void*, std::size_t*, const void*, std::size_t);

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#if defined(__GLIBC__) && __GLIBC__ == 2 && __GLIBC_MINOR__ < 38
+template <typename>
 std::size_t strlcpy(char* destination, const char* source, std::size_t size) {
     const std::size_t length = std::strlen(source);
     if (size != 0) {
@@ -13,11 +13,13 @@ std::size_t strlcpy(char* destination, const char* source, std::size_t size) {
     }
     return length;
 }
+template std::size_t strlcpy<>(char*, const char*, std::size_t);
 
+template <typename>
 std::size_t strlcat(char* destination, const char* source, std::size_t size) {
     const std::size_t used = strnlen(destination, size);
     if (used == size)
         return size + std::strlen(source);
     return used + strlcpy(destination + used, source, size - used);
 }
-#endif
+template std::size_t strlcat<>(char*, const char*, std::size_t);

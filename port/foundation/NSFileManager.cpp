@@ -10,7 +10,7 @@ NSFileManager* NSFileManager::defaultManager() {
     return &shared;
 }
 
-BOOL NSFileManager::fileExistsAtPath(const char* path) const {
+bool NSFileManager::fileExistsAtPath(const char* path) const {
     struct stat status;
     return path != nullptr && ::stat(path, &status) == 0;
 }

@@ -22,7 +22,7 @@ NSRef<NSMutableArray> NSMutableArray::mutableCopy() const {
     return copy;
 }
 
-BOOL NSMutableArray::containsObject(const NSString& text) const {
+bool NSMutableArray::containsObject(const NSString& text) const {
     return std::any_of(texts_.begin(), texts_.end(), equalTo(text.UTF8String()));
 }
 

@@ -5,6 +5,6 @@ void NSObject::release() const {
         const_cast<NSObject*>(this)->dealloc(); // every object is made by `new` and never constant
 }
 
-BOOL NSObject::respondsToSelector(const char*) const {
-    return NO;
+bool NSObject::respondsToSelector(const char*) const {
+    return false;
 }

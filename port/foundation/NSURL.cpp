@@ -20,8 +20,8 @@ NSRef<NSData> NSURL::bookmarkDataWithOptions(NSURLBookmarkCreationOptions) const
 }
 
 NSRef<NSURL> NSURL::URLByResolvingBookmarkData(const NSData& bookmark, NSURLBookmarkResolutionOptions,
-                                               BOOL* isStale) {
-    *isStale = NO;
+                                               bool* isStale) {
+    *isStale = false;
     const auto record =
         port::decodeBookmark({reinterpret_cast<const char*>(bookmark.bytes()), bookmark.length()});
     bool stale = false;
@@ -35,11 +35,11 @@ NSRef<NSURL> NSURL::URLByResolvingBookmarkData(const NSData& bookmark, NSURLBook
     return fileURLWithPath(path.c_str());
 }
 
-BOOL NSURL::respondsToSelector(const char* selector) const {
+bool NSURL::respondsToSelector(const char* selector) const {
     return std::strcmp(selector, "startAccessingSecurityScopedResource") == 0 ||
            std::strcmp(selector, "stopAccessingSecurityScopedResource") == 0;
 }
 
-BOOL NSURL::startAccessingSecurityScopedResource() {
+bool NSURL::startAccessingSecurityScopedResource() {
     return ::access(path_.c_str(), R_OK) == 0;
 }

@@ -62,7 +62,7 @@ NSRef<NSString> NSUserDefaults::stringForKey(const char* key) const {
     return NSString::stringWithCFString(static_cast<CFStringRef>(value.get()));
 }
 
-BOOL NSUserDefaults::boolForKey(const char* key) const {
+bool NSUserDefaults::boolForKey(const char* key) const {
     const CFRef<CFTypeRef> value = store_->value(key);
     return value && isTrue(value.get());
 }
@@ -91,7 +91,7 @@ NSRef<NSMutableArray> NSUserDefaults::arrayForKey(const char* key) const {
     return texts;
 }
 
-void NSUserDefaults::setBool(BOOL value, const char* key) {
+void NSUserDefaults::setBool(bool value, const char* key) {
     store_->change(key, CFRef<CFTypeRef>::retained(value ? kCFBooleanTrue : kCFBooleanFalse));
 }
 
@@ -124,13 +124,13 @@ void NSUserDefaults::removeObjectForKey(const char* key) {
     store_->change(key, {});
 }
 
-BOOL NSUserDefaults::synchronize() {
+bool NSUserDefaults::synchronize() {
     const int error = store_->synchronize();
     errno = error;
     return error == 0;
 }
 
-BOOL NSUserDefaults::port_removeAll() {
+bool NSUserDefaults::port_removeAll() {
     const int error = store_->remove();
     errno = error;
     return error == 0;
@@ -140,7 +140,7 @@ const char* NSUserDefaults::port_path() const {
     return store_->path().c_str();
 }
 
-BOOL NSUserDefaults::port_isReadable(int* error) const {
+bool NSUserDefaults::port_isReadable(int* error) const {
     const int failure = store_->readError();
     if (error != nullptr)
         *error = failure;

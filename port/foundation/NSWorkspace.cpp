@@ -78,24 +78,24 @@ NSWorkspace* NSWorkspace::sharedWorkspace() {
     return &shared;
 }
 
-BOOL NSWorkspace::launchApplication(const char* fullPath) {
+bool NSWorkspace::launchApplication(const char* fullPath) {
     errno = EINVAL;
     // The process table shows real paths; a bundle reached through a link must be recognised in it.
     char bundle[PATH_MAX];
     if (fullPath == nullptr || fullPath[0] != '/' || ::realpath(fullPath, bundle) == nullptr)
-        return NO;
+        return false;
     if (isRunning(bundle))
-        return YES;
+        return true;
     const std::string program = programOf(bundle);
     if (!program.empty())
         errno = port::launchDetached(program, port::homeFolder(), nameOf(bundle));
     return !program.empty() && errno == 0;
 }
 
-BOOL NSWorkspace::selectFile(const char* fullPath, const char*) {
+bool NSWorkspace::selectFile(const char* fullPath, const char*) {
     const NSRef<NSURL> url = NSURL::fileURLWithPath(fullPath);
     if (!url || !hasSessionBus())
-        return NO;
+        return false;
     return port::runToEnd({"dbus-send", "--session", "--print-reply", "--reply-timeout=5000",
                            "--dest=org.freedesktop.FileManager1", "/org/freedesktop/FileManager1",
                            "org.freedesktop.FileManager1.ShowItems",

@@ -88,7 +88,7 @@ NSRef<NSString> NSHomeDirectory() {
 }
 
 std::vector<NSRef<NSString>> NSSearchPathForDirectoriesInDomains(NSSearchPathDirectory directory,
-                                                                 NSSearchPathDomainMask domain, BOOL) {
+                                                                 NSSearchPathDomainMask domain, bool) {
     std::string path;
     if (directory == NSApplicationDirectory)
         path = port::applicationsFolder(domain);

@@ -1,7 +1,7 @@
 #!/bin/sh
 # Installs the build tree into a private prefix, moves that, and builds against it as outside programs do: through
-# find_package the consumer and every C++ block of the README, through pkg-config the consumer. The blocks are
-# run and must print what the README says. A host project that adds the sources gets the library alone.
+# find_package a program with names of its own and every C++ block of the README, through pkg-config the former.
+# The blocks are run and must print what the README says. A host project that adds the sources gets the library alone.
 # usage: check.sh BUILD-DIR SOURCE-DIR
 set -eu
 build=$1
@@ -37,15 +37,15 @@ python3 "$source/readme.py" extract "$top/README.md" "$work/readme"
 quietly cmake -S "$source" -B "$work/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$work/prefix" \
     -DREADME="$work/readme" ${CXXFLAGS:+-DCMAKE_CXX_FLAGS="$CXXFLAGS"}
 quietly cmake --build "$work/cmake"
-"$work/cmake/consumer"
+"$work/cmake/names"
 python3 "$source/readme.py" run "$work/readme" "$work/cmake" "$work/prefix" \
     "$build/examples/mainapp/Zubeq Free.app/Contents/MacOS/Zubeq Free"
 
 PKG_CONFIG_PATH=$(dirname "$(find "$work/prefix" -name lfoundation.pc)")
 export PKG_CONFIG_PATH
 # shellcheck disable=SC2046
-quietly ${CXX:-c++} -std=c++20 ${CXXFLAGS:-} "$source/consumer.cpp" -o "$work/consumer" \
+quietly ${CXX:-c++} -std=c++20 ${CXXFLAGS:-} "$source/names.cpp" -o "$work/names" \
     $(pkg-config --cflags --libs lfoundation)
-"$work/consumer"
+"$work/names"
 
 quietly cmake -S "$source/host" -B "$work/host" -G Ninja -DLFOUNDATION="$top"

@@ -225,8 +225,8 @@ TEST_F(Bookmarks, SurviveAKillAtAnyMoment) {
 class OtherURL final : public NSURL {
 public:
     explicit OtherURL(std::string path) : NSURL(std::move(path)) {}
-    BOOL respondsToSelector(const char*) const override { return scoped; }
-    BOOL startAccessingSecurityScopedResource() override { return ++users < 0; } // NO, which must not matter
+    bool respondsToSelector(const char*) const override { return scoped; }
+    bool startAccessingSecurityScopedResource() override { return ++users < 0; } // NO, which must not matter
     void stopAccessingSecurityScopedResource() override { --users; }
 
     bool scoped = false;

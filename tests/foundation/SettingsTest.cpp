@@ -131,7 +131,7 @@ TEST_F(Settings, FoldersModesAndLinksStayAsTheyAre) {
     const auto settings = open();
     settings->removeObjectForKey("absent");
     EXPECT_TRUE(settings->synchronize() && !fs::exists(folder)) << "there was nothing to write";
-    settings->setBool(YES, "k");
+    settings->setBool(true, "k");
     EXPECT_TRUE(settings->synchronize());
     for (const auto& [path, mode] :
          {std::pair{folder, 0700}, {folder + "/er", 0700}, {saved, 0600}, {saved + ".lock", 0600}})
@@ -168,7 +168,7 @@ TEST_F(Settings, DamagedFilesAreKeptAside) {
         EXPECT_EQ(testing::internal::GetCapturedStderr() + FileText(file()), text)
             << "reading changes nothing";
         testing::internal::CaptureStderr();
-        settings->setBool(YES, "k");
+        settings->setBool(true, "k");
         EXPECT_TRUE(settings->synchronize() && open()->boolForKey("k") && settings->port_isReadable(&error));
         const std::string said = testing::internal::GetCapturedStderr();
         EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1) << said;
@@ -214,7 +214,7 @@ TEST_F(Settings, FaultsLeaveTheOldFileWhole) {
     for (const Fault& row : rows) {
         write(old);
         const auto settings = open();
-        settings->setBool(YES, "new");
+        settings->setBool(true, "new");
         fault = &row;
         callsBefore = 0;
         port::sys::setHook(strike);
@@ -241,7 +241,7 @@ TEST_F(Settings, WhatCannotBeReadIsNotTakenForAbsent) {
             [](Call call) { return call == fault->call ? fault->verdict : port::sys::Verdict(); });
         const auto settings = open();
         int error = 0;
-        settings->setBool(YES, "old");
+        settings->setBool(true, "old");
         for (const char* key : {"old", "other"})
             settings->removeObjectForKey(key);
         set(settings, "new", "2");
@@ -264,9 +264,9 @@ TEST_F(Settings, RemovedTheyLeaveNothing) {
     fs::create_symlink(real, file());
     for (const char* name : {"real.corrupt-1.2", ".real.tmp-1-2", "shared.plist2"})
         std::ofstream(place.Path() + "/" + name) << "x";
-    settings->setBool(YES, "k");
+    settings->setBool(true, "k");
     EXPECT_TRUE(settings->synchronize() && fs::exists(real));
-    settings->setBool(NO, "pending");
+    settings->setBool(false, "pending");
     EXPECT_TRUE(settings->port_removeAll() && !settings->boolForKey("k") && settings->synchronize());
     EXPECT_EQ(names(""), std::vector<std::string>{"shared.plist2"});
     fs::create_directory(file());

@@ -20,7 +20,7 @@ int saveKeys(const std::string& prefix, int count) {
     const auto save = [&](const std::string& start) {
         for (int number = 0; number < count; ++number) {
             const std::string key = start + std::to_string(number);
-            settings->setBool(YES, key.c_str());
+            settings->setBool(true, key.c_str());
             if (!settings->synchronize() || !settings->boolForKey(key.c_str()))
                 std::_Exit(EXIT_FAILURE);
             say(key.c_str());

@@ -79,10 +79,10 @@ public:
     // default signals; no descriptor but 0 (empty), 1 and 2 (those of this process where they are files or
     // devices, else empty); the home folder as working folder; and LAUNCHED_AT_LOGIN=1 in its environment. It
     // outlives this process.
-    BOOL launchApplication(const char* fullPath);
+    bool launchApplication(const char* fullPath);
 
     // Shows the file in a window of the session's file viewer, selected in its folder. A relative path starts at
     // the working folder; the root of the window is the viewer's own choice, whatever rootFullPath says. False
     // without a session bus, or when no viewer takes the request; blocks until one has, up to 6 s.
-    BOOL selectFile(const char* fullPath, const char* rootFullPath);
+    bool selectFile(const char* fullPath, const char* rootFullPath);
 };

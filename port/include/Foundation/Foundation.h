@@ -24,10 +24,6 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 
-using BOOL = bool;
-constexpr BOOL YES = true;
-constexpr BOOL NO = false;
-
 // The root of counted objects. A new one has the count 1, which belongs to its maker.
 class NSObject {
 public:
@@ -39,7 +35,7 @@ public:
     void release() const;
 
     // True when the object has a method of that name that not every object of its kind has.
-    virtual BOOL respondsToSelector(const char* selector) const;
+    virtual bool respondsToSelector(const char* selector) const;
 
 protected:
     NSObject() = default;
@@ -65,7 +61,7 @@ public:
     // Lives as long as this object.
     const char* UTF8String() const { return utf8_.c_str(); }
     // Exact comparison.
-    BOOL isEqualToString(const char* text) const { return utf8_ == text; }
+    bool isEqualToString(const char* text) const { return utf8_ == text; }
 
 private:
     explicit NSString(std::string utf8) : utf8_(std::move(utf8)) {}
@@ -101,7 +97,7 @@ public:
     // The index is below the count; the text lives as long as the array holds it.
     NSString* objectAtIndex(unsigned long index) const { return texts_[index].get(); }
     // By value, exactly.
-    BOOL containsObject(const NSString& text) const;
+    bool containsObject(const NSString& text) const;
 
     void addObject(const NSRef<NSString>& text) { texts_.push_back(text); } // not null
     void addObjectsFromArray(const NSMutableArray& other);
@@ -143,13 +139,13 @@ public:
     // another one. Null, with *isStale false and errno, when it is not found: ENOENT when it is
     // known to be gone, EINVAL for bytes that no bookmark has, else why it could not be looked for.
     static NSRef<NSURL> URLByResolvingBookmarkData(const NSData& bookmark,
-                                                   NSURLBookmarkResolutionOptions options, BOOL* isStale);
+                                                   NSURLBookmarkResolutionOptions options, bool* isStale);
 
     // Both methods of the security scope.
-    BOOL respondsToSelector(const char* selector) const override;
+    bool respondsToSelector(const char* selector) const override;
     // True when this process may read the file. Access here depends on nothing but the file's permissions, so
     // there is nothing to be given back.
-    virtual BOOL startAccessingSecurityScopedResource();
+    virtual bool startAccessingSecurityScopedResource();
     virtual void stopAccessingSecurityScopedResource() {}
 
 protected:
@@ -180,7 +176,7 @@ public:
     NSRef<NSString> stringForKey(const char* key) const;
     // True for a true boolean, a number other than 0, and a text that begins with Y, y, T, t or a number
     // other than 0 (blanks, signs and zeros in front skipped); false otherwise, also when the key is absent.
-    BOOL boolForKey(const char* key) const;
+    bool boolForKey(const char* key) const;
     // Null when the key is absent or its value is no data.
     NSRef<NSData> dataForKey(const char* key) const;
     // A new array of the texts in the stored one; values of other types in it are left out. Null when the key
@@ -189,7 +185,7 @@ public:
 
     // What no property list holds (a control character in a text or a key, a text of more than 1 MiB) is not set:
     // the key keeps the value that it has.
-    void setBool(BOOL value, const char* key);
+    void setBool(bool value, const char* key);
     void setObject(const NSString& value, const char* key);
     void setObject(const NSData& value, const char* key);
     void setObject(const NSMutableArray& value, const char* key);
@@ -205,16 +201,16 @@ public:
     // read, locked (waits up to 5 s for another process) or written: the file is as it was, the changes stay
     // pending. A file that is no property list is renamed to `<file>.corrupt-<time>` when there are changes to
     // write, with one line on standard error.
-    BOOL synchronize();
+    bool synchronize();
 
-    // NO when the settings file cannot be read: every key is absent then, which says nothing about the file, and
+    // False when the settings file cannot be read: every key is absent then, which says nothing about the file, and
     // nothing is removed or saved. *error (may be null) gets the errno value, EFBIG for a file of more than
-    // 4 MiB; EBADMSG for a file that is no property list, over which a save still goes; 0 with YES.
-    BOOL port_isReadable(int* error) const;
+    // 4 MiB; EBADMSG for a file that is no property list, over which a save still goes; 0 with true.
+    bool port_isReadable(int* error) const;
 
     // Removes every setting: the file, whatever it holds, the damaged ones that were kept beside it, and the lock
     // file. Blocks as `synchronize` does. False, with errno, when something stays.
-    BOOL port_removeAll();
+    bool port_removeAll();
     // The settings file, which need not exist; empty when there is no place for one. Lives as long as this object.
     const char* port_path() const;
 
@@ -237,7 +233,7 @@ public:
     static NSFileManager* defaultManager();
 
     // Follows links; false for an empty path.
-    BOOL fileExistsAtPath(const char* path) const;
+    bool fileExistsAtPath(const char* path) const;
 
     // Of the item itself, links not followed; none when they cannot be read.
     std::optional<NSFileAttributes> attributesOfItemAtPath(const char* path) const;
@@ -281,7 +277,7 @@ enum NSSearchPathDomainMask : unsigned long { NSUserDomainMask = 1, NSLocalDomai
 // when they are missing; documents, media and the like come from user-dirs.dirs in the configuration folder.
 std::vector<NSRef<NSString>> NSSearchPathForDirectoriesInDomains(NSSearchPathDirectory directory,
                                                                  NSSearchPathDomainMask domain,
-                                                                 BOOL expandTilde);
+                                                                 bool expandTilde);
 
 // The bundle of this process; for a plain executable the folder that it is in.
 class NSBundle final : public NSObject {

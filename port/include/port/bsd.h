@@ -1,29 +1,26 @@
 // BSD calls that this system's libc lacks, under their own names, and the port's variants of calls whose
-// structures differ (`port_` names).
+// structures differ (`port_` names). The former are templates: beside a function of the program's own, of the C
+// library or of another library they yield to that.
 //
 // Thread-safety: reentrant.
 #pragma once
 
 #include <csignal>
 #include <cstddef>
-#include <cstring>
 #include <sys/types.h>
 
-// Since version 2.38 the C library has the two calls itself. Older ones get them in the form in which other
-// libraries declare them too, under a name of our own for the linker.
-#if defined(__GLIBC__) && __GLIBC__ == 2 && __GLIBC_MINOR__ < 38
-extern "C" {
 // Copies at most size - 1 bytes of `source` and terminates when size is not 0. Returns strlen(source): a
 // result >= size tells that the text was cut.
-std::size_t strlcpy(char* destination, const char* source, std::size_t size) __asm__("port_strlcpy");
+template <typename = void>
+std::size_t strlcpy(char* destination, const char* source, std::size_t size);
 
 // Appends `source` to the text in `destination`, which holds `size` bytes in all. Returns the length that
 // the whole text wanted; a result >= size tells that it was cut.
-std::size_t strlcat(char* destination, const char* source, std::size_t size) __asm__("port_strlcat");
-}
-#endif
+template <typename = void>
+std::size_t strlcat(char* destination, const char* source, std::size_t size);
 
 // Not 0 on the thread that the process began with.
+template <typename = void>
 int pthread_main_np();
 
 constexpr std::size_t PORT_MOUNT_NAME_SIZE = 1024; // bytes, terminator included (MAXPATHLEN of the platform)

@@ -11,7 +11,8 @@ constexpr kern_return_t KERN_SUCCESS = 0;
 constexpr kern_return_t KERN_INVALID_ARGUMENT = 4;
 
 // The calling thread's number: small, positive, the same for the thread's whole life, and never that of
-// another living thread.
+// another living thread. A template, so that it yields to a program's own function of that name.
+template <typename = void>
 mach_port_t mach_thread_self();
 
 constexpr int THREAD_TIME_CONSTRAINT_POLICY = 2;

@@ -1,7 +1,7 @@
 // What the kernel tells about the processes and the machine, under the platform's own names.
 //
 // Thread-safety: reentrant. Nothing but the calls below blocks, and they only as long as the kernel takes to
-// answer.
+// answer. The calls are templates, so that they yield to a program's own functions of these names.
 #pragma once
 
 #include <cstddef>
@@ -52,9 +52,11 @@ constexpr int HW_MEMSIZE = 24;
 // no promise. A buffer that is too small gets what it holds.
 // 0, or -1 with errno: ENOMEM for too small a buffer, ENOENT for another name, EPERM for a new value,
 // EFAULT without `oldLength`, or what reading the table gave.
+template <typename = void>
 int sysctl(const int* name, unsigned nameLength, void* oldValue, std::size_t* oldLength, const void* newValue,
            std::size_t newLength);
 
 // The same by name, for "hw.optional.x86_64": a 32-bit number, 1 on a 64-bit x86 kernel, else 0.
+template <typename = void>
 int sysctlbyname(const char* name, void* oldValue, std::size_t* oldLength, const void* newValue,
                  std::size_t newLength);
