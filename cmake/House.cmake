@@ -1,4 +1,4 @@
-# How every target of the house is compiled, and the functions that add a folder, a program, a test or a fuzz
+# How every target of the house is compiled, and the functions that add a room, a program, a test or a fuzz
 # target. What a project that adds this one would see, functions and targets, begins with `lfoundation_`.
 
 set(CMAKE_CXX_STANDARD 20)
@@ -42,13 +42,25 @@ endif()
 include(CheckPIESupported)
 check_pie_supported(LANGUAGES CXX)
 
-# lfoundation_folder(NAME SOURCES ... [NEEDS ...] [COMPACT]): the objects of one folder, the target
-# lfoundation_NAME. NEEDS names the folders whose headers and objects it builds on; a folder sees no other.
-# COMPACT: seldom run, small before fast.
-function(lfoundation_folder name)
-  cmake_parse_arguments(arg "COMPACT" "" "SOURCES;NEEDS" ${ARGN})
-  list(TRANSFORM arg_NEEDS PREPEND lfoundation_)
+# lfoundation_room(NAME SOURCES ... [HEADERS ...] [PUBLIC ...] [NEEDS ...] [COMPACT]): the objects of one room, the
+# target lfoundation_NAME. A room holds its sources, each with the header of its name, further HEADERS, what PUBLIC
+# names below port/include, and what no other room holds in a folder of the room's own name. NEEDS names the rooms
+# it stands on; it may include nothing else, see cmake/Walls.cmake. COMPACT: seldom run, small before fast.
+function(lfoundation_room name)
+  cmake_parse_arguments(arg "COMPACT" "" "SOURCES;HEADERS;PUBLIC;NEEDS" ${ARGN})
   add_library(lfoundation_${name} OBJECT ${arg_SOURCES})
+  cmake_path(RELATIVE_PATH CMAKE_CURRENT_SOURCE_DIR BASE_DIRECTORY ${PROJECT_SOURCE_DIR} OUTPUT_VARIABLE folder)
+  set(held ${arg_SOURCES} ${arg_HEADERS})
+  list(TRANSFORM held PREPEND ${folder}/)
+  list(TRANSFORM arg_PUBLIC PREPEND port/include/)
+  list(APPEND held ${arg_PUBLIC})
+  string(REPLACE _ / path ${name})
+  if(folder MATCHES "(^|/)${path}$")
+    list(APPEND held ${folder})
+  endif()
+  set_target_properties(lfoundation_${name} PROPERTIES LFOUNDATION_NEEDS "${arg_NEEDS}"
+    LFOUNDATION_HOLDS "${held}")
+  list(TRANSFORM arg_NEEDS PREPEND lfoundation_)
   target_link_libraries(lfoundation_${name} PRIVATE lfoundation_house PUBLIC Threads::Threads ${arg_NEEDS})
   if(arg_COMPACT AND NOT LFOUNDATION_SANITIZE AND NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
     target_compile_options(lfoundation_${name} PRIVATE -Os)

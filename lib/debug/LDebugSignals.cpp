@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <initializer_list>
 #include <port/core.h>
+#include <port/init.h>
 #include <port/mach.h>
 #include <unistd.h>
 
@@ -17,10 +18,10 @@ constinit std::uint32_t lfoundation::gdwMainThreadId = 0;
 constinit std::uint32_t lfoundation::gwDebugCurrentCommand = 1;
 constinit std::uint32_t lfoundation::gwDebugLastCommand = 0;
 
-// In this order, and before the statics of all other files: 101 is the first priority that a program may use.
-[[gnu::init_priority(101)]] LHangDetector lfoundation::gLHangDetector;
-[[gnu::init_priority(101)]] LLockObject lfoundation::loDebugThreads;
-[[gnu::init_priority(101)]] LDebugLoadTime lfoundation::gLDebugLoadTime;
+// In this order, and before the statics of all other files.
+PORT_MADE_FIRST LHangDetector lfoundation::gLHangDetector;
+PORT_MADE_FIRST LLockObject lfoundation::loDebugThreads;
+PORT_MADE_FIRST LDebugLoadTime lfoundation::gLDebugLoadTime;
 
 // Nobody in the library defines it.
 extern "C" [[gnu::weak, gnu::visibility("default")]] const char LNoSignalHandlers;

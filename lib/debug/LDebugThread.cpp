@@ -9,9 +9,9 @@
 #include <port/bsd.h>
 #include <port/mach.h>
 
+#include "base/LMainThread.h"
 #include "debug/LDebugSignals.h"
 #include "strings/LStringFormat.h"
-#include "threads/LThreadRunOnMainThread.h"
 
 constinit LDebugThreadData lfoundation::gDebugThreadData[LDebugMaxThreads];
 constinit std::atomic<int> lfoundation::gnDebugThreads{0};

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <port/pipe.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,7 +14,7 @@ struct Ends {
 
     bool Open() {
         int ends[2];
-        if (pipe2(ends, O_CLOEXEC) != 0)
+        if (port_pipe(ends) != 0)
             return false;
         read.reset(ends[0]);
         write.reset(ends[1]);
@@ -55,7 +56,7 @@ pid_t WaitFor(pid_t process, int& nStatus, int nOptions) {
 
 bool LPipeStream::_OpenStream(const char* szCommandLine, const char* szMode) {
     Close();
-    pStream = popen(szCommandLine, szMode);
+    pStream = port_popen(szCommandLine, szMode);
     if (pStream == nullptr)
         return false;
     nDescriptor = fileno(pStream);

@@ -39,13 +39,13 @@ private:
 // Reads what the command writes.
 class LPipeIn : public LPipeStream {
 public:
-    bool _Open(const char* szCommandLine) { return _OpenStream(szCommandLine, "re"); }
+    bool _Open(const char* szCommandLine) { return _OpenStream(szCommandLine, "r"); }
 };
 
 // Writes what the command reads.
 class LPipeOut : public LPipeStream {
 public:
-    bool _Open(const char* szCommandLine) { return _OpenStream(szCommandLine, "we"); }
+    bool _Open(const char* szCommandLine) { return _OpenStream(szCommandLine, "w"); }
 };
 
 // Both streams of a command.

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <memory>
+#include <port/pipe.h>
 #include <pthread.h>
 #include <sys/wait.h>
 
@@ -13,7 +14,7 @@ namespace {
 void Run(ProcessRunData& data) {
     data.nResult = LProcessFinished;
     data.nExitCode = -1;
-    FILE* pStream = popen(LUTF8StringLongRef(data.sCommand), "we");
+    FILE* pStream = port_popen(LUTF8StringLongRef(data.sCommand), "w");
     if (pStream == nullptr) {
         data.nResult = LProcessFailed;
         return;

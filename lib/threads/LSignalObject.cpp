@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <port/internal/thread_order.h>
+#include <port/pipe.h>
 #include <unistd.h>
 
 #include "base/LSleep.h"
@@ -98,7 +99,7 @@ bool LSignalObjectRef::Select(int nHighest, fd_set& set, unsigned int timeout) {
 
 LSignalObject::LSignalObject() {
     int ends[2];
-    if (pipe2(ends, O_NONBLOCK | O_CLOEXEC) != 0)
+    if (port_pipe(ends, O_NONBLOCK) != 0)
         return;
     nRead = ends[0];
     nWrite = ends[1];

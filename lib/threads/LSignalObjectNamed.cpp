@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 #include <port/bsd.h>
+#include <port/net.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -25,10 +26,6 @@ struct Address {
     }
     const sockaddr* Get() const { return reinterpret_cast<const sockaddr*>(&address); }
 };
-
-port::UniqueFd OpenSocket(int nFlags = 0) {
-    return port::UniqueFd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | nFlags, 0));
-}
 
 // A POSIX signal does not end the wait: the socket file would stay and refuse the name to the next one.
 bool WaitReadable(int nDescriptor, unsigned int timeout) {
@@ -63,22 +60,22 @@ LSignalObjectNamed::~LSignalObjectNamed() {
 // waiter that stands still does not hold the signaller up, nor can a POSIX signal break the connecting off.
 void LSignalObjectNamed::Signal() const {
     const Address address(szPath);
-    const port::UniqueFd peer = OpenSocket(SOCK_NONBLOCK);
+    const port::UniqueFd peer(port_local_socket());
     const char byte = 1;
     if (szPath[0] != '\0' && peer && connect(peer.get(), address.Get(), sizeof address.address) == 0)
-        send(peer.get(), &byte, 1, MSG_NOSIGNAL);
+        port_send(peer.get(), &byte, 1);
 }
 
 bool LSignalObjectNamed::WaitSignal(unsigned int timeout) {
     const Address address(szPath);
-    const port::UniqueFd listener = OpenSocket();
+    const port::UniqueFd listener(port_local_socket());
     if (szPath[0] == '\0' || !listener || !LSignalObjectRef::FitsSelect(listener.get()) ||
         bind(listener.get(), address.Get(), sizeof address.address) != 0 ||
         listen(listener.get(), nBacklog) != 0)
         return false;
     if (!WaitReadable(listener.get(), timeout))
         return false;
-    port::UniqueFd accepted(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    port::UniqueFd accepted(port_local_accept(listener.get()));
     if (!accepted)
         return false;
     connection = std::move(accepted);

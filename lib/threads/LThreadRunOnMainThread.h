@@ -12,13 +12,9 @@
 #include <Carbon/Carbon.h>
 
 #include <atomic>
-#include <port/bsd.h>
 
+#include "base/LMainThread.h"
 #include "threads/LLockObject.h"
-
-inline bool LIsMainThread() {
-    return pthread_main_np() != 0;
-}
 
 // A unit of work. It is deleted after its function has run, or without that when its target is closed.
 class LThreadRunOnMainThreadData {

@@ -26,6 +26,14 @@ int port_tcp_accept(int listening) {
     return port::sys::accept4(listening, nullptr, nullptr, SOCK_NONBLOCK);
 }
 
+int port_local_socket() {
+    return socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+}
+
+int port_local_accept(int listening) {
+    return port::sys::accept4(listening, nullptr, nullptr, 0);
+}
+
 ssize_t port_send(int socket, const void* bytes, std::size_t size) {
     return send(socket, bytes, size, MSG_DONTWAIT | MSG_NOSIGNAL);
 }

@@ -2,8 +2,8 @@
 
 #include <cerrno>
 
+#include "corefoundation/CFString.h"
 #include "host/UserFolders.h"
-#include <Foundation/Foundation.h>
 
 namespace port {
 namespace {
@@ -146,9 +146,9 @@ std::string SettingsStore::pathFor(std::string_view identifier) {
 
 std::string SettingsStore::ownPath() {
     CFBundleRef bundle = CFBundleGetMainBundle();
-    const NSRef<NSString> identifier =
-        NSString::stringWithCFString(bundle == nullptr ? nullptr : CFBundleGetIdentifier(bundle));
-    const std::string path = identifier ? pathFor(identifier->UTF8String()) : "";
+    const CFStringRef identifier = bundle == nullptr ? nullptr : CFBundleGetIdentifier(bundle);
+    std::string name;
+    const std::string path = identifier != nullptr && copyUtf8(identifier, name) ? pathFor(name) : "";
     return path.empty() ? pathFor(program_invocation_short_name) : path;
 }
 

@@ -11,6 +11,11 @@
 int port_tcp_socket();
 int port_tcp_accept(int listening);
 
+// A new local (AF_UNIX) socket. The next connection of a listening one waits in `read` and `write`, which may
+// be interrupted.
+int port_local_socket();
+int port_local_accept(int listening);
+
 // `send` and `recv`, on any socket. EAGAIN: nothing can be sent, or nothing is there, now. Sending to a peer
 // that is gone is EPIPE.
 ssize_t port_send(int socket, const void* bytes, std::size_t size);
