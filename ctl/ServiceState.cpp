@@ -35,7 +35,8 @@ void ReportFolder(Report& report) {
     report.AddOptionalText("runtimeFolderProblem", "its problem", folder.sProblem);
     if (!folder.sProblem.empty())
         report.AddFinding(folder.sProblem, StepForFolder(folder));
-    if (getenv("XDG_RUNTIME_DIR") == nullptr)
+    const char* szBase = getenv("XDG_RUNTIME_DIR");
+    if (szBase == nullptr || szBase[0] == '\0')
         report.AddFinding("XDG_RUNTIME_DIR is not set: the session's programs use another runtime folder",
                           "export XDG_RUNTIME_DIR=/run/user/$(id -u)");
 }
