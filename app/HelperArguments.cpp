@@ -30,8 +30,6 @@ constexpr std::string_view Version = "loginhelper (LFoundation) " LFOUNDATION_VE
 } // namespace
 
 LHelperMode ParseHelperArguments(int argc, char* argv[]) {
-    if (argc < 2)
-        return LHelperMode::Login;
     const std::string_view word = argv[1];
     if (word == "--help" || word == "-h")
         EndWithText(Help);

@@ -8,6 +8,6 @@ enum class LHelperMode {
     Serve, // --serve: what a question starts
 };
 
-// What the command line asks for. Answers --help and --version itself and ends the process, with status 0 or, when
-// nobody could be told, 74; ends it with a line and status 64 for any other argument.
+// What a command line with arguments asks for. Answers --help and --version itself and ends the process, with
+// status 0 or, when nobody could be told, 74; ends it with a line and status 64 for any other argument.
 LHelperMode ParseHelperArguments(int argc, char* argv[]);

@@ -30,7 +30,8 @@ NSApplicationDelegate* MakeServingHelper() {
 } // namespace
 
 int main(int argc, char* argv[]) {
-    const LHelperMode eMode = ParseHelperArguments(argc, argv);
+    // A login has none, and need not bring their reader to memory.
+    const LHelperMode eMode = argc > 1 ? ParseHelperArguments(argc, argv) : LHelperMode::Login;
     if (std::string sWhy; FindForeignFolder(sWhy)) {
         HelperReport("%s", sWhy.c_str());
         return EX_NOPERM;
