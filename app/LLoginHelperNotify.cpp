@@ -91,8 +91,8 @@ void LLoginHelperNotify::EvInvalidConnectionAttempt() {
 void LLoginHelperNotify::_SetLaunchAtLogin(long connection, long message, const Request& request) {
     NSUserDefaults* pDefaults = NSUserDefaults::standardUserDefaults();
     if (request.bLaunchOn) {
-        // A path that is missing, endless, no UTF-8 or holds what no settings file can is answered like any other
-        // mismatch: not at all.
+        // A path that is missing, endless, no UTF-8 or holds what no settings file can is answered like any
+        // other mismatch: not at all.
         if (request.szBundlePath == nullptr || strlen(request.szBundlePath) >= dwStoredPathLimit)
             return;
         const NSRef<NSString> pPath = NSString::stringWithUTF8String(request.szBundlePath);

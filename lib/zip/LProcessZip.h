@@ -1,7 +1,7 @@
 // Archives made and extracted under a process interface, with status, progress, stop request and error texts.
 //
-// Thread-safety: as zip/LZipFile.h. Blocks while the tools run; a stop request ends the tool, and the result is then
-// LProcessStopped. The archive is as it was before the tool's last file, but what was extracted stays.
+// Thread-safety: as zip/LZipFile.h. Blocks while the tools run; a stop request ends the tool, and the result is
+// then LProcessStopped. The archive is as it was before the tool's last file, but what was extracted stays.
 //
 // Results: LProcessFinished, LProcessStopped, LProcessFailed (threads/LProcessInterface.h).
 #pragma once

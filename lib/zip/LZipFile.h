@@ -10,8 +10,9 @@
 // path, because the tool runs in another folder. The tools' own rules hold for the rest: an archive's name
 // without a dot gets ".zip", unzip drops control characters from the names that it writes.
 //
-// A tool runs in a session of its own with an empty standard input: Ctrl-C reaches this process alone, and what a tool
-// would ask (for a password, for another disk) it takes for answered with nothing. It ends with this process.
+// A tool runs in a session of its own with an empty standard input: Ctrl-C reaches this process alone, and what
+// a tool would ask (for a password, for another disk) it takes for answered with nothing. It ends with this
+// process.
 //
 // The tools' messages go where the process's own output goes. Failures are results.
 #pragma once

@@ -93,7 +93,8 @@ bool ShellCommand::hasEnded() const {
     return process_ <= 0 || awaitEnd(0);
 }
 
-// Until it has been waited for, the process is there, if only as one that has ended, and its number is its own.
+// Until it has been waited for, the process is there, if only as one that has ended, and its number is its
+// own.
 bool ShellCommand::awaitEnd(int milliseconds) const {
     if (!end_) {
         siginfo_t info{};

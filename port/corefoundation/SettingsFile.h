@@ -15,7 +15,8 @@ namespace port {
 
 using Settings = CFRef<CFDictionaryRef>;
 
-// What becomes of one key: a new value, or an edit of an array of texts, which goes over what others wrote into it.
+// What becomes of one key: a new value, or an edit of an array of texts, which goes over what others wrote
+// into it.
 struct SettingChange {
     // The new value; null removes the key.
     CFRef<CFTypeRef> valueOver(CFTypeRef current) const;
@@ -35,20 +36,20 @@ public:
     explicit SettingsFile(std::string path) : path_(std::move(path)) {}
 
     // Reads the file and changes nothing. A missing file is empty. 0, or the errno value of what failed with
-    // `settings` untouched (EFBIG for a file that is longer than a list may be); EBADMSG for a damaged file, which
-    // is no property list: `settings` is then empty.
+    // `settings` untouched (EFBIG for a file that is longer than a list may be); EBADMSG for a damaged file,
+    // which is no property list: `settings` is then empty.
     int load(Settings& settings);
 
-    // Puts the changes over what the file holds, and writes it whole when that makes a difference; without one
-    // it takes no lock and touches nothing. `settings` gets what the file then holds. A file that cannot be
-    // read is never written over; a damaged one is first renamed, with one line on standard error, or left
+    // Puts the changes over what the file holds, and writes it whole when that makes a difference; without
+    // one it takes no lock and touches nothing. `settings` gets what the file then holds. A file that cannot
+    // be read is never written over; a damaged one is first renamed, with one line on standard error, or left
     // alone when there are no changes. Blocks on the disk, and up to 5 s on another process's lock. 0, or the
     // errno value of what failed, EFBIG when the whole would be longer than a list may be: the file stands as
     // it was and `settings` is untouched.
     int update(const SettingChanges& changes, Settings& settings);
 
-    // Removes the file, whatever it holds, the damaged ones that were kept, and the lock file. Blocks as `update`
-    // does. 0, or the errno value of what failed.
+    // Removes the file, whatever it holds, the damaged ones that were kept, and the lock file. Blocks as
+    // `update` does. 0, or the errno value of what failed.
     int remove();
 
     const std::string& path() const { return path_; }
@@ -61,7 +62,8 @@ private:
 
     std::string path_;
     bool tidied_ = false; // what killed writers left was removed once
-    // The settings that were last read or written, and their bytes: a file of the same bytes is not read anew.
+    // The settings that were last read or written, and their bytes: a file of the same bytes is not read
+    // anew.
     std::vector<std::uint8_t> knownBytes_;
     Settings known_;
 };

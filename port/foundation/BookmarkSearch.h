@@ -19,9 +19,9 @@ constexpr std::size_t kBookmarkSearchLimit = 4096;
 bool makeBookmark(const std::string& path, BookmarkRecord& record);
 
 // Where the file of the record is: the recorded path as long as there is anything; else where the kernel or a
-// search through the folder and its surroundings finds the same file. `stale` tells that the record no longer says
-// what is there. 0; or, with `path` empty, ENOENT when it is not found, or the errno value of what kept us from
-// looking where it was recorded, or from opening folders at all.
+// search through the folder and its surroundings finds the same file. `stale` tells that the record no longer
+// says what is there. 0; or, with `path` empty, ENOENT when it is not found, or the errno value of what kept
+// us from looking where it was recorded, or from opening folders at all.
 int findBookmarked(const BookmarkRecord& record, std::string& path, bool& stale);
 
 } // namespace port

@@ -49,9 +49,14 @@ public:
 
     static std::string prefix(const std::string& target) { return "." + target + ".tmp-"; }
 
-    bool fill(std::string_view bytes, mode_t mode) {
-        return fd_ && sys::writeAll(fd_.get(), bytes.data(), bytes.size()) &&
-               ::fchmod(fd_.get(), mode) == 0 && sys::fsync(fd_.get()) == 0;
+    bool fill(std::string_view bytes, const struct stat& like) {
+        if (!fd_ || !sys::writeAll(fd_.get(), bytes.data(), bytes.size()))
+            return false;
+        // Only root can give a file away; for others it is theirs already, or becomes theirs.
+        if (like.st_uid != ::geteuid() && ::fchown(fd_.get(), like.st_uid, like.st_gid) != 0 &&
+            errno != EPERM)
+            return false;
+        return ::fchmod(fd_.get(), like.st_mode & kPermissionBits) == 0 && sys::fsync(fd_.get()) == 0;
     }
 
     bool takeName(const std::string& target) {
@@ -71,13 +76,15 @@ UniqueFd openFolder(const FilePlace& place) {
     return UniqueFd(sys::open(place.folder.empty() ? "." : place.folder.c_str(), O_RDONLY | O_DIRECTORY));
 }
 
-// The permissions that the new content is to have. False when something other than a file has the name.
-bool permissionsFor(int folder, const std::string& name, mode_t& mode) {
-    struct stat status;
-    mode = kNewFileMode;
-    if (::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+// The owner and the permissions that the new content is to have. False when something other than a file has the
+// name.
+bool describe(int folder, const std::string& name, struct stat& status) {
+    if (::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+        status = {};
+        status.st_uid = ::geteuid();
+        status.st_mode = kNewFileMode;
         return errno == ENOENT;
-    mode = status.st_mode & kPermissionBits;
+    }
     if (S_ISREG(status.st_mode))
         return true;
     errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
@@ -144,11 +151,11 @@ bool replaceFile(const std::string& path, std::string_view bytes) {
     if (!resolvePlace(path, place))
         return false;
     const UniqueFd folder = openFolder(place);
-    mode_t mode = 0;
-    if (!folder || !permissionsFor(folder.get(), place.name, mode))
+    struct stat status;
+    if (!folder || !describe(folder.get(), place.name, status))
         return false;
     Temporary temporary(folder.get(), place.name);
-    return temporary.fill(bytes, mode) && temporary.takeName(place.name) && sys::fsync(folder.get()) == 0;
+    return temporary.fill(bytes, status) && temporary.takeName(place.name) && sys::fsync(folder.get()) == 0;
 }
 
 void removeAbandonedTemporaries(const std::string& path) {

@@ -21,9 +21,9 @@ struct FilePlace {
 bool resolvePlace(const std::string& path, FilePlace& place);
 
 // Gives the file `bytes` as its content, on the disk when this returns. The bytes go into a temporary file
-// in the same folder, which then takes the name. An existing file's permissions are kept, a new file gets
-// 0600. Blocks on the disk. False with errno: nothing changed, or (when only the last flush of the folder
-// failed) the new content stands but may not survive a power cut.
+// in the same folder, which then takes the name. An existing file's permissions are kept, and by root its owner;
+// a new file gets 0600. Blocks on the disk. False with errno: nothing changed, or (when only the last flush of
+// the folder failed) the new content stands but may not survive a power cut.
 bool replaceFile(const std::string& path, std::string_view bytes);
 
 // Removes the temporary files that writers of `path` left when they were killed. Precondition: the caller

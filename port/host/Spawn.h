@@ -26,9 +26,9 @@ struct SpawnOptions {
     bool hasOwnSession = false;
 };
 
-// Starts the program, a path or a name of the search path, with these arguments, the first of which is its own name:
-// default signal handling, no signal blocked, no descriptor but the three. 0, with `child` set, which the caller
-// waits for; or an errno value, also when the program cannot be executed.
+// Starts the program, a path or a name of the search path, with these arguments, the first of which is its
+// own name: default signal handling, no signal blocked, no descriptor but the three. 0, with `child` set,
+// which the caller waits for; or an errno value, also when the program cannot be executed.
 int spawn(const char* program, const std::vector<std::string>& arguments, const SpawnOptions& options,
           pid_t& child);
 

@@ -139,6 +139,7 @@ TEST_F(Settings, FoldersModesAndLinksStayAsTheyAre) {
     fs::remove(saved);
     fs::create_symlink("../second", saved);
     fs::create_symlink(real, folder + "/second"); // to nothing at first
+    const uid_t owner = geteuid() == 0 ? 1 : geteuid();
     for (const auto& [text, mode] : {std::pair{"first", 0600}, {"second", 0640}}) {
         set(settings, "k", text);
         EXPECT_TRUE(settings->synchronize());
@@ -146,6 +147,10 @@ TEST_F(Settings, FoldersModesAndLinksStayAsTheyAre) {
         EXPECT_EQ(fs::status(real).permissions(), fs::perms(mode));
         EXPECT_EQ(get(open(), "k"), text);
         fs::permissions(real, fs::perms(0640));
+        struct stat status;
+        EXPECT_EQ(stat(real.c_str(), &status), 0);
+        EXPECT_TRUE(text == std::string("first") || status.st_uid == owner) << "root gave it to itself";
+        EXPECT_EQ(chown(real.c_str(), owner, static_cast<gid_t>(-1)), 0);
     }
     fs::create_hard_link(real, folder + "/before");
     set(settings, "k", "second");

@@ -31,8 +31,8 @@ public:
     void AddBlank() { sLine.Append(" "); }
 
     // Runs the line; true when the tool succeeded. Options that the tools would take from the environment have
-    // no effect, and a tool that asks something gets no answer. Blocks until the tool ends; a stop request ends it,
-    // as the end of this process does.
+    // no effect, and a tool that asks something gets no answer. Blocks until the tool ends; a stop request ends
+    // it, as the end of this process does.
     bool Run(LProcessInterface& process) const;
 
 private:

@@ -1,5 +1,5 @@
-// Foundation: counted objects, texts, data, URLs of files and their bookmarks, the settings of the user, files
-// and the home folder.
+// Foundation: counted objects, texts, data, URLs of files and their bookmarks, the settings of the user,
+// files and the home folder.
 //
 // Objects and ownership: classes are C++ classes over one intrusive count; a selector `setBool:forKey:`
 // becomes `setBool` with its arguments in order. A function that answers a new object returns an `NSRef`,
@@ -115,9 +115,9 @@ enum NSURLBookmarkResolutionOptions : unsigned long { NSURLBookmarkResolutionWit
 
 // The URL of a file or folder, which need not exist.
 //
-// A bookmark of it finds the file again after a restart, also when it was renamed or moved meanwhile. It is no
-// secret and no right: whoever may write the settings may write one. A subclass may stand for a URL that came
-// from somewhere else.
+// A bookmark of it finds the file again after a restart, also when it was renamed or moved meanwhile. It is
+// no secret and no right: whoever may write the settings may write one. A subclass may stand for a URL that
+// came from somewhere else.
 class NSURL : public NSObject {
 public:
     // Null when `path` is null or empty. A relative path is made absolute against the working folder; slashes
@@ -135,9 +135,9 @@ public:
 
     // The URL of the file where it is now. What is at the recorded path comes first, whatever it is; where
     // nothing is, the file is looked for under other names in its folder and in the folders around it, some
-    // thousand files at most. *isStale tells that a fresh bookmark should be made: the file is elsewhere, or is
-    // another one. Null, with *isStale false and errno, when it is not found: ENOENT when it is
-    // known to be gone, EINVAL for bytes that no bookmark has, else why it could not be looked for.
+    // thousand files at most. *isStale tells that a fresh bookmark should be made: the file is elsewhere, or
+    // is another one. Null, with *isStale false and errno, when it is not found: ENOENT when it is known to
+    // be gone, EINVAL for bytes that no bookmark has, else why it could not be looked for.
     static NSRef<NSURL> URLByResolvingBookmarkData(const NSData& bookmark,
                                                    NSURLBookmarkResolutionOptions options, bool* isStale);
 
@@ -162,14 +162,15 @@ class SettingsStore;
 // The settings of one application: one property list, `<bundle identifier>.plist` (for a program outside a
 // bundle `<executable name>.plist`), in $XDG_CONFIG_HOME, else ~/.config.
 //
-// Reading and changing work in memory; the file is read at the first use, and until that has succeeded at every
-// use, and never changed by it. The lasting effect comes with `synchronize`, which blocks.
+// Reading and changing work in memory; the file is read at the first use, and until that has succeeded at
+// every use, and never changed by it. The lasting effect comes with `synchronize`, which blocks.
 class NSUserDefaults final : public NSObject {
 public:
     // The settings of this application.
     static NSUserDefaults* standardUserDefaults();
     // The settings of the application with that bundle identifier. Null when the identifier names no file
-    // (empty, too long, or with a "/"). Where there is no home folder, settings that can be neither read nor saved.
+    // (empty, too long, or with a "/"). Where there is no home folder, settings that can be neither read nor
+    // saved.
     static NSRef<NSUserDefaults> initWithSuiteName(const char* identifier);
 
     // Null when the key is absent or its value is no string.
@@ -183,14 +184,15 @@ public:
     // is absent or its value is no array.
     NSRef<NSMutableArray> arrayForKey(const char* key) const;
 
-    // What no property list holds (a control character in a text or a key, a text of more than 1 MiB) is not set:
-    // the key keeps the value that it has.
+    // What no property list holds (a control character in a text or a key, a text of more than 1 MiB) is not
+    // set: the key keeps the value that it has.
     void setBool(bool value, const char* key);
     void setObject(const NSString& value, const char* key);
     void setObject(const NSData& value, const char* key);
     void setObject(const NSMutableArray& value, const char* key);
-    // Adds a text to the array of texts under the key, unless it is there, and takes another one out of it; null for
-    // none. Only these differences are saved, over what other processes have written into the array by then.
+    // Adds a text to the array of texts under the key, unless it is there, and takes another one out of it;
+    // null for none. Only these differences are saved, over what other processes have written into the array
+    // by then.
     void port_editArray(const char* added, const char* removed, const char* key);
     // While the settings cannot be read nothing is removed but a change that was not saved.
     void removeObjectForKey(const char* key);
@@ -199,19 +201,21 @@ public:
     // meanwhile, and takes their changes in. The new file replaces the old one whole and is on the disk when
     // this returns; when nothing differs, nothing is written. False, with errno, when the file could not be
     // read, locked (waits up to 5 s for another process) or written: the file is as it was, the changes stay
-    // pending. A file that is no property list is renamed to `<file>.corrupt-<time>` when there are changes to
-    // write, with one line on standard error.
+    // pending. A file that is no property list is renamed to `<file>.corrupt-<time>` when there are changes
+    // to write, with one line on standard error.
     bool synchronize();
 
-    // False when the settings file cannot be read: every key is absent then, which says nothing about the file, and
-    // nothing is removed or saved. *error (may be null) gets the errno value, EFBIG for a file of more than
-    // 4 MiB; EBADMSG for a file that is no property list, over which a save still goes; 0 with true.
+    // False when the settings file cannot be read: every key is absent then, which says nothing about the
+    // file, and nothing is removed or saved. *error (may be null) gets the errno value, EFBIG for a file of
+    // more than 4 MiB; EBADMSG for a file that is no property list, over which a save still goes; 0 with
+    // true.
     bool port_isReadable(int* error) const;
 
-    // Removes every setting: the file, whatever it holds, the damaged ones that were kept beside it, and the lock
-    // file. Blocks as `synchronize` does. False, with errno, when something stays.
+    // Removes every setting: the file, whatever it holds, the damaged ones that were kept beside it, and the
+    // lock file. Blocks as `synchronize` does. False, with errno, when something stays.
     bool port_removeAll();
-    // The settings file, which need not exist; empty when there is no place for one. Lives as long as this object.
+    // The settings file, which need not exist; empty when there is no place for one. Lives as long as this
+    // object.
     const char* port_path() const;
 
 private:

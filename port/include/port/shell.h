@@ -1,23 +1,24 @@
 // Shell command lines, run to their end or started and waited for.
 //
-// Thread-safety: reentrant, as long as nobody changes the environment meanwhile. An object belongs to one thread.
+// Thread-safety: reentrant, as long as nobody changes the environment meanwhile. An object belongs to one
+// thread.
 //
-// A command starts with default signal handling, no signal blocked, and no descriptor but the three standard ones.
-// This process's own signals are as they were while it runs. Where the application ignores SIGCHLD the status of a
-// command cannot be had.
+// A command starts with default signal handling, no signal blocked, and no descriptor but the three standard
+// ones. This process's own signals are as they were while it runs. Where the application ignores SIGCHLD the
+// status of a command cannot be had.
 #pragma once
 
 #include <port/UniqueFd.h>
 #include <sys/types.h>
 
-// Runs the line through "/bin/sh" and blocks until it ends. The status as `waitpid` gives it, -1 with errno when the
-// shell could not be started or its status cannot be had.
+// Runs the line through "/bin/sh" and blocks until it ends. The status as `waitpid` gives it, -1 with errno
+// when the shell could not be started or its status cannot be had.
 int port_system(const char* commandLine);
 
 namespace port {
 
-// A command in a session of its own that is ended with this process: the terminal sends it no signals, it can ask
-// nobody, and its standard input is empty.
+// A command in a session of its own that is ended with this process: the terminal sends it no signals, it can
+// ask nobody, and its standard input is empty.
 class ShellCommand {
 public:
     ShellCommand() = default;
@@ -26,8 +27,8 @@ public:
     // Ends a command that runs.
     ~ShellCommand();
 
-    // The command does not see the variables whose names are in the list, which ends with null; null takes none
-    // away. False with errno when the shell could not be started. Once for each object.
+    // The command does not see the variables whose names are in the list, which ends with null; null takes
+    // none away. False with errno when the shell could not be started. Once for each object.
     bool start(const char* commandLine, const char* const* withoutVariables);
     // Readable once the command has ended; -1 when there is nothing to wait for.
     int endDescriptor() const { return end_.get(); }
