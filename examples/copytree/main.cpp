@@ -1,9 +1,6 @@
 // Copies a folder with everything below it, on a thread of its own, while the main thread shows how far it is;
 // Ctrl-C stops it.
-//
-// usage: copytree FROM TO
 #include <algorithm>
-#include <csignal>
 #include <cstdio>
 #include <cstring>
 
@@ -13,7 +10,13 @@
 #include <port/bsd.h>
 #include <threads/LThreadNotifyInterface.h>
 
+#include "../Example.h"
+
 namespace {
+
+constexpr Example example{"copytree", "Usage: copytree FROM TO\n"
+                                      "Copies what is in the folder FROM into the folder TO, which is made "
+                                      "when it is missing; Ctrl-C stops.\n"};
 
 // What the user sees: one line that is drawn again and again. It is called on the main thread only.
 class Display : public LProcessInterfaceVoid {
@@ -64,36 +67,27 @@ int CopyFolders(LProcessInterface& process, const LProcessCopyFolder& copy) {
     return nResult;
 }
 
-LThread* pRunning = nullptr;
-
-// Setting a signal is one write into a pipe, which a signal handler may do. This takes the place of the
-// library's own handler, which ends the program at once.
-void OnInterrupt(int) {
-    pRunning->StopThreadSoon();
-}
-
 int Copy(const LProcessCopyFolder& folders) {
     Display display;
     int nResult = LProcessFailed;
     // A thread is a process interface: what it runs asks it whether to go on. This one's reports arrive at the
     // display, on the main thread.
     LThreadOf thread([&](LProcessInterface& process) { nResult = CopyFolders(process, folders); }, &display);
-    pRunning = &thread;
-    std::signal(SIGINT, OnInterrupt);
     thread.Start(31);
+    const StopOnInterrupt interrupt(thread);
     thread.WaitAndDeliver();
     std::printf(nResult == LProcessStopped ? "\nstopped\n" : "\n");
-    std::signal(SIGINT, SIG_DFL);
-    return nResult == LProcessStopped ? 130 : nResult;
+    if (nResult == LProcessStopped)
+        return StopOnInterrupt::nStatus;
+    return nResult == LProcessFinished ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 3) {
-        std::fputs("usage: copytree FROM TO\n", stderr);
-        return 64;
-    }
+    example.AnswerQuestions(argc, argv);
+    if (argc != 3)
+        return example.TellUsage();
     LThreadRunOnMainThread::Init();
     const int nStatus = Copy({argv[1], argv[2]});
     LThreadRunOnMainThread::Destroy();

@@ -1,8 +1,10 @@
-"""A thousand clients talk to the server, fifty at a time; Ctrl-C ends it while it has some."""
+"""A port in use is told. A thousand clients talk to the server, fifty at a time; Ctrl-C ends it while it has some."""
 import concurrent.futures, signal, socket, subprocess, sys, time
 
-with socket.create_server(("127.0.0.1", 0)) as free:
-    port = free.getsockname()[1]
+with socket.create_server(("", 0)) as taken:
+    port = taken.getsockname()[1]
+    refused = subprocess.run([sys.argv[1], str(port)], stderr=subprocess.PIPE)
+    assert refused.returncode == 1 and f"port {port}".encode() in refused.stderr
 server = subprocess.Popen([sys.argv[1], str(port)], stdout=subprocess.PIPE)
 end = b"x" * 10000 + b"\n"
 

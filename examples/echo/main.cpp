@@ -1,19 +1,24 @@
 // Serves lines over TCP: every line that a client sends comes back to it. Each client has a thread of its
 // own, and Ctrl-C ends them all at once.
-//
-// usage: echo PORT
 #include <atomic>
-#include <csignal>
+#include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <memory>
+#include <sys/socket.h>
 #include <utility>
 
+#include <net/LIPAddress.h>
 #include <net/LProcessSocket.h>
 #include <net/LTCPListener.h>
 #include <threads/LDetachedThread.h>
 
+#include "../Example.h"
+
 namespace {
+
+constexpr Example example{
+    "echo", "Usage: echo PORT\n"
+            "Sends every line that comes over TCP back to where it came from; Ctrl-C ends it.\n"};
 
 constexpr int nClientsMaximum = 100;         // a thread each, with seven descriptors
 constexpr unsigned int dwIdleLimit = 600000; // milliseconds until a silent client is left
@@ -61,29 +66,34 @@ private:
     LDetachedThreadsOwner conversations;
 };
 
-LThread* pRunning = nullptr;
-
-// Setting a signal is one write into a pipe, which a signal handler may do.
-void OnInterrupt(int) {
-    pRunning->StopThreadSoon();
+// Why the port cannot be had; 0 when it can. A listener tells nobody, and tries again later.
+int GetPortError(unsigned short wPort) {
+    LIPSocketTCP socket;
+    const LIPAddressWithPort anywhere(in_addr{INADDR_ANY}, wPort);
+    const int nOn = 1;
+    const bool bFree = socket.Create() &&
+                       setsockopt(socket.GetDescriptor(), SOL_SOCKET, SO_REUSEADDR, &nOn, sizeof nOn) == 0 &&
+                       bind(socket.GetDescriptor(), anywhere.GetSocketAddress(), sizeof(sockaddr_in)) == 0;
+    return bFree ? 0 : errno;
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
+    example.AnswerQuestions(argc, argv);
     const unsigned long dwPort = argc == 2 ? std::strtoul(argv[1], nullptr, 10) : 0;
-    if (dwPort == 0 || dwPort > 65535) {
-        std::fprintf(stderr, "usage: echo PORT\n");
-        return 64;
+    if (dwPort == 0 || dwPort > 65535)
+        return example.TellUsage();
+    if (const int nError = GetPortError(static_cast<unsigned short>(dwPort)); nError != 0) {
+        std::fprintf(stderr, "echo: port %lu: %s\n", dwPort, std::strerror(nError));
+        return EXIT_FAILURE;
     }
     EchoServer server(static_cast<unsigned short>(dwPort));
-    pRunning = &server;
     server.Start(31);
-    std::signal(SIGINT, OnInterrupt);
-    std::signal(SIGTERM, OnInterrupt);
+    const StopOnInterrupt interrupt(server);
     std::printf("lines on port %lu come back; Ctrl-C ends it\n", dwPort);
     std::fflush(stdout);
     while (!server.GetFinishedSignal().IsSignaled())
         server.GetFinishedSignal().WaitSignal(LNoTimeLimit);
-    return 0;
+    return EXIT_SUCCESS;
 }

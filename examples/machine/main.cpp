@@ -1,7 +1,5 @@
 // Says what the library knows of the machine and of this program, and keeps hold of a file from run to run,
 // wherever it is moved.
-//
-// usage: machine [FILE]      with FILE: from now on that one
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
@@ -13,7 +11,13 @@
 #include <platform/LMachineQueries.h>
 #include <platform/LProcessUtilities.h>
 
+#include "../Example.h"
+
 namespace {
+
+constexpr Example example{"machine",
+                          "Usage: machine [FILE]\n"
+                          "Says what is known of the machine, and keeps hold of FILE from run to run.\n"};
 
 constexpr char szFileKey[] = "MACHINE_EXAMPLE_FILE";
 
@@ -63,6 +67,9 @@ void PrintFile(const LList<LSandboxBookmarkItem>& items) {
 
 int main(int argc, char** argv) {
     LUnixAppInitCommon(argc, argv);
+    example.AnswerQuestions(gargc, gargv);
+    if (gargc > 2)
+        return example.TellUsage();
     PrintMachine();
     PrintProgram();
     LSandboxBookmarkManager::Create();

@@ -1,6 +1,4 @@
 // A main application as small as it can be: it says how it was started and stays until it is ended.
-//
-//   --limit SECONDS    ends by itself after that time
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -9,7 +7,13 @@
 
 #include <AppKit/AppKit.h>
 
+#include "../Example.h"
+
 namespace {
+
+constexpr Example example{"Zubeq Free",
+                          "Usage: 'Zubeq Free' [--limit SECONDS]\n"
+                          "Says how it was started, and stays until it is ended or the time is over.\n"};
 
 class MainApplication final : public NSApplicationDelegate {
 public:
@@ -26,6 +30,7 @@ public:
 } // namespace
 
 int main(int argc, char* argv[]) {
+    example.AnswerQuestions(argc, argv);
     if (argc == 3 && strcmp(argv[1], "--limit") == 0) {
         signal(SIGALRM, [](int) { raise(SIGTERM); });
         alarm(static_cast<unsigned>(strtoul(argv[2], nullptr, 10)));

@@ -15,8 +15,11 @@ head -c 100000 /dev/urandom >in/second
 grep -qx 'the first' report
 grep -q ']  50 %' report
 "$pack" -x all.zip out >report
+tail -n 1 report | grep -q '\] 100 %'
 diff -r in out
-if "$pack" all.zip in/missing 2>errors; then exit 1; fi
+status=0
+"$pack" all.zip in/missing 2>errors || status=$?
+[ $status = 1 ]
 grep -qx 'pack: File does not exist: "in/missing"' errors
 if "$pack" -x in/second out 2>errors; then exit 1; fi
 grep -q 'pack: File could not be extracted from Zip file: "in/second"' errors

@@ -1,9 +1,5 @@
 // Makes a zip archive of files, or extracts one, on a thread of its own; Ctrl-C stops it, and the tool
 // that it runs.
-//
-// usage: pack ARCHIVE FILE...       adds the files, the archive is made when there is none
-//        pack -x ARCHIVE FOLDER     extracts everything into the folder
-#include <csignal>
 #include <cstdio>
 #include <cstring>
 
@@ -12,7 +8,15 @@
 #include <threads/LThread.h>
 #include <zip/LProcessZip.h>
 
+#include "../Example.h"
+
 namespace {
+
+constexpr Example example{
+    "pack", "Usage: pack ARCHIVE FILE...\n"
+            "  or:  pack -x ARCHIVE FOLDER\n"
+            "Adds the files to a zip archive, which is made when there is none, or with -x extracts\n"
+            "everything into the folder; Ctrl-C stops it.\n"};
 
 // A thread is a process interface: what it runs reports through it and asks it whether to go on.
 class PackThread : public LThread {
@@ -26,6 +30,8 @@ public:
 private:
     void ThreadFunction() override {
         nResult = strcmp(ppArguments[0], "-x") == 0 ? Extract(ppArguments[1], ppArguments[2]) : Add();
+        if (nResult == LProcessFinished)
+            SetProgress(1);
     }
 
     // The tool runs in the folder of each file, so the archive's path must not depend on where that is.
@@ -57,29 +63,18 @@ private:
     int nCount;
 };
 
-LThread* pRunning = nullptr;
-
-// Setting a signal is one write into a pipe, which a signal handler may do. This takes the place of the
-// library's own handler, which ends the program at once.
-void OnInterrupt(int) {
-    pRunning->StopThreadSoon();
-}
-
-int Usage() {
-    fputs("usage: pack ARCHIVE FILE...\n       pack -x ARCHIVE FOLDER\n", stderr);
-    return 64;
-}
-
 } // namespace
 
 int main(int argc, char** argv) {
+    example.AnswerQuestions(argc, argv);
     if (argc < 3 || (strcmp(argv[1], "-x") == 0 && argc != 4))
-        return Usage();
+        return example.TellUsage();
     PackThread pack(argv + 1, argc - 1);
-    pRunning = &pack;
-    std::signal(SIGINT, OnInterrupt);
     pack.Start(31);
+    const StopOnInterrupt interrupt(pack);
     while (!pack.GetFinishedSignal().IsSignaled())
         pack.GetFinishedSignal().WaitSignal(LNoTimeLimit);
-    return pack.nResult == LProcessStopped ? 130 : pack.nResult;
+    if (pack.nResult == LProcessStopped)
+        return StopOnInterrupt::nStatus;
+    return pack.nResult == LProcessFinished ? EXIT_SUCCESS : EXIT_FAILURE;
 }

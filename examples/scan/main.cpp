@@ -1,7 +1,4 @@
 // Counts the files and folders below a folder on a thread of its own, and stops at once on Ctrl-C.
-//
-// usage: scan [FOLDER]
-#include <csignal>
 #include <cstdio>
 #include <cstring>
 
@@ -10,7 +7,13 @@
 #include <files/LFolderIterator.h>
 #include <threads/LThread.h>
 
+#include "../Example.h"
+
 namespace {
+
+constexpr Example example{
+    "scan", "Usage: scan [FOLDER]\n"
+            "Counts the files and folders below FOLDER, or below the current one; Ctrl-C stops.\n"};
 
 struct Counts {
     unsigned long dwFiles = 0;
@@ -32,28 +35,27 @@ struct Counts {
     }
 };
 
-LThread* pRunning = nullptr;
-
-// Setting a signal is one write into a pipe, which a signal handler may do.
-void OnInterrupt(int) {
-    pRunning->StopThreadSoon();
-}
-
 } // namespace
 
 int main(int argc, char** argv) {
+    example.AnswerQuestions(argc, argv);
+    if (argc > 2)
+        return example.TellUsage();
     const char* const szFolder = argc > 1 ? argv[1] : ".";
+    if (LFile::FolderIteratorAllFiles look; !look.Open(szFolder)) {
+        std::fprintf(stderr, "scan: %s is no folder\n", szFolder);
+        return EXIT_FAILURE;
+    }
     Counts counts;
     // A thread is a process interface: what it runs asks it whether to go on.
     LThreadOf scan([&](LProcessInterface& process) { counts.Scan(process, szFolder); });
-    pRunning = &scan;
     scan.Start(31);
-    std::signal(SIGINT, OnInterrupt); // until here there is nothing to stop, and Ctrl-C just ends the program
+    const StopOnInterrupt interrupt(scan);
     std::printf("scanning %s, Ctrl-C stops\n", szFolder);
     std::fflush(stdout);
     while (!scan.GetFinishedSignal().IsSignaled())
         scan.GetFinishedSignal().WaitSignal(LNoTimeLimit);
     std::printf("%s%lu files, %lu folders\n", scan.IsToStop() ? "stopped after " : "", counts.dwFiles,
                 counts.dwFolders);
-    return scan.IsToStop() ? 130 : 0;
+    return scan.IsToStop() ? StopOnInterrupt::nStatus : EXIT_SUCCESS;
 }
