@@ -10,6 +10,7 @@
 #include <memory>
 #include <thread>
 #include <time.h>
+#include <unistd.h>
 #include <xpc/LXPCClient.h>
 #include <xpc/LXPCServer.h>
 
@@ -89,10 +90,13 @@ struct Client final : LXPCEventNotify {
 // Runs the two ends in a runtime folder of their own; the client waits until the server's socket is there.
 double measure(Placement placement, const std::function<double()>& client) {
     const ScratchFolder folder;
+    const std::string path = folder.path() + "/port-xpc/" + kService + ".sock";
     setenv("XDG_RUNTIME_DIR", folder.path().c_str(), 1);
     return measurePair(placement, serve, [&] {
-        const timespec pauseTime{0, 30'000'000};
-        nanosleep(&pauseTime, nullptr);
+        const timespec pauseTime{0, 10'000'000};
+        do
+            nanosleep(&pauseTime, nullptr);
+        while (access(path.c_str(), F_OK) != 0);
         return client();
     });
 }
