@@ -67,6 +67,7 @@ TEST(DateTest, FormsOfATimeAndOfNone) {
     }
     EXPECT_LE(std::abs(LDateTime::GetBuildDate() - std::time(nullptr)), 366 * 86400);
     EXPECT_FALSE(LDateTime::ValidateDateTimeYYYYHMMHDDHHCMMCSS(nullptr));
+    EXPECT_EQ(Time("2069-07-08") + Time("1970-07-08"), Time("69-07-08") + Time("70-07-08"));
     long t = -7;
     EXPECT_EQ(-1, LDateTime::SetDateTime(t, INT_MAX, INT_MAX, INT_MAX, 0, 0, 0));
     EXPECT_EQ(-7, t);
@@ -100,6 +101,8 @@ TEST(DateTest, TheTimeOfDayAlone) {
         time._SetTextTime(szText);
         EXPECT_EQ(std::string("2015-06-01 ") + szExpected, Text(time)) << szText;
     }
+    (time = Time("2015-03-29")).SetDayTime(12 * 3600); // on the other side of the change to daylight time
+    EXPECT_EQ("2015-03-29 12:00:00", Text(time));
     LDateTime none;
     none._SetTextTime("10:00");
     EXPECT_EQ(0, none.nTime + none.GetDayTime().nSeconds);

@@ -1,5 +1,6 @@
 #include "files/LFile.h"
 #include "files/LFolderIterator.h"
+#include "files/internal/LFolderStack.h"
 #include "host/SystemCalls.h"
 #include "support/Bundle.h"
 #include "support/TemporaryFolder.h"
@@ -104,6 +105,23 @@ TEST_F(FileTreeTest, ManagesDeepAndWideFolders) {
     EXPECT_TRUE(LFile::DeleteFolderTree(Path("down").c_str()));
     EXPECT_EQ(Entries(Path("copy")), 100002);
     EXPECT_TRUE(LFile::DeleteFolderTree(Path("copy").c_str()));
+}
+
+// The way back up through a folder that was moved out of the tree would lead to what is there.
+TEST_F(FileTreeTest, AWalkStopsWhereAFolderWasMovedAway) {
+    std::string sDeep = "tree";
+    for (std::size_t i = 0; i < LFolderStack::MostOpen + 5; ++i)
+        sDeep += "/d";
+    fs::create_directories(Path(sDeep));
+    LFolderStack stack;
+    ASSERT_TRUE(stack.Push(AT_FDCWD, Path("tree").c_str()));
+    while (stack.Push(AT_FDCWD, "d")) {
+    }
+    fs::rename(Path("tree/d/d"), Path("away"));
+    while (stack.GetDepth() > 3)
+        ASSERT_TRUE(stack.Pop());
+    EXPECT_FALSE(stack.Pop());
+    EXPECT_TRUE(stack.IsEmpty());
 }
 
 // A process that swaps folders for links to the outside, as fast as it can, while the trees are worked on.

@@ -166,7 +166,7 @@ TEST(PathNames, CleanedValidatedEscaped) {
     const Rows<4> rows = {{"a/b:\xC3\xA9?.\x7F", "ab\xC3\xA9.\x7F", "a/b\xC3\xA9.\x7F", "a/b:\xC3\xA9?.\x7F"},
                           {"\"*:<>?|", "", "", "\\\"*:<>?|"},
                           {"   ", "   ", "   ", "   "},
-                          {"a\x1F`b\tc", "a`bc", "a`bc", "a\x1F\\`b\tc"},
+                          {"a\x1F`\1b\tc", "a`bc", "a`bc", "a\x1F\\`\1b\tc"},
                           {a257 + "\"x", a257 + "x", a257 + "x", a257 + "\\\""},
                           {a257 + "a\"xy", a257 + "ax", a257 + "ax", a257 + "a\\"}};
     for (const auto& [text, name, path, escaped] : rows) {

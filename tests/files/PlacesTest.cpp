@@ -4,6 +4,18 @@
 #include "support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
+#include <port/bsd.h>
+
+static const char* szVolumeType = nullptr; // what the volumes are from now on
+
+extern "C" int __real__Z11port_statfsPKcP13port_statfs_t(const char* path, port_statfs_t* result);
+extern "C" int __wrap__Z11port_statfsPKcP13port_statfs_t(const char* path, port_statfs_t* result);
+int __wrap__Z11port_statfsPKcP13port_statfs_t(const char* path, port_statfs_t* result) {
+    if (szVolumeType == nullptr)
+        return __real__Z11port_statfsPKcP13port_statfs_t(path, result);
+    strlcpy(result->f_fstypename, szVolumeType, sizeof result->f_fstypename);
+    return 0;
+}
 
 namespace {
 
@@ -73,6 +85,15 @@ TEST_F(PlacesTest, FindProgramsAndTheWorkingFolder) {
 }
 
 TEST_F(PlacesTest, KnowVolumesAndSizes) {
+    EXPECT_EQ(LFile::GetVolumeFileSizeLimit("/nowhere"), LFile::FileSizeLimitNone);
+    const std::pair<const char*, int> limits[] = {{"fat", 0},    {"FAT12", 0}, {"Fat16", 0},
+                                                  {"fat16b", 1}, {"fat32", 1}, {"exfat", 2},
+                                                  {"ntfs", 2},   {"ext4", 2},  {"fat3", 2}};
+    for (const auto& [szType, nLimit] : limits) {
+        szVolumeType = szType;
+        EXPECT_EQ(LFile::GetVolumeFileSizeLimit("/"), nLimit) << szType;
+    }
+    szVolumeType = nullptr;
     EXPECT_TRUE(LFile::IsOnLocalDrive(sHome.c_str()));
     EXPECT_NE(LFile::GetVolumeFileSystemID(sHome.c_str()), LFile::FileSystemUnknown);
     EXPECT_TRUE(LFile::IsNetworkPath("/missing"));

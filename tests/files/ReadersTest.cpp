@@ -133,6 +133,8 @@ TEST_F(ReadersTest, BlocksMoveInPiecesAndWritersTellWhatIsMissing) {
     LReadFileRef reader(file.get());
     EXPECT_EQ(fprintf(writer, "%s %d", std::string(25000, 'x').c_str(), 7), 25002U);
     std::string sRead(25003, '?');
+    LWriteFileRef(Write("lines", "").get()).WriteLineCRLF("a");
+    EXPECT_EQ(FileText("lines"), "a\r\n");
     Recorder stopped(0), stoppedLater(2), process;
     lseek(file.get(), 0, SEEK_SET);
     EXPECT_EQ(LProcessFileRead(process, reader, sRead.data(), 25003), LProcessFailed);

@@ -52,7 +52,7 @@ std::string Perform(LIPSocketTCPRef socket, const std::string& sWhat, unsigned i
         sWhat[0] == 's'   ? ProcessSend(process, socket, p, n, timeout)
         : sWhat[0] == 'b' ? ProcessRecvBytes(process, socket, p, n, dwGot, timeout)
         : sWhat[0] == 'o' ? ProcessRecvByte(process, socket, *reinterpret_cast<unsigned char*>(p), timeout)
-        : sWhat[0] == 'u' ? ProcessRecvToCharacter(process, socket, p, n, dwGot, "\n;", timeout)
+        : sWhat[0] == 'u' ? ProcessRecvToCharacter(process, socket, p, n, dwGot, "\n;\xE9", timeout)
         : sWhat[0] == 'a' ? ProcessRecvAll(process, socket, p, n, dwGot, timeout)
         : sWhat[0] == 'w' ? ProcessWaitForDataOrClose(process, socket, timeout)
                           : ProcessConnect(process, other, twice, timeout);
@@ -62,7 +62,9 @@ std::string Perform(LIPSocketTCPRef socket, const std::string& sWhat, unsigned i
 TEST(ProcessSocketTest, EndsAsStatedWithEveryKindOfPeer) {
     const std::tuple<std::string, std::vector<std::string>, std::string> rows[] = {
         {"for b in b'ab\\n\\0c;': c.send(bytes([b])); time.sleep(.02)", {"b6", "o1"}, "0ab\n\0c;|2\0|"s},
-        {"c.send(b'ab\\n\\0c;de')", {"w0", "u99", "u2", "u9", "u9", "u9"}, "0|0ab\n|0\0c|0;|0de|2|"s},
+        {"c.send(b'ab\\n\\0c;\\xe9de')",
+         {"w0", "u99", "u2", "u9", "u9", "u9", "u9"},
+         "0|0ab\n|0\0c|0;|0\xE9|0de|2|"s},
         {"c.send(b'abcd')", {"o1", "b10", "w0", "a9"}, "0a|2bcd|0|0|"},
         {"c.send(b'ab'); k, c = c, socket.socket()",
          {"a9", "b0", "b9223372036854775808", "w0"},

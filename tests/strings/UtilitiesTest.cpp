@@ -61,6 +61,15 @@ TEST(StringUtilities, ReadsCSVLines) {
     EXPECT_EQ(position, 1U);
 }
 
+TEST(StringUtilities, TakesCommandLinesApart) {
+    LCommandLineArgumentStringExpander line("\x1 a\x1F\tb\\ c\r\n \"d e\" \x7Fg");
+    for (const char* szExpected : {"a\x1F\tb c\r\n", "d e", "\x7Fg", ""}) {
+        EXPECT_EQ(line.NextArgument(), *szExpected != 0);
+        EXPECT_STREQ(line.GetArgument().GetText(), szExpected);
+    }
+    EXPECT_EQ(line.GetArgumentCount("\tprogram \x1F\x1 one two"), 2U);
+}
+
 TEST(StringUtilities, ParsesToStops) {
     char szOut[260];
     for (unsigned long dwLength : {0UL, 258UL, 259UL, 260UL, 1000UL}) {
