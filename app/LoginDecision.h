@@ -25,9 +25,8 @@ struct LLoginFacts {
     std::string sVersion;    // "major.minor"; empty: it tells none
     std::string sExecutable; // the path; empty: it has none
     int nExecutableError = 0;
-    std::string
-        sForeignItem;      // the first item on the way to the executable that others may change; else empty
-    int nForeignError = 0; // EPERM, or why that item could not be looked at
+    std::string sForeignItem; // the first item on the way there that others may change; else empty
+    int nForeignError = 0;    // EPERM, or why that item could not be looked at
 };
 
 enum class LLoginAction {

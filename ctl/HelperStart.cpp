@@ -80,7 +80,9 @@ bool ReportHelperStart(Report& report) {
     const bool bEntryOn = entry.state == PORT_LOGIN_ITEM_ON;
     const bool bUnitOn = bUnits && unit.state == PORT_LOGIN_ITEM_ON;
     if (!bEntryOn && !bUnitOn)
-        report.AddFinding("nothing starts the helper at login",
+        report.AddFinding(entry.state == PORT_LOGIN_ITEM_LEFT
+                              ? "nothing starts the helper in a session that the service manager runs"
+                              : "nothing starts the helper at login",
                           bUnits ? StepForUnit(unit.state) : StepForEntry(entry));
     const bool bByEntry = bEntryOn && HasHelper(report, entry);
     const bool bByUnit = bUnitOn && HasHelper(report, unit);

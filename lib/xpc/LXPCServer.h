@@ -63,6 +63,7 @@ public:
     explicit LXPCMachServer(LXPCServerEventNotify* pSink) : LXPCServerBase(pSink, true) {}
 
     // False when the service cannot be created: its name is unusable or another live process owns it; errno
-    // tells (EADDRINUSE: another process). Else the calling thread becomes the main loop and serves the main dispatch queue; the call never returns.
+    // tells (EADDRINUSE: another process). Else the calling thread becomes the main loop and serves the main
+    // dispatch queue; the call never returns.
     bool Start(const char* szServiceName);
 };

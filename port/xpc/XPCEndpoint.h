@@ -15,10 +15,10 @@ namespace port {
 class XPCEndpoint {
 public:
     // Takes the name: uses the listening socket that a service manager has handed over for it (LISTEN_PID,
-    // LISTEN_FDS, LISTEN_FDNAMES), whoever held the name before, else binds one, mode 0600, in the runtime folder; a dead owner's socket is
-    // replaced. Null with errno otherwise: EADDRINUSE when another process (or another endpoint of this one)
-    // serves the name, ENOTSOCK when something that is no socket stands in its place, else what the runtime
-    // folder check or the system said.
+    // LISTEN_FDS, LISTEN_FDNAMES), whoever held the name before, else binds one, mode 0600, in the runtime
+    // folder; a dead owner's socket is replaced. Null with errno otherwise: EADDRINUSE when another process (or
+    // another endpoint of this one) serves the name, ENOTSOCK when something that is no socket stands in its
+    // place, else what the runtime folder check or the system said.
     static std::unique_ptr<XPCEndpoint> listen(std::string_view name);
     // One that another process has made and handed on, with the lock on its name (or without).
     static std::unique_ptr<XPCEndpoint> adopt(UniqueFd socket, UniqueFd lock);

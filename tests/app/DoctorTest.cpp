@@ -44,6 +44,7 @@ constexpr const char* kEnable =
     "start the application, then: loginhelperctl enable '/Applications/Zubeq Free.app'";
 constexpr const char* kAgain = "install the application again";
 constexpr const char* kUnstarted = "nothing starts the helper at login";
+constexpr const char* kLeft = "nothing starts the helper in a session that the service manager runs";
 
 constexpr Row kRows[] = {
     {":", kLaunches, nullptr},
@@ -72,9 +73,9 @@ constexpr Row kRows[] = {
     {"sed -i 's|^Exec=.*|Exec=/no/helper --x|' $entry", kNothing,
      "@/autostart/loginhelper.desktop starts /no/helper: No such file or directory",
      "install the helper again"},
-    {"manager", kNothing, kUnstarted, "systemctl --user enable loginhelper.service"},
+    {"manager", kNothing, kLeft, "systemctl --user enable loginhelper.service"},
     {"manager; ln -s ../loginhelper.service $units/x.wants", kLaunches, nullptr},
-    {"manager; ln -s ../loginhelper.service $units/x.wants; ln -sf /dev/null $unit", kNothing, kUnstarted,
+    {"manager; ln -s ../loginhelper.service $units/x.wants; ln -sf /dev/null $unit", kNothing, kLeft,
      "systemctl --user unmask loginhelper.service"},
     {"mkdir -m 755 port-xpc", kLaunches, "@/port-xpc has mode 0755, not 0700", "chmod 0700 @/port-xpc"},
     {"ln -s . port-xpc", kLaunches, "@/port-xpc is a link", "rm @/port-xpc"},

@@ -31,7 +31,8 @@ kern_return_t thread_policy_get(mach_port_t thread, int policy, thread_time_cons
                                 std::uint32_t* count, bool* getDefault);
 
 // Makes the thread a real-time one, or, where the process may not, one of higher priority; where it may not
-// even that, nothing changes. What the thread starts, threads and processes, is not raised. KERN_SUCCESS, or KERN_INVALID_ARGUMENT for another policy or count.
+// even that, nothing changes. What the thread starts, threads and processes, is not raised. KERN_SUCCESS, or
+// KERN_INVALID_ARGUMENT for another policy or count.
 kern_return_t thread_policy_set(mach_port_t thread, int policy,
                                 const thread_time_constraint_policy_data_t* data, std::uint32_t count);
 
