@@ -1,4 +1,4 @@
-// The idle helper beside a do-nothing poll loop and a service on sd-bus: start to serving, private memory,
+// The idle helper beside a do-nothing poll loop and a service on sd-bus: start to serving, memory,
 // threads, wake-ups.
 #include "Driver.h"
 #include "Processes.h"
@@ -98,7 +98,9 @@ public:
                 total += std::strtod(line.c_str() + line.find(':') + 1, nullptr);
         return total;
     }
-    double privateKib() const { return sum("smaps_rollup", "Private_"); }
+    // What only this process pays for: its file pages come back from the file.
+    double dirtyKib() const { return sum("smaps_rollup", "Private_Dirty"); }
+    double residentKib() const { return sum("smaps_rollup", "Rss"); }
     double threads() const { return sum("status", "Threads"); }
     double wakeUps() const {
         double total = 0;
@@ -123,10 +125,16 @@ double startMilliseconds(const char* program) {
     return Service(program, Service::Ready::Answers).startMilliseconds();
 }
 
-double privateKib(const char* program) {
+double dirtyKib(const char* program) {
     const Service service(program);
     usleep(100'000);
-    return service.privateKib();
+    return service.dirtyKib();
+}
+
+double residentKib(const char* program) {
+    const Service service(program);
+    usleep(100'000);
+    return service.residentKib();
 }
 
 double threads(const char* program) {
@@ -156,7 +164,8 @@ Case helperCase(const char* name, const char* unit, double (*figure)(const char*
 
 const Register helper{[](std::vector<Case>& cases) {
     cases.push_back(helperCase("helper/start to serving", "ms", startMilliseconds, 21));
-    cases.push_back(helperCase("helper/private memory", "KiB", privateKib, 3));
+    cases.push_back(helperCase("helper/private dirty memory", "KiB", dirtyKib, 3));
+    cases.push_back(helperCase("helper/resident memory", "KiB", residentKib, 3));
     cases.push_back(helperCase("helper/threads", "threads", threads, 1));
     cases.push_back(helperCase("helper/wake-ups in 5 s, plus one", "wake-ups", wakeUpsAndOne, 1));
 }};
