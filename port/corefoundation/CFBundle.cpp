@@ -120,10 +120,6 @@ std::string readExecutableLink(const char* link) {
 
 } // namespace port
 
-CFTypeID CFBundleGetTypeID() {
-    return static_cast<CFTypeID>(port::CFKind::Bundle);
-}
-
 CFBundleRef CFBundleCreate(CFAllocatorRef, CFURLRef url) {
     return isFolder(url->path) ? new __CFBundle(url->path, {}, true) : nullptr;
 }

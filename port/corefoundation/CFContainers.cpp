@@ -122,15 +122,6 @@ CFTypeRef CFDictionaryGetValue(CFDictionaryRef dictionary, const void* key) {
     return dictionary->find(static_cast<CFStringRef>(key));
 }
 
-void CFDictionaryGetKeysAndValues(CFDictionaryRef dictionary, const void** keys, const void** values) {
-    for (const Entry& entry : dictionary->entries()) {
-        if (keys != nullptr)
-            *keys++ = entry.key.get();
-        if (values != nullptr)
-            *values++ = entry.value.get();
-    }
-}
-
 CFMutableDictionaryRef CFDictionaryCreateMutable(CFAllocatorRef, CFIndex, const CFDictionaryKeyCallBacks*,
                                                  const CFDictionaryValueCallBacks*) {
     return new __CFDictionary(Entries());

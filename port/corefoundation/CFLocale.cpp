@@ -26,10 +26,6 @@ std::string_view nameInEnvironment() {
 
 } // namespace
 
-CFTypeID CFLocaleGetTypeID() {
-    return static_cast<CFTypeID>(port::CFKind::Locale);
-}
-
 CFLocaleRef CFLocaleCopyCurrent() {
     std::string_view name = nameInEnvironment();
     name = name.substr(0, name.find_first_of(".@"));

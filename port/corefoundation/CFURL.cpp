@@ -42,10 +42,6 @@ CFRef<CFURLRef> makeURL(std::string_view path, bool isDirectory) {
 
 } // namespace port
 
-CFTypeID CFURLGetTypeID() {
-    return static_cast<CFTypeID>(port::CFKind::URL);
-}
-
 CFURLRef CFURLCreateWithFileSystemPath(CFAllocatorRef, CFStringRef path, CFURLPathStyle style,
                                        Boolean isDirectory) {
     std::string bytes;

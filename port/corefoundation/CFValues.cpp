@@ -66,13 +66,6 @@ void store(Value value, void* out) {
     std::memcpy(out, &value, sizeof value);
 }
 
-template <typename Value>
-Value load(const void* in) {
-    Value value;
-    std::memcpy(&value, in, sizeof value);
-    return value;
-}
-
 } // namespace
 
 constinit const CFBooleanRef kCFBooleanTrue = &booleanTrue.value;
@@ -123,25 +116,6 @@ CFTypeID CFNumberGetTypeID() {
     return static_cast<CFTypeID>(port::CFKind::Number);
 }
 
-CFNumberRef CFNumberCreate(CFAllocatorRef, CFNumberType type, const void* value) {
-    switch (type) {
-    case kCFNumberSInt32Type:
-    case kCFNumberIntType:
-        return new __CFNumber(std::int64_t{load<std::int32_t>(value)});
-    case kCFNumberSInt64Type:
-    case kCFNumberLongType:
-        return new __CFNumber(load<std::int64_t>(value));
-    case kCFNumberFloat64Type:
-    case kCFNumberDoubleType:
-        return new __CFNumber(load<double>(value));
-    }
-    return nullptr;
-}
-
-Boolean CFNumberIsFloatType(CFNumberRef number) {
-    return number->isReal;
-}
-
 Boolean CFNumberGetValue(CFNumberRef number, CFNumberType type, void* value) {
     bool exact = false;
     switch (type) {
@@ -160,23 +134,6 @@ Boolean CFNumberGetValue(CFNumberRef number, CFNumberType type, void* value) {
         break;
     }
     return exact;
-}
-
-CFTypeID CFDateGetTypeID() {
-    return static_cast<CFTypeID>(port::CFKind::Date);
-}
-CFDateRef CFDateCreate(CFAllocatorRef, CFAbsoluteTime time) {
-    return new __CFDate(time);
-}
-CFAbsoluteTime CFDateGetAbsoluteTime(CFDateRef date) {
-    return date->time;
-}
-
-CFTypeID CFErrorGetTypeID() {
-    return static_cast<CFTypeID>(port::CFKind::Error);
-}
-CFIndex CFErrorGetCode(CFErrorRef error) {
-    return error->code;
 }
 
 CFStringRef CFErrorCopyDescription(CFErrorRef error) {

@@ -17,10 +17,6 @@ dispatch_queue_t dispatch_queue_create(const char* /*label*/, void* /*attributes
     return new port::PlainQueue;
 }
 
-void dispatch_retain(dispatch_queue_t queue) {
-    queue->retain();
-}
-
 void dispatch_release(dispatch_queue_t queue) {
     queue->release();
 }

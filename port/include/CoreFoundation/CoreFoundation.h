@@ -139,8 +139,6 @@ enum CFNumberType : CFIndex {
 
 // Numbers keep sign and width: a whole number of a property list may also lie between 2^63 and 2^64 - 1.
 CFTypeID CFNumberGetTypeID();
-CFNumberRef CFNumberCreate(CFAllocatorRef allocator, CFNumberType type, const void* value);
-Boolean CFNumberIsFloatType(CFNumberRef number);
 
 // Stores the number as the C type that `type` names. False when the type cannot hold the value as it is: the
 // nearest value it can hold is stored then (fractions are dropped, NaN becomes 0).
@@ -148,12 +146,6 @@ Boolean CFNumberGetValue(CFNumberRef number, CFNumberType type, void* value);
 
 using CFAbsoluteTime = double; // seconds since 2001-01-01 00:00:00 UTC
 
-CFTypeID CFDateGetTypeID();
-CFDateRef CFDateCreate(CFAllocatorRef allocator, CFAbsoluteTime time);
-CFAbsoluteTime CFDateGetAbsoluteTime(CFDateRef date);
-
-CFTypeID CFErrorGetTypeID();
-CFIndex CFErrorGetCode(CFErrorRef error);
 CFStringRef CFErrorCopyDescription(CFErrorRef error); // one line, never null
 
 // --- Containers -----------------------------------------------------------------------------------------
@@ -181,10 +173,6 @@ CFIndex CFDictionaryGetCount(CFDictionaryRef dictionary);
 
 // The value under an equal key, or null.
 CFTypeRef CFDictionaryGetValue(CFDictionaryRef dictionary, const void* key);
-
-// Fills arrays of CFDictionaryGetCount elements with the keys, ascending by code point, and their values.
-// Either may be null.
-void CFDictionaryGetKeysAndValues(CFDictionaryRef dictionary, const void** keys, const void** values);
 
 // The capacity is ignored.
 CFMutableDictionaryRef CFDictionaryCreateMutable(CFAllocatorRef allocator, CFIndex capacity,
@@ -228,8 +216,6 @@ Boolean CFPropertyListIsValid(CFPropertyListRef list, CFPropertyListFormat forma
 using CFURLPathStyle = CFIndex;
 constexpr CFURLPathStyle kCFURLPOSIXPathStyle = 0;
 
-CFTypeID CFURLGetTypeID();
-
 // A relative path is made absolute against the working folder. Null for an empty path, and for text that
 // names no file: a zero unit, a lone surrogate, another style.
 CFURLRef CFURLCreateWithFileSystemPath(CFAllocatorRef allocator, CFStringRef path, CFURLPathStyle style,
@@ -265,8 +251,6 @@ extern const CFStringRef kCFBundleIdentifierKey; // "CFBundleIdentifier"
 extern const CFStringRef kCFBundleNameKey;       // "CFBundleName"
 extern const CFStringRef kCFBundleExecutableKey; // "CFBundleExecutable"
 
-CFTypeID CFBundleGetTypeID();
-
 // Null when the URL names no existing folder. A folder without Info.plist is a bundle without values.
 CFBundleRef CFBundleCreate(CFAllocatorRef allocator, CFURLRef url);
 
@@ -288,8 +272,6 @@ CFDictionaryRef CFBundleGetInfoDictionary(CFBundleRef bundle); // empty when the
 CFStringRef CFBundleGetIdentifier(CFBundleRef bundle);         // null when absent or no string
 
 // --- Locale and preferences -----------------------------------------------------------------------------
-
-CFTypeID CFLocaleGetTypeID();
 
 // The user's locale, never null.
 CFLocaleRef CFLocaleCopyCurrent();

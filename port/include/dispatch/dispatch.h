@@ -22,7 +22,6 @@ dispatch_queue_t dispatch_get_global_queue(std::intptr_t priority, std::uintptr_
 
 // A serial queue on the workers; `attributes` is null. The caller releases it.
 dispatch_queue_t dispatch_queue_create(const char* label, void* attributes);
-void dispatch_retain(dispatch_queue_t queue);
 void dispatch_release(dispatch_queue_t queue);
 
 // Appends the block and returns at once.
