@@ -103,8 +103,8 @@ TEST(LLockObjectSharedTest, IsDestroyedByWhoHeldItLast) {
         auto* const pLock = new LLockObjectShared;
         pLock->LockShared();
         pNext = pLock;
-        for (volatile int nSpins = i % 200; nSpins > 0; nSpins = nSpins - 1) {
-        }
+        for (int nSpins = i % 200; nSpins > 0; --nSpins)
+            std::atomic_signal_fence(std::memory_order_seq_cst); // keeps the loop
         pLock->UnlockShared();
         while (pNext != nullptr)
             std::this_thread::yield();
