@@ -1,4 +1,5 @@
 // What a process tells of itself: how it ends, what it leaves for the next run, and what its threads do.
+#include <algorithm>
 #include <csignal>
 #include <ctime>
 #include <fcntl.h>
