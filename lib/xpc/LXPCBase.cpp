@@ -3,6 +3,14 @@
 #include "xpc/internal/LXPCEventGate.h"
 #include "xpc/internal/LXPCHandles.h"
 
+template <typename Work>
+auto LXPCBase::_WhileOpen(Work work) const {
+    return [pAlive = pGate, work](auto... arguments) {
+        if (const LXPCEventScope scope(*pAlive); scope)
+            work(arguments...);
+    };
+}
+
 LXPCBase::LXPCBase(LXPCEventNotify* pSink) : pNotify(pSink), pGate(std::make_shared<LXPCEventGate>()) {}
 
 LXPCBase::~LXPCBase() {
@@ -36,11 +44,9 @@ void LXPCBase::SendMessage(long connection, const LList<LXPCDataListable>& loIte
         _SendBarrier(connection);
         return;
     }
-    xpc_connection_send_message_with_reply(pConnection, pMessage.get(), dispatch_get_main_queue(),
-                                           [this, pAlive = pGate](xpc_object_t pReply) {
-                                               if (const LXPCEventScope scope(*pAlive); scope)
-                                                   _HandleReply(pReply);
-                                           });
+    xpc_connection_send_message_with_reply(
+        pConnection, pMessage.get(), dispatch_get_main_queue(),
+        _WhileOpen([this](xpc_object_t pReply) { _Handle(pReply, true); }));
 }
 
 void LXPCBase::SendReply(long connection, long message, const LList<LXPCDataListable>& loItems) {
@@ -55,46 +61,33 @@ void LXPCBase::SendReply(long connection, long message, const LList<LXPCDataList
 }
 
 void LXPCBase::_SendBarrier(long connection) {
-    xpc_connection_send_barrier(LXPCConnectionObject(connection), [this, pAlive = pGate, connection] {
-        if (const LXPCEventScope scope(*pAlive); scope)
-            _LeaveTo(pNotify)->EvMessageSent(connection);
-    });
+    xpc_connection_send_barrier(LXPCConnectionObject(connection), _WhileOpen([this, connection] {
+                                    _LeaveTo(pNotify)->EvMessageSent(connection);
+                                }));
 }
 
 void LXPCBase::SetupConnectionHandlerAndResume(LXPCConnection& connection) {
     if (connection.IsValid())
         xpc_connection_set_event_handler(LXPCConnectionObject(connection.GetHandle()),
-                                         [this, pAlive = pGate](xpc_object_t pEvent) {
-                                             if (const LXPCEventScope scope(*pAlive); scope)
-                                                 _HandleEvent(pEvent);
-                                         });
+                                         _WhileOpen([this](xpc_object_t pEvent) { _Handle(pEvent, false); }));
     connection.Resume();
 }
 
-void LXPCBase::_HandleEvent(void* pEvent) {
-    const xpc_type_t pType = xpc_get_type(pEvent);
-    const long connection = LXPCHandle(xpc_dictionary_get_remote_connection(pEvent));
-    if (pType == XPC_TYPE_DICTIONARY) {
-        LList<LXPCDataListable> loItems;
-        GetXPCDictionary(pEvent, loKeys, loItems);
-        if (!loItems.IsEmpty())
-            _LeaveTo(pNotify)->EvMessageReceived(connection, LXPCHandle(pEvent), loItems);
-    } else if (pType == XPC_TYPE_ERROR) {
-        ErrorHandler(pEvent, connection, _LeaveTo(pNotify));
-    }
-}
-
-void LXPCBase::_HandleReply(void* pReply) {
-    const xpc_type_t pType = xpc_get_type(pReply);
-    const long connection = LXPCHandle(xpc_dictionary_get_remote_connection(pReply));
-    if (pType == XPC_TYPE_DICTIONARY) {
-        LList<LXPCDataListable> loItems;
-        GetXPCDictionary(pReply, loKeys, loItems);
-        if (!loItems.IsEmpty())
-            _LeaveTo(pNotify)->EvReplyReceived(connection, loItems);
-    } else if (pType == XPC_TYPE_ERROR) {
-        ErrorHandler(pReply, connection, _LeaveTo(pNotify));
-    }
+void LXPCBase::_Handle(void* pObject, bool bReply) {
+    const xpc_type_t pType = xpc_get_type(pObject);
+    const long connection = LXPCHandle(xpc_dictionary_get_remote_connection(pObject));
+    if (pType == XPC_TYPE_ERROR)
+        return ErrorHandler(pObject, connection, _LeaveTo(pNotify));
+    if (pType != XPC_TYPE_DICTIONARY)
+        return;
+    LList<LXPCDataListable> loItems;
+    GetXPCDictionary(pObject, loKeys, loItems);
+    if (loItems.IsEmpty())
+        return;
+    if (bReply)
+        _LeaveTo(pNotify)->EvReplyReceived(connection, loItems);
+    else
+        _LeaveTo(pNotify)->EvMessageReceived(connection, LXPCHandle(pObject), loItems);
 }
 
 void ErrorHandler(void* pError, long connection, LXPCEventNotify* pNotify) {

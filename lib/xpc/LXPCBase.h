@@ -58,8 +58,10 @@ protected:
 
 private:
     void _Settle() const;
-    void _HandleEvent(void* pEvent);
-    void _HandleReply(void* pReply);
+    // What the runtime may call for as long as it likes: it does the work only while this endpoint is there.
+    template <typename Work>
+    auto _WhileOpen(Work work) const;
+    void _Handle(void* pObject, bool bReply);
     void _SendBarrier(long connection);
 
     LXPCEventNotify* pNotify;
