@@ -10,6 +10,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include "base/internal/LIdentity.h"
 #include "debug/LDebugThread.h"
 #include "files/LFile.h"
 #include "strings/LStringFormat.h"
@@ -59,7 +60,7 @@ void Report(const unsigned char* pMarker) {
 // A name with a separator would lead out of the folder.
 void LHangDetector::_MakePath() {
     char szName[LPathBufferSize];
-    tplsnprintf(szName, sizeof szName, "_loginhelper_rl_%s", GetLoginName());
+    tplsnprintf(szName, sizeof szName, "%s%s", LIdentityRunMarker, GetLoginName());
     for (char* pSlash = strchr(szName, '/'); pSlash != nullptr; pSlash = strchr(pSlash, '/'))
         *pSlash = '_';
     char szFolder[LPathBufferSize];

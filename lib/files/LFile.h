@@ -156,16 +156,16 @@ public:
     // when it is missing.
 
     // The folder for temporary files: the user's caches.
-    static void GetTempFolder(char* szOut);
-    static void GetUserMusicFolder(char* szOut);
-    static void GetUserVideoFolder(char* szOut);
-    static void GetUserPicturesFolder(char* szOut);
-    static void GetUserApplicationsFolder(char* szOut);
-    static void GetUserDocumentsFolder(char* szOut);
-    static void GetUserDesktopFolder(char* szOut);
-    static void GetUserDownloadFolder(char* szOut);
-    static void GetUserDataFolder(char* szOut);
-    static void GetSharedDataFolder(char* szOut);
+    static void GetTempFolder(char* szOut) { _GetPlace(szOut, PlaceTemp); }
+    static void GetUserMusicFolder(char* szOut) { _GetPlace(szOut, PlaceMusic); }
+    static void GetUserVideoFolder(char* szOut) { _GetPlace(szOut, PlaceVideo); }
+    static void GetUserPicturesFolder(char* szOut) { _GetPlace(szOut, PlacePictures); }
+    static void GetUserApplicationsFolder(char* szOut) { _GetPlace(szOut, PlaceApplications); }
+    static void GetUserDocumentsFolder(char* szOut) { _GetPlace(szOut, PlaceDocuments); }
+    static void GetUserDesktopFolder(char* szOut) { _GetPlace(szOut, PlaceDesktop); }
+    static void GetUserDownloadFolder(char* szOut) { _GetPlace(szOut, PlaceDownload); }
+    static void GetUserDataFolder(char* szOut) { _GetPlace(szOut, PlaceData); }
+    static void GetSharedDataFolder(char* szOut) { _GetPlace(szOut, PlaceData); }
 
     // The home folder as it was given to this process; empty when there is none.
     static void GetUserFolder(char* szOut);
@@ -233,6 +233,20 @@ public:
     // The count in the largest unit of 1024 that it reaches, cut to a whole number: "1023 Bytes", "1 KB" ...
     // Returns the length of the text.
     static int GetSizeFormattedBytes(unsigned long long qwBytes, char* szOut);
+
+private:
+    enum Place : unsigned int {
+        PlaceTemp,
+        PlaceMusic,
+        PlaceVideo,
+        PlacePictures,
+        PlaceApplications,
+        PlaceDocuments,
+        PlaceDesktop,
+        PlaceDownload,
+        PlaceData,
+    };
+    static void _GetPlace(char* szOut, Place ePlace);
 };
 
 template <>

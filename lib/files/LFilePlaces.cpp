@@ -11,19 +11,36 @@
 #include <vector>
 
 #include "base/LLimits.h"
+#include "base/internal/LIdentity.h"
 #include "platform/LCFString.h"
 #include "platform/LCFURL.h"
 #include "strings/LStringFormat.h"
 
 namespace {
 
-constexpr char szDataFolderName[] = "loginhelper";
 constexpr char szSharedFolderName[] = "Shared";
-constexpr char szDataFallback[] = "Library/Application Support";
 constexpr char szAllUsersApplications[] = "/Applications";
 constexpr char szMountedVolumes[] = "/Volumes";
 constexpr char szHelpInBundle[] = "/Contents/Resources/help";
 constexpr std::size_t UserEntrySize = 16384;
+
+struct PlaceRow {
+    NSSearchPathDirectory eDirectory;
+    const char* szFallback; // below the home folder
+};
+
+// In the order of LFile::Place.
+constexpr PlaceRow loPlaces[] = {
+    {NSCachesDirectory, "Library/Caches"},
+    {NSMusicDirectory, "Music"},
+    {NSMoviesDirectory, "Movies"},
+    {NSPicturesDirectory, "Pictures"},
+    {NSApplicationDirectory, "Applications"},
+    {NSDocumentDirectory, "Documents"},
+    {NSDesktopDirectory, "Desktop"},
+    {NSDownloadsDirectory, "Downloads"},
+    {NSApplicationSupportDirectory, "Library/Application Support"},
+};
 
 void CopyText(char* szOut, const NSRef<NSString>& text) {
     strlcpy(szOut, text ? text->UTF8String() : "", LPathBufferSize);
@@ -45,44 +62,8 @@ void GetUserSpecialFolder(char* szOut, unsigned int dwDirectory, const char* szF
 }
 template void GetUserSpecialFolder<>(char*, unsigned int, const char*);
 
-void LFile::GetTempFolder(char* szOut) {
-    GetUserSpecialFolder(szOut, NSCachesDirectory, "Library/Caches");
-}
-
-void LFile::GetUserMusicFolder(char* szOut) {
-    GetUserSpecialFolder(szOut, NSMusicDirectory, "Music");
-}
-
-void LFile::GetUserVideoFolder(char* szOut) {
-    GetUserSpecialFolder(szOut, NSMoviesDirectory, "Movies");
-}
-
-void LFile::GetUserPicturesFolder(char* szOut) {
-    GetUserSpecialFolder(szOut, NSPicturesDirectory, "Pictures");
-}
-
-void LFile::GetUserApplicationsFolder(char* szOut) {
-    GetUserSpecialFolder(szOut, NSApplicationDirectory, "Applications");
-}
-
-void LFile::GetUserDocumentsFolder(char* szOut) {
-    GetUserSpecialFolder(szOut, NSDocumentDirectory, "Documents");
-}
-
-void LFile::GetUserDesktopFolder(char* szOut) {
-    GetUserSpecialFolder(szOut, NSDesktopDirectory, "Desktop");
-}
-
-void LFile::GetUserDownloadFolder(char* szOut) {
-    GetUserSpecialFolder(szOut, NSDownloadsDirectory, "Downloads");
-}
-
-void LFile::GetUserDataFolder(char* szOut) {
-    GetUserSpecialFolder(szOut, NSApplicationSupportDirectory, szDataFallback);
-}
-
-void LFile::GetSharedDataFolder(char* szOut) {
-    GetUserSpecialFolder(szOut, NSApplicationSupportDirectory, szDataFallback);
+void LFile::_GetPlace(char* szOut, Place ePlace) {
+    GetUserSpecialFolder(szOut, loPlaces[ePlace].eDirectory, loPlaces[ePlace].szFallback);
 }
 
 void LFile::GetUserFolder(char* szOut) {
@@ -101,7 +82,7 @@ void LFile::GetUserFolderNonSandboxed(char* szOut) {
 void LFile::GetUserDataFolderApp(char* szOut) {
     char szFolder[LPathBufferSize];
     GetUserDataFolder(szFolder);
-    _MakeFilePath(szOut, szFolder, szDataFolderName, "");
+    _MakeFilePath(szOut, szFolder, LIdentityDataFolder, "");
     mkdir(szOut, 0777);
 }
 

@@ -1,6 +1,7 @@
 #include "platform/LProcessUtilities.h"
 
 #include "base/LLimits.h"
+#include "base/internal/LIdentity.h"
 #include "debug/LDebugThread.h"
 #include "platform/LCFRef.h"
 #include "platform/LCFString.h"
@@ -68,7 +69,7 @@ void GetUserLocaleName(char (&szName)[LocaleNameSize]) {
     if (szName[0] != '\0')
         return;
     const LCFRef<CFPropertyListRef> own(
-        CFPreferencesCopyAppValue(CFSTR("AppleLocale"), CFSTR("com.brelvanic.loginhelper")));
+        CFPreferencesCopyAppValue(CFSTR("AppleLocale"), CFSTR(LIdentityBundle)));
     CopyLocaleName(szName, own.Get());
     if (szName[0] != '\0')
         return;
