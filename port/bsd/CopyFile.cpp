@@ -1,7 +1,6 @@
 #include <port/files.h>
 
 #include <array>
-#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -13,6 +12,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "host/OwnName.h"
 #include "host/SystemCalls.h"
 
 namespace port {
@@ -24,60 +24,16 @@ constexpr off_t kSmallFile = 4096;           // below it a read and a write beat
 constexpr off_t kLargeFile = off_t{1} << 20; // from here it pays to look at the target before the work
 constexpr std::size_t kMaxAttributeNames = std::size_t{64} << 10;
 constexpr std::size_t kMaxAttributeValue = std::size_t{64} << 10;
-constexpr int kMaxNameAttempts = 100;
 constexpr mode_t kPermissionBits = 0777; // the copy is its maker's: it does not lend his rights to others
 constexpr mode_t kWhileCopying = 0600;
+constexpr char kNamePrefix[] = ".copy-";
 constexpr char kOwnDescriptors[] = "/proc/self/fd";
-
-// A name in the target's folder that nobody else uses; what has it is removed again unless it was renamed.
-class OwnName {
-public:
-    explicit OwnName(int folder) : folder_(folder) {}
-    OwnName(const OwnName&) = delete;
-    OwnName& operator=(const OwnName&) = delete;
-    ~OwnName() {
-        if (!isTaken())
-            return;
-        const int error = errno;
-        ::unlinkat(folder_, name_.data(), 0);
-        errno = error;
-    }
-
-    int folder() const { return folder_; }
-    bool isTaken() const { return name_[0] != '\0'; }
-
-    // Hands names to `make` until one is free.
-    template <typename Make>
-    bool take(Make make) {
-        static constinit std::atomic<unsigned> serial{0};
-        bool made = false;
-        for (int attempt = 0; attempt < kMaxNameAttempts && !made; ++attempt) {
-            std::snprintf(name_.data(), name_.size(), ".copy-%d-%u", ::getpid(), serial.fetch_add(1));
-            made = make(name_.data());
-            if (!made && errno != EEXIST)
-                break;
-        }
-        if (!made)
-            name_[0] = '\0';
-        return made;
-    }
-    bool renameTo(const char* target) {
-        if (sys::renameat(folder_, name_.data(), folder_, target) != 0)
-            return false;
-        name_[0] = '\0';
-        return true;
-    }
-
-private:
-    int folder_;
-    std::array<char, 40> name_{};
-};
 
 // A new file that takes the target's name when it is whole. Until then it has no name at all, so that nothing
 // is left of it whenever the process ends; where the file system has no nameless files it has one of its own.
 class Draft {
 public:
-    explicit Draft(int folder) : name_(folder) {}
+    explicit Draft(int folder) : name_(folder, kNamePrefix) {}
 
     bool open() {
         if (canBeNamedLater())
@@ -224,7 +180,7 @@ bool port_copy_link(int fromFolder, const char* from, int toFolder, const char* 
     if (make(to))
         return true;
     struct stat source;
-    OwnName replacement(toFolder);
+    OwnName replacement(toFolder, kNamePrefix);
     return errno == EEXIST && ::fstatat(fromFolder, from, &source, AT_SYMLINK_NOFOLLOW) == 0 &&
            isAnother(toFolder, to, source) && replacement.take(make) && replacement.renameTo(to);
 }

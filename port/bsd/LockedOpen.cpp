@@ -1,20 +1,19 @@
 #include <port/bsd.h>
 
 #include <cerrno>
-#include <climits>
-#include <cstdio>
 #include <fcntl.h>
 #include <port/UniqueFd.h>
+#include <string>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "host/OwnName.h"
 #include "host/SystemCalls.h"
 
 namespace {
 
 constexpr int kLockFlags = O_SHLOCK | O_EXLOCK;
-constexpr int kMaxNameAttempts = 100;
 
 bool lock(int fd, int flags) {
     const int operation =
@@ -49,25 +48,13 @@ int openThenLock(const char* path, int flags, mode_t mode) {
 
 // The file is locked under another name and then linked to its own, so that nobody ever finds it unlocked.
 int makeLocked(const char* path, int flags, mode_t mode) {
-    char temporary[PATH_MAX];
-    for (int attempt = 0; attempt < kMaxNameAttempts; ++attempt) {
-        const int length = std::snprintf(temporary, sizeof temporary, "%s.%d-%d", path, ::getpid(), attempt);
-        if (length < 0 || static_cast<std::size_t>(length) >= sizeof temporary) {
-            errno = ENAMETOOLONG;
-            return -1;
-        }
-        port::UniqueFd fd(port::sys::open(temporary, (flags & ~kLockFlags) | O_NOFOLLOW, mode));
-        if (!fd && errno == EEXIST)
-            continue;
-        if (!fd)
-            return -1;
-        const bool linked = lock(fd.get(), flags) && ::link(temporary, path) == 0;
-        const int error = errno;
-        ::unlink(temporary);
-        errno = error;
-        return linked ? fd.release() : -1;
-    }
-    return -1;
+    port::OwnName name(AT_FDCWD, std::string(path) + ".");
+    port::UniqueFd fd;
+    const bool made = name.take([&](const char* temporary) {
+        fd.reset(port::sys::open(temporary, (flags & ~kLockFlags) | O_NOFOLLOW, mode));
+        return static_cast<bool>(fd);
+    });
+    return made && lock(fd.get(), flags) && ::link(name.get(), path) == 0 ? fd.release() : -1;
 }
 
 } // namespace

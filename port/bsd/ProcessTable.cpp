@@ -1,15 +1,13 @@
+#include "host/ProcessTable.h"
 #include "host/ExecutableLink.h"
 #include "host/SystemCalls.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <climits>
 #include <cstdint>
 #include <cstring>
-#include <dirent.h>
 #include <fcntl.h>
-#include <memory>
 #include <port/UniqueFd.h>
 #include <port/process.h>
 #include <string_view>
@@ -79,23 +77,6 @@ bool readProcess(int table, const char* folder, pid_t id, kinfo_proc& result) {
     return true;
 }
 
-// Visits the folders of all processes until `visit(table, name, id)` answers false. False with errno when the
-// table cannot be read.
-template <typename Visit>
-bool forEachProcess(Visit visit) {
-    const std::unique_ptr<DIR, int (*)(DIR*)> table(opendir("/proc"), closedir);
-    if (table == nullptr)
-        return false;
-    while (const dirent* entry = readdir(table.get())) {
-        pid_t id = 0;
-        const char* const end = entry->d_name + std::strlen(entry->d_name);
-        if (std::from_chars(entry->d_name, end, id).ptr == end &&
-            !visit(dirfd(table.get()), entry->d_name, id))
-            break;
-    }
-    return true;
-}
-
 int fail(int error) {
     errno = error;
     return -1;
@@ -103,7 +84,7 @@ int fail(int error) {
 
 int sizeOfTable(std::size_t& size) {
     std::size_t count = kSpareEntries;
-    if (!forEachProcess([&](int, const char*, pid_t) { return ++count != 0; }))
+    if (!port::forEachProcess([&](int, const char*, pid_t) { return ++count != 0; }))
         return -1;
     size = count * sizeof(kinfo_proc);
     return 0;
@@ -112,7 +93,7 @@ int sizeOfTable(std::size_t& size) {
 int readTable(char* buffer, std::size_t& size) {
     std::size_t used = 0;
     bool fits = true;
-    const bool read = forEachProcess([&](int table, const char* folder, pid_t id) {
+    const bool read = port::forEachProcess([&](int table, const char* folder, pid_t id) {
         kinfo_proc process;
         if (!readProcess(table, folder, id, process))
             return true;

@@ -4,9 +4,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <cstring>
 #include <grp.h>
-#include <pwd.h>
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
@@ -14,10 +12,12 @@
 #include <unistd.h>
 #include <vector>
 
+#include "host/UserEntry.h"
+
 namespace port {
 namespace {
 
-constexpr std::size_t kDatabaseEntrySize = 16384; // bytes of texts of one user or group
+constexpr std::size_t kDatabaseEntrySize = 16384; // bytes of texts of one group
 constexpr int kMaxLinks = 40;                     // as many as the system itself follows
 
 bool isOurs(uid_t user) {
@@ -27,19 +27,16 @@ bool isOurs(uid_t user) {
 // True when the group is the user's alone, as far as the user database tells: it does not say whose primary
 // group a group is, but one of the user's name is made for this user.
 bool isOwnGroup(gid_t group, uid_t user) {
-    std::vector<char> userTexts(kDatabaseEntrySize);
-    std::vector<char> groupTexts(kDatabaseEntrySize);
-    passwd owner;
+    const auto owner = port::userEntry(user);
+    std::vector<char> texts(kDatabaseEntrySize);
     ::group members;
-    passwd* foundOwner = nullptr;
-    ::group* foundGroup = nullptr;
-    if (::getpwuid_r(user, &owner, userTexts.data(), userTexts.size(), &foundOwner) != 0 ||
-        foundOwner == nullptr || owner.pw_gid != group ||
-        ::getgrgid_r(group, &members, groupTexts.data(), groupTexts.size(), &foundGroup) != 0 ||
-        foundGroup == nullptr || std::strcmp(owner.pw_name, members.gr_name) != 0)
+    ::group* found = nullptr;
+    if (!owner || owner->group != group ||
+        ::getgrgid_r(group, &members, texts.data(), texts.size(), &found) != 0 || found == nullptr ||
+        owner->name != members.gr_name)
         return false;
     for (char** name = members.gr_mem; *name != nullptr; ++name)
-        if (std::strcmp(*name, owner.pw_name) != 0)
+        if (*name != owner->name)
             return false;
     return true;
 }

@@ -1,6 +1,6 @@
 #include "carbon/EventQueue.h"
 #include "dispatch/MainLoop.h"
-#include "host/LoopDeadline.h"
+#include "host/Deadline.h"
 
 namespace {
 
@@ -18,7 +18,7 @@ OpaqueEventRef* takeEvent(std::span<const EventTypeSpec> types, bool pull) {
 
 // At least one turn of the loop: what it does may post an event, however short the time is.
 OpaqueEventRef* waitForEvent(std::span<const EventTypeSpec> types, bool pull, EventTimeout timeout) {
-    const port::LoopDeadline deadline(timeout);
+    const port::Deadline deadline(timeout);
     for (;;) {
         const int left = deadline.milliseconds();
         port::MainLoop::shared().runOnce(left);

@@ -53,7 +53,7 @@ port::CFRef<CFDictionaryRef> readInfo(const std::string& path) {
 }
 
 CFBundleRef makeMainBundle() {
-    std::string executable = port::readExecutableLink("/proc/self/exe");
+    std::string executable = port::ownExecutable();
     if (executable.empty())
         return nullptr;
     const std::string_view bundle = port::bundleFolderOfExecutable(executable);
@@ -111,11 +111,6 @@ std::string_view bundleFolderOfExecutable(std::string_view executable) {
     const std::string_view bundle = programs.substr(0, programs.size() - kProgramFolder.size());
     const std::string_view name = nameOf(bundle);
     return name.ends_with(kBundleSuffix) && name.size() > kBundleSuffix.size() ? bundle : std::string_view();
-}
-
-std::string readExecutableLink(const char* link) {
-    char path[PATH_MAX];
-    return std::string(readExecutableLink(AT_FDCWD, link, path));
 }
 
 } // namespace port

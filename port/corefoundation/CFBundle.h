@@ -30,8 +30,4 @@ namespace port {
 // "/x/Y.app" of "/x/Y.app/Contents/MacOS/name"; empty for any other path.
 std::string_view bundleFolderOfExecutable(std::string_view executable);
 
-// The executable that a link of the process table names, without the mark that the system sets behind the
-// name of one that was deleted or replaced. Empty when the link cannot be read.
-std::string readExecutableLink(const char* link);
-
 } // namespace port

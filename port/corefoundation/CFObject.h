@@ -5,9 +5,10 @@
 
 #include <atomic>
 #include <cstdint>
-#include <utility>
+#include <type_traits>
 
 #include <CoreFoundation/CoreFoundation.h>
+#include <port/Reference.h>
 
 namespace port {
 
@@ -62,38 +63,14 @@ Pointer asKind(CFTypeRef object, CFKind kind) {
     return object != nullptr && objectOf(object).kind() == kind ? static_cast<Pointer>(object) : nullptr;
 }
 
+struct CFCount {
+    static void retain(CFTypeRef object) { objectOf(object).retain(); }
+    static void release(CFTypeRef object) { CFRelease(object); }
+};
+
 // One reference to an object, or none. `Pointer` is the platform's reference type (CFStringRef ...).
 template <typename Pointer>
-class CFRef {
-public:
-    CFRef() = default;
-    // Takes over the reference that the caller holds.
-    explicit CFRef(Pointer object) : object_(object) {}
-    // Adds a reference of its own.
-    static CFRef retained(Pointer object) {
-        if (object != nullptr)
-            objectOf(object).retain();
-        return CFRef(object);
-    }
-    CFRef(const CFRef& other) : CFRef(retained(other.object_)) {}
-    CFRef(CFRef&& other) noexcept : object_(other.release()) {}
-    CFRef& operator=(CFRef other) noexcept {
-        std::swap(object_, other.object_);
-        return *this;
-    }
-    ~CFRef() {
-        if (object_ != nullptr)
-            CFRelease(object_);
-    }
-
-    Pointer get() const { return object_; }
-    // Gives the reference up to the caller.
-    Pointer release() { return std::exchange(object_, nullptr); }
-    explicit operator bool() const { return object_ != nullptr; }
-
-private:
-    Pointer object_ = nullptr;
-};
+using CFRef = Reference<std::remove_pointer_t<Pointer>, CFCount>;
 
 // A constant that is built at compile time and never destroyed.
 template <typename T>

@@ -3,7 +3,7 @@
 #include "corefoundation/CFSocket.h"
 #include "corefoundation/CFString.h"
 #include "dispatch/MainLoop.h"
-#include "host/LoopDeadline.h"
+#include "host/Deadline.h"
 
 namespace {
 
@@ -67,7 +67,7 @@ CFRunLoopRunResult CFRunLoopRunInMode(CFRunLoopMode mode, CFTimeInterval seconds
                                       Boolean returnAfterSourceHandled) {
     if (!isServed(mode))
         return kCFRunLoopRunFinished;
-    const port::LoopDeadline deadline(seconds < 0 ? 0 : seconds);
+    const port::Deadline deadline(seconds < 0 ? 0 : seconds);
     CFRunLoopRunResult result = kCFRunLoopRunTimedOut;
     const bool stopped = __CFRunLoop::shared().run([&] {
         const int left = deadline.milliseconds();

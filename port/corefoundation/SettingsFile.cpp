@@ -1,19 +1,17 @@
 #include "corefoundation/SettingsFile.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <ctime>
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
-#include <thread>
 #include <unistd.h>
 
 #include "corefoundation/CFString.h"
 #include "corefoundation/PropertyList.h"
 #include "host/AtomicFile.h"
+#include "host/FileLock.h"
 #include "host/SystemCalls.h"
 #include <port/UniqueFd.h>
 
@@ -25,8 +23,6 @@ using namespace std::chrono_literals;
 constexpr char kLockSuffix[] = ".lock";
 constexpr char kDamagedSuffix[] = ".corrupt-"; // the time follows
 constexpr auto kLockPatience = 5s;
-constexpr auto kFirstLockPause = 1ms;
-constexpr auto kLongestLockPause = 20ms;
 
 // Keeps other processes out of the settings file while it lives. A process that holds the lock and is
 // stopped must not stop us: the wait has an end.
@@ -46,17 +42,10 @@ public:
 private:
     // Closes the file, errno kept, when the lock cannot be had.
     bool lock() {
-        const auto deadline = std::chrono::steady_clock::now() + kLockPatience;
-        auto pause = kFirstLockPause;
-        while (::flock(fd_.get(), LOCK_EX | LOCK_NB) != 0) {
-            if ((errno != EWOULDBLOCK && errno != EINTR) || std::chrono::steady_clock::now() >= deadline) {
-                fd_.reset();
-                return false;
-            }
-            std::this_thread::sleep_for(pause);
-            pause = std::min<std::chrono::milliseconds>(pause * 2, kLongestLockPause);
-        }
-        return true;
+        if (lockFile(fd_.get(), kLockPatience))
+            return true;
+        fd_.reset();
+        return false;
     }
     bool isUnlinked() const {
         struct stat status;

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "coreservices/Launcher.h"
+#include "host/Deadline.h"
 #include "host/SystemCalls.h"
 #include <port/UniqueFd.h>
 
@@ -17,7 +18,6 @@ namespace port {
 namespace {
 
 using namespace std::chrono_literals;
-using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kPatience = 2s; // for the manager and the move together
 constexpr auto kMovePause = 1ms;                    // between two looks at where the process is
@@ -81,13 +81,13 @@ std::string placeOf(pid_t process) {
 } // namespace
 
 bool moveToOwnScope(pid_t process, std::string_view application) {
-    const auto deadline = Clock::now() + kPatience;
+    const Deadline deadline(kPatience);
     const std::string before = placeOf(process);
     if (!hasServiceManager() || !askForScope(unitName(process, application), process))
         return false;
     // The manager answers before it has moved the process.
     while (placeOf(process) == before) {
-        if (Clock::now() >= deadline)
+        if (deadline.isPast())
             return false;
         std::this_thread::sleep_for(kMovePause);
     }

@@ -1,7 +1,6 @@
 #include "coreservices/Volumes.h"
 
 #include <algorithm>
-#include <array>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -9,7 +8,6 @@
 #include <fcntl.h>
 #include <port/UniqueFd.h>
 #include <port/bsd.h>
-#include <pwd.h>
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
@@ -19,6 +17,7 @@
 
 #include "coreservices/NodeTable.h"
 #include "host/SystemCalls.h"
+#include "host/UserEntry.h"
 
 namespace port {
 namespace {
@@ -129,13 +128,11 @@ OSErr PBHGetVolParmsSync(HParamBlockRec* block) {
 OSErr FSFindFolder(SInt16 volume, OSType folderType, Boolean, FSRef* found) {
     if (volume != kOnSystemDisk || folderType != kVolumesFolderType)
         return fnfErr;
-    std::array<char, 16384> buffer;
-    passwd entry;
-    passwd* user = nullptr;
-    if (::getpwuid_r(::getuid(), &entry, buffer.data(), buffer.size(), &user) != 0 || user == nullptr)
+    const auto user = port::userEntry(::getuid());
+    if (!user)
         return fnfErr;
     for (const char* parent : {"/run/media/", "/media/"}) {
-        const std::string path = std::string(parent) + user->pw_name;
+        const std::string path = parent + user->name;
         Boolean isFolder = false;
         if (FSPathMakeRef(reinterpret_cast<const UInt8*>(path.c_str()), found, &isFolder) == noErr &&
             isFolder)

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -13,6 +12,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "host/OwnName.h"
 #include "host/SystemCalls.h"
 #include <port/UniqueFd.h>
 
@@ -20,31 +20,17 @@ namespace port {
 namespace {
 
 constexpr int kMaxLinks = 16;
-constexpr int kMaxNameAttempts = 100;
 constexpr mode_t kNewFileMode = 0600;
 constexpr mode_t kPermissionBits = 0777;
 
-// Removes the temporary file unless it took its final name.
+// The new content, on its way to the target's name.
 class Temporary {
 public:
-    Temporary(int folder, const std::string& target) : folder_(folder) {
-        static constinit std::atomic<unsigned> serial{0};
-        for (int attempt = 0; attempt < kMaxNameAttempts && !fd_; ++attempt) {
-            name_ = prefix(target) + std::to_string(::getpid()) + "-" + std::to_string(serial.fetch_add(1));
-            fd_.reset(
-                sys::openat(folder, name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, kNewFileMode));
-            if (!fd_ && errno != EEXIST)
-                return;
-        }
-    }
-    Temporary(const Temporary&) = delete;
-    Temporary& operator=(const Temporary&) = delete;
-    ~Temporary() {
-        if (!fd_)
-            return;
-        const int error = errno;
-        ::unlinkat(folder_, name_.c_str(), 0);
-        errno = error;
+    Temporary(int folder, const std::string& target) : name_(folder, prefix(target)) {
+        name_.take([&](const char* name) {
+            fd_.reset(sys::openat(folder, name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, kNewFileMode));
+            return static_cast<bool>(fd_);
+        });
     }
 
     static std::string prefix(const std::string& target) { return "." + target + ".tmp-"; }
@@ -58,17 +44,10 @@ public:
             return false;
         return ::fchmod(fd_.get(), like.st_mode & kPermissionBits) == 0 && sys::fsync(fd_.get()) == 0;
     }
-
-    bool takeName(const std::string& target) {
-        if (sys::renameat(folder_, name_.c_str(), folder_, target.c_str()) != 0)
-            return false;
-        fd_.reset();
-        return true;
-    }
+    bool takeName(const std::string& target) { return name_.renameTo(target.c_str()); }
 
 private:
-    int folder_;
-    std::string name_;
+    OwnName name_;
     UniqueFd fd_;
 };
 

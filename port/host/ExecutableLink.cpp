@@ -1,5 +1,8 @@
 #include "host/ExecutableLink.h"
 
+#include <array>
+#include <climits>
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace port {
@@ -13,6 +16,15 @@ std::string_view readExecutableLink(int folder, const char* link, std::span<char
     if (executable.ends_with(kDeleted))
         executable.remove_suffix(kDeleted.size());
     return executable;
+}
+
+std::string readExecutableLink(const char* link) {
+    std::array<char, PATH_MAX> path;
+    return std::string(readExecutableLink(AT_FDCWD, link, path));
+}
+
+std::string ownExecutable() {
+    return readExecutableLink("/proc/self/exe");
 }
 
 } // namespace port

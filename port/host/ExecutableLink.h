@@ -4,6 +4,7 @@
 #pragma once
 
 #include <span>
+#include <string>
 #include <string_view>
 
 namespace port {
@@ -12,5 +13,11 @@ namespace port {
 // the system sets behind the name of a program that was deleted or replaced. Empty when the link cannot be
 // read or the path fills the buffer.
 std::string_view readExecutableLink(int folder, const char* link, std::span<char> buffer);
+
+// The same of a path.
+std::string readExecutableLink(const char* link);
+
+// The program of this process.
+std::string ownExecutable();
 
 } // namespace port

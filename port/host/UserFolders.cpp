@@ -1,15 +1,12 @@
 #include "host/UserFolders.h"
 
 #include <cstdlib>
-#include <memory>
-#include <pwd.h>
 #include <unistd.h>
-#include <vector>
+
+#include "host/UserEntry.h"
 
 namespace port {
 namespace {
-
-constexpr std::size_t kUserEntrySize = 16384;
 
 std::string absolutePathFrom(const char* variable) {
     const char* value = std::getenv(variable);
@@ -17,12 +14,8 @@ std::string absolutePathFrom(const char* variable) {
 }
 
 std::string homeInUserDatabase() {
-    std::vector<char> buffer(kUserEntrySize);
-    passwd entry;
-    passwd* found = nullptr;
-    if (::getpwuid_r(::getuid(), &entry, buffer.data(), buffer.size(), &found) != 0 || found == nullptr)
-        return "";
-    return entry.pw_dir != nullptr && entry.pw_dir[0] == '/' ? entry.pw_dir : "";
+    const auto entry = userEntry(::getuid());
+    return entry && entry->home.starts_with('/') ? entry->home : "";
 }
 
 } // namespace

@@ -1,9 +1,7 @@
 #include "xpc/XPCBundledService.h"
 
-#include <array>
 #include <cerrno>
 #include <charconv>
-#include <climits>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -17,6 +15,8 @@
 #include <utility>
 #include <vector>
 
+#include "host/ExecutableLink.h"
+
 namespace port {
 namespace {
 
@@ -24,12 +24,6 @@ constexpr const char* kSocketVariable = "XPC_SERVICE_FD";
 constexpr const char* kLockVariable = "XPC_SERVICE_LOCK_FD";
 constexpr std::string_view kProgramFolder = "/Contents/MacOS";
 constexpr std::string_view kBundleSuffix = ".xpc";
-
-std::string ownProgram() {
-    std::array<char, PATH_MAX> path;
-    const ssize_t length = ::readlink("/proc/self/exe", path.data(), path.size());
-    return length > 0 ? std::string(path.data(), static_cast<std::size_t>(length)) : std::string();
-}
 
 // The bundle that a program lies in; empty when it lies in none.
 std::string bundleOf(const std::string& program) {
@@ -41,7 +35,7 @@ std::string bundleOf(const std::string& program) {
 
 // The service's program bears its whole name or the last part of it.
 std::string programOf(const std::string& name) {
-    const std::string bundle = bundleOf(ownProgram());
+    const std::string bundle = bundleOf(ownExecutable());
     if (bundle.empty() || name.find('/') != std::string::npos)
         return {};
     std::string folder = bundle;
@@ -133,7 +127,7 @@ bool isListening(int socket) {
 
 // That of the bundle, without suffix; of a program outside of any bundle, its file name.
 std::string ownName() {
-    const std::string program = ownProgram();
+    const std::string program = ownExecutable();
     const std::string bundle = bundleOf(program);
     const std::string& path = bundle.empty() ? program : bundle;
     std::string name = path.substr(path.rfind('/') + 1);

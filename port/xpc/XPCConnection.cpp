@@ -222,7 +222,7 @@ void XPCConnection::frameReceived(XPCRef<XPCDictionary> frame) {
         keepWhileBusy();
     }
     if (waiting)
-        waiting.answer(XPCRef<XPCObject>::retained(this), XPCRef<XPCObject>(frame.leak()));
+        waiting.answer(XPCRef<XPCObject>::retained(this), XPCRef<XPCObject>(frame.release()));
 }
 
 void XPCConnection::deliverMessage(XPCDictionary& message) {

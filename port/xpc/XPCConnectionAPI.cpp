@@ -24,7 +24,7 @@ xpc_connection_t xpc_dictionary_get_remote_connection(xpc_object_t dictionary) {
 }
 
 xpc_connection_t xpc_connection_create(const char* name, dispatch_queue_t queue) {
-    return isUsable(name) ? XPCConnection::toService(XPCConnection::Kind::Bundled, name, queue).leak()
+    return isUsable(name) ? XPCConnection::toService(XPCConnection::Kind::Bundled, name, queue).release()
                           : nullptr;
 }
 
@@ -33,8 +33,8 @@ xpc_connection_t xpc_connection_create_mach_service(const char* name, dispatch_q
     if (!isUsable(name))
         return nullptr;
     if ((flags & XPC_CONNECTION_MACH_SERVICE_LISTENER) != 0)
-        return XPCListener::create(name, queue).leak();
-    return XPCConnection::toService(XPCConnection::Kind::Named, name, queue).leak();
+        return XPCListener::create(name, queue).release();
+    return XPCConnection::toService(XPCConnection::Kind::Named, name, queue).release();
 }
 
 void xpc_connection_set_event_handler(xpc_connection_t connection, xpc_handler_t handler) {

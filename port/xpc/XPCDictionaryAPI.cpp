@@ -43,12 +43,12 @@ const void* bytesOf(xpc_object_t dictionary, const XPCEntry& entry) {
 // No value exists outside a dictionary, so there is nothing that `keys` and `values` could add.
 xpc_object_t xpc_dictionary_create(const char* const* /*keys*/, const xpc_object_t* /*values*/,
                                    std::size_t /*count*/) {
-    return XPCDictionary::create().leak();
+    return XPCDictionary::create().release();
 }
 
 xpc_object_t xpc_dictionary_create_reply(xpc_object_t original) {
     XPCDictionary* const message = XPCDictionary::from(original);
-    return message == nullptr ? nullptr : message->createReply().leak();
+    return message == nullptr ? nullptr : message->createReply().release();
 }
 
 xpc_object_t xpc_dictionary_get_value(xpc_object_t dictionary, const char* key) {

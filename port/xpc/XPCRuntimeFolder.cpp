@@ -2,7 +2,6 @@
 
 #include "xpc/XPCEndpoint.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
@@ -11,12 +10,11 @@
 #include <port/UniqueFd.h>
 #include <port/bsd.h>
 #include <port/runtime_folder.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <thread>
 #include <unistd.h>
 
+#include "host/FileLock.h"
 #include "host/SystemCalls.h"
 
 namespace port {
@@ -24,10 +22,6 @@ namespace {
 
 constexpr std::size_t kMaxPathBytes = sizeof(sockaddr_un::sun_path) - 1;
 constexpr std::size_t kHashDigits = 16;
-
-// Between two looks at a lock that somebody else has.
-constexpr std::chrono::milliseconds kFirstPause{1};
-constexpr std::chrono::milliseconds kLongestPause{20};
 
 // FNV-1a, 64 bits, in hexadecimal digits.
 std::string hashOf(std::string_view name) {
@@ -113,13 +107,7 @@ int port_lock_in_runtime_folder(const char* name, unsigned milliseconds) {
     if (!port::xpcCheckRuntimeFolder(folder, true))
         return -1;
     port::UniqueFd file(port::sys::open((folder + "/" + name).c_str(), O_RDWR | O_CREAT | O_NOFOLLOW, 0600));
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
-    auto pause = port::kFirstPause;
-    while (file && ::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
-        if ((errno != EWOULDBLOCK && errno != EINTR) || std::chrono::steady_clock::now() >= deadline)
-            return -1;
-        std::this_thread::sleep_for(pause);
-        pause = std::min(pause * 2, port::kLongestPause);
-    }
+    if (!file || !port::lockFile(file.get(), std::chrono::milliseconds(milliseconds)))
+        return -1;
     return file.release();
 }

@@ -1,6 +1,7 @@
 #include "Support.h"
 
 #include "corefoundation/CFBundle.h"
+#include "host/ExecutableLink.h"
 
 #include <sys/stat.h>
 

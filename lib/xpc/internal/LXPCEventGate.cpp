@@ -3,6 +3,8 @@
 #include <chrono>
 #include <thread>
 
+#include "base/LDeadline.h"
+
 namespace {
 
 constexpr std::uint32_t ClosedBit = std::uint32_t{1} << 31;
@@ -27,9 +29,8 @@ void LXPCEventGate::Close(unsigned dwMilliseconds) {
     if ((dwState.fetch_or(ClosedBit, std::memory_order_acq_rel) & ClosedBit) != 0)
         return;
     const std::uint32_t dwOwn = LXPCEventScope::CountOnThisThread(*this);
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(dwMilliseconds);
-    while ((dwState.load(std::memory_order_acquire) & ~ClosedBit) > dwOwn &&
-           std::chrono::steady_clock::now() < deadline)
+    const LDeadline deadline(dwMilliseconds);
+    while ((dwState.load(std::memory_order_acquire) & ~ClosedBit) > dwOwn && !deadline.IsPast())
         std::this_thread::sleep_for(CloseSlice);
 }
 

@@ -3,12 +3,24 @@
 // Thread-safety: as a plain value; the objects count by themselves.
 #pragma once
 
+#include <type_traits>
 #include <utility>
 
 namespace port {
 
-// T has `retain` and `release`.
-template <typename T>
+// How objects that count by themselves are counted.
+struct ByItself {
+    template <typename T>
+    static void retain(T* object) {
+        object->retain();
+    }
+    template <typename T>
+    static void release(T* object) {
+        object->release();
+    }
+};
+
+template <typename T, typename Count = ByItself>
 class Reference {
 public:
     Reference() = default;
@@ -17,26 +29,26 @@ public:
     // Adds a reference of its own; null is allowed.
     static Reference retained(T* object) {
         if (object != nullptr)
-            object->retain();
+            Count::retain(object);
         return Reference(object);
     }
     Reference(const Reference& other) : Reference(retained(other.object_)) {}
-    Reference(Reference&& other) noexcept : object_(other.leak()) {}
+    Reference(Reference&& other) noexcept : object_(other.release()) {}
     Reference& operator=(Reference other) noexcept {
         std::swap(object_, other.object_);
         return *this;
     }
     ~Reference() {
         if (object_ != nullptr)
-            object_->release();
+            Count::release(object_);
     }
 
     T* get() const { return object_; }
     T* operator->() const { return object_; }
-    T& operator*() const { return *object_; }
+    std::add_lvalue_reference_t<T> operator*() const { return *object_; }
     explicit operator bool() const { return object_ != nullptr; }
     // Gives the reference up to the caller.
-    T* leak() { return std::exchange(object_, nullptr); }
+    T* release() { return std::exchange(object_, nullptr); }
 
 private:
     T* object_ = nullptr;

@@ -1,4 +1,4 @@
-// What a time in seconds leaves to wait, in the main loop's milliseconds, on a clock that nobody sets.
+// What a wait has left of its time, on a clock that nobody sets.
 //
 // Thread-safety: as a plain value.
 #pragma once
@@ -7,16 +7,20 @@
 
 namespace port {
 
-class LoopDeadline {
+class Deadline {
 public:
     static constexpr double kForever = -1;
 
-    // Begins now. Times beyond some years have no limit.
-    explicit LoopDeadline(double seconds)
+    // Begins now. Seconds; times beyond some years have no limit.
+    explicit Deadline(double seconds)
         : isLimited_(seconds != kForever && seconds < kLongest), end_(Clock::now()) {
         if (isLimited_ && seconds > 0)
             end_ += std::chrono::round<Clock::duration>(std::chrono::duration<double>(seconds));
     }
+
+    explicit Deadline(std::chrono::milliseconds time) : isLimited_(true), end_(Clock::now() + time) {}
+
+    bool isPast() const { return isLimited_ && Clock::now() >= end_; }
 
     // -1 without a limit, 0 when the time has passed; a begun one counts as whole.
     int milliseconds() const {
