@@ -3,20 +3,27 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <poll.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
+#include "host/Deadline.h"
 #include "host/Spawn.h"
 #include <port/internal/seams_shell.h>
 
 namespace port {
 namespace {
 
+using namespace std::chrono_literals;
+
 constexpr int kEndPatience = 2000; // milliseconds
 constexpr int kNoTimeLimit = -1;
+constexpr auto kStartPatience = 200ms; // the end of the process has no more time for a start
+constexpr auto kStartPause = 1ms;
 
 port_shell_hook shellHook = nullptr;
 
@@ -26,14 +33,29 @@ public:
     Sessions() : owner_(::getpid()) {}
     Sessions(const Sessions&) = delete;
     Sessions& operator=(const Sessions&) = delete;
-    // A child that was forked has the list and not the sessions.
+    // A child that was forked has the list and not the sessions. What another thread is starting just now comes
+    // into the list in time, but when the end came from a signal to that very thread.
     ~Sessions() {
+        if (::getpid() != owner_)
+            return;
+        ended_ = true;
+        for (const Deadline deadline(kStartPatience); starting_ != 0 && !deadline.isPast();)
+            std::this_thread::sleep_for(kStartPause);
         for (const auto& session : running_)
-            if (const pid_t leader = session; leader > 0 && ::getpid() == owner_)
+            if (const pid_t leader = session; leader > 0)
                 ::kill(-leader, SIGTERM);
     }
 
-    void add(pid_t leader) { replace(0, leader); }
+    // Starts a session by `start`, whose result is 0 or an errno value. ECANCELED once this process ends.
+    template <typename TStart>
+    int begin(TStart start, pid_t& leader) {
+        ++starting_;
+        const int error = ended_ ? ECANCELED : start();
+        if (error == 0)
+            replace(0, leader);
+        --starting_;
+        return error;
+    }
     void remove(pid_t leader) { replace(leader, 0); }
 
 private:
@@ -44,6 +66,8 @@ private:
     }
 
     pid_t owner_;
+    std::atomic<bool> ended_{false};
+    std::atomic<unsigned> starting_{0};
     std::array<std::atomic<pid_t>, 64> running_{};
 };
 Sessions sessions;
@@ -80,11 +104,11 @@ bool ShellCommand::start(const char* commandLine, const char* const* withoutVari
     options.standard[STDIN_FILENO] = kEmptyDevice;
     for (; withoutVariables != nullptr && *withoutVariables != nullptr; ++withoutVariables)
         options.without.emplace_back(*withoutVariables);
-    if (const int error = spawnShell(commandLine, options, process_); error != 0) {
+    const auto begin = [&] { return spawnShell(commandLine, options, process_); };
+    if (const int error = sessions.begin(begin, process_); error != 0) {
         errno = error;
         return false;
     }
-    sessions.add(process_);
     end_.reset(static_cast<int>(::syscall(SYS_pidfd_open, process_, 0)));
     return true;
 }
