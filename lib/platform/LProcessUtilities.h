@@ -16,7 +16,7 @@ constexpr int LMaximumNumberOfOpenFiles = 1024; // the soft limit that a program
 inline namespace lfoundation {
 extern int gargc;
 extern char** gargv;
-}
+} // namespace lfoundation
 
 // What LGetProcessUid found; negative: nothing yet.
 inline namespace lfoundation {
