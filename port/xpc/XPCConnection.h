@@ -58,8 +58,8 @@ private:
 
     XPCConnection(Kind kind, std::string name, dispatch_queue_t target);
     XPCConnection(UniqueFd socket, pid_t pid);
-    ~XPCConnection();
-    void dispose() noexcept override { delete this; }
+    ~XPCConnection() override;
+    void dispose() noexcept override;
 
     // What the pool and the main loop call. `ready` and `expired` hold a pin, `run` the reference that came with
     // the turn; none of them runs a handler.
