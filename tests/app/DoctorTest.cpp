@@ -6,7 +6,7 @@
 
 namespace {
 
-// In a place with everything as it should be, $0: makes the situation and asks the doctor. Whatever differs
+// In a place with everything as it should be, $0, with loginhelperctl as $1: makes the situation and asks the doctor. Whatever differs
 // afterwards is told before the report ends.
 std::string Report(const Login& login, const std::string& situation,
                    const std::string& ask = "\"$ctl\" doctor") {
@@ -16,9 +16,9 @@ std::string Report(const Login& login, const std::string& situation,
         "manager() { mkdir -p $units/x.wants; touch systemd/private; echo X-systemd-skip=true >>$entry\n"
         "    sed 's/Desktop Entry/Service/; s/^Exec/ExecStart/' $entry >$unit; }\n"
         "all() { find . -printf '%p %s %m %T@ %C@\\n'; }\n"
-        "export ctl='" LOGINHELPERCTL "'\n" +
+        "export ctl=\"$1\"\n" +
         situation + "\nbefore=$(all)\n" + ask + " 2>&1\n[ \"$before\" = \"$(all)\" ] || echo CHANGED\n";
-    ChildProcess shell({"/bin/sh", "-c", script, login.Path()});
+    ChildProcess shell({"/bin/sh", "-c", script, login.Path(), LOGINHELPERCTL});
     return shell.ReadAll();
 }
 
