@@ -1,4 +1,5 @@
 // Ends in the way that its argument names; standard error goes to standard output, and a clean end says so.
+#include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -54,18 +55,25 @@ struct Overflowing : LThread {
     void ThreadFunction() override { exit(Overflow(0)); }
 };
 
-// What another thread gets while the process ends.
+// What another thread gets while the process ends; it is there before, for a signal handler makes none.
+std::atomic<bool> ending{false}, terminated{false};
+
+void RaiseWhenEnding() {
+    ending.wait(false);
+    raise(SIGTERM);
+    terminated = true;
+    terminated.notify_one();
+}
+
 void Terminate() {
-    std::thread([] {
-        sigset_t none;
-        sigemptyset(&none);
-        pthread_sigmask(SIG_SETMASK, &none, nullptr);
-        raise(SIGTERM);
-    }).join();
+    ending = true;
+    ending.notify_one();
+    terminated.wait(false);
 }
 
 void End(const std::string& how) {
     if (how[0] == '+') {
+        std::thread(RaiseWhenEnding).detach();
         atexit(Terminate);
         End(how.substr(1));
     } else if (how == "stack")

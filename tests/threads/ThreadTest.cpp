@@ -9,6 +9,7 @@
 #include "threads/LProcessRun.h"
 #include "threads/LThread.h"
 
+#include <atomic>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -134,7 +135,11 @@ TEST(LThreadTest, EndsByPthreadExitAndByExit) {
         ASSERT_TRUE(leaving.GetFinishedSignal().WaitSignal(10000));
         EXPECT_FALSE(leaving.IsRunning());
     }
-    const auto end = [](LProcessInterface&) { exit(7); };
+    static std::atomic<bool> bStarted{false};
+    const auto end = [](LProcessInterface&) {
+        bStarted.wait(false);
+        exit(7);
+    };
     for (const bool bDetached : {false, true})
         EXPECT_EXIT(
             {
@@ -145,6 +150,8 @@ TEST(LThreadTest, EndsByPthreadExitAndByExit) {
                     (new LThreadOf<decltype(end), LDetachedThread>(end))->StartDetached(owner, 31);
                 else
                     thread.Start(31);
+                bStarted = true;
+                bStarted.notify_one();
                 pause();
             },
             testing::ExitedWithCode(7), "");
