@@ -248,6 +248,7 @@ TEST_F(ConnectionTest, CancelGivesRepliesBarriersAndTheHandlerOneEnd) {
     sendBoth("after", 99);
     EXPECT_EQ(barriers.wait(100), numbered(100));
     EXPECT_EQ(client.replies.wait(2), Lines(2, "invalid"));
+    EXPECT_EQ(client.log.wait(1), Lines{"invalid"});
     port_inject_error_event(client.get(), XPC_ERROR_CONNECTION_INTERRUPTED);
     Serve(30);
     EXPECT_EQ(client.log.lines(), Lines{"invalid"});
