@@ -25,9 +25,8 @@ if "$pack" -x in/second out 2>errors; then exit 1; fi
 grep -q 'pack: File could not be extracted from Zip file: "in/second"' errors
 mkfifo "never$$.zip"
 for signal in INT:130 TERM:0; do
-    rm report # what it said before is no sign of this one's start
     "$pack" -x "never$$.zip" out >report & pid=$!
-    until grep -qs ' 0 %' report; do sleep 0.1; done
+    until grep -qs "unzip -o .neve[r]$$" /proc/[0-9]*/cmdline; do sleep 0.1; done
     kill -"${signal%:*}" $pid
     status=0
     wait $pid || status=$?
