@@ -25,8 +25,8 @@ constexpr char szHelpInBundle[] = "/Contents/Resources/help";
 constexpr std::size_t UserEntrySize = 16384;
 
 struct PlaceRow {
-    NSSearchPathDirectory eDirectory;
-    const char* szFallback; // below the home folder
+    unsigned int dwDirectory; // an NSSearchPathDirectory
+    const char* szFallback;   // below the home folder
 };
 
 // In the order of LFile::Place.
@@ -63,7 +63,7 @@ void GetUserSpecialFolder(char* szOut, unsigned int dwDirectory, const char* szF
 template void GetUserSpecialFolder<>(char*, unsigned int, const char*);
 
 void LFile::_GetPlace(char* szOut, Place ePlace) {
-    GetUserSpecialFolder(szOut, loPlaces[ePlace].eDirectory, loPlaces[ePlace].szFallback);
+    GetUserSpecialFolder(szOut, loPlaces[ePlace].dwDirectory, loPlaces[ePlace].szFallback);
 }
 
 void LFile::GetUserFolder(char* szOut) {
