@@ -80,6 +80,7 @@ std::vector<char*> environmentFor(const SpawnOptions& options) {
 int spawn(const char* program, const std::vector<std::string>& arguments, const SpawnOptions& options,
           pid_t& child) {
     std::vector<char*> pointers;
+    pointers.reserve(arguments.size() + 1);
     for (const std::string& argument : arguments)
         pointers.push_back(const_cast<char*>(argument.c_str()));
     pointers.push_back(nullptr);
