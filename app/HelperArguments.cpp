@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr std::string_view Help =
+constexpr std::string_view kHelp =
     "Usage: loginhelper [--serve]\n"
     "Launch the main application at login, if the user has asked for that; while it runs, serve the\n"
     "service through which it changes the setting. Started by the session, not by hand.\n"
@@ -20,7 +20,7 @@ constexpr std::string_view Help =
     "\n"
     "Exit status is 0, or 64 for a wrong command line, 69 when --serve cannot serve, 74 when the output\n"
     "cannot be written, 77 for root with a user's folders. See loginhelperctl for the setting.\n";
-constexpr std::string_view Version = "loginhelper (LFoundation) " LFOUNDATION_VERSION "\n";
+constexpr std::string_view kVersion = "loginhelper (LFoundation) " LFOUNDATION_VERSION "\n";
 
 [[noreturn]] void EndWithText(std::string_view text) {
     const bool bTold = write(STDOUT_FILENO, text.data(), text.size()) == static_cast<ssize_t>(text.size());
@@ -32,9 +32,9 @@ constexpr std::string_view Version = "loginhelper (LFoundation) " LFOUNDATION_VE
 LHelperMode ParseHelperArguments(int argc, char* argv[]) {
     const std::string_view word = argv[1];
     if (word == "--help" || word == "-h")
-        EndWithText(Help);
+        EndWithText(kHelp);
     if (word == "--version" || word == "-V")
-        EndWithText(Version);
+        EndWithText(kVersion);
     if (word == "--serve" && argc == 2)
         return LHelperMode::Serve;
     HelperReport("unexpected argument '%s'", argv[word == "--serve" ? 2 : 1]);

@@ -16,15 +16,15 @@ bool IsControl(char c) {
 
 void HelperReport(const char* szFormat, ...) {
     char szLine[8192] = "loginhelper: ";
-    constexpr std::size_t dwPrefix = 13;
+    constexpr std::size_t kPrefix = 13;
     va_list arguments;
     va_start(arguments, szFormat);
-    const int nText = vsnprintf(szLine + dwPrefix, sizeof szLine - dwPrefix, szFormat, arguments);
+    const int nText = vsnprintf(szLine + kPrefix, sizeof szLine - kPrefix, szFormat, arguments);
     va_end(arguments);
     if (nText < 0)
         return;
-    const std::size_t dwEnd = std::min(dwPrefix + static_cast<std::size_t>(nText), sizeof szLine - 1);
-    std::replace_if(szLine + dwPrefix, szLine + dwEnd, IsControl, '?');
+    const std::size_t dwEnd = std::min(kPrefix + static_cast<std::size_t>(nText), sizeof szLine - 1);
+    std::replace_if(szLine + kPrefix, szLine + dwEnd, IsControl, '?');
     szLine[dwEnd] = '\n';
     // Nobody to tell it to when this fails.
     [[maybe_unused]] const ssize_t nWritten = write(STDERR_FILENO, szLine, dwEnd + 1);

@@ -9,12 +9,12 @@
 
 namespace {
 
-constexpr const char* LockName = "loginhelper.launch";
-constexpr unsigned TurnPatience = 1000; // milliseconds; a helper that is told to end is to end in time
+constexpr const char* kLockName = "loginhelper.launch";
+constexpr unsigned kTurnPatience = 1000; // milliseconds; a helper that is told to end is to end in time
 
 // How long a launch counts for other helpers, in seconds. The ways to start a helper at login are no further
 // apart; a login that follows another is.
-constexpr std::int64_t LaunchMemory = 30;
+constexpr std::int64_t kLaunchMemory = 30;
 
 // What the lock's file holds. An application whose program is a script, or that ended at once, is not to be
 // found in the process table; and an end of the launching helper is the end of its login.
@@ -34,12 +34,12 @@ bool HasLaunched(int nLock) {
     if (pread(nLock, &note, sizeof note, 0) != sizeof note || note.nHelper <= 0)
         return false;
     const std::int64_t nAge = Now() - note.nTime;
-    return nAge >= 0 && nAge <= LaunchMemory && kill(static_cast<pid_t>(note.nHelper), 0) == 0;
+    return nAge >= 0 && nAge <= kLaunchMemory && kill(static_cast<pid_t>(note.nHelper), 0) == 0;
 }
 
 } // namespace
 
-LLaunchTurn::LLaunchTurn() : lock(port_lock_in_runtime_folder(LockName, TurnPatience)) {
+LLaunchTurn::LLaunchTurn() : lock(port_lock_in_runtime_folder(kLockName, kTurnPatience)) {
     if (!lock && errno == EWOULDBLOCK)
         szObstacle = "another helper is launching";
     else if (lock && HasLaunched(lock.get()))

@@ -23,7 +23,7 @@ struct LLoginHelperNotify::Request {
 namespace {
 
 // Bytes, terminator included: a longer path names nothing that can exist, and is not kept.
-constexpr std::size_t dwStoredPathLimit = 4096;
+constexpr std::size_t kStoredPathLimit = 4096;
 
 bool IsKey(const LXPCDataListable& item, const char* szKey) {
     return strcmp(item.szName, szKey) == 0;
@@ -93,7 +93,7 @@ void LLoginHelperNotify::_SetLaunchAtLogin(long connection, long message, const 
     if (request.bLaunchOn) {
         // A path that is missing, endless, no UTF-8 or holds what no settings file can is answered like any
         // other mismatch: not at all.
-        if (request.szBundlePath == nullptr || strlen(request.szBundlePath) >= dwStoredPathLimit)
+        if (request.szBundlePath == nullptr || strlen(request.szBundlePath) >= kStoredPathLimit)
             return;
         const NSRef<NSString> pPath = NSString::stringWithUTF8String(request.szBundlePath);
         if (!pPath ||

@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr unsigned IdleSeconds = 5; // a start takes milliseconds, so that a helper is not kept for long
+constexpr unsigned kIdleSeconds = 5; // a start takes milliseconds, so that a helper is not kept for long
 
 void EndIdle() {
     HelperReport("nobody asks any more: ending");
@@ -29,7 +29,7 @@ void LServingHelper::applicationDidFinishLaunching(const NSNotification&) {
         exit(EX_UNAVAILABLE);
     }
     _CreateSink();
-    if (!port_when_idle(IdleSeconds, EndIdle))
+    if (!port_when_idle(kIdleSeconds, EndIdle))
         HelperReport("no timer: serving without end");
     startXPCServer();
     exit(EX_UNAVAILABLE);

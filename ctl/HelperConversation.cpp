@@ -10,7 +10,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr unsigned long ConnectionNumber = 1;
+constexpr unsigned long kConnectionNumber = 1;
 
 int MillisecondsUntil(Clock::time_point deadline) {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
@@ -31,10 +31,10 @@ HelperAnswer HelperConversation::Ask(std::initializer_list<LXPCData> items, bool
     bReplyValue = false;
     answer = HelperAnswer::Silent;
     if (!bConnected)
-        bConnected = client.Connect(szService, ConnectionNumber, true);
+        bConnected = client.Connect(szService, kConnectionNumber, true);
     if (!bConnected)
         return HelperAnswer::Unreachable;
-    client.SendMessage(szService, ConnectionNumber, items.begin(), items.size(), true);
+    client.SendMessage(szService, kConnectionNumber, items.begin(), items.size(), true);
     const auto deadline = Clock::now() + std::chrono::milliseconds(dwTimeout);
     int nLeft;
     while (answer == HelperAnswer::Silent && (nLeft = MillisecondsUntil(deadline)) > 0)

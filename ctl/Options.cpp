@@ -12,9 +12,9 @@
 
 namespace {
 
-constexpr long LongestTimeout = 600000; // ten minutes, in milliseconds
+constexpr long kLongestTimeout = 600000; // ten minutes, in milliseconds
 
-constexpr char Help[] =
+constexpr char kHelp[] =
     "Usage: loginhelperctl [OPTION]... COMMAND\n"
     "Talk to the login helper as the main application does.\n"
     "\n"
@@ -49,9 +49,9 @@ unsigned ParseTimeout(const char* szText, bool bJSON) {
     char* pEnd = nullptr;
     errno = 0;
     const long nValue = strtol(szText, &pEnd, 10);
-    if (pEnd == szText || *pEnd != '\0' || errno != 0 || nValue < 1 || nValue > LongestTimeout)
+    if (pEnd == szText || *pEnd != '\0' || errno != 0 || nValue < 1 || nValue > kLongestTimeout)
         EndWithUsage(bJSON, "invalid time-out '" + std::string(szText) + "': 1 to " +
-                                std::to_string(LongestTimeout) + " milliseconds");
+                                std::to_string(kLongestTimeout) + " milliseconds");
     return static_cast<unsigned>(nValue);
 }
 
@@ -112,7 +112,7 @@ Options ParseOptions(int argc, char* argv[]) {
             options.bJSON = true;
             break;
         case 'h':
-            printf(Help, LMainAppDefaultPath);
+            printf(kHelp, LMainAppDefaultPath);
             EndWithText("");
         case 'V':
             EndWithText("loginhelperctl (LFoundation) " LFOUNDATION_VERSION "\n");

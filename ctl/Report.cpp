@@ -10,14 +10,14 @@ struct LeadByte {
     unsigned char cValue;
     std::uint32_t nLowest; // below it the form is overlong
 };
-constexpr LeadByte LeadBytes[] = {
+constexpr LeadByte kLeadBytes[] = {
     {0x80, 0x00, 0}, {0xE0, 0xC0, 0x80}, {0xF0, 0xE0, 0x800}, {0xF8, 0xF0, 0x10000}};
 
 // The bytes of the well-formed character at that place; 0 when there is none.
 std::size_t CharacterLength(const std::string& szText, std::size_t nAt) {
     const auto byteAt = [&](std::size_t n) { return static_cast<unsigned char>(szText[n]); };
-    for (std::size_t nMore = 0; nMore < std::size(LeadBytes); nMore++) {
-        const LeadByte& lead = LeadBytes[nMore];
+    for (std::size_t nMore = 0; nMore < std::size(kLeadBytes); nMore++) {
+        const LeadByte& lead = kLeadBytes[nMore];
         if ((byteAt(nAt) & lead.cMask) != lead.cValue)
             continue;
         if (nAt + nMore >= szText.size())

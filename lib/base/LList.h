@@ -56,24 +56,24 @@ private:
 template <typename T>
 class LListIterator {
 public:
-    explicit LListIterator(LList<T>& list) : _list(list), _pCurrent(list.GetFirst()) {}
+    explicit LListIterator(LList<T>& list) : loElements(list), pCurrent(list.GetFirst()) {}
 
-    T* Get() const { return _pCurrent; }
+    T* Get() const { return pCurrent; }
     void Next() {
-        if (_pCurrent != nullptr)
-            _pCurrent = static_cast<T*>(_pCurrent->pNext);
+        if (pCurrent != nullptr)
+            pCurrent = static_cast<T*>(pCurrent->pNext);
     }
 
     // Unlinks the current element, moves on to the next one, and returns the element, now the caller's; null
     // at the end or when the element is not in the list.
     T* Detach() {
-        T* pElement = _pCurrent;
+        T* pElement = pCurrent;
         if (pElement == nullptr)
             return nullptr;
         T* pFollowing = static_cast<T*>(pElement->pNext);
-        if (_list.Detach(pElement) == nullptr)
+        if (loElements.Detach(pElement) == nullptr)
             return nullptr;
-        _pCurrent = pFollowing;
+        pCurrent = pFollowing;
         return pElement;
     }
 
@@ -81,6 +81,6 @@ public:
     void Delete() { delete Detach(); }
 
 private:
-    LList<T>& _list;
-    T* _pCurrent;
+    LList<T>& loElements;
+    T* pCurrent;
 };

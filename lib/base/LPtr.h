@@ -10,23 +10,23 @@ template <typename T>
 class LPtr {
 public:
     constexpr LPtr() = default;
-    explicit LPtr(T* pObject) : _pObject(pObject) {}
+    explicit LPtr(T* pObject) : pHeld(pObject) {}
     LPtr(const LPtr&) = delete;
     LPtr& operator=(const LPtr&) = delete;
-    ~LPtr() { delete _pObject; }
+    ~LPtr() { delete pHeld; }
 
-    T* Get() const { return _pObject; }
-    T* operator->() const { return _pObject; }
-    T& operator*() const { return *_pObject; }
-    explicit operator bool() const { return _pObject != nullptr; }
+    T* Get() const { return pHeld; }
+    T* operator->() const { return pHeld; }
+    T& operator*() const { return *pHeld; }
+    explicit operator bool() const { return pHeld != nullptr; }
 
     // Deletes what is held and holds the new object, or nothing. The pointer already shows the new object
     // while the old one is destroyed.
-    void Reset(T* pObject = nullptr) { delete std::exchange(_pObject, pObject); }
+    void Reset(T* pObject = nullptr) { delete std::exchange(pHeld, pObject); }
 
     // Gives the object up to the caller; the pointer then holds nothing.
-    T* Release() { return std::exchange(_pObject, nullptr); }
+    T* Release() { return std::exchange(pHeld, nullptr); }
 
 private:
-    T* _pObject = nullptr;
+    T* pHeld = nullptr;
 };

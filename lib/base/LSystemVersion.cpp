@@ -14,9 +14,9 @@ std::uint8_t VersionByte(OSType selector) {
 
 // True above 10.nMinor.
 bool IsSystemLaterThan(std::uint8_t nMinor) {
-    constexpr std::uint8_t nMajorOfTen = 10;
+    constexpr std::uint8_t kMajorOfTen = 10;
     const std::uint8_t nMajor = VersionByte(gestaltSystemVersionMajor);
-    return nMajor > nMajorOfTen || (nMajor == nMajorOfTen && VersionByte(gestaltSystemVersionMinor) > nMinor);
+    return nMajor > kMajorOfTen || (nMajor == kMajorOfTen && VersionByte(gestaltSystemVersionMinor) > nMinor);
 }
 
 } // namespace

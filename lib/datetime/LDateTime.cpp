@@ -8,12 +8,12 @@
 
 namespace {
 
-constexpr int SecondsPerHour = 3600;
-constexpr int SecondsPerMinute = 60;
-constexpr int MonthsPerYear = 12;
-constexpr int FirstValidYear = 1970;
-constexpr int LastValidYear = 2038;
-constexpr std::size_t TimePosition = 11; // of the time in a combined form
+constexpr int kSecondsPerHour = 3600;
+constexpr int kSecondsPerMinute = 60;
+constexpr int kMonthsPerYear = 12;
+constexpr int kFirstValidYear = 1970;
+constexpr int kLastValidYear = 2038;
+constexpr std::size_t kTimePosition = 11; // of the time in a combined form
 
 int LimitToInt(long nValue) {
     return static_cast<int>(std::clamp<long>(nValue, INT_MIN, INT_MAX));
@@ -31,7 +31,7 @@ tm FieldsFrom(const int (&date)[3], const int (&time)[3]) {
 }
 
 bool IsValidDate(int year, int month, int day) {
-    return year >= FirstValidYear && year <= LastValidYear && day >= 1 &&
+    return year >= kFirstValidYear && year <= kLastValidYear && day >= 1 &&
            day <= LDateTime::GetNumberOfDaysInMonth(year, month);
 }
 
@@ -58,7 +58,7 @@ void LDateTime::SetDateTime(long& t, const char* date, const char* time) {
 }
 
 void LDateTime::SetDateYYYYHMMHDDTimeHHCMMCSS(long& t, const char* text) {
-    SetDateTime(t, text, strnlen(text, TimePosition) == TimePosition ? text + TimePosition : "");
+    SetDateTime(t, text, strnlen(text, kTimePosition) == kTimePosition ? text + kTimePosition : "");
 }
 
 long LDateTime::SetDateTime(long& t, int year, int month, int day, int hour, int minute, int second) {
@@ -82,8 +82,8 @@ bool LDateTime::ValidateDateTimeYYYYHMMHDDHHCMMCSS(const char* text) {
 }
 
 int LDateTime::GetNumberOfDaysInMonth(int year, int month) {
-    constexpr int days[MonthsPerYear] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-    if (month < 1 || month > MonthsPerYear)
+    constexpr int days[kMonthsPerYear] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    if (month < 1 || month > kMonthsPerYear)
         return 0;
     return days[month - 1] + (month == 2 && IsLeapYear(year) ? 1 : 0);
 }
@@ -98,13 +98,13 @@ int LDateTime::DateFormatOrder() {
 }
 
 long LDateTime::GetBuildDate() {
-    constexpr char szDate[] = __DATE__; // "Jun  1 2015"
+    constexpr char kDate[] = __DATE__; // "Jun  1 2015"
     int month = 0;
-    for (int i = 0; i < MonthsPerYear; ++i)
-        if (std::memcmp(szDate, szMonths[i], 3) == 0)
+    for (int i = 0; i < kMonthsPerYear; ++i)
+        if (std::memcmp(kDate, szMonths[i], 3) == 0)
             month = i + 1;
     int dayAndYear[2] = {};
-    LReadNumbers(szDate + 3, " ", dayAndYear);
+    LReadNumbers(kDate + 3, " ", dayAndYear);
     long t = 0;
     SetDateTime(t, dayAndYear[1], month, dayAndYear[0], 0, 0, 0);
     return t;
@@ -128,9 +128,9 @@ void LDateTime::SetDayTime(LDayTime time) {
     tm fields;
     if (!LGetLocalFields(nTime, fields))
         return;
-    fields.tm_hour = LimitToInt(time.nSeconds / SecondsPerHour);
-    fields.tm_min = static_cast<int>(time.nSeconds / SecondsPerMinute % 60);
-    fields.tm_sec = static_cast<int>(time.nSeconds % SecondsPerMinute);
+    fields.tm_hour = LimitToInt(time.nSeconds / kSecondsPerHour);
+    fields.tm_min = static_cast<int>(time.nSeconds / kSecondsPerMinute % 60);
+    fields.tm_sec = static_cast<int>(time.nSeconds % kSecondsPerMinute);
     fields.tm_isdst = -1;
     LStoreLocalFields(nTime, fields);
 }
@@ -139,7 +139,7 @@ LDayTime LDateTime::GetDayTime() const {
     tm fields;
     if (nTime == 0 || !LGetLocalFields(nTime, fields))
         return {};
-    return fields.tm_hour * SecondsPerHour + fields.tm_min * SecondsPerMinute + fields.tm_sec;
+    return fields.tm_hour * kSecondsPerHour + fields.tm_min * kSecondsPerMinute + fields.tm_sec;
 }
 
 LWeekDay LDateTime::GetWeekDay() const {
@@ -155,12 +155,12 @@ LDateTime LDateTime::AdjustByMonths(int months) const {
         return *this;
     long year = fields.tm_year + 1900L;
     long month = fields.tm_mon + 1L + months;
-    if (month > MonthsPerYear) {
-        year += (month - 1) / MonthsPerYear;
-        month = (month - 1) % MonthsPerYear + 1;
+    if (month > kMonthsPerYear) {
+        year += (month - 1) / kMonthsPerYear;
+        month = (month - 1) % kMonthsPerYear + 1;
     } else if (month < 1) {
-        year += month / MonthsPerYear - 1;
-        month = MonthsPerYear + month % MonthsPerYear;
+        year += month / kMonthsPerYear - 1;
+        month = kMonthsPerYear + month % kMonthsPerYear;
     }
     const int newYear = LimitToInt(year);
     const int newMonth = static_cast<int>(month);

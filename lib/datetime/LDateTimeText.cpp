@@ -156,15 +156,15 @@ void LDateTime::_GetTextTime(char* time) const {
 
 void LDateTime::_SetTextDate(const char* text) {
     // States 0, 2 and 4 stand before a field, 1, 3 and 5 inside it.
-    constexpr int StateDone = 6;
+    constexpr int kStateDone = 6;
     int parts[3] = {-1, -1, -1};
     int nState = 0;
     for (; *text != '\0'; ++text) {
         if (*text == '-') {
-            nState = StateDone;
+            nState = kStateDone;
         } else if (std::strchr("./:\\", *text) != nullptr) {
-            nState = std::min((nState & ~1) + 2, StateDone);
-        } else if (LIsDigit(*text) && nState < StateDone) {
+            nState = std::min((nState & ~1) + 2, kStateDone);
+        } else if (LIsDigit(*text) && nState < kStateDone) {
             int& part = parts[nState / 2];
             part = LAppendDigit(nState % 2 == 0 ? 0 : part, *text);
             nState |= 1;
@@ -186,10 +186,10 @@ void LDateTime::_SetTextTime(const char* text) {
     tm fields;
     if (nTime == 0 || !LGetLocalFields(nTime, fields))
         return;
-    constexpr int FieldCount = 3;
-    int parts[FieldCount] = {};
+    constexpr int kFieldCount = 3;
+    int parts[kFieldCount] = {};
     int nField = 0;
-    for (; *text != '\0' && nField < FieldCount; ++text) {
+    for (; *text != '\0' && nField < kFieldCount; ++text) {
         if (*text == ':')
             ++nField;
         else if (LIsDigit(*text))

@@ -88,11 +88,11 @@ void FormatSystem(char* szOut, unsigned long dwSize) {
 }
 
 void FormatPhase(char* szOut) {
-    static constexpr const char* pPhases[] = {"GloIni1", "GuiIni2", "GuiDes3", "GloDes4"};
+    static constexpr const char* kPhases[] = {"GloIni1", "GuiIni2", "GuiDes3", "GloDes4"};
     if (gwDebugCurrentCommand == 0)
         tplsnprintf(szOut, LPathBufferSize, "Ukn0(LstCmd%d)", static_cast<int>(gwDebugLastCommand));
-    else if (gwDebugCurrentCommand <= std::size(pPhases))
-        strlcpy(szOut, pPhases[gwDebugCurrentCommand - 1], LPathBufferSize);
+    else if (gwDebugCurrentCommand <= std::size(kPhases))
+        strlcpy(szOut, kPhases[gwDebugCurrentCommand - 1], LPathBufferSize);
     else
         tplsnprintf(szOut, LPathBufferSize, "(Cmd%d)", static_cast<int>(gwDebugCurrentCommand));
 }

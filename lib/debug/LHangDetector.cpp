@@ -19,9 +19,9 @@ namespace {
 
 // The marker's content: when its run started, in seconds since 1970 and in milliseconds truncated to 32 bits,
 // both little-endian.
-constexpr unsigned long dwMarkerSize = 8;
-constexpr mode_t nMarkerMode = 0666;
-constexpr unsigned long dwTimeTextSize = 32;
+constexpr unsigned long kMarkerSize = 8;
+constexpr mode_t kMarkerMode = 0666;
+constexpr unsigned long kTimeTextSize = 32;
 
 void StoreLittleEndian(unsigned char* pOut, std::uint32_t dwValue) {
     for (int i = 0; i < 4; ++i)
@@ -50,7 +50,7 @@ void Report(const unsigned char* pMarker) {
         dwSeconds = dwSeconds << 8 | pMarker[i];
     const time_t nStarted = static_cast<std::int32_t>(dwSeconds);
     tm fields{};
-    char szTime[dwTimeTextSize];
+    char szTime[kTimeTextSize];
     strftime(szTime, sizeof szTime, "%Y-%m-%d %H:%M:%S", gmtime_r(&nStarted, &fields));
     OutputDebugStringF("the previous run, started %s UTC, ended without its clean end\n", szTime);
 }
@@ -69,12 +69,12 @@ void LHangDetector::_MakePath() {
 }
 
 void LHangDetector::InitAndTest() {
-    unsigned char marker[dwMarkerSize];
+    unsigned char marker[kMarkerSize];
     ComposeMarker(marker);
     _MakePath();
     fdMarker.reset();
     fdMarker.reset(
-        port_open(szPath, O_RDWR | O_CREAT | O_EXCL | O_TRUNC | O_EXLOCK | O_NONBLOCK, nMarkerMode));
+        port_open(szPath, O_RDWR | O_CREAT | O_EXCL | O_TRUNC | O_EXLOCK | O_NONBLOCK, kMarkerMode));
     if (!fdMarker)
         return _ReportStale();
     nProcess = getpid();
@@ -87,7 +87,7 @@ void LHangDetector::_ReportStale() {
     const port::UniqueFd fdStale(port_open(szPath, O_RDONLY | O_EXLOCK | O_NONBLOCK));
     if (!fdStale)
         return;
-    unsigned char marker[dwMarkerSize] = {};
+    unsigned char marker[kMarkerSize] = {};
     const bool bWhole = read(fdStale.get(), marker, sizeof marker) == sizeof marker;
     unlink(szPath);
     if (bWhole)

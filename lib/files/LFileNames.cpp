@@ -20,10 +20,10 @@ constexpr std::array<unsigned char, 256> MakeFaults() {
     return faults;
 }
 
-constexpr std::array<unsigned char, 256> faultOf = MakeFaults();
+constexpr std::array<unsigned char, 256> kFaultOf = MakeFaults();
 
 unsigned FaultOf(char character) {
-    return faultOf[static_cast<unsigned char>(character)];
+    return kFaultOf[static_cast<unsigned char>(character)];
 }
 
 // Copies what has none of the faults; returns the length.

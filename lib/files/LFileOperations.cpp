@@ -20,10 +20,9 @@
 
 namespace {
 
-constexpr std::int64_t SecondsPerDay = 86400;
-constexpr char szTextEncodingAttribute[] = "com.apple.TextEncoding";
-constexpr char szTextEncodingUTF8[] =
-    "utf-8;134217984"; // the name, and the platform's number of the encoding
+constexpr std::int64_t kSecondsPerDay = 86400;
+constexpr char kTextEncodingAttribute[] = "com.apple.TextEncoding";
+constexpr char kTextEncodingUTF8[] = "utf-8;134217984"; // the name, and the platform's number of the encoding
 
 // The folder part of a longer path would be cut, and so might name another folder.
 bool IsTooLong(const char* szPath) {
@@ -100,7 +99,7 @@ bool LFile::CreateFolderTree(const char* szPath) {
 void LFile::DeleteOldFiles(const char* szFolder, const char* szPattern, int nDays) {
     if (nDays < 1)
         return;
-    const std::int64_t nCutOff = std::time(nullptr) - nDays * SecondsPerDay;
+    const std::int64_t nCutOff = std::time(nullptr) - nDays * kSecondsPerDay;
     FolderIterator iterator;
     for (iterator.Open(szFolder, szPattern); iterator.IsOpen(); iterator.Next()) {
         std::int64_t nCreated = 0;
@@ -119,8 +118,8 @@ bool LFile::TestFileLocked(const char* szPath) {
 }
 
 int LFile::SetFileAttributeTextEncodingUTF8(const char* szPath) {
-    return port_setxattr(szPath, szTextEncodingAttribute, szTextEncodingUTF8, std::strlen(szTextEncodingUTF8),
-                         0, 0);
+    return port_setxattr(szPath, kTextEncodingAttribute, kTextEncodingUTF8, std::strlen(kTextEncodingUTF8), 0,
+                         0);
 }
 
 bool LFile::IsErrorSharingViolation() {

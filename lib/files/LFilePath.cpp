@@ -103,10 +103,10 @@ void LFile::GetHumanReadableDriveFromPath(char* szOut, const char* szPath) {
         LPathStore(szOut, "/", szPath[0] == '/' ? 1 : 0);
         return;
     }
-    constexpr std::string_view mark = ":\\";
+    constexpr std::string_view kMark = ":\\";
     std::size_t dwLength = 0;
-    while (dwLength < LPathLongest - mark.size() && LFileIsLetterOrNumber(szPath[dwLength]))
+    while (dwLength < LPathLongest - kMark.size() && LFileIsLetterOrNumber(szPath[dwLength]))
         ++dwLength;
     std::memmove(szOut, szPath, dwLength);
-    LPathStore(szOut + dwLength, mark.data(), mark.size());
+    LPathStore(szOut + dwLength, kMark.data(), kMark.size());
 }

@@ -9,8 +9,8 @@
 
 namespace {
 
-constexpr std::size_t dwNowhere = ~std::size_t{0};
-constexpr std::size_t dwStepLength = 3; // bytes of "../"
+constexpr std::size_t kNowhere = ~std::size_t{0};
+constexpr std::size_t kStepLength = 3; // bytes of "../"
 
 bool IsAbsolute(const char* szPath) {
     if (LPathIsSeparator(szPath[0]))
@@ -49,10 +49,10 @@ std::size_t CommonLength(std::string_view first, std::string_view second) {
 
 // Writes dwSteps times "..", each with the mark, then the rest of a path, cut to the buffer.
 void StoreSteps(char* szOut, std::size_t dwSteps, char mark, std::string_view rest) {
-    const char step[dwStepLength] = {'.', '.', mark};
-    const std::size_t dwEnd = std::min(dwSteps * dwStepLength, LPathLongest);
+    const char step[kStepLength] = {'.', '.', mark};
+    const std::size_t dwEnd = std::min(dwSteps * kStepLength, LPathLongest);
     for (std::size_t i = 0; i < dwEnd; ++i)
-        szOut[i] = step[i % dwStepLength];
+        szOut[i] = step[i % kStepLength];
     LPathStore(szOut + dwEnd, rest.data(), std::min(rest.size(), LPathLongest - dwEnd));
 }
 
@@ -65,7 +65,7 @@ void LFile::MakeAbsoluteFilePath(char* szOut, const char* szBase, const char* sz
         return;
     }
     char szStepped[LPathBufferSize];
-    std::size_t dwBase = dwNowhere; // not copied yet
+    std::size_t dwBase = kNowhere; // not copied yet
     const char* pRest = szRelative;
     for (;;) {
         if (pRest[0] == '.' && LPathIsSeparator(pRest[1])) {
@@ -74,14 +74,14 @@ void LFile::MakeAbsoluteFilePath(char* szOut, const char* szBase, const char* sz
         }
         if (pRest[0] != '.' || pRest[1] != '.' || !LPathIsSeparator(pRest[2]))
             break;
-        if (dwBase == dwNowhere) {
+        if (dwBase == kNowhere) {
             dwBase = std::min(strlcpy(szStepped, szBase, sizeof szStepped), LPathLongest);
             szBase = szStepped;
         }
         if (dwBase < 2)
             break;
         dwBase = StepUp(szStepped, dwBase);
-        pRest += dwStepLength;
+        pRest += kStepLength;
     }
     _MakeFilePath(szOut, szBase, pRest, szExtension);
 }
@@ -105,7 +105,7 @@ bool LFile::GetRelativePathFromAbsolutePath(char* szOut, const char* szBase, con
     const char* const pBaseRest = szBase + std::min(dwCommon, base.size() - 1);
     const auto nMore = std::count_if(pBaseRest, szBase + base.size() - 1, LPathIsSeparator);
     const std::size_t dwSteps = 1 + static_cast<std::size_t>(nMore);
-    if (dwSteps * dwStepLength + path.size() - dwMark > LPathBufferSize) {
+    if (dwSteps * kStepLength + path.size() - dwMark > LPathBufferSize) {
         szOut[0] = '\0';
         return false;
     }

@@ -18,11 +18,11 @@
 
 namespace {
 
-constexpr char szSharedFolderName[] = "Shared";
-constexpr char szAllUsersApplications[] = "/Applications";
-constexpr char szMountedVolumes[] = "/Volumes";
-constexpr char szHelpInBundle[] = "/Contents/Resources/help";
-constexpr std::size_t UserEntrySize = 16384;
+constexpr char kSharedFolderName[] = "Shared";
+constexpr char kAllUsersApplications[] = "/Applications";
+constexpr char kMountedVolumes[] = "/Volumes";
+constexpr char kHelpInBundle[] = "/Contents/Resources/help";
+constexpr std::size_t kUserEntrySize = 16384;
 
 struct PlaceRow {
     unsigned int dwDirectory; // an NSSearchPathDirectory
@@ -30,7 +30,7 @@ struct PlaceRow {
 };
 
 // In the order of LFile::Place.
-constexpr PlaceRow loPlaces[] = {
+constexpr PlaceRow kPlaces[] = {
     {NSCachesDirectory, "Library/Caches"},
     {NSMusicDirectory, "Music"},
     {NSMoviesDirectory, "Movies"},
@@ -63,7 +63,7 @@ void GetUserSpecialFolder(char* szOut, unsigned int dwDirectory, const char* szF
 template void GetUserSpecialFolder<>(char*, unsigned int, const char*);
 
 void LFile::_GetPlace(char* szOut, Place ePlace) {
-    GetUserSpecialFolder(szOut, loPlaces[ePlace].dwDirectory, loPlaces[ePlace].szFallback);
+    GetUserSpecialFolder(szOut, kPlaces[ePlace].dwDirectory, kPlaces[ePlace].szFallback);
 }
 
 void LFile::GetUserFolder(char* szOut) {
@@ -71,7 +71,7 @@ void LFile::GetUserFolder(char* szOut) {
 }
 
 void LFile::GetUserFolderNonSandboxed(char* szOut) {
-    std::vector<char> buffer(UserEntrySize);
+    std::vector<char> buffer(kUserEntrySize);
     passwd entry;
     passwd* pFound = nullptr;
     const bool bKnown =
@@ -98,7 +98,7 @@ void LFile::GetUserDataFolderAppSubFolder(const char* szSubFolder, char* szOut) 
 }
 
 void LFile::GetSharedDataFolderApp(char* szOut) {
-    GetUserDataFolderAppSubFolder(szSharedFolderName, szOut);
+    GetUserDataFolderAppSubFolder(kSharedFolderName, szOut);
 }
 
 void LFile::GetSharedDataFolderAppSubFolder(const char* szSubFolder, char* szOut) {
@@ -114,7 +114,7 @@ void LFile::GetSharedDataFolderAppSubFolder(const char* szSubFolder, char* szOut
 void LFile::GetApplicationsFolder(char* szOut) {
     const auto found = NSSearchPathForDirectoriesInDomains(NSApplicationDirectory, NSLocalDomainMask, true);
     if (found.empty())
-        strlcpy(szOut, szAllUsersApplications, LPathBufferSize);
+        strlcpy(szOut, kAllUsersApplications, LPathBufferSize);
     else
         CopyText(szOut, found.front());
 }
@@ -138,14 +138,14 @@ void LFile::GetProgramExecutablePath(char* szOut) {
 
 void LFile::GetHelpFolder(char* szOut) {
     const NSRef<NSString> bundle = NSBundle::mainBundle()->bundlePath();
-    tplsnprintf(szOut, LPathBufferSize, "%s%s", bundle ? bundle->UTF8String() : "", szHelpInBundle);
+    tplsnprintf(szOut, LPathBufferSize, "%s%s", bundle ? bundle->UTF8String() : "", kHelpInBundle);
 }
 
 void LFile::GetMountedDrivesFolder(char* szOut) {
     FSRef folder;
     if (FSFindFolder(kOnSystemDisk, kVolumesFolderType, false, &folder) != noErr ||
         FSRefMakePath(&folder, reinterpret_cast<UInt8*>(szOut), LPathBufferSize) != noErr)
-        strlcpy(szOut, szMountedVolumes, LPathBufferSize);
+        strlcpy(szOut, kMountedVolumes, LPathBufferSize);
 }
 
 void LFile::GetNetworkSharesFolder(char* szOut) {

@@ -11,19 +11,19 @@
 
 namespace {
 
-constexpr UInt32 dwInternalBus = 1U << bIsOnInternalBus;
-constexpr UInt32 dwExternalBus = 1U << bIsOnExternalBus;
-constexpr UInt32 dwRemovable = 1U << bIsRemovable;
+constexpr UInt32 kInternalBus = 1U << bIsOnInternalBus;
+constexpr UInt32 kExternalBus = 1U << bIsOnExternalBus;
+constexpr UInt32 kRemovable = 1U << bIsRemovable;
 
 // File systems that are never local, by their identifier: those of remote services, and one that is no longer
 // met.
-constexpr unsigned short RemoteFileSystems[] = {25461, 19016};
+constexpr unsigned short kRemoteFileSystems[] = {25461, 19016};
 
 struct FileSizeClass {
     const char* szName;
     int nLimit;
 };
-constexpr FileSizeClass FileSizeClasses[] = {
+constexpr FileSizeClass kFileSizeClasses[] = {
     {"NTFS", LFile::FileSizeLimitNone},   {"FAT32", LFile::FileSizeLimitFAT32},
     {"exFAT", LFile::FileSizeLimitNone},  {"FAT16B", LFile::FileSizeLimitFAT32},
     {"FAT16", LFile::FileSizeLimitFAT16}, {"FAT12", LFile::FileSizeLimitFAT16},
@@ -34,7 +34,7 @@ struct SizeUnit {
     unsigned nShift;
     const char* szName;
 };
-constexpr SizeUnit SizeUnits[] = {{40, "TB"}, {30, "GB"}, {20, "MB"}, {10, "KB"}, {0, "Bytes"}};
+constexpr SizeUnit kSizeUnits[] = {{40, "TB"}, {30, "GB"}, {20, "MB"}, {10, "KB"}, {0, "Bytes"}};
 
 bool GetVolume(const char* szPath, SInt16& nVolume) {
     FSRef reference;
@@ -47,7 +47,7 @@ bool GetVolume(const char* szPath, SInt16& nVolume) {
 }
 
 bool IsNetwork(unsigned int dwAttributes) {
-    return (dwAttributes & (dwInternalBus | dwExternalBus | dwRemovable)) == 0;
+    return (dwAttributes & (kInternalBus | kExternalBus | kRemovable)) == 0;
 }
 
 } // namespace
@@ -61,7 +61,7 @@ int LFile::GetVolumeFileSizeLimit(const char* szPath) {
     strupr(szName);
     if (std::strcmp(szName, "EXFAT") == 0)
         strlcpy(szName, "exFAT", sizeof szName);
-    for (const FileSizeClass& row : FileSizeClasses)
+    for (const FileSizeClass& row : kFileSizeClasses)
         if (std::strcmp(szName, row.szName) == 0)
             return row.nLimit;
     return FileSizeLimitNone;
@@ -93,26 +93,26 @@ bool LFile::IsNetworkPath(const char* szPath) {
 }
 
 bool LFile::IsOnExternalDrive(const char* szPath) {
-    return (GetVolumeAttributes(szPath) & dwInternalBus) == 0;
+    return (GetVolumeAttributes(szPath) & kInternalBus) == 0;
 }
 
 bool LFile::IsOnRemovableMedia(const char* szPath) {
     const unsigned int dwAttributes = GetVolumeAttributes(szPath);
-    return (dwAttributes & dwInternalBus) == 0 || (dwAttributes & dwRemovable) != 0;
+    return (dwAttributes & kInternalBus) == 0 || (dwAttributes & kRemovable) != 0;
 }
 
 bool LFile::IsOnLocalDrive(const char* szPath) {
     const unsigned short nIdentifier = GetVolumeFileSystemID(szPath);
     if (nIdentifier == FileSystemUnknown)
         return true;
-    for (const unsigned short nRemote : RemoteFileSystems)
+    for (const unsigned short nRemote : kRemoteFileSystems)
         if (nIdentifier == nRemote)
             return false;
     return !IsNetworkPath(szPath);
 }
 
 int LFile::GetSizeFormattedBytes(unsigned long long qwBytes, char* szOut) {
-    for (const SizeUnit& unit : SizeUnits)
+    for (const SizeUnit& unit : kSizeUnits)
         if (qwBytes >> unit.nShift != 0 || unit.nShift == 0)
             return std::snprintf(szOut, LPathBufferSize, "%llu %s", qwBytes >> unit.nShift, unit.szName);
     return 0;

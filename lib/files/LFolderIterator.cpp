@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr char szResourceFolder[] = "__MACOSX";
+constexpr char kResourceFolder[] = "__MACOSX";
 
 } // namespace
 
@@ -71,8 +71,7 @@ bool LFile::FolderIterator::_GetNextFile() {
 }
 
 bool LFile::FolderIterator::_Matches(const char* szEntryName) const {
-    if (szEntryName[0] == '.' ||
-        std::strncmp(szEntryName, szResourceFolder, sizeof szResourceFolder - 1) == 0)
+    if (szEntryName[0] == '.' || std::strncmp(szEntryName, kResourceFolder, sizeof kResourceFolder - 1) == 0)
         return false;
     if (std::strcmp(szPattern, "*") == 0)
         return true;

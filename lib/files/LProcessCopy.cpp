@@ -20,7 +20,7 @@
 
 namespace {
 
-constexpr unsigned int LockTimeout = 1000; // milliseconds
+constexpr unsigned int kLockTimeout = 1000; // milliseconds
 
 bool IsSameFile(const struct stat& first, const struct stat& second) {
     return first.st_dev == second.st_dev && first.st_ino == second.st_ino;
@@ -191,7 +191,7 @@ int Process(LProcessInterface& process, const LProcessCopyFile& copy) {
         return LProcessFailed;
     // Without blocking: a pipe in the place of the source must not hold the copy up.
     const port::UniqueFd source(open(copy.szSource, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    flocktimed(source.get(), LOCK_SH | LOCK_NB, LockTimeout);
+    flocktimed(source.get(), LOCK_SH | LOCK_NB, kLockTimeout);
     struct stat status;
     if (fstat(source.get(), &status) != 0 || S_ISDIR(status.st_mode))
         return LProcessFailed;
@@ -199,7 +199,7 @@ int Process(LProcessInterface& process, const LProcessCopyFile& copy) {
     struct stat old;
     if (fstat(target.get(), &old) != 0 || IsSameFile(status, old))
         return LProcessFailed;
-    flocktimed(target.get(), LOCK_EX | LOCK_NB, LockTimeout);
+    flocktimed(target.get(), LOCK_EX | LOCK_NB, kLockTimeout);
     [[maybe_unused]] const int nIgnored = ftruncate(target.get(), 0); // a device has no length to cut
 
     const int nResult =

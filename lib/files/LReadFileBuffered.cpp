@@ -10,10 +10,10 @@
 
 namespace {
 
-constexpr unsigned long BlockSize = 16;
-typedef unsigned char Block __attribute__((vector_size(BlockSize)));
-typedef std::uint16_t BlockPairs __attribute__((vector_size(BlockSize)));
-typedef unsigned char HalfBlock __attribute__((vector_size(BlockSize / 2)));
+constexpr unsigned long kBlockSize = 16;
+typedef unsigned char Block __attribute__((vector_size(kBlockSize)));
+typedef std::uint16_t BlockPairs __attribute__((vector_size(kBlockSize)));
+typedef unsigned char HalfBlock __attribute__((vector_size(kBlockSize / 2)));
 
 // Four bits a byte of the block, all set where it is a line's end: of every pair the middle bits are kept.
 std::uint64_t LineEnds(const Block& block) {
@@ -31,10 +31,10 @@ unsigned long BytesBeforeFirst(std::uint64_t qwLineEnds) {
 template <typename Target>
 unsigned long TakeUntilLineEnd(const char* pFrom, unsigned long n, Target target) {
     unsigned long i = 0;
-    for (; n - i >= BlockSize; i += BlockSize) {
+    for (; n - i >= kBlockSize; i += kBlockSize) {
         Block block;
-        std::memcpy(&block, pFrom + i, BlockSize);
-        target.Store(i, &block, BlockSize);
+        std::memcpy(&block, pFrom + i, kBlockSize);
+        target.Store(i, &block, kBlockSize);
         const std::uint64_t qwLineEnds = LineEnds(block);
         if (qwLineEnds != 0)
             return i + BytesBeforeFirst(qwLineEnds);

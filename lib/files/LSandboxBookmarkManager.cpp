@@ -15,7 +15,7 @@
 
 namespace {
 
-constexpr char szKeysName[] = "SECURITY_BOOKMARK_KEYS";
+constexpr char kKeysName[] = "SECURITY_BOOKMARK_KEYS";
 
 using Items = LList<LSandboxBookmarkItem>;
 
@@ -264,7 +264,7 @@ LSandboxBookmarkItem* LSandboxBookmarkManager::InstanceGetParentBookmark(const c
 }
 
 void LSandboxBookmarkManager::InstanceLoadBookmarksFromFile() {
-    if (const NSRef<NSMutableArray> stored = Settings().arrayForKey(szKeysName))
+    if (const NSRef<NSMutableArray> stored = Settings().arrayForKey(kKeysName))
         pKeys->addObjectsFromArray(*stored);
     const NSRef<NSMutableArray> keys = pKeys->mutableCopy();
     bool bAnyRemoved = false;
@@ -304,7 +304,7 @@ LSandboxBookmarkManager::LoadResult LSandboxBookmarkManager::_LoadBookmark(NSStr
     if (eResult == LoadRemoved) {
         bChanged = bIsStored;
         Settings().removeObjectForKey(szKey);
-        Settings().port_editArray(nullptr, szKey, szKeysName);
+        Settings().port_editArray(nullptr, szKey, kKeysName);
         pKeys->removeObject(key);
     }
     if (eResult != LoadDone)
@@ -365,6 +365,6 @@ void LSandboxBookmarkManager::InstanceAddKey(const char* szKey) {
     if (!key || pKeys->containsObject(*key))
         return;
     pKeys->addObject(key);
-    Settings().port_editArray(key->UTF8String(), nullptr, szKeysName);
+    Settings().port_editArray(key->UTF8String(), nullptr, kKeysName);
     Settings().synchronize();
 }

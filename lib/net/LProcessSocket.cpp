@@ -10,11 +10,11 @@
 
 namespace {
 
-constexpr unsigned int dwSliceTime = 200; // milliseconds
+constexpr unsigned int kSliceTime = 200; // milliseconds
 
 // Connecting and receiving add a slice to the time-out in 32 bits; a sum that wraps leaves one slice.
 unsigned int WrappedTimeout(unsigned int timeout) {
-    return timeout + dwSliceTime < dwSliceTime ? 0 : timeout;
+    return timeout + kSliceTime < kSliceTime ? 0 : timeout;
 }
 
 // The idle slices that a time-out allows.
@@ -23,9 +23,9 @@ public:
     explicit IdleSlices(unsigned int timeout) : dwLeft(timeout) {}
     // After an idle slice: whether there is time for another.
     bool Next() {
-        if (dwLeft <= dwSliceTime)
+        if (dwLeft <= kSliceTime)
             return false;
-        dwLeft -= dwSliceTime;
+        dwLeft -= kSliceTime;
         return true;
     }
 
@@ -39,7 +39,7 @@ enum class Slice { Ready, Idle, Failed };
 // A slice lasts its time however many POSIX signals interrupt it. The time-out is rebuilt for each call
 // because `select` may change it.
 Slice WaitSlice(int nDescriptor, Until until) {
-    const LDeadline deadline(dwSliceTime);
+    const LDeadline deadline(kSliceTime);
     for (;;) {
         fd_set set;
         FD_ZERO(&set);

@@ -10,8 +10,8 @@
 
 namespace {
 
-constexpr int nBacklog = 50;
-constexpr unsigned int dwListenAnewTime = 30000; // milliseconds
+constexpr int kBacklog = 50;
+constexpr unsigned int kListenAnewTime = 30000; // milliseconds
 
 // The thread's entry in the table of debug names while its function runs.
 struct DebugEntry {
@@ -33,7 +33,7 @@ void LTCPListener::ThreadFunction() {
         bListening.store(_Listen(listening));
         if (IsListening())
             _AcceptConnections(listening);
-    } while (!ProcessWait(dwListenAnewTime));
+    } while (!ProcessWait(kListenAnewTime));
 }
 
 bool LTCPListener::_Listen(LIPSocketTCP& socket) const {
@@ -43,7 +43,7 @@ bool LTCPListener::_Listen(LIPSocketTCP& socket) const {
     setsockopt(socket.GetDescriptor(), SOL_SOCKET, SO_REUSEADDR, &nOn, sizeof nOn);
     const LIPAddressWithPort anywhere(in_addr{INADDR_ANY}, wPort);
     return bind(socket.GetDescriptor(), anywhere.GetSocketAddress(), sizeof(sockaddr_in)) == 0 &&
-           listen(socket.GetDescriptor(), nBacklog) == 0;
+           listen(socket.GetDescriptor(), kBacklog) == 0;
 }
 
 void LTCPListener::_AcceptConnections(LIPSocketTCPRef listening) {

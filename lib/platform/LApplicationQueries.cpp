@@ -18,12 +18,12 @@
 
 namespace {
 
-constexpr char szAddressBook[] = "/Applications/Address Book.app";
-constexpr char szResourcesName[] = "resources";
+constexpr char kAddressBook[] = "/Applications/Address Book.app";
+constexpr char kResourcesName[] = "resources";
 
 // Only the first three numbers of the name are passed.
-constexpr int ProcessTableName[] = {CTL_KERN, KERN_PROC, KERN_PROC_ALL, 0};
-constexpr unsigned ProcessTableNameLength = 3;
+constexpr int kProcessTableName[] = {CTL_KERN, KERN_PROC, KERN_PROC_ALL, 0};
+constexpr unsigned kProcessTableNameLength = 3;
 
 using ProcessTable = std::unique_ptr<kinfo_proc[]>;
 
@@ -32,7 +32,7 @@ ProcessTable ReadProcessTable(std::size_t& dwCount) {
     std::size_t dwSize = 0;
     ProcessTable table;
     dwCount = 0;
-    if (sysctl(ProcessTableName, ProcessTableNameLength, nullptr, &dwSize, nullptr, 0) != 0)
+    if (sysctl(kProcessTableName, kProcessTableNameLength, nullptr, &dwSize, nullptr, 0) != 0)
         return table;
     for (;;) {
         dwSize += dwSize / 10;
@@ -42,7 +42,7 @@ ProcessTable ReadProcessTable(std::size_t& dwCount) {
             return table;
         std::size_t dwRead = dwSize / sizeof(kinfo_proc) * sizeof(kinfo_proc);
         const bool bRead =
-            sysctl(ProcessTableName, ProcessTableNameLength, table.get(), &dwRead, nullptr, 0) == 0;
+            sysctl(kProcessTableName, kProcessTableNameLength, table.get(), &dwRead, nullptr, 0) == 0;
         if (bRead || errno != ENOMEM) {
             dwCount = dwRead / sizeof(kinfo_proc);
             return table;
@@ -131,7 +131,7 @@ void LGetInstalledApplicationResourcesFolder(char* szOut, unsigned long dwSize) 
 void LGetInstalledApplicationLXAResourcesFolder(char* szOut) {
     char szFolder[LPathBufferSize];
     LGetInstalledApplicationResourcesFolder(szFolder, sizeof szFolder);
-    LFile::_MakeFilePath(szOut, szFolder, szResourcesName, "");
+    LFile::_MakeFilePath(szOut, szFolder, kResourcesName, "");
 }
 
 void LRevealInFinder(const char* szPath) {
@@ -143,6 +143,6 @@ void LRevealInFinder(const char* szPath) {
 
 void LOpenAddressBook() {
     FSRef reference;
-    if (FSPathMakeRef(reinterpret_cast<const UInt8*>(szAddressBook), &reference, nullptr) == noErr)
+    if (FSPathMakeRef(reinterpret_cast<const UInt8*>(kAddressBook), &reference, nullptr) == noErr)
         LSOpenFSRef(&reference, nullptr);
 }

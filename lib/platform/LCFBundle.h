@@ -8,11 +8,11 @@
 class LCFBundle {
 public:
     // Takes over a reference that the caller owns; null for none.
-    explicit LCFBundle(CFBundleRef pBundle) : _pBundle(pBundle) {}
+    explicit LCFBundle(CFBundleRef pBundle) : pHeld(pBundle) {}
 
     // Null when none is held. The wrapper keeps owning it.
-    CFBundleRef Get() const { return _pBundle.Get(); }
-    explicit operator bool() const { return static_cast<bool>(_pBundle); }
+    CFBundleRef Get() const { return pHeld.Get(); }
+    explicit operator bool() const { return static_cast<bool>(pHeld); }
 
     // The numbers before and after the first dot of the bundle's version, of which a leading word that begins
     // with "V" is skipped: "2.14.7" and "V 2.14" give 2 and 14, "12" gives 12 and 0. False when there is no
@@ -21,5 +21,5 @@ public:
     bool GetVersionNumber(int& nMajor, int& nMinor) const;
 
 private:
-    LCFRef<CFBundleRef> _pBundle;
+    LCFRef<CFBundleRef> pHeld;
 };

@@ -13,21 +13,21 @@ class LCFRef {
 public:
     LCFRef() = default;
     // Takes over a reference that the caller owns, as "Create" and "Copy" functions give it.
-    explicit LCFRef(T pObject) : _pObject(pObject) {}
+    explicit LCFRef(T pObject) : pHeld(pObject) {}
     LCFRef(const LCFRef&) = delete;
     LCFRef& operator=(const LCFRef&) = delete;
     ~LCFRef() { Reset(); }
 
-    T Get() const { return _pObject; }
-    explicit operator bool() const { return _pObject != nullptr; }
+    T Get() const { return pHeld; }
+    explicit operator bool() const { return pHeld != nullptr; }
 
     // Releases what is held and takes over the new reference, or none.
     void Reset(T pObject = nullptr) {
-        const T pOld = std::exchange(_pObject, pObject);
+        const T pOld = std::exchange(pHeld, pObject);
         if (pOld != nullptr)
             CFRelease(pOld);
     }
 
 private:
-    T _pObject = nullptr;
+    T pHeld = nullptr;
 };

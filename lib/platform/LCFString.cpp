@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr unsigned long dwUTF8PerUnit = 6;
+constexpr unsigned long kUTF8PerUnit = 6;
 
 // What counts as valid is the platform's to say, and its two constructors need not agree.
 CFStringRef CreateFromUTF8(const char* szText) {
@@ -31,15 +31,15 @@ CFStringRef CreateFromUTF8(const char* szText) {
 
 } // namespace
 
-LCFString::LCFString(const char* szText) : _pString(CreateFromUTF8(szText)) {}
+LCFString::LCFString(const char* szText) : pHeld(CreateFromUTF8(szText)) {}
 
-LCFString::LCFString(CFStringRef pString) : _pString(pString) {
+LCFString::LCFString(CFStringRef pString) : pHeld(pString) {
     if (pString != nullptr)
         CFRetain(pString);
 }
 
 void LCFString::SetString(const char* szText) {
-    _pString.Reset(CreateFromUTF8(szText));
+    pHeld.Reset(CreateFromUTF8(szText));
 }
 
 void LCFString::GetString(char* szOut, unsigned long dwSize) const {
@@ -52,9 +52,9 @@ void LCFString::GetString(char* szOut, unsigned long dwSize) const {
 
 void LCFString::GetString(LStringLongTemplate<char>& lsOut) const {
     lsOut.SetLength(0);
-    if (!_pString)
+    if (!pHeld)
         return;
-    lsOut.GrowToSize(static_cast<unsigned long>(CFStringGetLength(Get())) * dwUTF8PerUnit + 1);
+    lsOut.GrowToSize(static_cast<unsigned long>(CFStringGetLength(Get())) * kUTF8PerUnit + 1);
     CFStringGetCString(Get(), lsOut.GetData(), lsOut.GetCapacity(), kCFStringEncodingUTF8);
     lsOut.SetLength(static_cast<std::uint32_t>(std::strlen(lsOut.GetData())));
 }
@@ -71,7 +71,7 @@ void LCFString::GetString(wchar_t* szOut, unsigned long dwSize) const {
 
 void LCFString::GetString(LStringLongTemplate<wchar_t>& lsOut) const {
     lsOut.SetLength(0);
-    if (!_pString)
+    if (!pHeld)
         return;
     const CFIndex nUnits = CFStringGetLength(Get());
     const unsigned long dwSize = static_cast<unsigned long>(nUnits) + 1;

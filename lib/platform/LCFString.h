@@ -17,8 +17,8 @@ public:
     explicit LCFString(CFStringRef pString);
 
     // Null when empty. The wrapper keeps owning it.
-    CFStringRef Get() const { return _pString.Get(); }
-    explicit operator bool() const { return static_cast<bool>(_pString); }
+    CFStringRef Get() const { return pHeld.Get(); }
+    explicit operator bool() const { return static_cast<bool>(pHeld); }
 
     // Replaces the string by UTF-8 text; of text with an invalid sequence the valid part before it is taken.
     void SetString(const char* szText);
@@ -33,5 +33,5 @@ public:
     void GetString(LStringLongTemplate<wchar_t>& lsOut) const;
 
 private:
-    LCFRef<CFStringRef> _pString;
+    LCFRef<CFStringRef> pHeld;
 };

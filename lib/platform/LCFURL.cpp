@@ -5,10 +5,10 @@
 #include <sys/stat.h>
 
 void LCFURL::CreateFromFullPath(const char* szPath) {
-    _pURL.Reset();
+    pHeld.Reset();
     const LCFString path(szPath);
     struct stat status = {};
     const bool bFolder = stat(szPath, &status) == 0 && S_ISDIR(status.st_mode);
-    _pURL.Reset(
+    pHeld.Reset(
         CFURLCreateWithFileSystemPath(kCFAllocatorDefault, path.Get(), kCFURLPOSIXPathStyle, bFolder));
 }

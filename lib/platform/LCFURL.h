@@ -9,11 +9,11 @@ class LCFURL {
 public:
     LCFURL() = default;
     // Takes over a reference that the caller owns; null for none.
-    explicit LCFURL(CFURLRef pURL) : _pURL(pURL) {}
+    explicit LCFURL(CFURLRef pURL) : pHeld(pURL) {}
 
     // Null when none is held. The wrapper keeps owning it.
-    CFURLRef Get() const { return _pURL.Get(); }
-    explicit operator bool() const { return static_cast<bool>(_pURL); }
+    CFURLRef Get() const { return pHeld.Get(); }
+    explicit operator bool() const { return static_cast<bool>(pHeld); }
 
     // Replaces the URL by that of a POSIX path in UTF-8, marked as a folder when there is one at the path
     // now. An empty path leaves none held; a relative one starts at the working folder. Asks the file system
@@ -21,5 +21,5 @@ public:
     void CreateFromFullPath(const char* szPath);
 
 private:
-    LCFRef<CFURLRef> _pURL;
+    LCFRef<CFURLRef> pHeld;
 };

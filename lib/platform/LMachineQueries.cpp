@@ -17,7 +17,7 @@
 
 namespace {
 
-constexpr rlim_t LargestHeapSize = std::numeric_limits<std::uint32_t>::max();
+constexpr rlim_t kLargestHeapSize = std::numeric_limits<std::uint32_t>::max();
 
 class DeviceOwner {
 public:
@@ -56,8 +56,8 @@ void AddModel(io_registry_entry_t pDevice, LStringListTemplate<char>& lsDescript
 unsigned long ClampedHeapSize(rlim_t rlimit::*pLimit) {
     rlimit limits;
     if (getrlimit(RLIMIT_DATA, &limits) != 0)
-        return LargestHeapSize;
-    return std::min(limits.*pLimit, LargestHeapSize);
+        return kLargestHeapSize;
+    return std::min(limits.*pLimit, kLargestHeapSize);
 }
 
 } // namespace
@@ -92,10 +92,10 @@ unsigned long LMemoryGetTotalHeapSize() {
 }
 
 std::uint64_t LMemoryGetPhysicalMemorySize() {
-    constexpr int Name[] = {CTL_HW, HW_MEMSIZE};
+    constexpr int kName[] = {CTL_HW, HW_MEMSIZE};
     std::uint64_t qwBytes = 0;
     std::size_t dwSize = sizeof qwBytes;
-    return sysctl(Name, std::size(Name), &qwBytes, &dwSize, nullptr, 0) == 0 ? qwBytes : 0;
+    return sysctl(kName, std::size(kName), &qwBytes, &dwSize, nullptr, 0) == 0 ? qwBytes : 0;
 }
 
 unsigned long LMemoryGetPhysicalMemoryLoad() {

@@ -29,9 +29,9 @@ std::atomic<int> lfoundation::gGuiUid{-1};
 
 namespace {
 
-constexpr unsigned long LocaleNameSize = 6; // "de_DE" and the terminator
-constexpr unsigned long FirstEntrySize = 1024;
-constexpr unsigned long LargestEntrySize = 1024UL * 1024; // bytes of an entry of the user or group database
+constexpr unsigned long kLocaleNameSize = 6; // "de_DE" and the terminator
+constexpr unsigned long kFirstEntrySize = 1024;
+constexpr unsigned long kLargestEntrySize = 1024UL * 1024; // bytes of an entry of the user or group database
 
 const char* Environment(const char* szVariable) {
     const char* const szValue = std::getenv(szVariable);
@@ -43,7 +43,7 @@ const char* Environment(const char* szVariable) {
 template <typename Entry, typename Ask>
 Entry* FindEntry(Entry& entry, std::vector<char>& buffer, Ask ask) {
     Entry* pFound = nullptr;
-    for (buffer.resize(FirstEntrySize); buffer.size() <= LargestEntrySize; buffer.resize(2 * buffer.size()))
+    for (buffer.resize(kFirstEntrySize); buffer.size() <= kLargestEntrySize; buffer.resize(2 * buffer.size()))
         if (ask(&entry, buffer.data(), buffer.size(), &pFound) != ERANGE)
             break;
     return pFound;
@@ -57,12 +57,12 @@ bool IsGroupNamed(gid_t group, const char* szName) {
     return pFound != nullptr && std::strcmp(pFound->gr_name, szName) == 0;
 }
 
-void CopyLocaleName(char (&szName)[LocaleNameSize], CFTypeRef value) {
+void CopyLocaleName(char (&szName)[kLocaleNameSize], CFTypeRef value) {
     if (value != nullptr && CFGetTypeID(value) == CFStringGetTypeID())
         LCFString(static_cast<CFStringRef>(value)).GetString(szName, sizeof szName);
 }
 
-void GetUserLocaleName(char (&szName)[LocaleNameSize]) {
+void GetUserLocaleName(char (&szName)[kLocaleNameSize]) {
     szName[0] = '\0';
     const LCFRef<CFLocaleRef> current(CFLocaleCopyCurrent());
     CopyLocaleName(szName, CFLocaleGetIdentifier(current.Get()));
@@ -121,7 +121,7 @@ char* LGetLocale(int category) {
     if (bInited)
         return szLocale;
     bInited = true;
-    char szName[LocaleNameSize];
+    char szName[kLocaleNameSize];
     GetUserLocaleName(szName);
     port_setlocale(PORT_LC_ALL, szName);
     // A copy, kept for the life of the process: the next change of the locale ends the original.

@@ -11,7 +11,7 @@
 namespace {
 
 // Bytes of the longest path that a file specification can stand for, its volume's name in front.
-constexpr std::size_t dwLongestText = kPortPathSize + sizeof(Str255);
+constexpr std::size_t kLongestText = kPortPathSize + sizeof(Str255);
 
 // A text that grows at its front.
 class LTextFromEnd {
@@ -27,11 +27,11 @@ public:
     }
 
     char* GetBegin() { return pBegin; }
-    char* GetEnd() { return szText + dwLongestText; }
+    char* GetEnd() { return szText + kLongestText; }
 
 private:
-    char szText[dwLongestText + 1] = {};
-    char* pBegin = szText + dwLongestText;
+    char szText[kLongestText + 1] = {};
+    char* pBegin = szText + kLongestText;
 };
 
 std::string_view FromPascalString(const unsigned char* pText) {

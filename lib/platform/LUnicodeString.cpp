@@ -19,9 +19,9 @@ void CopyText(const unsigned short* pText, LStringLongTemplate<T>& lsOut) {
 } // namespace
 
 void LUnicodeString::GetString(LStringLongTemplate<char>& lsOut) const {
-    CopyText(_pText, lsOut);
+    CopyText(pHeld, lsOut);
 }
 
 void LUnicodeString::GetString(LStringLongTemplate<wchar_t>& lsOut) const {
-    CopyText(_pText, lsOut);
+    CopyText(pHeld, lsOut);
 }

@@ -8,12 +8,12 @@
 class LUnicodeString {
 public:
     // The text stays the caller's and outlives the view. Null reads as empty.
-    explicit LUnicodeString(const unsigned short* pText) : _pText(pText) {}
+    explicit LUnicodeString(const unsigned short* pText) : pHeld(pText) {}
 
     // As LCFString::GetString of the same text.
     void GetString(LStringLongTemplate<char>& lsOut) const;
     void GetString(LStringLongTemplate<wchar_t>& lsOut) const;
 
 private:
-    const unsigned short* _pText;
+    const unsigned short* pHeld;
 };

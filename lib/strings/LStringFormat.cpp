@@ -8,17 +8,17 @@
 namespace {
 
 // Characters of the text between "%" and the conversion that take part.
-constexpr int MostDirectiveLength = 257;
+constexpr int kMostDirectiveLength = 257;
 // Bytes of one conversion's text, terminator included.
-constexpr int ConversionBufferSize = 260;
+constexpr int kConversionBufferSize = 260;
 // Of a longer conversion only as much is made as shows: no part of it is longer than all that is kept.
-constexpr int MostShown = ConversionBufferSize - 1;
+constexpr int kMostShown = kConversionBufferSize - 1;
 // A double ends after 1074 decimal places, and has at most 309 digits before them: padding beyond the sum of
 // both and of what is kept does not show.
-constexpr int MostDoublePrecision = 1100;
-constexpr int MostDoubleWidth = 1700;
+constexpr int kMostDoublePrecision = 1100;
+constexpr int kMostDoubleWidth = 1700;
 // Decimal digits of the largest 32-bit number.
-constexpr int MostDigits = 10;
+constexpr int kMostDigits = 10;
 
 // What stands between "%" and the conversion.
 struct Directive {
@@ -30,12 +30,12 @@ struct Directive {
 
     // "%d", "%.Nd" and "%0Nd" of no more digits than a 32-bit number can have.
     bool IsShort() const {
-        return nPrecision != 0 && nPrecision <= MostDigits &&
-               (nWidth == 0 || (bZero && nPrecision < 0 && nWidth <= MostDigits));
+        return nPrecision != 0 && nPrecision <= kMostDigits &&
+               (nWidth == 0 || (bZero && nPrecision < 0 && nWidth <= kMostDigits));
     }
 };
 
-constexpr auto DigitPairs = [] {
+constexpr auto kDigitPairs = [] {
     std::array<std::array<char, 2>, 100> pairs{};
     for (unsigned i = 0; i < 100; ++i)
         pairs[i] = {static_cast<char>('0' + i / 10), static_cast<char>('0' + i % 10)};
@@ -54,7 +54,7 @@ Directive ReadDirective(const char* p) {
     Directive directive{p};
     for (; IsDirectiveChar(*directive.pConversion); ++directive.pConversion) {
         const char nChar = *directive.pConversion;
-        if (directive.pConversion - p >= MostDirectiveLength)
+        if (directive.pConversion - p >= kMostDirectiveLength)
             continue;
         if (nChar == '.') {
             directive.bValid = directive.bValid && directive.nPrecision < 0;
@@ -73,12 +73,12 @@ Directive ReadDirective(const char* p) {
 char* StoreDecimal(char* pEnd, unsigned nValue) {
     while (nValue >= 100) {
         pEnd -= 2;
-        std::memcpy(pEnd, DigitPairs[nValue % 100].data(), 2);
+        std::memcpy(pEnd, kDigitPairs[nValue % 100].data(), 2);
         nValue /= 100;
     }
     if (nValue >= 10) {
         pEnd -= 2;
-        std::memcpy(pEnd, DigitPairs[nValue].data(), 2);
+        std::memcpy(pEnd, kDigitPairs[nValue].data(), 2);
     } else
         *--pEnd = static_cast<char>('0' + nValue);
     return pEnd;
@@ -108,7 +108,7 @@ char* StoreDigits(char* pEnd, char nConversion, unsigned nValue) {
 
 // Stores at most as many characters as show before pBegin.
 char* Fill(char* pBegin, long nCount, char nFill) {
-    for (long n = std::min(nCount, long{MostShown}); n > 0; --n)
+    for (long n = std::min(nCount, long{kMostShown}); n > 0; --n)
         *--pBegin = nFill;
     return pBegin;
 }
@@ -116,7 +116,7 @@ char* Fill(char* pBegin, long nCount, char nFill) {
 // Formats backwards from the end of a buffer that holds all that may show, then hands on its beginning.
 template <typename Writer>
 void AddNumber(Writer& writer, const Directive& directive, char nConversion, unsigned nValue) {
-    char szText[2 * MostShown + 1 + MostDigits + 1];
+    char szText[2 * kMostShown + 1 + kMostDigits + 1];
     char* const pEnd = szText + sizeof(szText);
     const bool bNegative = (nConversion == 'd' || nConversion == 'i') && static_cast<int>(nValue) < 0;
     char* p = pEnd;
@@ -131,14 +131,14 @@ void AddNumber(Writer& writer, const Directive& directive, char nConversion, uns
     if (bNegative)
         *--p = '-';
     p = Fill(p, directive.nWidth - nDigits - nZeros - nSign, ' ');
-    writer.AddChars(p, static_cast<unsigned long>(std::min<long>(pEnd - p, MostShown)));
+    writer.AddChars(p, static_cast<unsigned long>(std::min<long>(pEnd - p, kMostShown)));
 }
 
 // AddNumber for the most frequent directives.
 template <typename Writer>
 void AddDecimal(Writer& writer, const Directive& directive, bool bSigned, unsigned nValue) {
     const bool bNegative = bSigned && static_cast<int>(nValue) < 0;
-    char szText[1 + MostDigits];
+    char szText[1 + kMostDigits];
     char* const pEnd = szText + sizeof(szText);
     char* p = StoreDecimal(pEnd, bNegative ? 0U - nValue : nValue);
     const int nDigits = std::max(directive.nPrecision, directive.nWidth - (bNegative ? 1 : 0));
@@ -152,18 +152,18 @@ void AddDecimal(Writer& writer, const Directive& directive, bool bSigned, unsign
 // The text ends at a character of 0, as it would in the platform's buffer.
 template <typename Writer>
 void AddCharacter(Writer& writer, const Directive& directive, char nChar) {
-    for (int n = 1; n < std::min(directive.nWidth, MostShown + 1); ++n)
+    for (int n = 1; n < std::min(directive.nWidth, kMostShown + 1); ++n)
         writer.AddChar(' ');
-    if (nChar != 0 && directive.nWidth <= MostShown)
+    if (nChar != 0 && directive.nWidth <= kMostShown)
         writer.AddChar(nChar);
 }
 
 // As snprintf, with zeros left out that would not show; a negative precision is none to the platform too.
 int PrintDouble(char* buffer, unsigned long size, const Directive& directive, char nConversion,
                 double nValue) {
-    const int nPrecision = std::min(directive.nPrecision, MostDoublePrecision);
+    const int nPrecision = std::min(directive.nPrecision, kMostDoublePrecision);
     const int nUnseen = nConversion == 'g' || !std::isfinite(nValue) ? 0 : directive.nPrecision - nPrecision;
-    const int nWidth = std::clamp(directive.nWidth - nUnseen, 0, MostDoubleWidth);
+    const int nWidth = std::clamp(directive.nWidth - nUnseen, 0, kMostDoubleWidth);
     const bool bZero = directive.bZero;
     switch (nConversion) {
     case 'e':
@@ -182,10 +182,10 @@ template <typename Writer>
 void AddDouble(Writer& writer, const Directive& directive, char nConversion, double nValue) {
     if (!directive.bValid)
         return;
-    char szText[ConversionBufferSize];
+    char szText[kConversionBufferSize];
     const int nLength = PrintDouble(szText, sizeof(szText), directive, nConversion, nValue);
     if (nLength > 0)
-        writer.AddChars(szText, static_cast<unsigned long>(std::min(nLength, MostShown)));
+        writer.AddChars(szText, static_cast<unsigned long>(std::min(nLength, kMostShown)));
 }
 
 // Only conversions named here reach a printer; whatever else a format asks for has taken its argument.

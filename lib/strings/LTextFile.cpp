@@ -22,18 +22,18 @@
 
 namespace {
 
-constexpr unsigned int ReadLockTimeout = 1000; // milliseconds
-constexpr unsigned int WriteLockTimeout = 500;
+constexpr unsigned int kReadLockTimeout = 1000; // milliseconds
+constexpr unsigned int kWriteLockTimeout = 500;
 
-constexpr off_t LargestFile = std::numeric_limits<std::uint32_t>::max() - 1; // leaves room for a terminator
-constexpr unsigned long PieceSize = 32768; // bytes that are worked on while they are in the nearest cache
-constexpr unsigned long BytesOfUnit = 3;   // the longest sequence of a 16-bit unit
+constexpr off_t kLargestFile = std::numeric_limits<std::uint32_t>::max() - 1; // leaves room for a terminator
+constexpr unsigned long kPieceSize = 32768; // bytes that are worked on while they are in the nearest cache
+constexpr unsigned long kBytesOfUnit = 3;   // the longest sequence of a 16-bit unit
 
-constexpr std::array<char, 3> MarkUTF8 = {'\xEF', '\xBB', '\xBF'};
-constexpr char16_t MarkUnit = 0xFEFF;
+constexpr std::array<char, 3> kMarkUTF8 = {'\xEF', '\xBB', '\xBF'};
+constexpr char16_t kMarkUnit = 0xFEFF;
 
-constexpr std::array<char, 2> MarkHere = std::bit_cast<std::array<char, 2>>(MarkUnit);
-constexpr std::array<char, 2> MarkSwapped = {MarkHere[1], MarkHere[0]};
+constexpr std::array<char, 2> kMarkHere = std::bit_cast<std::array<char, 2>>(kMarkUnit);
+constexpr std::array<char, 2> kMarkSwapped = {kMarkHere[1], kMarkHere[0]};
 
 using Start = std::array<char, 3>; // the bytes of the longest mark
 
@@ -42,9 +42,9 @@ public:
     explicit InputFile(const char* path) : file(open(path, O_RDONLY | O_CLOEXEC)) {
         if (!file)
             return;
-        flocktimed(file.get(), LOCK_SH | LOCK_NB, ReadLockTimeout);
+        flocktimed(file.get(), LOCK_SH | LOCK_NB, kReadLockTimeout);
         struct stat status;
-        if (fstat(file.get(), &status) == 0 && status.st_size <= LargestFile)
+        if (fstat(file.get(), &status) == 0 && status.st_size <= kLargestFile)
             dwLeft = static_cast<unsigned long>(status.st_size);
     }
 
@@ -107,7 +107,7 @@ void LoadText(InputFile& file, LStringLongTemplate<char>& text) {
     unsigned long dwRead;
     unsigned long dwText;
     do {
-        dwRead = file.Read(pTo + dwLength, PieceSize);
+        dwRead = file.Read(pTo + dwLength, kPieceSize);
         dwText = strnlen(pTo + dwLength, dwRead);
         dwLength += dwText;
     } while (dwRead != 0 && dwText == dwRead);
@@ -116,12 +116,12 @@ void LoadText(InputFile& file, LStringLongTemplate<char>& text) {
 
 // Exchanges the bytes of every unit, a word of them at a time.
 void SwapUnits(char* pBytes, unsigned long dwUnits) {
-    constexpr unsigned long UnitsOfWord = sizeof(std::uint64_t) / sizeof(char16_t);
-    constexpr std::uint64_t LowBytes = 0x00FF00FF00FF00FF;
-    for (; dwUnits >= UnitsOfWord; dwUnits -= UnitsOfWord, pBytes += sizeof(std::uint64_t)) {
+    constexpr unsigned long kUnitsOfWord = sizeof(std::uint64_t) / sizeof(char16_t);
+    constexpr std::uint64_t kLowBytes = 0x00FF00FF00FF00FF;
+    for (; dwUnits >= kUnitsOfWord; dwUnits -= kUnitsOfWord, pBytes += sizeof(std::uint64_t)) {
         std::uint64_t qwUnits;
         std::memcpy(&qwUnits, pBytes, sizeof qwUnits);
-        qwUnits = (qwUnits & LowBytes) << 8 | (qwUnits >> 8 & LowBytes);
+        qwUnits = (qwUnits & kLowBytes) << 8 | (qwUnits >> 8 & kLowBytes);
         std::memcpy(pBytes, &qwUnits, sizeof qwUnits);
     }
     for (; dwUnits != 0; --dwUnits, pBytes += sizeof(char16_t))
@@ -133,15 +133,15 @@ enum class OddByte { Drop, PadWithZero };
 
 // The units before the first 0 unit, as UTF-8. Only the last piece can have an odd byte.
 void LoadUnits(InputFile& file, Order order, OddByte oddByte, LStringLongTemplate<char>& text) {
-    const unsigned long dwRoom = BytesOfUnit * ((file.GetLeft() + 1) / 2);
+    const unsigned long dwRoom = kBytesOfUnit * ((file.GetLeft() + 1) / 2);
     char* const pTo = Prepare(text, dwRoom);
     unsigned long dwLength = 0;
-    alignas(unsigned short) char piece[PieceSize];
+    alignas(unsigned short) char piece[kPieceSize];
     const auto* const pUnits = reinterpret_cast<const unsigned short*>(piece);
     unsigned long dwUnits;
     unsigned long dwText;
     do {
-        unsigned long dwRead = file.Read(piece, PieceSize);
+        unsigned long dwRead = file.Read(piece, kPieceSize);
         if (dwRead % 2 != 0 && oddByte == OddByte::PadWithZero)
             piece[dwRead++] = '\0';
         dwUnits = dwRead / 2;
@@ -157,8 +157,8 @@ void LoadUnits(InputFile& file, Order order, OddByte oddByte, LStringLongTemplat
 
 // UTF-16 behind its mark; false when there is none.
 bool LoadMarkedUnits(InputFile& file, const Start& start, OddByte oddByte, LStringLongTemplate<char>& text) {
-    const bool bHere = file.SkipMark(start, MarkHere);
-    if (!bHere && !file.SkipMark(start, MarkSwapped))
+    const bool bHere = file.SkipMark(start, kMarkHere);
+    if (!bHere && !file.SkipMark(start, kMarkSwapped))
         return false;
     LoadUnits(file, bHere ? Order::Here : Order::Swapped, oddByte, text);
     return true;
@@ -167,7 +167,7 @@ bool LoadMarkedUnits(InputFile& file, const Start& start, OddByte oddByte, LStri
 port::UniqueFd OpenForWriting(const char* path, int nFlags) {
     port::UniqueFd file(open(path, O_RDWR | O_CREAT | O_CLOEXEC | nFlags, 0666));
     if (file)
-        flocktimed(file.get(), LOCK_EX | LOCK_NB, WriteLockTimeout);
+        flocktimed(file.get(), LOCK_EX | LOCK_NB, kWriteLockTimeout);
     return file;
 }
 
@@ -220,7 +220,7 @@ bool LLoadTextAutoChar(const char* path, LStringLongTemplate<char>& text) {
     const Start start = file.GetStart();
     if (LoadMarkedUnits(file, start, OddByte::PadWithZero, text))
         return true;
-    if (file.SkipMark(start, MarkUTF8))
+    if (file.SkipMark(start, kMarkUTF8))
         LoadText(file, text);
     else
         LoadBytes(file, text);
@@ -246,7 +246,7 @@ int LSaveAppendText(const char* path, const LStringLongTemplate<char>& text) {
 void LSaveTextAsUnicodeBOM(const char* path, const LStringLongTemplate<char>& text) {
     const unsigned long dwLength = std::strlen(text.GetText());
     const auto units = std::make_unique_for_overwrite<unsigned short[]>(dwLength + 2); // mark and terminator
-    units[0] = MarkUnit;
+    units[0] = kMarkUnit;
     LCopyUnicodeFromUTF8(units.get() + 1, text.GetText(), dwLength + 1);
     const unsigned long dwUnits = 1 + LCharsetsUnitCount(units.get() + 1, dwLength);
     ReplaceBytes(path, units.get(), dwUnits * sizeof units[0]);

@@ -3,7 +3,7 @@
 #include "base/LSleep.h"
 
 LLockObjectShared::~LLockObjectShared() {
-    while (qwHolders.load() >= qwOneLeaving)
+    while (qwHolders.load() >= kOneLeaving)
         LSleepMilliseconds(1);
 }
 
@@ -25,11 +25,11 @@ void LLockObjectShared::_LeaveShared() {
     bool bLast;
     do
         bLast = static_cast<std::int32_t>(qwOld) == 1;
-    while (!qwHolders.compare_exchange_weak(qwOld, qwOld - 1 + (bLast ? qwOneLeaving : 0)));
+    while (!qwHolders.compare_exchange_weak(qwOld, qwOld - 1 + (bLast ? kOneLeaving : 0)));
     if (!bLast)
         return;
     released.Signal();
-    qwHolders.fetch_sub(qwOneLeaving);
+    qwHolders.fetch_sub(kOneLeaving);
 }
 
 // A last holder may set the signal late, after a new holder has come in; waiting on it would then spin. So it

@@ -38,7 +38,7 @@ public:
     void DowngradeLock();
 
 private:
-    static constexpr std::int64_t qwOneLeaving = std::int64_t{1} << 32;
+    static constexpr std::int64_t kOneLeaving = std::int64_t{1} << 32;
 
     std::int32_t _GetShared() const { return static_cast<std::int32_t>(qwHolders.load()); }
     void _ArmReleased();

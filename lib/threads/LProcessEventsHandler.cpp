@@ -9,16 +9,16 @@
 
 namespace {
 
-constexpr OSType dwWakeUpClass = 0x4C536E63;             // 'LSnc'
-constexpr UInt32 dwWakeUpKind = 0x4C536E6B;              // 'LSnk'
-constexpr EventParamName dwSocketParameter = 0x4C53736F; // 'LSso'
-constexpr OSType dwMarkerClass = 0x506C6163;             // 'Plac'
-constexpr UInt32 dwMarkerKind = dwMarkerClass;
-constexpr EventParamName dwTakenParameter = dwMarkerClass;
-constexpr UInt32 dwEndingKind = 3; // ends a plain wait, whatever its class
+constexpr OSType kWakeUpClass = 0x4C536E63;             // 'LSnc'
+constexpr UInt32 kWakeUpKind = 0x4C536E6B;              // 'LSnk'
+constexpr EventParamName kSocketParameter = 0x4C53736F; // 'LSso'
+constexpr OSType kMarkerClass = 0x506C6163;             // 'Plac'
+constexpr UInt32 kMarkerKind = kMarkerClass;
+constexpr EventParamName kTakenParameter = kMarkerClass;
+constexpr UInt32 kEndingKind = 3; // ends a plain wait, whatever its class
 
-constexpr EventTimeout dAskSlice = 0.01;
-constexpr ItemCount dwFirstAttempts = 4;
+constexpr EventTimeout kAskSlice = 0.01;
+constexpr ItemCount kFirstAttempts = 4;
 
 constinit int nWakeUps = 0; // posted and not taken, as far as the waits know; of the main thread
 
@@ -34,7 +34,7 @@ bool IsOf(EventRef pEvent, OSType dwClass, UInt32 dwKind) {
 
 // A marker may come out in a wait further in than the call that posted it; it tells that call itself.
 bool IsTaken(EventRef pMarker) {
-    return GetEventParameter(pMarker, dwTakenParameter, typeSInt32, nullptr, 0, nullptr, nullptr) == noErr;
+    return GetEventParameter(pMarker, kTakenParameter, typeSInt32, nullptr, 0, nullptr, nullptr) == noErr;
 }
 
 Slice ProcessEvent(EventTimeout dTimeout) {
@@ -43,9 +43,9 @@ Slice ProcessEvent(EventTimeout dTimeout) {
     if (ReceiveNextEvent(0, nullptr, dTimeout, 1, &pEvent) != noErr)
         return slice;
     slice.bReceived = true;
-    if (IsOf(pEvent, dwMarkerClass, dwMarkerKind)) {
-        SetEventParameter(pEvent, dwTakenParameter, typeSInt32, 0, nullptr);
-    } else if (GetEventClass(pEvent) == dwWakeUpClass) {
+    if (IsOf(pEvent, kMarkerClass, kMarkerKind)) {
+        SetEventParameter(pEvent, kTakenParameter, typeSInt32, 0, nullptr);
+    } else if (GetEventClass(pEvent) == kWakeUpClass) {
         --nWakeUps;
     } else {
         slice.dwKind = GetEventKind(pEvent);
@@ -76,7 +76,7 @@ public:
 
 private:
     static CFRunLoopRef _GetLoop() { return GetCFRunLoopFromEventLoop(GetMainEventLoop()); }
-    static Boolean _IsWakeUp(EventRef pEvent, void*) { return GetEventClass(pEvent) == dwWakeUpClass; }
+    static Boolean _IsWakeUp(EventRef pEvent, void*) { return GetEventClass(pEvent) == kWakeUpClass; }
     void _Add(LSocketLoopSourcePair& pair, int nDescriptor);
 
     LArray<LSocketLoopSourcePair> pairs;
@@ -163,7 +163,7 @@ int WaitSignal(const LProcessEventsHandler& handler, const Signal& signal, unsig
             return LProcessWaitStopped;
         const EventTimeout dRemaining = deadline.GetRemaining() * 0.001;
         // Without a descriptor to be woken by, the signal must be looked at from time to time.
-        ProcessEvent(watch.IsComplete() ? dRemaining : std::min(dRemaining, dAskSlice));
+        ProcessEvent(watch.IsComplete() ? dRemaining : std::min(dRemaining, kAskSlice));
     } while (!deadline.IsPast());
     return LProcessWaitFailed;
 }
@@ -172,7 +172,7 @@ int WaitSignal(const LProcessEventsHandler& handler, const Signal& signal, unsig
 
 int LProcessEventsHandler::ProcessWaitForeverAndProcessEvents() const {
     while (!IsProcessEventHandlerToStop())
-        ProcessEvent(dAskSlice);
+        ProcessEvent(kAskSlice);
     return LProcessWaitStopped;
 }
 
@@ -184,7 +184,7 @@ int LProcessEventsHandler::ProcessWaitAndProcessEvents(unsigned int timeout) con
     const LDeadline deadline(timeout);
     while (!deadline.IsPast()) {
         const Slice slice = ProcessEvent(deadline.GetRemaining() * 0.001);
-        if (slice.dwKind == dwEndingKind || IsProcessEventHandlerToStop())
+        if (slice.dwKind == kEndingKind || IsProcessEventHandlerToStop())
             return LProcessWaitStopped;
     }
     return LProcessWaitSignaled;
@@ -202,7 +202,7 @@ int LProcessEventsHandler::ProcessWaitSignalObjectGroupAndProcessEvents(LSignalO
 
 int LProcessEventsHandler::ProcessWaitSignalForeverAndProcessEvents(LSignalObjectRef signal) const {
     const DescriptorWatch watch(DescriptorsOf(signal));
-    for (;; ProcessEvent(dAskSlice)) {
+    for (;; ProcessEvent(kAskSlice)) {
         watch.Arm();
         if (signal.IsSignaled())
             return LProcessWaitSignaled;
@@ -219,8 +219,8 @@ void LProcessEventsHandler::SocketCallBack(__CFSocket* pSocket, unsigned long, c
                                            void*) {
     const SInt32 nDescriptor = CFSocketGetNative(pSocket);
     EventRef pEvent = nullptr;
-    CreateEvent(nullptr, dwWakeUpClass, dwWakeUpKind, 0, kEventAttributeNone, &pEvent);
-    SetEventParameter(pEvent, dwSocketParameter, typeSInt32, sizeof nDescriptor, &nDescriptor);
+    CreateEvent(nullptr, kWakeUpClass, kWakeUpKind, 0, kEventAttributeNone, &pEvent);
+    SetEventParameter(pEvent, kSocketParameter, typeSInt32, sizeof nDescriptor, &nDescriptor);
     nWakeUps += PostEventToQueue(GetMainEventQueue(), pEvent, kEventPriorityStandard) == noErr ? 1 : 0;
     ReleaseEvent(pEvent);
 }
@@ -249,14 +249,14 @@ bool LProcessClearEventQueue() {
         for (; dwAttempts != 0; --dwAttempts)
             bDispatched |= ProcessEvent(kEventDurationNoWait).bDispatched;
     };
-    process(std::min(GetNumEventsInQueue(GetMainEventQueue()) + 1, dwFirstAttempts));
+    process(std::min(GetNumEventsInQueue(GetMainEventQueue()) + 1, kFirstAttempts));
     process(GetNumEventsInQueue(GetMainEventQueue()) + 1);
     return bDispatched;
 }
 
 bool LProcessClearCurrentEvents() {
     EventRef pMarker = nullptr;
-    CreateEvent(nullptr, dwMarkerClass, dwMarkerKind, 0, kEventAttributeUserEvent, &pMarker);
+    CreateEvent(nullptr, kMarkerClass, kMarkerKind, 0, kEventAttributeUserEvent, &pMarker);
     PostEventToQueue(GetMainEventQueue(), pMarker, kEventPriorityStandard);
     bool bDispatched = false;
     Slice slice;

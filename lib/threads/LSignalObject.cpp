@@ -12,8 +12,8 @@
 
 namespace {
 
-constexpr int nNoDescriptor = -1;
-constexpr unsigned int dwPollMilliseconds = 1;
+constexpr int kNoDescriptor = -1;
+constexpr unsigned int kPollMilliseconds = 1;
 
 } // namespace
 
@@ -106,7 +106,7 @@ LSignalObject::LSignalObject() {
 }
 
 LSignalObject::~LSignalObject() {
-    if (nRead == nNoDescriptor)
+    if (nRead == kNoDescriptor)
         return;
     close(nRead);
     close(nWrite);
@@ -114,7 +114,7 @@ LSignalObject::~LSignalObject() {
 
 void LSignalObject::WaitInLoop() const {
     if (!WaitSignal(LNoTimeLimit))
-        LSleepMilliseconds(dwPollMilliseconds);
+        LSleepMilliseconds(kPollMilliseconds);
 }
 
 LSignalObjectGroup::LSignalObjectGroup() {

@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr int nBacklog = 5;
+constexpr int kBacklog = 5;
 
 struct Address {
     sockaddr_un address{};
@@ -71,7 +71,7 @@ bool LSignalObjectNamed::WaitSignal(unsigned int timeout) {
     const port::UniqueFd listener(port_local_socket());
     if (szPath[0] == '\0' || !listener || !LSignalObjectRef::FitsSelect(listener.get()) ||
         bind(listener.get(), address.Get(), sizeof address.address) != 0 ||
-        listen(listener.get(), nBacklog) != 0)
+        listen(listener.get(), kBacklog) != 0)
         return false;
     if (!WaitReadable(listener.get(), timeout))
         return false;

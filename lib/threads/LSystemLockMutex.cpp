@@ -11,8 +11,8 @@
 
 namespace {
 
-constexpr unsigned int dwRetryMilliseconds = 10;
-constexpr std::uint32_t dwKeyStart = 11223;
+constexpr unsigned int kRetryMilliseconds = 10;
+constexpr std::uint32_t kKeyStart = 11223;
 
 // The caller of `semctl` defines its fourth argument.
 union SemaphoreArgument {
@@ -38,7 +38,7 @@ int OpenSemaphore(key_t key) {
 } // namespace
 
 key_t LSystemLockMutex::MakeKey(const char* szName) {
-    std::uint32_t dwKey = dwKeyStart;
+    std::uint32_t dwKey = kKeyStart;
     for (const char* p = szName; *p != '\0'; ++p)
         dwKey = dwKey * 32 + static_cast<std::uint32_t>(static_cast<signed char>(*p));
     return static_cast<key_t>(dwKey);
@@ -65,10 +65,10 @@ bool LSystemLockMutex::Lock(unsigned int timeout) {
         }
         if (errno != EAGAIN)
             return false;
-        LSleepMilliseconds(dwRetryMilliseconds);
-        if (timeout <= dwRetryMilliseconds)
+        LSleepMilliseconds(kRetryMilliseconds);
+        if (timeout <= kRetryMilliseconds)
             return false;
-        timeout -= dwRetryMilliseconds;
+        timeout -= kRetryMilliseconds;
     }
 }
 

@@ -10,8 +10,8 @@
 
 namespace {
 
-constexpr int nTimeConstraintPriority = 91;
-constexpr std::uint32_t dwNoMachThread = 0xFFFFFFFFU;
+constexpr int kTimeConstraintPriority = 91;
+constexpr std::uint32_t kNoMachThread = 0xFFFFFFFFU;
 
 void SetTimeConstraint(mach_port_t machThread) {
     thread_time_constraint_policy_data_t policy{};
@@ -101,15 +101,15 @@ void LThread::_SetEnded() {
     const LLockScope scope(handleLock);
     bRunning.store(false);
     pthread_detach(thread.exchange(pthread_t{}));
-    dwMachThread.store(dwNoMachThread);
+    dwMachThread.store(kNoMachThread);
 }
 
 void LThread::SetPriority(int nNewPriority) {
     const LLockScope scope(handleLock);
     const mach_port_t machThread = dwMachThread.load();
-    if (machThread == dwNoMachThread)
+    if (machThread == kNoMachThread)
         return;
-    if (nNewPriority == nTimeConstraintPriority)
+    if (nNewPriority == kTimeConstraintPriority)
         SetTimeConstraint(machThread);
     else
         port_thread_set_normal(machThread);

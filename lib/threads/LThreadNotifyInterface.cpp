@@ -16,8 +16,8 @@ enum NotifyCode : unsigned int {
     CodeIndeterminateOff = 5,
 };
 
-constexpr double dPercent = 100;
-constexpr double dLargestFraction = 1e16; // its percents still fit a number
+constexpr double kPercent = 100;
+constexpr double kLargestFraction = 1e16; // its percents still fit a number
 
 } // namespace
 
@@ -47,7 +47,7 @@ void LThreadNotifyInterface::SetError(const char* szText) {
 }
 
 void LThreadNotifyInterface::SetStatus(const char* szText, int nLine) {
-    if (nLine < 0 || nLine >= nStatusLines)
+    if (nLine < 0 || nLine >= kStatusLines)
         return;
     {
         const LLockScope scope(statusLock);
@@ -58,9 +58,9 @@ void LThreadNotifyInterface::SetStatus(const char* szText, int nLine) {
 
 // The size carries whole percents, negative ones wrapped.
 void LThreadNotifyInterface::SetProgress(double dFraction) {
-    if (std::fabs(dFraction) < dLargestFraction)
+    if (std::fabs(dFraction) < kLargestFraction)
         _Post(CodeProgress, nullptr,
-              static_cast<unsigned long>(static_cast<long long>(dFraction * dPercent)));
+              static_cast<unsigned long>(static_cast<long long>(dFraction * kPercent)));
 }
 
 void LThreadNotifyInterface::SetProgressIndeterminateOn() {

@@ -42,7 +42,7 @@ public:
     void EvQueuedNotifyData(unsigned int dwCode, const void* pData, unsigned long dwSize) override;
 
 private:
-    static constexpr int nStatusLines = 2;
+    static constexpr int kStatusLines = 2;
 
     void _Post(unsigned int dwCode, const void* pData, unsigned long dwSize);
     void _DeliverStatus(int nLine);
@@ -50,7 +50,7 @@ private:
     LProcessInterface* pReceiver;
     LQueuedNotifyDataHandler* pPoster; // null: nothing is delivered
     LLockObject statusLock;
-    char szStatus[nStatusLines][LPathBufferSize] = {};
+    char szStatus[kStatusLines][LPathBufferSize] = {};
 };
 
 //   LThreadOf copy([](LProcessInterface& process) { ... }, &display);

@@ -4,29 +4,29 @@
 
 namespace {
 
-constexpr OSType dwEventClass = 0x4C4E6F74;              // 'LNot'
-constexpr UInt32 dwEventKind = 0x4C4E646B;               // 'LNdk'
-constexpr EventParamName dwTargetParameter = 0x4C4E7468; // 'LNth'
-constexpr EventParamName dwDataParameter = 0x4C4E6461;   // 'LNda'
-constexpr ByteCount dwPointerSize = sizeof(void*);
+constexpr OSType kEventClass = 0x4C4E6F74;              // 'LNot'
+constexpr UInt32 kEventKind = 0x4C4E646B;               // 'LNdk'
+constexpr EventParamName kTargetParameter = 0x4C4E7468; // 'LNth'
+constexpr EventParamName kDataParameter = 0x4C4E6461;   // 'LNda'
+constexpr ByteCount kPointerSize = sizeof(void*);
 
 // Null when the event has no such parameter.
 template <typename T>
 T* GetPointer(EventRef pEvent, EventParamName dwName) {
     T* pObject = nullptr;
-    GetEventParameter(pEvent, dwName, typeVoidPtr, nullptr, dwPointerSize, nullptr, &pObject);
+    GetEventParameter(pEvent, dwName, typeVoidPtr, nullptr, kPointerSize, nullptr, &pObject);
     return pObject;
 }
 
 template <typename T>
 void SetPointer(EventRef pEvent, EventParamName dwName, T* pObject) {
-    SetEventParameter(pEvent, dwName, typeVoidPtr, dwPointerSize, &pObject);
+    SetEventParameter(pEvent, dwName, typeVoidPtr, kPointerSize, &pObject);
 }
 
 // The event gives its data up: it cannot be deleted twice, whatever happens to the event.
 std::unique_ptr<LThreadRunOnMainThreadData> TakeData(EventRef pEvent) {
-    auto* pData = GetPointer<LThreadRunOnMainThreadData>(pEvent, dwDataParameter);
-    SetPointer<LThreadRunOnMainThreadData>(pEvent, dwDataParameter, nullptr);
+    auto* pData = GetPointer<LThreadRunOnMainThreadData>(pEvent, kDataParameter);
+    SetPointer<LThreadRunOnMainThreadData>(pEvent, kDataParameter, nullptr);
     return std::unique_ptr<LThreadRunOnMainThreadData>(pData);
 }
 
@@ -39,7 +39,7 @@ EventHandlerRef LThreadRunOnMainThread::pHandler = nullptr;
 void LThreadRunOnMainThread::Init() {
     if (pHandler != nullptr)
         return;
-    const EventTypeSpec type{dwEventClass, dwEventKind};
+    const EventTypeSpec type{kEventClass, kEventKind};
     pMainQueue = GetMainEventQueue();
     pHandlerProcedure = NewEventHandlerUPP(EventHandler);
     InstallEventHandler(GetApplicationEventTarget(), pHandlerProcedure, 1, &type, nullptr, &pHandler);
@@ -57,9 +57,9 @@ void LThreadRunOnMainThread::Destroy() {
 
 void LThreadRunOnMainThread::RunOnMainThread(LThreadRunOnMainThreadData* pData) {
     EventRef pEvent = nullptr;
-    CreateEvent(nullptr, dwEventClass, dwEventKind, 0, kEventAttributeNone, &pEvent);
-    SetPointer(pEvent, dwTargetParameter, this);
-    SetPointer(pEvent, dwDataParameter, pData);
+    CreateEvent(nullptr, kEventClass, kEventKind, 0, kEventAttributeNone, &pEvent);
+    SetPointer(pEvent, kTargetParameter, this);
+    SetPointer(pEvent, kDataParameter, pData);
     // Once it is posted the event, its data and even this object may be gone.
     if (!_Post(pEvent))
         delete pData;
@@ -96,7 +96,7 @@ OSStatus LThreadRunOnMainThread::EventHandler(OpaqueEventHandlerCallRef*, Opaque
     std::unique_ptr<LThreadRunOnMainThreadData> data = TakeData(pEvent);
     if (data == nullptr)
         return noErr;
-    const auto* pTarget = GetPointer<LThreadRunOnMainThread>(pEvent, dwTargetParameter);
+    const auto* pTarget = GetPointer<LThreadRunOnMainThread>(pEvent, kTargetParameter);
     Count* const pCount = pTarget != nullptr ? pTarget->pCount : nullptr;
     data->MainThreadFunction();
     data.reset();
@@ -110,7 +110,7 @@ Boolean LThreadRunOnMainThread::FlushEventFromQueueCallBack(OpaqueEventRef* pEve
 }
 
 bool LThreadRunOnMainThread::FlushEventFromQueue(OpaqueEventRef* pEvent) {
-    if (GetPointer<LThreadRunOnMainThread>(pEvent, dwTargetParameter) != this)
+    if (GetPointer<LThreadRunOnMainThread>(pEvent, kTargetParameter) != this)
         return false;
     if (TakeData(pEvent) != nullptr)
         DecRefCount();

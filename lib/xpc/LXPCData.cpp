@@ -65,13 +65,13 @@ void SetItem(xpc_object_t pDictionary, const LXPCData& item) {
 
 // The ends of long are no doubles: 2^63 is the first double above them.
 long TruncateToLong(double value) {
-    constexpr double Above = 9223372036854775808.0;
+    constexpr double kAbove = 9223372036854775808.0;
     static_assert(sizeof(long) == 8, "the bound is that of 64 bits");
     if (std::isnan(value))
         return 0;
-    if (value >= Above)
+    if (value >= kAbove)
         return std::numeric_limits<long>::max();
-    if (value < -Above)
+    if (value < -kAbove)
         return std::numeric_limits<long>::min();
     return static_cast<long>(value);
 }

@@ -8,8 +8,8 @@
 namespace {
 
 // The platform's range of process ids.
-constexpr pid_t FirstPeerPid = 1;
-constexpr pid_t LastPeerPid = 99999;
+constexpr pid_t kFirstPeerPid = 1;
+constexpr pid_t kLastPeerPid = 99999;
 
 bool IsConnection(xpc_object_t pObject) {
     return pObject != nullptr && xpc_get_type(pObject) == XPC_TYPE_CONNECTION;
@@ -17,7 +17,7 @@ bool IsConnection(xpc_object_t pObject) {
 
 bool HasPeerPid(xpc_connection_t pConnection) {
     const pid_t pid = xpc_connection_get_pid(pConnection);
-    return pid >= FirstPeerPid && pid <= LastPeerPid;
+    return pid >= kFirstPeerPid && pid <= kLastPeerPid;
 }
 
 } // namespace

@@ -18,15 +18,15 @@
 
 namespace {
 
-constexpr char szZipTool[] = "/usr/bin/zip";
-constexpr char szUnzipTool[] = "/usr/bin/unzip";
-constexpr unsigned int nPauseAfterSave = 1000; // milliseconds
-constexpr mode_t nFileMode = 0666;
-constexpr int nMakeLocked = O_RDWR | O_CREAT | O_TRUNC | O_EXLOCK | O_NONBLOCK;
-constexpr const char* pExclusions[] = {"*.DS_Store*", "*.svn*", "*.git*"};
+constexpr char kZipTool[] = "/usr/bin/zip";
+constexpr char kUnzipTool[] = "/usr/bin/unzip";
+constexpr unsigned int kPauseAfterSave = 1000; // milliseconds
+constexpr mode_t kFileMode = 0666;
+constexpr int kMakeLocked = O_RDWR | O_CREAT | O_TRUNC | O_EXLOCK | O_NONBLOCK;
+constexpr const char* kExclusions[] = {"*.DS_Store*", "*.svn*", "*.git*"};
 
 // The format's end record: its signature, no entries, no comment.
-constexpr unsigned char EmptyArchive[22] = {0x50, 0x4B, 0x05, 0x06};
+constexpr unsigned char kEmptyArchive[22] = {0x50, 0x4B, 0x05, 0x06};
 
 // The file with the patterns that are not added; it exists while the tool runs.
 class ExclusionList {
@@ -42,9 +42,9 @@ public:
     // The path; empty when no file could be made.
     const char* Write() {
         _MakeFile();
-        const port::UniqueFd fd(port_open(szPath, nMakeLocked, nFileMode));
+        const port::UniqueFd fd(port_open(szPath, kMakeLocked, kFileMode));
         const LWriteFileRef file(fd.get());
-        for (const char* szPattern : pExclusions)
+        for (const char* szPattern : kExclusions)
             file.WriteLineLF(szPattern);
         return szPath;
     }
@@ -58,7 +58,7 @@ private:
         if (!fd)
             *szPath = '\0';
         else
-            fchmod(fd.get(), nFileMode);
+            fchmod(fd.get(), kFileMode);
     }
 
     char szPath[LPathBufferSize] = {};
@@ -170,7 +170,7 @@ bool LZipFile::HasWork() const {
 }
 
 bool LZipFile::Save() {
-    LZipCommand command(szZipTool);
+    LZipCommand command(kZipTool);
     if (!loFoldersToAdd.IsEmpty() || bRecursive)
         command.AddOption("-r");
     if (bFreshen)
@@ -197,7 +197,7 @@ bool LZipFile::Save() {
     const WorkingFolder scope(szWorkingFolder);
     if (!bRemoveFolder)
         bSaved = _Run(command);
-    LSleepMilliseconds(nPauseAfterSave);
+    LSleepMilliseconds(kPauseAfterSave);
     if (bSaved)
         Clear();
     return bSaved;
@@ -210,7 +210,7 @@ bool LZipFile::_RemoveFolder(LZipCommand& command) {
     char szName[LPathBufferSize];
     LFile::_GetFileNameFromPath(szName, szFolder);
     SetFolder(szName);
-    LZipCommand retry(szZipTool);
+    LZipCommand retry(kZipTool);
     return _RunFolderRemoval(retry);
 }
 
@@ -232,7 +232,7 @@ bool LZipFile::ExtractAllFiles(const char* szDestFolder) {
 }
 
 bool LZipFile::Extract(const char* szArchive, const char* szDestFolder, const char* szEntry) {
-    LZipCommand command(szUnzipTool);
+    LZipCommand command(kUnzipTool);
     command.AddOption("-o");
     command.AddArchiveToRead(szArchive);
     if (*szEntry != '\0')
@@ -243,10 +243,10 @@ bool LZipFile::Extract(const char* szArchive, const char* szDestFolder, const ch
 }
 
 bool LZipFile::CreateEmptyZipFile(const char* szPath) {
-    const port::UniqueFd fd(port_open(szPath, nMakeLocked, nFileMode));
+    const port::UniqueFd fd(port_open(szPath, kMakeLocked, kFileMode));
     if (!fd)
         return false;
-    [[maybe_unused]] const ssize_t nWritten = write(fd.get(), EmptyArchive, sizeof EmptyArchive);
+    [[maybe_unused]] const ssize_t nWritten = write(fd.get(), kEmptyArchive, sizeof kEmptyArchive);
     return true;
 }
 

@@ -110,7 +110,7 @@ TEST_F(FileTreeTest, ManagesDeepAndWideFolders) {
 // The way back up through a folder that was moved out of the tree would lead to what is there.
 TEST_F(FileTreeTest, AWalkStopsWhereAFolderWasMovedAway) {
     std::string sDeep = "tree";
-    for (std::size_t i = 0; i < LFolderStack::MostOpen + 5; ++i)
+    for (std::size_t i = 0; i < LFolderStack::kMostOpen + 5; ++i)
         sDeep += "/d";
     fs::create_directories(Path(sDeep));
     LFolderStack stack;

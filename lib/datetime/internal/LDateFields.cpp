@@ -6,8 +6,8 @@
 
 namespace {
 
-constexpr int BaseYear = 1900; // of the calendar structure
-constexpr int LastYearOfCentury = 69;
+constexpr int kBaseYear = 1900; // of the calendar structure
+constexpr int kLastYearOfCentury = 69;
 
 // To the number's first digit, or what stands in its place.
 const char* SkipToDigits(const char* text, bool& negative) {
@@ -55,9 +55,9 @@ tm LStartFields() {
 }
 
 int LYearField(int year) {
-    if (year <= LastYearOfCentury)
-        return year + 2000 - BaseYear;
-    return year < BaseYear ? year : year - BaseYear;
+    if (year <= kLastYearOfCentury)
+        return year + 2000 - kBaseYear;
+    return year < kBaseYear ? year : year - kBaseYear;
 }
 
 int LAppendDigit(int number, char digit) {

@@ -6,21 +6,21 @@
 
 namespace {
 
-constexpr int nOpenFolder = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK;
+constexpr int kOpenFolder = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK;
 
 } // namespace
 
 bool LFolderStack::Push(int nParent, const char* szName, bool bFollow) {
     const int nAbove = IsEmpty() ? nParent : GetTop();
-    Level level{port::UniqueFd(openat(nAbove, szName, nOpenFolder | (bFollow ? 0 : O_NOFOLLOW))), 0, 0};
+    Level level{port::UniqueFd(openat(nAbove, szName, kOpenFolder | (bFollow ? 0 : O_NOFOLLOW))), 0, 0};
     struct stat status;
     if (!level.folder || fstat(level.folder.get(), &status) != 0)
         return false;
     level.device = status.st_dev;
     level.inode = status.st_ino;
     loLevels.push_back(std::move(level));
-    if (loLevels.size() > MostOpen)
-        loLevels[loLevels.size() - MostOpen - 1].folder.reset();
+    if (loLevels.size() > kMostOpen)
+        loLevels[loLevels.size() - kMostOpen - 1].folder.reset();
     return true;
 }
 
@@ -35,7 +35,7 @@ bool LFolderStack::Pop() {
 
 // The way up is only taken when it leads to the folder that it came from.
 bool LFolderStack::_Reopen(Level& level, int nChild) const {
-    port::UniqueFd folder(openat(nChild, "..", nOpenFolder | O_NOFOLLOW));
+    port::UniqueFd folder(openat(nChild, "..", kOpenFolder | O_NOFOLLOW));
     struct stat status;
     if (!folder || fstat(folder.get(), &status) != 0 || status.st_dev != level.device ||
         status.st_ino != level.inode)

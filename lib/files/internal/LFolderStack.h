@@ -13,7 +13,7 @@
 class LFolderStack {
 public:
     // Folders kept open at most: a deeper tree reopens its upper folders on the way back.
-    static constexpr std::size_t MostOpen = 64;
+    static constexpr std::size_t kMostOpen = 64;
 
     bool IsEmpty() const { return loLevels.empty(); }
     std::size_t GetDepth() const { return loLevels.size(); }

@@ -2,6 +2,6 @@
 
 // For processors without kernels of their own.
 const LCharsetsKernels* const* LCharsetsKernelsHere() {
-    static constexpr const LCharsetsKernels* pList[] = {&LCharsetsPortableKernels, nullptr};
-    return pList;
+    static constexpr const LCharsetsKernels* kList[] = {&LCharsetsPortableKernels, nullptr};
+    return kList;
 }

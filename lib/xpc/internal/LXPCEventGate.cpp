@@ -7,15 +7,15 @@
 
 namespace {
 
-constexpr std::uint32_t ClosedBit = std::uint32_t{1} << 31;
-constexpr std::chrono::microseconds CloseSlice{100};
+constexpr std::uint32_t kClosedBit = std::uint32_t{1} << 31;
+constexpr std::chrono::microseconds kCloseSlice{100};
 
 thread_local LXPCEventScope* pInnermost = nullptr;
 
 } // namespace
 
 bool LXPCEventGate::_Enter() {
-    if ((dwState.fetch_add(1, std::memory_order_acquire) & ClosedBit) == 0)
+    if ((dwState.fetch_add(1, std::memory_order_acquire) & kClosedBit) == 0)
         return true;
     _Leave();
     return false;
@@ -26,12 +26,12 @@ void LXPCEventGate::_Leave() {
 }
 
 void LXPCEventGate::Close(unsigned dwMilliseconds) {
-    if ((dwState.fetch_or(ClosedBit, std::memory_order_acq_rel) & ClosedBit) != 0)
+    if ((dwState.fetch_or(kClosedBit, std::memory_order_acq_rel) & kClosedBit) != 0)
         return;
     const std::uint32_t dwOwn = LXPCEventScope::CountOnThisThread(*this);
     const LDeadline deadline(dwMilliseconds);
-    while ((dwState.load(std::memory_order_acquire) & ~ClosedBit) > dwOwn && !deadline.IsPast())
-        std::this_thread::sleep_for(CloseSlice);
+    while ((dwState.load(std::memory_order_acquire) & ~kClosedBit) > dwOwn && !deadline.IsPast())
+        std::this_thread::sleep_for(kCloseSlice);
 }
 
 LXPCEventScope::LXPCEventScope(LXPCEventGate& eventGate)

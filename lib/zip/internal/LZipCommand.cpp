@@ -10,14 +10,14 @@
 namespace {
 
 // Where the tools look for options besides the command line.
-constexpr const char* pOptionVariables[] = {"ZIP",     "ZIPOPT",     "UNZIP", "UNZIPOPT",
+constexpr const char* kOptionVariables[] = {"ZIP",     "ZIPOPT",     "UNZIP", "UNZIPOPT",
                                             "ZIPINFO", "ZIPINFOOPT", nullptr};
 
-constexpr char szSpecialInQuotes[] = "\"`$\\";
-constexpr char szSpecialUnquoted[] = " \t\"`$\\'|&;<>()*?[]{}#!~";
-constexpr char szPatternCharacters[] = "*?[";
+constexpr char kSpecialInQuotes[] = "\"`$\\";
+constexpr char kSpecialUnquoted[] = " \t\"`$\\'|&;<>()*?[]{}#!~";
+constexpr char kPatternCharacters[] = "*?[";
 
-constexpr unsigned int nPause = 50; // milliseconds, where the end cannot be waited for
+constexpr unsigned int kPause = 50; // milliseconds, where the end cannot be waited for
 
 // strchr would find the terminator too.
 bool IsOneOf(char character, const char* szCharacters) {
@@ -34,7 +34,7 @@ public:
 
     void Add(const char* szText) { tplstrcpy(writer, szText); }
     void AddInQuotes(char character) {
-        if (IsOneOf(character, szSpecialInQuotes))
+        if (IsOneOf(character, kSpecialInQuotes))
             writer.AddChar('\\');
         writer.AddChar(character);
     }
@@ -46,7 +46,7 @@ public:
     void AddUnquoted(char character) {
         if (character == '\n')
             return Add("\"\n\"");
-        if (IsOneOf(character, szSpecialUnquoted))
+        if (IsOneOf(character, kSpecialUnquoted))
             writer.AddChar('\\');
         writer.AddChar(character);
     }
@@ -65,7 +65,7 @@ void AddAsDirectory(LineWriter& line, const char* szPath) {
 bool IsToStopWhile(const port::ShellCommand& command, LProcessInterface& process) {
     const int nEnd = command.endDescriptor();
     if (!LSignalObjectRef::FitsSelect(nEnd))
-        return process.ProcessWait(nPause);
+        return process.ProcessWait(kPause);
     return process.ProcessWaitSignal(LSignalObjectRef(nEnd, -1), LNoTimeLimit) == LProcessWaitStopped;
 }
 
@@ -90,7 +90,7 @@ void LZipCommand::AddEntry(const char* szEntry, const char* szEnd) {
     if (*szEntry == '-')
         line.AddInQuotes('\\');
     for (; *szEntry != '\0'; ++szEntry) {
-        if (*szEntry == '\\' || IsOneOf(*szEntry, szPatternCharacters))
+        if (*szEntry == '\\' || IsOneOf(*szEntry, kPatternCharacters))
             line.AddInQuotes('\\');
         line.AddInQuotes(*szEntry);
     }
@@ -101,7 +101,7 @@ void LZipCommand::AddEntry(const char* szEntry, const char* szEnd) {
 // A path without pattern characters is taken as it is, backslashes too. With one anywhere, its last component
 // is matched against the folder that holds it.
 void LZipCommand::AddArchiveToRead(const char* szPath) {
-    if (strpbrk(szPath, szPatternCharacters) == nullptr)
+    if (strpbrk(szPath, kPatternCharacters) == nullptr)
         return AddPath(szPath);
     const char* pSlash = strrchr(szPath, '/');
     const char* pName = pSlash == nullptr ? szPath : pSlash + 1;
@@ -111,7 +111,7 @@ void LZipCommand::AddArchiveToRead(const char* szPath) {
     for (; szPath != pName; ++szPath)
         line.AddInQuotes(*szPath);
     for (; *pName != '\0'; ++pName) {
-        const bool bPattern = IsOneOf(*pName, szPatternCharacters);
+        const bool bPattern = IsOneOf(*pName, kPatternCharacters);
         if (bPattern)
             line.Add("[");
         else if (*pName == '\\')
@@ -132,7 +132,7 @@ void LZipCommand::AddExclusionList(const char* szPath) {
 
 bool LZipCommand::Run(LProcessInterface& process) const {
     port::ShellCommand command;
-    if (!command.start(LUTF8StringLongRef(sLine), pOptionVariables))
+    if (!command.start(LUTF8StringLongRef(sLine), kOptionVariables))
         return false;
     while (!command.hasEnded())
         if (IsToStopWhile(command, process))
