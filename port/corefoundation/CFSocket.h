@@ -37,7 +37,9 @@ private:
             return true;
         }
         void unpin() noexcept override { socket_.release(); }
-        bool ready(std::uint32_t /*events*/) override { return socket_.fire(); }
+        port::SourceResult ready(std::uint32_t /*events*/) override {
+            return socket_.fire() ? port::SourceResult::UserCalled : port::SourceResult::Done;
+        }
 
     private:
         __CFSocket& socket_;

@@ -1,22 +1,39 @@
 #include "dispatch/LeaderWait.h"
 
+#include <chrono>
+#include <sched.h>
 #include <utility>
 
 namespace port {
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 constexpr int kShortWait = 1; // ms
+constexpr std::chrono::microseconds kAwake{150};
 
 } // namespace
 
 LeaderWait::Result LeaderWait::wait(std::span<epoll_event> events, int milliseconds, Lock& lock) {
     const bool isShort = std::exchange(nextIsShort_, false);
     state_ = isShort ? State::Short : State::Long;
+    const bool isAwake = std::exchange(nextIsAwake_, false);
     lock.unlock();
-    const std::size_t count = epoll_.wait(events, isShort ? kShortWait : milliseconds);
+    std::size_t count = isAwake ? waitAwake(events) : 0;
+    if (count == 0)
+        count = epoll_.wait(events, isShort ? kShortWait : milliseconds);
     lock.lock();
     state_ = State::Off;
     return {count, isShort};
+}
+
+// Whoever else has work for this processor goes first; it may be the sender.
+std::size_t LeaderWait::waitAwake(std::span<epoll_event> events) {
+    const Clock::time_point end = Clock::now() + kAwake;
+    std::size_t count = 0;
+    while ((count = epoll_.wait(events, 0)) == 0 && Clock::now() < end)
+        ::sched_yield();
+    return count;
 }
 
 // While the lock was free another worker may have taken the lead and begun to wait, and this look may have

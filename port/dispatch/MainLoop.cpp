@@ -47,9 +47,9 @@ public:
         if (references_.fetch_sub(1, std::memory_order_acq_rel) == 1)
             delete this;
     }
-    bool ready(std::uint32_t /*events*/) override {
+    SourceResult ready(std::uint32_t /*events*/) override {
         callback_();
-        return true;
+        return SourceResult::UserCalled;
     }
 
 private:
@@ -182,7 +182,7 @@ bool MainLoop::deliver(const epoll_event& event) {
     Source* const source = SourceTable::shared().pin(event.data.u64);
     if (source == nullptr)
         return false;
-    const bool called = source->ready(event.events);
+    const bool called = source->ready(event.events) == SourceResult::UserCalled;
     source->unpin();
     return called;
 }

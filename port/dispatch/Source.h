@@ -10,14 +10,21 @@
 
 namespace port {
 
+// What a source did when it was told that it is ready.
+enum class SourceResult {
+    Done,
+    MoreIsNear, // what came belongs to a stream whose next part may come within microseconds
+    UserCalled, // user code ran, which only a source of the main loop runs
+};
+
 class Source {
 public:
     // Takes a reference unless the last one is already gone. Called under the table's lock.
     virtual bool pin() noexcept = 0;
     virtual void unpin() noexcept = 0;
     // `events` as epoll reports them. Must not run user code on a worker: a source reads, and puts what it
-    // has read in line. True when user code was called, which only a source of the main loop does.
-    virtual bool ready(std::uint32_t events) = 0;
+    // has read in line.
+    virtual SourceResult ready(std::uint32_t events) = 0;
     // The time that was asked for has come.
     virtual void expired() {}
 

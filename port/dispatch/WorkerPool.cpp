@@ -202,15 +202,18 @@ int WorkerPool::patience(const Worker& self) const {
 
 // Tells the sources what is ready: they read, and put what they have read in line.
 void WorkerPool::deliver(std::span<const epoll_event> events, Lock& lock) {
+    bool moreIsNear = false;
     lock.unlock();
     const Returning scope;
     for (const epoll_event& event : events) {
         if (Source* const source = SourceTable::shared().pin(event.data.u64)) {
-            source->ready(event.events);
+            moreIsNear |= source->ready(event.events) == SourceResult::MoreIsNear;
             source->unpin();
         }
     }
     lock.lock();
+    if (moreIsNear)
+        wait_.makeNextAwake();
 }
 
 void WorkerPool::callDue(Lock& lock) {

@@ -163,7 +163,7 @@ void XPCConnection::sendBarrier(dispatch_block_t barrier) {
 }
 
 // On the leader, or on the main thread for a client, when the socket's set reports it.
-bool XPCConnection::ready(std::uint32_t events) {
+SourceResult XPCConnection::ready(std::uint32_t events) {
     bool reads = false;
     {
         const std::lock_guard lock(mutex_);
@@ -172,9 +172,7 @@ bool XPCConnection::ready(std::uint32_t events) {
         if ((events & ~std::uint32_t{EPOLLOUT}) != 0 && state_ == State::Open)
             reads = input_.begin((events & (EPOLLHUP | EPOLLRDHUP | EPOLLERR)) != 0, mayRead());
     }
-    if (reads)
-        readOn();
-    return false;
+    return reads ? readOn() : SourceResult::Done;
 }
 
 // On a worker: the next turn of reading a socket that has more than one turn's worth.
@@ -184,30 +182,32 @@ void XPCConnection::run() noexcept {
     release();
 }
 
-void XPCConnection::readOn() {
-    XPCReadResult result{};
-    unsigned reads = 0;
-    do {
-        result = input_.read(socket_.fd(), *this);
-        if (result == XPCReadResult::Closed || result == XPCReadResult::Refused)
-            return lost();
-    } while (!endReading(result, ++reads));
+SourceResult XPCConnection::readOn() {
+    auto next = XPCInput::Next::ReadOn;
+    for (unsigned reads = 0; next == XPCInput::Next::ReadOn;) {
+        const XPCReadResult result = input_.read(socket_.fd(), *this);
+        if (result == XPCReadResult::Closed || result == XPCReadResult::Refused) {
+            lost();
+            return SourceResult::Done;
+        }
+        next = endReading(result, ++reads);
+    }
+    return next == XPCInput::Next::DoneForNow ? SourceResult::MoreIsNear : SourceResult::Done;
 }
 
-// True when this thread need not read on: nothing is left, or somebody else will.
-bool XPCConnection::endReading(XPCReadResult result, unsigned reads) {
+XPCInput::Next XPCConnection::endReading(XPCReadResult result, unsigned reads) {
     const std::lock_guard lock(mutex_);
     if (state_ == State::Over) {
         input_.stop();
         socket_.close();
-        return true;
+        return XPCInput::Next::Done;
     }
     XPCFrameClock::Call call;
     const XPCInput::Next next = input_.end(result, reads, mayRead(), Clock::now(), call);
     callAt(call);
     if (next == XPCInput::Next::LaterTurn)
         putReadingInLine();
-    return next != XPCInput::Next::ReadOn;
+    return next;
 }
 
 void XPCConnection::frameReceived(XPCRef<XPCDictionary> frame) {

@@ -65,13 +65,13 @@ private:
     // the turn; none of them runs a handler.
     bool pin() noexcept override { return retainUnlessGone(); }
     void unpin() noexcept override { release(); }
-    bool ready(std::uint32_t events) override;
+    SourceResult ready(std::uint32_t events) override;
     void expired() override;
     void run() noexcept override;
 
     // Reading, without the lock.
-    void readOn();
-    bool endReading(XPCReadResult result, unsigned reads);
+    SourceResult readOn();
+    XPCInput::Next endReading(XPCReadResult result, unsigned reads);
     void frameReceived(XPCRef<XPCDictionary> frame) override;
     void deliverMessage(XPCDictionary& message);
     void lost();

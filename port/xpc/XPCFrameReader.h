@@ -52,6 +52,8 @@ public:
     // One `recvmsg` on a non-blocking socket. After Closed or Refused every descriptor received for an
     // unfinished frame is closed and the reader is of no further use.
     XPCReadResult readFrom(int socket, XPCScratch& scratch, XPCFrameSink& sink);
+    // The frame on its way, or the last one, is large: the next bytes may come soon.
+    bool isInStream() const { return body_ != nullptr || guess_ != 0; }
     // The number of the frame that has begun and is not complete, if there is one.
     std::optional<std::uint64_t> unfinished() const {
         return headerFill_ != 0 || body_ != nullptr ? std::optional(complete_) : std::nullopt;

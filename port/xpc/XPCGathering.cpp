@@ -1,10 +1,14 @@
 #include "xpc/XPCGathering.h"
 
+#include <algorithm>
+
 namespace port {
 namespace {
 
 constexpr std::size_t kMostMessages = 2 * kGatherFrames;
 constexpr std::size_t kMostBarriers = 8;
+constexpr unsigned kFewMisses = 4; // may come within a stream
+constexpr unsigned kMostMisses = 10;
 
 } // namespace
 
@@ -21,7 +25,10 @@ void XPCGathering::written() {
 }
 
 Urgency XPCGathering::turnIsPutInLine() {
-    turn_ = !onWorkers_ ? Turn::None : lastIsLarge_ ? Turn::Soon : Turn::Now;
+    const bool waits = lastIsLarge_ && toCome_ == 0;
+    if (toCome_ != 0)
+        --toCome_;
+    turn_ = !onWorkers_ ? Turn::None : waits ? Turn::Soon : Turn::Now;
     waiting_ = turn_ == Turn::Soon ? 1 : 0;
     return turn_ == Turn::Soon ? Urgency::Soon : Urgency::Now;
 }
@@ -31,6 +38,10 @@ bool XPCGathering::barrierJoins() {
 }
 
 void XPCGathering::turnBegins() {
+    if (turn_ == Turn::Soon) { // the more often in vain, the longer until it is tried again
+        misses_ = waiting_ >= kMostBarriers ? 0 : std::min(misses_ + 1, kMostMisses);
+        toCome_ = misses_ < kFewMisses ? 0 : 1U << misses_;
+    }
     turn_ = Turn::None;
     waiting_ = 0;
 }

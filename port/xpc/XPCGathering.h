@@ -2,7 +2,8 @@
 //
 // A barrier puts a turn of the connection's queue in line. Small messages that are sent until a worker comes for
 // it are written by that turn, with one call. Large ones gain nothing by waiting; behind them the turn itself is
-// put off, for up to some barriers, and then comes at once.
+// put off, for up to some barriers, and then comes at once. A sender that waits for each message to be handed over
+// would wait for nothing: where too few barriers came in time, again and again, the next turns come at once.
 //
 // Thread-safety: none; the connection's lock covers it.
 #pragma once
@@ -41,6 +42,8 @@ private:
     Turn turn_ = Turn::None;
     std::size_t waiting_ = 0;  // messages, or barriers, for that turn
     bool lastIsLarge_ = false; // the message that was sent last
+    unsigned misses_ = 0;      // turns in a row that were put off for too little, up to a bound
+    unsigned toCome_ = 0;      // turns that are not put off
 };
 
 } // namespace port

@@ -35,7 +35,7 @@ XPCInput::Next XPCInput::end(XPCReadResult result, unsigned reads, bool mayRead,
     call = clock_.read(reader_.unfinished(), emptied, now);
     if (emptied) {
         phase_ = Phase::Idle;
-        return Next::Done;
+        return reader_.isInStream() ? Next::DoneForNow : Next::Done;
     }
     if (!mayRead) {
         phase_ = Phase::Held;

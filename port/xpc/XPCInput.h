@@ -25,6 +25,7 @@ public:
         ReadOn,
         LaterTurn, // other connections have theirs first
         Done,
+        DoneForNow, // as Done, and the next part of a stream is near
     };
 
     bool isReading() const { return phase_ == Phase::Reading; }

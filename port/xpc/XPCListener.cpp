@@ -115,11 +115,11 @@ void XPCListener::close() {
 }
 
 // One connection an event, so that no flood of connections holds the thread.
-bool XPCListener::ready(std::uint32_t /*events*/) {
+SourceResult XPCListener::ready(std::uint32_t /*events*/) {
     UniqueFd socket = accept();
     if (socket)
         offer(std::move(socket));
-    return false;
+    return SourceResult::Done;
 }
 
 UniqueFd XPCListener::accept() {

@@ -37,7 +37,7 @@ private:
 
     bool pin() noexcept override { return retainUnlessGone(); }
     void unpin() noexcept override { release(); }
-    bool ready(std::uint32_t events) override;
+    SourceResult ready(std::uint32_t events) override;
 
     UniqueFd accept();
     void offer(UniqueFd socket);

@@ -121,7 +121,7 @@ struct Input final : port::Source {
     ~Input() { port::SourceTable::shared().remove(key); }
     bool pin() noexcept override { return true; }
     void unpin() noexcept override { ++told; }
-    bool ready(std::uint32_t) override { return false; }
+    port::SourceResult ready(std::uint32_t) override { return port::SourceResult::MoreIsNear; }
     void tell() const { ::eventfd_write(fd.get(), 1); }
 
     const port::UniqueFd fd{::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)};

@@ -94,6 +94,13 @@ TEST(XPCGathering, SmallMessagesWaitForABarriersTurnAndBarriersOfLargeOnesForEac
     EXPECT_TRUE(gathering.barrierJoins()) << "enough";
     EXPECT_FALSE(gathering.isToWait(kMessage, 100)) << "the turn is not at hand";
     EXPECT_TRUE(gathering.barrierJoins()) << "of a small message";
+    port::XPCGathering alone(true);
+    int late = 0;
+    for (int message = 0; message < 100; ++message, alone.turnBegins()) {
+        alone.isToWait(kMessage, port::kLargeFrameBytes);
+        late += alone.turnIsPutInLine() == port::Urgency::Soon;
+    }
+    EXPECT_LE(late, 7) << "a sender that waits for each message waits for nothing";
     port::XPCGathering elsewhere(false);
     EXPECT_FALSE(elsewhere.isToWait(kMessage, port::kLargeFrameBytes));
     EXPECT_EQ(elsewhere.turnIsPutInLine(), port::Urgency::Now);
