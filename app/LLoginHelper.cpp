@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <dispatch/dispatch.h>
-#include <mutex>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -21,12 +20,9 @@
 
 namespace {
 
-// In this order: at exit the server is destroyed before the sink that it calls.
-LPtr<LLoginHelperNotify> pXpcNotifyee;
-LPtr<LXPCMachServer> pXPCServer;
-
-// Events ask for the server on their own threads while another one ends the helper.
-constinit std::mutex mutexServer;
+// Not destroyed by themselves: an event may be in both when the process ends.
+LPtr<LLoginHelperNotify>& pXpcNotifyee = *new LPtr<LLoginHelperNotify>;
+LPtr<LXPCMachServer>& pXPCServer = *new LPtr<LXPCMachServer>;
 
 // True for the first thread that ends the process.
 bool IsEndingThread() {
@@ -42,13 +38,17 @@ void BeginEnding() {
         pause();
 }
 
-void DestroyServer() {
+// True when no event is in the server any more, nor in the sink, and none will be.
+bool DestroyServer() {
     if (!IsOSMacLionOrLater())
-        return;
+        return true;
     BeginEnding();
-    LPtr<LXPCMachServer> pEnding; // destroyed without the lock: it waits for events, and those take the lock
-    const std::lock_guard lock(mutexServer);
-    pEnding.Reset(pXPCServer.Release());
+    if (!pXPCServer)
+        return true;
+    if (!pXPCServer->EndEvents())
+        return false;
+    pXPCServer.Reset();
+    return true;
 }
 
 // A signal ends the process without asking the delegate. Where another thread is ending it already, that one
@@ -60,7 +60,8 @@ struct LServerAtExit {
     ~LServerAtExit() {
         if (!IsEndingThread())
             _exit(EXIT_SUCCESS);
-        DestroyServer();
+        if (DestroyServer())
+            pXpcNotifyee.Reset();
     }
 };
 const LServerAtExit serverAtExit;
@@ -109,7 +110,6 @@ void Launch(const char* szPath, const LLaunchTurn& turn) {
 } // namespace
 
 LXPCMachServer* LLoginHelper::getXPCServer() const {
-    const std::lock_guard lock(mutexServer);
     return pXPCServer.Get();
 }
 

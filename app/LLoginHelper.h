@@ -2,7 +2,7 @@
 // that; while the main application runs it serves the service through which the setting is changed.
 //
 // Thread-safety: the methods belong to the main thread, but for `getXPCServer` and `shutdownHelper`, which
-// the event sink calls from the threads that deliver its events.
+// the event sink calls from inside its events.
 #pragma once
 
 #include <AppKit/AppKit.h>
@@ -15,12 +15,13 @@ struct LLoginVerdict;
 
 class LLoginHelper : public NSObject, public NSApplicationDelegate {
 public:
-    // The server that serves now; null before it was started and once the helper ends. Not to be kept beyond
-    // the event in which it was asked for.
+    // The server that serves now; null before it was started. It is there as long as the event in which it was
+    // asked for.
     LXPCMachServer* getXPCServer() const;
 
-    // Destroys the server and ends the process with status 0. Of several threads that call it, or end the
-    // application meanwhile, one goes on and the others stay here.
+    // Ends the events, destroys the server and ends the process with status 0. A server in which other threads
+    // are, and the sink, stay as they are: the process waits for nobody. Of several threads that call it, or end
+    // the application meanwhile, one goes on and the others stay here.
     [[noreturn]] void shutdownHelper();
 
     // Declares the message keys and serves. Returns only when the service cannot be created.

@@ -1,9 +1,10 @@
 #include "LLoginHelperNotify.h"
 
 #include <cstring>
+#include <utility>
 
-#include "HelperReport.h"
 #include "LLoginHelper.h"
+#include "LSettingQueue.h"
 #include "LoginHelperContract.h"
 #include "base/LLimits.h"
 #include "files/LFile.h"
@@ -89,25 +90,21 @@ void LLoginHelperNotify::EvInvalidConnectionAttempt() {
 }
 
 void LLoginHelperNotify::_SetLaunchAtLogin(long connection, long message, const Request& request) {
-    NSUserDefaults* pDefaults = NSUserDefaults::standardUserDefaults();
+    const LXPCMachServer* pServer = pDelegate->getXPCServer();
+    if (pServer == nullptr)
+        return;
+    NSRef<NSString> pPath;
     if (request.bLaunchOn) {
         // A path that is missing, endless, no UTF-8 or holds what no settings file can is answered like any
         // other mismatch: not at all.
         if (request.szBundlePath == nullptr || strlen(request.szBundlePath) >= kStoredPathLimit)
             return;
-        const NSRef<NSString> pPath = NSString::stringWithUTF8String(request.szBundlePath);
+        pPath = NSString::stringWithUTF8String(request.szBundlePath);
         if (!pPath ||
             !CFPropertyListIsValid(LCFString(pPath->UTF8String()).Get(), kCFPropertyListXMLFormat_v1_0))
             return;
-        pDefaults->setBool(true, LSettingLaunchAtLogin);
-        pDefaults->setObject(*pPath, LSettingMainAppPath);
-    } else {
-        pDefaults->removeObjectForKey(LSettingLaunchAtLogin);
-        pDefaults->removeObjectForKey(LSettingMainAppPath);
     }
-    if (!pDefaults->synchronize())
-        HelperReport("the settings could not be saved");
-    _SendReply(connection, message, LReplyLaunchAtLogin, request.bLaunchOn);
+    QueueSettingChange({std::move(pPath), LXPCLateReply(*pServer, connection, message)});
 }
 
 void LLoginHelperNotify::_SendReply(long connection, long message, const char* szKey, bool bValue) {

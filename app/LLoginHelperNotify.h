@@ -16,8 +16,8 @@ public:
 
     // Drops the connection, unless it was only interrupted.
     void EvConnectionError(long connection, LXPCErrorType type) override;
-    // Answers one request. Blocks on the disk when the setting changes. Does not return from a request to
-    // end the helper.
+    // Answers one request; one that changes the setting when that is saved, and until then its connection waits.
+    // Does not return from a request to end the helper.
     void EvMessageReceived(long connection, long message, const LList<LXPCDataListable>& items) override;
     void EvReplyReceived(long, const LList<LXPCDataListable>&) override {}
     void EvMessageSent(long) override {}

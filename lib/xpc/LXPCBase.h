@@ -3,8 +3,18 @@
 // Thread-safety: the sending operations may be called from any thread. Keys are declared before the first
 // connection is resumed and only read afterwards.
 //
-// Lifetime: the sink outlives the endpoint. An endpoint may be destroyed from inside one of its own events;
-// events that have not begun by then are dropped. See `_CloseEvents` for those that run on other threads.
+// Lifetime: the sink is called until the endpoint's destructor has returned, and never after. The destructor lets no
+// further event begin, and waits, however long it takes, until those that run on other threads have returned. So who
+// destroys the endpoint first and then the sink needs to know nothing of threads, and an event may use its endpoint
+// from beginning to end.
+//
+// A sink may own its endpoint, as the last of its members, or as the first thing that its destructor destroys; in
+// either case in the class that overrides the events, and no class derived from that may override one. Until the
+// endpoint is gone that destructor must leave alone what the events use.
+//
+// An event may destroy its endpoint, and then its sink, as the last thing that it does; the destructor does not wait
+// for the event that it is called from. But nobody may destroy an endpoint while an event of it, on another thread,
+// waits for him: for a lock that he holds, for work of his thread, or for his own event to end.
 #pragma once
 
 #include <memory>
@@ -13,7 +23,7 @@
 #include "xpc/LXPCData.h"
 #include "xpc/LXPCEventNotify.h"
 
-class LXPCEventGate;
+struct LXPCEndpointState;
 
 class LXPCBase {
 public:
@@ -34,44 +44,29 @@ public:
 
     // Sends the items as the reply to a message, from inside `EvMessageReceived`; `EvMessageSent` follows.
     // A message that asked for no reply, or was answered already, is left alone: nothing is sent or reported.
+    // See `LXPCLateReply` for a reply that is given later.
     void SendReply(long connection, long message, const LList<LXPCDataListable>& loItems);
 
     // Makes the events of the connection arrive at the sink, and resumes the record if it is suspended. The
     // record may be gone when the call returns, as after `LXPCConnection::Resume`.
     void SetupConnectionHandlerAndResume(LXPCConnection& connection);
 
-protected:
-    // The sink is not owned.
-    explicit LXPCBase(LXPCEventNotify* pSink);
+    // Lets no further event begin, and does not wait. True when none runs on another thread: the destructor will
+    // not wait either. For who must not wait for a sink, such as a process that ends: after false it keeps the
+    // endpoint and the sink, and the process ends with them. May be called again.
+    bool EndEvents();
 
-    // Ends the delivery of events, before anything that an event uses is destroyed: derived destructors call
-    // it first. Waits for the events of this endpoint that run on other threads, at most
-    // `LXPCCloseWaitMilliseconds` in all, never for the event that it is called from.
+protected:
+    explicit LXPCBase(std::shared_ptr<LXPCEndpointState> pEndpointState);
+
+    // Ends the delivery of events and waits for those on other threads, as the destructor is to. Destructors of
+    // derived classes call it first: the events may use the whole object until then.
     void _CloseEvents();
-    const std::shared_ptr<LXPCEventGate>& _GetGate() const { return pGate; }
-    // Gives back the sink, as an event's last use of the endpoint: the sink may destroy it, or never return.
-    template <typename T>
-    T* _LeaveTo(T* pSink) const {
-        _Settle();
-        return pSink;
-    }
 
 private:
-    void _Settle() const;
-    // What the runtime may call for as long as it likes: it does the work only while this endpoint is there.
-    template <typename Work>
-    auto _WhileOpen(Work work) const;
-    void _Handle(void* pObject, bool bReply);
-    void _SendBarrier(long connection);
-
-    LXPCEventNotify* pNotify;
-    LList<LXPCDictionaryKeyListable> loKeys;
-    std::shared_ptr<LXPCEventGate> pGate;
+    friend class LXPCLateReply;
+    std::shared_ptr<LXPCEndpointState> pState;
 };
-
-// How long a destroyed endpoint waits for its events on other threads: long enough for any event that does
-// not block, short enough for a process that ends.
-constexpr unsigned LXPCCloseWaitMilliseconds = 50;
 
 // Tells the sink which error it is, by identity with the platform's error objects.
 void ErrorHandler(void* pError, long connection, LXPCEventNotify* pNotify);

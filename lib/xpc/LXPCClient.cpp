@@ -4,6 +4,7 @@
 #include <memory>
 #include <port/bsd.h>
 
+#include "xpc/internal/LXPCEndpointState.h"
 #include "xpc/internal/LXPCHandles.h"
 
 namespace {
@@ -36,6 +37,8 @@ LXPCConnectionClient::LXPCConnectionClient(long connection, const char* szServic
 bool LXPCConnectionClient::Matches(const char* szServiceName, unsigned long dwServiceNumber) const {
     return dwNumber == dwServiceNumber && IsSameName(szName, szServiceName);
 }
+
+LXPCClient::LXPCClient(LXPCEventNotify* pSink) : LXPCBase(std::make_shared<LXPCEndpointState>(pSink)) {}
 
 LXPCClient::~LXPCClient() {
     _CloseEvents();

@@ -27,8 +27,8 @@ private:
 class LXPCClient : public LXPCBase {
 public:
     // The sink is not owned and outlives the client.
-    explicit LXPCClient(LXPCEventNotify* pSink) : LXPCBase(pSink) {}
-    // Drops all connections, newest first.
+    explicit LXPCClient(LXPCEventNotify* pSink);
+    // Drops all connections, newest first, once the events have ended.
     ~LXPCClient() override;
 
     // Opens a connection to the named Mach service, or, with the flag off, to the named XPC service of the

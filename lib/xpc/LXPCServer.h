@@ -1,23 +1,25 @@
 // Servers: they accept the connections of peers, on a named Mach service or as the main loop of an XPC
 // service bundle, and keep a record of each until it is dropped.
 //
-// Thread-safety: `NewConnectionHandler` and `Disconnect` may be called from any thread; one mutex guards the
-// list while it changes, and is never held while a record is destroyed or the sink is called. New peers
-// arrive on the main dispatch queue, events of accepted connections off the main thread.
+// Thread-safety: `NewConnectionHandler` and `Disconnect` may be called from any thread. New peers arrive on the main
+// dispatch queue, events of accepted connections off the main thread.
 //
 // The sink is not owned and outlives the server. Keys are declared between construction and `Start`.
 #pragma once
 
 #include <atomic>
-#include <mutex>
+#include <memory>
 #include <xpc/xpc.h>
 
 #include "xpc/LXPCBase.h"
 
+class LXPCServerState;
+
 class LXPCServerBase : public LXPCBase {
 public:
     explicit LXPCServerBase(LXPCServerEventNotify* pSink);
-    // Drops all connections, newest first. The listener is not stopped; peers that come later are ignored.
+    // Drops all connections, newest first, once the events have ended. The listener is not stopped; peers that come
+    // later are ignored.
     ~LXPCServerBase() override;
 
     // Takes a new peer: records it, newest first, and lets its events reach the sink. With the peer check on,
@@ -34,15 +36,14 @@ public:
 
 protected:
     LXPCServerBase(LXPCServerEventNotify* pSink, bool bCheckPeers);
+    // What the events share, of this server and of the one in `pServer`; null for none.
+    const std::shared_ptr<LXPCServerState>& _GetState() const { return pServerState; }
+    static std::shared_ptr<LXPCServerState> _GetCurrentState();
 
 private:
-    LXPCConnection* _DetachFirst();
-    LXPCConnection* _DetachByHandle(long connection);
+    explicit LXPCServerBase(std::shared_ptr<LXPCServerState> pState);
 
-    LList<LXPCConnection> loConnections;
-    LXPCServerEventNotify* pServerNotify;
-    bool bPeerCheck;
-    std::mutex mutexConnections;
+    std::shared_ptr<LXPCServerState> pServerState;
 };
 
 // The server of an XPC service bundle; accepts every peer.
@@ -53,7 +54,7 @@ public:
     // Gives the calling thread to the service's main loop.
     [[noreturn]] void Start();
 
-    // Hands the peer to the server in `pServer`.
+    // Hands the peer to the server in `pServer`, which may be destroyed meanwhile on another thread.
     static void StaticNewConnectionHandler(_xpc_connection_s* pConnection);
 };
 

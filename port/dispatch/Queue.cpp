@@ -2,12 +2,22 @@
 
 #include "dispatch/WorkerPool.h"
 
+#include <cstdint>
+#include <ctime>
 #include <utility>
 
 namespace port {
 namespace {
 
-constexpr std::size_t kTasksPerTurn = 64; // then the queue goes to the end of the line
+// Then the queue goes to the end of the line.
+constexpr std::size_t kTasksPerTurn = 64;
+constexpr std::int64_t kTurnLength = 5; // ms, by a clock that is cheap and steps every few of them
+
+std::int64_t coarseMilliseconds() {
+    timespec now{};
+    ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
+}
 
 struct SingleTask final : Runnable {
     explicit SingleTask(Task task) : work(std::move(task)) {}
@@ -99,12 +109,14 @@ void SerialQueue::run() noexcept {
 
 // A turn's worth of them. True when none is left.
 bool SerialQueue::runTasks() {
-    for (std::size_t count = 0; count < kTasksPerTurn; ++count) {
+    const std::int64_t start = coarseMilliseconds();
+    std::size_t count = 0;
+    do {
         Task task;
         if (!next(task))
             return true;
         task();
-    }
+    } while (++count < kTasksPerTurn && coarseMilliseconds() - start < kTurnLength);
     return false;
 }
 

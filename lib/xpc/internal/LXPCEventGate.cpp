@@ -1,37 +1,40 @@
 #include "xpc/internal/LXPCEventGate.h"
 
-#include <chrono>
-#include <thread>
-
-#include "base/LDeadline.h"
-
 namespace {
 
 constexpr std::uint32_t kClosedBit = std::uint32_t{1} << 31;
-constexpr std::chrono::microseconds kCloseSlice{100};
 
 thread_local LXPCEventScope* pInnermost = nullptr;
 
 } // namespace
 
+// An event that is refused leaves no trace: whoever looks sees the events that run, and no others.
 bool LXPCEventGate::_Enter() {
-    if ((dwState.fetch_add(1, std::memory_order_acquire) & kClosedBit) == 0)
-        return true;
-    _Leave();
+    std::uint32_t dwSeen = dwState.load(std::memory_order_relaxed);
+    while ((dwSeen & kClosedBit) == 0)
+        if (dwState.compare_exchange_weak(dwSeen, dwSeen + 1, std::memory_order_acquire,
+                                          std::memory_order_relaxed))
+            return true;
     return false;
 }
 
 void LXPCEventGate::_Leave() {
-    dwState.fetch_sub(1, std::memory_order_release);
+    if ((dwState.fetch_sub(1, std::memory_order_release) & kClosedBit) != 0)
+        dwState.notify_all();
 }
 
-void LXPCEventGate::Close(unsigned dwMilliseconds) {
-    if ((dwState.fetch_or(kClosedBit, std::memory_order_acq_rel) & kClosedBit) != 0)
-        return;
-    const std::uint32_t dwOwn = LXPCEventScope::CountOnThisThread(*this);
-    const LDeadline deadline(dwMilliseconds);
-    while ((dwState.load(std::memory_order_acquire) & ~kClosedBit) > dwOwn && !deadline.IsPast())
-        std::this_thread::sleep_for(kCloseSlice);
+void LXPCEventGate::Close() {
+    dwState.fetch_or(kClosedBit, std::memory_order_relaxed);
+}
+
+bool LXPCEventGate::IsBusy() const {
+    return (dwState.load(std::memory_order_acquire) & ~kClosedBit) > LXPCEventScope::CountOnThisThread(*this);
+}
+
+void LXPCEventGate::WaitForOthers() const {
+    const std::uint32_t dwLeft = kClosedBit | LXPCEventScope::CountOnThisThread(*this);
+    for (std::uint32_t dwSeen; (dwSeen = dwState.load(std::memory_order_acquire)) != dwLeft;)
+        dwState.wait(dwSeen, std::memory_order_relaxed);
 }
 
 LXPCEventScope::LXPCEventScope(LXPCEventGate& eventGate)

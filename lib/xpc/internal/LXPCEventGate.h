@@ -1,8 +1,8 @@
-// Tells the events of an endpoint whether the endpoint still lives, and its destructor when they have left.
-// Internal to the XPC layer.
+// Tells the events of an endpoint whether they may begin, and its destructor when they have left. Internal to the
+// XPC layer.
 //
-// Thread-safety: full; one atomic word, no lock. Handlers and barriers share the gate with the endpoint and
-// may outlive it.
+// Thread-safety: full; one atomic word, no lock. It is part of what every event shares, so that it is there as long
+// as one of them.
 #pragma once
 
 #include <atomic>
@@ -12,13 +12,15 @@ class LXPCEventScope;
 
 class LXPCEventGate {
 public:
-    // Refuses further events and waits, at most `dwMilliseconds`, for those that run on other threads. Only
-    // the first call waits.
-    void Close(unsigned dwMilliseconds);
+    // Refuses further events.
+    void Close();
 
-    // Puts what the calling event has read so far before what follows a `Close`, though the event may never
-    // leave: a sink may stay in its call while the process ends.
-    void Settle() { dwState.fetch_add(0, std::memory_order_release); }
+    // Whether an event runs on another thread. When none does on a closed gate, all that events have done has
+    // happened before.
+    bool IsBusy() const;
+
+    // Waits, without a limit, until a closed gate is not busy.
+    void WaitForOthers() const;
 
 private:
     friend class LXPCEventScope;
@@ -28,7 +30,7 @@ private:
     std::atomic<std::uint32_t> dwState = 0; // the closed bit, and the number of events that run
 };
 
-// One event in the endpoint: to be entered before the endpoint is touched.
+// One event in the endpoint: to be entered before the sink is called.
 class LXPCEventScope {
 public:
     explicit LXPCEventScope(LXPCEventGate& eventGate);
@@ -36,7 +38,7 @@ public:
     LXPCEventScope& operator=(const LXPCEventScope&) = delete;
     ~LXPCEventScope();
 
-    // False when the endpoint is gone: the event is dropped.
+    // False when the gate is closed: the event is dropped.
     explicit operator bool() const { return bEntered; }
 
     // The number of events of that gate on the stack of the calling thread.

@@ -1,0 +1,70 @@
+#include "LSettingQueue.h"
+
+#include <cerrno>
+#include <cstring>
+#include <dispatch/dispatch.h>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+#include "HelperReport.h"
+#include "LoginHelperContract.h"
+
+namespace {
+
+// What waits for the next save; never destroyed, for the queue works while the process ends.
+struct Waiting {
+    std::mutex mutex;
+    std::vector<LSettingChange> changes;
+    dispatch_queue_t queue = dispatch_queue_create("settings", nullptr);
+};
+
+Waiting& GetWaiting() {
+    static Waiting& waiting = *new Waiting;
+    return waiting;
+}
+
+void Apply(const LSettingChange& change, NSUserDefaults& defaults) {
+    if (change.pMainAppPath) {
+        defaults.setBool(true, LSettingLaunchAtLogin);
+        defaults.setObject(*change.pMainAppPath, LSettingMainAppPath);
+    } else {
+        defaults.removeObjectForKey(LSettingLaunchAtLogin);
+        defaults.removeObjectForKey(LSettingMainAppPath);
+    }
+}
+
+void Answer(LSettingChange& change) {
+    LList<LXPCDataListable> loReply;
+    loReply.AddHead(CreateXPCData({LReplyLaunchAtLogin, LXPCDataTypeBool}, change.pMainAppPath ? 1 : 0, 0));
+    change.reply.Send(loReply);
+}
+
+void SaveWaiting() {
+    std::vector<LSettingChange> changes;
+    {
+        const std::lock_guard lock(GetWaiting().mutex);
+        changes.swap(GetWaiting().changes);
+    }
+    NSUserDefaults& defaults = *NSUserDefaults::standardUserDefaults();
+    for (const LSettingChange& change : changes)
+        Apply(change, defaults);
+    if (!defaults.synchronize())
+        HelperReport("the settings could not be saved: %s", strerror(errno));
+    for (LSettingChange& change : changes)
+        Answer(change);
+}
+
+} // namespace
+
+void QueueSettingChange(LSettingChange change) {
+    Waiting& waiting = GetWaiting();
+    bool bFirst;
+    {
+        const std::lock_guard lock(waiting.mutex);
+        bFirst = waiting.changes.empty();
+        waiting.changes.push_back(std::move(change));
+    }
+    if (bFirst)
+        dispatch_async(waiting.queue, SaveWaiting);
+}

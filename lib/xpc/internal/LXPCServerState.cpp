@@ -1,0 +1,69 @@
+#include "xpc/internal/LXPCServerState.h"
+
+#include "xpc/internal/LXPCHandles.h"
+
+namespace {
+
+// The platform's range of process ids.
+constexpr pid_t kFirstPeerPid = 1;
+constexpr pid_t kLastPeerPid = 99999;
+
+bool IsConnection(xpc_object_t pObject) {
+    return pObject != nullptr && xpc_get_type(pObject) == XPC_TYPE_CONNECTION;
+}
+
+bool HasPeerPid(xpc_connection_t pConnection) {
+    const pid_t pid = xpc_connection_get_pid(pConnection);
+    return pid >= kFirstPeerPid && pid <= kLastPeerPid;
+}
+
+} // namespace
+
+void LXPCServerState::Accept(const std::shared_ptr<LXPCServerState>& pState, _xpc_connection_s* pConnection) {
+    // The listener's own errors arrive here too.
+    const LXPCEventScope scope(pState->gate);
+    if (!scope || !IsConnection(pConnection))
+        return;
+    if (pState->bPeerCheck && !HasPeerPid(pConnection)) {
+        pState->pServerNotify->EvInvalidConnectionAttempt();
+        return;
+    }
+    auto pRecord = std::make_unique<LXPCConnection>(LXPCHandle(pConnection));
+    pRecord->Retain();
+    LXPCSetHandler(pState, *pRecord);
+    pState->_Add(std::move(pRecord));
+}
+
+void LXPCServerState::Drop(long connection) {
+    delete _DetachByHandle(connection);
+}
+
+void LXPCServerState::Close() {
+    while (LXPCConnection* pRecord = _DetachFirst())
+        delete pRecord;
+}
+
+// A record of a server that is closed is destroyed without the mutex. Its events begin under the mutex: the first of
+// them may drop the record, and finds it in the list.
+void LXPCServerState::_Add(std::unique_ptr<LXPCConnection> pRecord) {
+    const std::lock_guard guard(mutexConnections);
+    if (bClosed)
+        return;
+    LXPCConnection& record = *pRecord;
+    loConnections.AddHead(pRecord.release());
+    record.Resume();
+}
+
+LXPCConnection* LXPCServerState::_DetachFirst() {
+    const std::lock_guard guard(mutexConnections);
+    bClosed = true;
+    return loConnections.Detach(loConnections.GetFirst());
+}
+
+LXPCConnection* LXPCServerState::_DetachByHandle(long connection) {
+    const std::lock_guard guard(mutexConnections);
+    LListIterator<LXPCConnection> walk(loConnections);
+    while (walk.Get() != nullptr && walk.Get()->GetHandle() != connection)
+        walk.Next();
+    return walk.Detach();
+}
