@@ -59,12 +59,10 @@ void SaveWaiting() {
 
 void QueueSettingChange(LSettingChange change) {
     Waiting& waiting = GetWaiting();
-    bool bFirst;
-    {
-        const std::lock_guard lock(waiting.mutex);
-        bFirst = waiting.changes.empty();
-        waiting.changes.push_back(std::move(change));
-    }
-    if (bFirst)
+    const std::lock_guard lock(waiting.mutex);
+    // All that can fail for want of memory comes first: a change that waits has a save that comes.
+    waiting.changes.reserve(waiting.changes.size() + 1);
+    if (waiting.changes.empty())
         dispatch_async(waiting.queue, SaveWaiting);
+    waiting.changes.push_back(std::move(change));
 }

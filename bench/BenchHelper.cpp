@@ -1,21 +1,28 @@
 // The idle helper beside a do-nothing poll loop and a service on sd-bus: start to serving, memory,
-// threads, wake-ups.
+// threads, wake-ups. And the helper at work: how long others wait while some keep it saving.
 #include "Driver.h"
 #include "Processes.h"
 
 #include <LoginHelperContract.h>
+#include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <dispatch/dispatch.h>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <spawn.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
+#include <vector>
+#include <xpc/LXPCClient.h>
 
 extern char** environ;
 
@@ -152,6 +159,94 @@ double wakeUpsAndOne(const char* program) {
     return 1 + service.wakeUps() - before;
 }
 
+// Connections to the helper, all on the main thread.
+struct Peer final : LXPCEventNotify {
+    LXPCClient client{this};
+    std::function<void(long connection, bool value)> onReply;
+
+    explicit Peer(unsigned long connections) {
+        for (const char* key : {LReplyLaunchAtLogin, LReplyQueryLaunchAtLogin})
+            client.AddKey(key, LXPCDataTypeBool);
+        for (unsigned long number = 1; number <= connections; ++number)
+            client.Connect(LHelperServiceName, number, true);
+    }
+    static LXPCData flag(const char* key, bool value) {
+        LXPCData item;
+        std::strncpy(item.szName, key, sizeof item.szName - 1);
+        item.eType = LXPCDataTypeBool;
+        item.nValue = value ? 1 : 0;
+        return item;
+    }
+    void EvConnectionError(long, LXPCErrorType) override {}
+    void EvMessageReceived(long, long, const LList<LXPCDataListable>&) override {}
+    void EvReplyReceived(long connection, const LList<LXPCDataListable>& items) override {
+        onReply(connection, items.GetFirst()->nValue != 0);
+    }
+    void EvMessageSent(long) override {}
+};
+
+constexpr unsigned long kTogglers = 64;
+constexpr std::size_t kQuestions = 1000;
+constexpr auto kWarmUp = std::chrono::milliseconds(500);
+constexpr auto kPause = std::chrono::milliseconds(2); // between two questions
+
+// Each connection asks for the other setting as soon as one is saved.
+void toggle() {
+    Peer peer(kTogglers);
+    const LXPCData path = [] {
+        LXPCData item = Peer::flag(LKeyMainAppBundlePath, false);
+        item.eType = LXPCDataTypeString;
+        item.nValue = reinterpret_cast<long>(LMainAppDefaultPath);
+        return item;
+    }();
+    peer.onReply = [&](long connection, bool value) {
+        LList<LXPCDataListable> items;
+        items.AddHead(new LXPCDataListable(Peer::flag(LKeyLaunchAtLogin, !value)));
+        items.AddHead(new LXPCDataListable(path));
+        peer.client.LXPCBase::SendMessage(connection, items, true);
+    };
+    const LXPCData off = Peer::flag(LKeyLaunchAtLogin, false);
+    for (unsigned long number = 1; number <= kTogglers; ++number)
+        peer.client.SendMessage(LHelperServiceName, number, &off, 1, true);
+    dispatch_main();
+}
+
+// Of the times from a question to its answer, in ms.
+double percentile99() {
+    std::this_thread::sleep_for(kWarmUp);
+    Peer peer(1);
+    std::vector<double> times;
+    Clock::time_point start;
+    const LXPCData query = Peer::flag(LKeyQueryLaunchAtLogin, true);
+    const auto ask = [&] {
+        std::this_thread::sleep_for(kPause);
+        start = Clock::now();
+        peer.client.SendMessage(LHelperServiceName, 1, &query, 1, true);
+    };
+    peer.onReply = [&](long, bool) {
+        times.push_back(nanosecondsSince(start) * 1e-6);
+        if (times.size() < kQuestions)
+            return ask();
+        const auto rank = times.begin() + static_cast<std::ptrdiff_t>(times.size() * 99 / 100);
+        std::nth_element(times.begin(), rank, times.end());
+        reportAndExit(*rank);
+    };
+    ask();
+    dispatch_main();
+}
+
+double answersBeside(const std::function<void()>& others) {
+    const Service service(BENCH_HELPER, Service::Ready::Answers);
+    return measurePair(Placement::TwoCpus, others, percentile99);
+}
+
+Case answersCase() {
+    Case result{"helper/answers while others toggle, 99th percentile", "ms", Better::Lower, {}, 3};
+    result.rows.push_back({"alone", [] { return answersBeside([] { pause(); }); }});
+    result.rows.push_back({"beside 64 that toggle", [] { return answersBeside(toggle); }});
+    return result;
+}
+
 Case helperCase(const char* name, const char* unit, double (*figure)(const char*), int repetitions) {
     Case result{name, unit, Better::Lower, {}, repetitions};
     result.rows.push_back({"floor: poll loop", [figure] { return figure(BENCH_POLL_LOOP); }});
@@ -166,6 +261,7 @@ const Register helper{[](std::vector<Case>& cases) {
     cases.push_back(helperCase("helper/start to serving", "ms", startMilliseconds, 21));
     cases.push_back(helperCase("helper/private dirty memory", "KiB", dirtyKib, 3));
     cases.push_back(helperCase("helper/resident memory", "KiB", residentKib, 3));
+    cases.push_back(answersCase());
     cases.push_back(helperCase("helper/threads", "threads", threads, 1));
     cases.push_back(helperCase("helper/wake-ups in 5 s, plus one", "wake-ups", wakeUpsAndOne, 1));
 }};

@@ -29,6 +29,10 @@ void FailSilent(const Options& options, Report& report, const std::string& sWhy)
     report.Fail(EX_TEMPFAIL, "no reply within " + std::to_string(options.dwTimeout) + " ms" + sWhy);
 }
 
+void FailUnasked(Report& report, int nError) {
+    report.Fail(EX_OSERR, std::string("the helper cannot be asked: ") + strerror(nError));
+}
+
 // Asks one question and reports an answer that is no reply.
 bool Ask(const Options& options, Report& report, std::initializer_list<LXPCData> items, bool& bValue,
          const std::string& sWhySilent = "") {
@@ -44,6 +48,9 @@ bool Ask(const Options& options, Report& report, std::initializer_list<LXPCData>
         return false;
     case HelperAnswer::Ended:
         report.Fail(EX_UNAVAILABLE, "the helper ended before it replied");
+        return false;
+    case HelperAnswer::Unasked:
+        FailUnasked(report, errno);
         return false;
     }
     return false;
@@ -139,6 +146,9 @@ void Disable(const Options& options, Report& report) {
     case HelperAnswer::Ended:
         RemoveSetting(report);
         break;
+    case HelperAnswer::Unasked:
+        FailUnasked(report, errno);
+        return;
     case HelperAnswer::Replied:
         break;
     }
@@ -166,6 +176,9 @@ void Quit(const Options& options, Report& report) {
     case HelperAnswer::Silent:
         report.Fail(EX_TEMPFAIL,
                     "the helper has not ended within " + std::to_string(options.dwTimeout) + " ms");
+        return;
+    case HelperAnswer::Unasked:
+        FailUnasked(report, errno);
         return;
     }
 }

@@ -103,18 +103,31 @@ void ReportBundle(Report& report, const LLoginFacts& facts) {
                           EnableStep(LMainAppDefaultPath));
 }
 
+const char* SessionsOf(HelperStart eStart) {
+    switch (eStart) {
+    case HelperStart::ManagedSessions:
+        return " in a session that the service manager runs";
+    case HelperStart::OtherSessions:
+        return " in a session that the service manager does not run";
+    case HelperStart::Never:
+    case HelperStart::Always:
+        break;
+    }
+    return "";
+}
+
 // What the helper does when it is started, and whether it is.
-void ReportVerdict(Report& report, const LLoginFacts& facts, const char* szSettingsFile, bool bStarted) {
+void ReportVerdict(Report& report, const LLoginFacts& facts, const char* szSettingsFile, HelperStart eStart) {
     const LLoginVerdict verdict = DecideLogin(facts);
     if (verdict.eAction != LLoginAction::Launch)
         report.AddFinding(verdict.sWhy, StepFor(verdict.eReason, facts, szSettingsFile));
-    if (!bStarted) {
+    if (eStart == HelperStart::Never) {
         report.AddChoice("nextLogin", "next login", "nothing", "launches nothing");
         report.AddText("why", "why", "nothing starts the helper");
         return;
     }
     const Action action = ActionOf(verdict, facts);
-    report.AddChoice("nextLogin", "next login", action.szWord, action.szText);
+    report.AddChoice("nextLogin", "next login", action.szWord, std::string(action.szText) + SessionsOf(eStart));
     report.AddText("why", "why", verdict.sWhy);
 }
 
@@ -126,10 +139,10 @@ void Doctor(const Options& options, Report& report) {
     // A login begins without the main application, whatever runs now.
     LLoginFacts facts = CollectLoginFacts(settings.get());
     facts.bOwnBundle = CFBundleGetMainBundle() != nullptr;
-    const bool bStarted = ReportHelperStart(report);
+    const HelperStart eStart = ReportHelperStart(report);
     ReportSettings(report, facts, settings->port_path());
     ReportBundle(report, facts);
-    ReportVerdict(report, facts, settings->port_path(), bStarted);
+    ReportVerdict(report, facts, settings->port_path(), eStart);
     report.AddFlag("mainApplicationRuns", "main application now", IsMainApplicationRunning(), "runs",
                    "does not run");
     ReportService(options, report);

@@ -1,8 +1,10 @@
 #include "HelperConversation.h"
 
+#include <cerrno>
 #include <chrono>
 #include <port/bsd.h>
 #include <port/main_queue.h>
+#include <port/runtime_folder.h>
 
 #include "LoginHelperContract.h"
 
@@ -17,7 +19,17 @@ int MillisecondsUntil(Clock::time_point deadline) {
     return static_cast<int>(left.count());
 }
 
+// Why nobody answers: a connection without a descriptor is as invalid as one to nobody.
+HelperAnswer WhyUnreachable(const char* szService) {
+    return port_service_process(szService) == -1 && IsShortage(errno) ? HelperAnswer::Unasked
+                                                                      : HelperAnswer::Unreachable;
+}
+
 } // namespace
+
+bool IsShortage(int nError) {
+    return nError == EMFILE || nError == ENFILE || nError == ENOMEM || nError == ENOBUFS;
+}
 
 HelperConversation::HelperConversation(const char* szServiceName, unsigned dwTimeoutMilliseconds)
     : szService(szServiceName), dwTimeout(dwTimeoutMilliseconds), client(this) {
@@ -33,14 +45,14 @@ HelperAnswer HelperConversation::Ask(std::initializer_list<LXPCData> items, bool
     if (!bConnected)
         bConnected = client.Connect(szService, kConnectionNumber, true);
     if (!bConnected)
-        return HelperAnswer::Unreachable;
+        return WhyUnreachable(szService);
     client.SendMessage(szService, kConnectionNumber, items.begin(), items.size(), true);
     const auto deadline = Clock::now() + std::chrono::milliseconds(dwTimeout);
     int nLeft;
     while (answer == HelperAnswer::Silent && (nLeft = MillisecondsUntil(deadline)) > 0)
         port_main_queue_drain(nLeft);
     bValue = bReplyValue;
-    return answer;
+    return answer == HelperAnswer::Unreachable ? WhyUnreachable(szService) : answer.load();
 }
 
 LXPCData HelperConversation::Flag(const char* szName, bool bValue) {

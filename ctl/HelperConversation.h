@@ -12,8 +12,12 @@ enum class HelperAnswer {
     Replied,
     Silent,      // no reply in time
     Unreachable, // nobody serves the name
-    Ended        // the helper went away before it replied
+    Ended,       // the helper went away before it replied
+    Unasked      // the system has no descriptor or no memory for a question; errno tells
 };
+
+// Whether that value of errno says that the system has no descriptor or no memory left.
+bool IsShortage(int nError);
 
 class HelperConversation final : private LXPCEventNotify {
 public:

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 #include <port/login_items.h>
 #include <unistd.h>
 
@@ -11,25 +12,22 @@ namespace {
 
 using State = port_login_item_state_t;
 
+struct ItemWords {
+    const char* szWord; // for programs
+    const char* szText;
+};
+// In the order of the states.
+constexpr ItemWords kItemWords[] = {{"missing", "missing"},
+                                    {"masked", "masked"},
+                                    {"off", "off"},
+                                    {"left", "left to the service manager"},
+                                    {"on", "on"}};
+static_assert(std::size(kItemWords) == PORT_LOGIN_ITEM_ON + 1);
+
 void AddItem(Report& report, const char* szKey, const char* szLabel, const port_login_item_t& item) {
-    const std::string sFile = std::string(" (") + item.path + ")";
-    switch (item.state) {
-    case PORT_LOGIN_ITEM_MISSING:
-        report.AddChoice(szKey, szLabel, "missing", "missing");
-        return;
-    case PORT_LOGIN_ITEM_MASKED:
-        report.AddChoice(szKey, szLabel, "masked", "masked" + sFile);
-        return;
-    case PORT_LOGIN_ITEM_OFF:
-        report.AddChoice(szKey, szLabel, "off", "off" + sFile);
-        return;
-    case PORT_LOGIN_ITEM_LEFT:
-        report.AddChoice(szKey, szLabel, "left", "left to the service manager" + sFile);
-        return;
-    case PORT_LOGIN_ITEM_ON:
-        report.AddChoice(szKey, szLabel, "on", "on" + sFile);
-        return;
-    }
+    const ItemWords& words = kItemWords[item.state];
+    const std::string sFile = item.path[0] == '\0' ? "" : std::string(" (") + item.path + ")";
+    report.AddChoice(szKey, szLabel, words.szWord, words.szText + sFile);
 }
 
 // Whether what the item starts can be started; it is a finding where not.
@@ -69,7 +67,7 @@ std::string StepForEntry(const port_login_item_t& entry) {
 
 } // namespace
 
-bool ReportHelperStart(Report& report) {
+HelperStart ReportHelperStart(Report& report) {
     port_login_item_t entry;
     port_login_item_t unit;
     port_session_entry(LHelperSessionEntry, &entry);
@@ -77,14 +75,16 @@ bool ReportHelperStart(Report& report) {
     AddItem(report, "sessionEntry", "session's entry", entry);
     AddItem(report, "serviceUnit", "unit", unit);
     const bool bUnits = port_service_manager_runs();
+    const bool bLeft = entry.state == PORT_LOGIN_ITEM_LEFT;
     const bool bEntryOn = entry.state == PORT_LOGIN_ITEM_ON;
     const bool bUnitOn = bUnits && unit.state == PORT_LOGIN_ITEM_ON;
     if (!bEntryOn && !bUnitOn)
-        report.AddFinding(entry.state == PORT_LOGIN_ITEM_LEFT
-                              ? "nothing starts the helper in a session that the service manager runs"
-                              : "nothing starts the helper at login",
+        report.AddFinding(bLeft ? "a session that the service manager runs does not start the helper"
+                                : "nothing starts the helper at login",
                           bUnits ? StepForUnit(unit.state) : StepForEntry(entry));
-    const bool bByEntry = bEntryOn && HasHelper(report, entry);
+    const bool bByEntry = (bEntryOn || bLeft) && HasHelper(report, entry);
     const bool bByUnit = bUnitOn && HasHelper(report, unit);
-    return bByEntry || bByUnit;
+    if (bByEntry)
+        return bEntryOn || bByUnit ? HelperStart::Always : HelperStart::OtherSessions;
+    return bByUnit ? HelperStart::ManagedSessions : HelperStart::Never;
 }

@@ -5,6 +5,14 @@
 
 #include "Report.h"
 
-// Adds the session's entry, the unit and the helper that they start to the report, with what is wrong there. True
-// when one of them starts the helper at the next login. Looks without changing anything.
-bool ReportHelperStart(Report& report);
+// Whether something starts the helper at the next login. Nobody knows of what kind that session will be.
+enum class HelperStart {
+    Never,
+    Always,
+    ManagedSessions, // when the service manager runs the session
+    OtherSessions,   // when it does not
+};
+
+// Adds the session's entry, the unit and the helper that they start to the report, with what is wrong there. Looks
+// without changing anything.
+HelperStart ReportHelperStart(Report& report);

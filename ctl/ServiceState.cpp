@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <port/runtime_folder.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -49,6 +50,8 @@ struct Service {
 
 // What is known of a service to which nobody answers.
 Service UnansweredService(int nError, bool bHelperRuns) {
+    if (IsShortage(nError))
+        return {"unknown", std::string("cannot be asked: ") + strerror(nError)};
     if (bHelperRuns)
         return {"idle", "not served: the helper that runs is idle"};
     if (nError == ECONNREFUSED)

@@ -39,12 +39,14 @@ struct Row {
 
 constexpr const char* kLaunches = "launches the application\n";
 constexpr const char* kNothing = "launches nothing\n";
+constexpr const char* kElsewhere =
+    "launches the application in a session that the service manager does not run\n";
 constexpr const char* kForgets = "launches nothing and forgets the settings\n";
 constexpr const char* kEnable =
     "start the application, then: loginhelperctl enable '/Applications/Zubeq Free.app'";
 constexpr const char* kAgain = "install the application again";
 constexpr const char* kUnstarted = "nothing starts the helper at login";
-constexpr const char* kLeft = "nothing starts the helper in a session that the service manager runs";
+constexpr const char* kLeft = "a session that the service manager runs does not start the helper";
 
 constexpr Row kRows[] = {
     {":", kLaunches, nullptr},
@@ -73,9 +75,9 @@ constexpr Row kRows[] = {
     {"sed -i 's|^Exec=.*|Exec=/no/helper --x|' $entry", kNothing,
      "@/autostart/loginhelper.desktop starts /no/helper: No such file or directory",
      "install the helper again"},
-    {"manager", kNothing, kLeft, "systemctl --user enable loginhelper.service"},
+    {"manager", kElsewhere, kLeft, "systemctl --user enable loginhelper.service"},
     {"manager; ln -s ../loginhelper.service $units/x.wants", kLaunches, nullptr},
-    {"manager; ln -s ../loginhelper.service $units/x.wants; ln -sf /dev/null $unit", kNothing, kLeft,
+    {"manager; ln -s ../loginhelper.service $units/x.wants; ln -sf /dev/null $unit", kElsewhere, kLeft,
      "systemctl --user unmask loginhelper.service"},
     {"mkdir -m 755 port-xpc", kLaunches, "@/port-xpc has mode 0755, not 0700", "chmod 0700 @/port-xpc"},
     {"ln -s . port-xpc", kLaunches, "@/port-xpc is a link", "rm @/port-xpc"},

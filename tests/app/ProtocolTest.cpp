@@ -1,6 +1,7 @@
 // The helper's answers: one conversation over the real socket, message by message.
 #include <LoginHelperContract.h>
 #include <csignal>
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -29,6 +30,9 @@ protected:
 
     void SetUp() override {
         ASSERT_EQ(application.ReadLine(), "Zubeq Free: started by the user");
+        Start();
+    }
+    void Start() {
         helper = Login::StartHelper();
         ASSERT_EQ(helper->ReadLine(), std::string("loginhelper: serving ") + LHelperServiceName);
         client.Connect(LHelperServiceName, 1, true);
@@ -130,12 +134,24 @@ TEST_F(Protocol, SecondHelperDoesNotTakeTheService) {
     EXPECT_EQ(helper->Wait(1000), 0);
 }
 
-TEST_F(Protocol, TwoPeersEndItAtOnce) {
-    client.Connect(LHelperServiceName, 2, true);
-    Send({Flag(LKeyShutdownHelper)}, true, 1);
-    Send({Flag(LKeyShutdownHelper)}, true, 2);
-    helper->Kill(SIGTERM);
-    EXPECT_EQ(helper->Wait(), 0);
+// Two peers ask for the end at once, now and then with a signal, while others ask and toggle.
+TEST_F(Protocol, EndsInTheMiddleOfTraffic) {
+    const int rounds = getenv("LFOUNDATION_TORTURE") != nullptr ? 1000 : 5;
+    for (int round = 0; round < rounds; round++) {
+        for (unsigned long n = 2; n <= 16; n++) {
+            client.Connect(LHelperServiceName, n, true);
+            for (int message = 0; message < 20; message++)
+                Send({message % 4 == 0 ? Flag(LKeyLaunchAtLogin, false) : query}, true, n);
+        }
+        Send({Flag(LKeyShutdownHelper)}, true, 1);
+        Send({Flag(LKeyShutdownHelper)}, true, 2);
+        if (round % 3 == 0)
+            helper->Kill(SIGTERM);
+        ASSERT_EQ(helper->Wait(), 0) << "round " << round;
+        for (unsigned long n = 1; n <= 16; n++)
+            client.Disconnect(LHelperServiceName, n);
+        Start();
+    }
 }
 
 TEST_F(Protocol, IsWhatTheToolSpeaks) {

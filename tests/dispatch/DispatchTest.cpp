@@ -1,4 +1,5 @@
 #include "dispatch/MainLoop.h"
+#include "dispatch/Queue.h"
 #include "dispatch/WorkerPool.h"
 
 #include <array>
@@ -10,6 +11,7 @@
 #include <mutex>
 #include <random>
 #include <semaphore>
+#include <string>
 #include <sys/eventfd.h>
 #include <thread>
 #include <vector>
@@ -151,6 +153,23 @@ private:
     std::atomic<bool> release_{false};
     std::atomic<int> inside_{0};
 };
+
+// Long blocks of one queue end its turn: those of another one come between.
+TEST(SerialQueue, ATurnEndsAfterSomeMilliseconds) {
+    struct Queue final : port::SerialQueue {
+        Queue() : SerialQueue(dispatch_get_main_queue()) {}
+    } slow, other;
+    std::string order;
+    for (int n = 0; n < 3; ++n)
+        slow.append(port::Task([&] {
+            std::this_thread::sleep_for(25ms);
+            order += 's';
+        }));
+    other.append(port::Task([&] { order += 'o'; }));
+    while (order.size() < 4)
+        MainLoop::shared().runOnce(100);
+    EXPECT_EQ(order, "soss");
+}
 
 TEST(Workers, GoOnUpToTheirBoundWhileHandlersAreStuck) {
     constexpr int kMost = WorkerPool::kMaxWorkers;

@@ -1,4 +1,6 @@
 #include <gtest/gtest.h>
+#include <thread>
+#include <unistd.h>
 
 #include "xpc/HostFixture.h"
 #include "xpc/LXPCServer.h"
@@ -58,15 +60,25 @@ TEST_F(XpcEndpoint, DropsAndDeaths) {
     EXPECT_FALSE(client->Connect(nullptr, 1, true));
 }
 
-TEST_F(XpcEndpoint, NothingArrivesAfterDestruction) {
+TEST_F(XpcEndpoint, NothingArrivesAfterDestructionAndNothingRuns) {
     std::size_t before = 0;
+    std::atomic<int> running = 0;
     const auto destroy = [&] {
         EXPECT_NE(client, nullptr) << "a second reply";
+        while (running == 0)
+            std::this_thread::yield();
         client.reset();
+        EXPECT_EQ(running, 0) << "on another thread";
         before = sink.Lines().size();
     };
     for (const bool insideEvent : {false, true}) {
         Start();
+        sink.onMessage = [&, used = client.get()] {
+            running++;
+            usleep(200'000); // no wait with a limit is to be longer
+            used->SendMessage(sink.lastConnection, {}, false);
+            running--;
+        };
         for (int n = 0; n < 50; n++)
             Send({text, Push(3)}, n % 2 == 0);
         if (insideEvent)

@@ -20,14 +20,17 @@ public:
     std::size_t Count(const std::string& start) { return Lines(start).size(); }
     // The connection handle of the newest event.
     std::atomic<long> lastConnection = -1;
-    // Runs inside each reply.
+    // Run inside each reply and each message.
     std::function<void()> onReply;
+    std::function<void()> onMessage;
 
     void EvConnectionError(long connection, LXPCErrorType type) override {
         Note(connection, "error " + std::to_string(type));
     }
     void EvMessageReceived(long connection, long, const LList<LXPCDataListable>& items) override {
         Note(connection, "message", items);
+        if (onMessage)
+            onMessage();
     }
     void EvReplyReceived(long connection, const LList<LXPCDataListable>& items) override;
     void EvMessageSent(long connection) override { Note(connection, "sent"); }

@@ -52,11 +52,11 @@ private:
             }
     }
 
-    // As the helper ends: the server first, from its own handler, then the process. Events that run on other
-    // threads may use the server until its destructor has seen them leave.
+    // The server first, from its own handler, then the process. Events that run on other threads may use the
+    // server until its destructor has seen them leave.
     void Shutdown() {
-        while (bEnding.exchange(true))
-            pause();
+        if (bEnding.exchange(true))
+            return;
         delete pServer;
         exit(0);
     }

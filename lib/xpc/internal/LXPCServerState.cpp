@@ -43,15 +43,14 @@ void LXPCServerState::Close() {
         delete pRecord;
 }
 
-// A record of a server that is closed is destroyed without the mutex. Its events begin under the mutex: the first of
-// them may drop the record, and finds it in the list.
+// Under one mutex, so that the first event, which may drop the record already, finds it in the list. A record that is
+// not added is destroyed behind the mutex.
 void LXPCServerState::_Add(std::unique_ptr<LXPCConnection> pRecord) {
     const std::lock_guard guard(mutexConnections);
     if (bClosed)
         return;
-    LXPCConnection& record = *pRecord;
+    pRecord->Resume();
     loConnections.AddHead(pRecord.release());
-    record.Resume();
 }
 
 LXPCConnection* LXPCServerState::_DetachFirst() {
