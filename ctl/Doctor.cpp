@@ -127,7 +127,8 @@ void ReportVerdict(Report& report, const LLoginFacts& facts, const char* szSetti
         return;
     }
     const Action action = ActionOf(verdict, facts);
-    report.AddChoice("nextLogin", "next login", action.szWord, std::string(action.szText) + SessionsOf(eStart));
+    report.AddChoice("nextLogin", "next login", action.szWord,
+                     std::string(action.szText) + SessionsOf(eStart));
     report.AddText("why", "why", verdict.sWhy);
 }
 

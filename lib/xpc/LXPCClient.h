@@ -33,7 +33,7 @@ public:
 
     // Opens a connection to the named Mach service, or, with the flag off, to the named XPC service of the
     // application's bundle. True when the connection was created, which says nothing about the service: one
-    // that is not there is reported as `EvConnectionError`, type invalid.
+    // that is not there, or for which no descriptor is left, is reported as `EvConnectionError`, type invalid.
     bool Connect(const char* szServiceName, unsigned long dwNumber, bool bMachService);
 
     // The connection is cancelled and forgotten. Like the operations below: nothing when there is none under

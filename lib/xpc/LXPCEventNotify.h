@@ -4,6 +4,9 @@
 // time, off the main thread; replies come on the main dispatch queue, so a program that never serves that
 // queue gets none. No lock of the library is held during a call.
 //
+// Lifetime: called until the destructor of the endpoint has returned; `LXPCBase` tells what that allows to an
+// implementation and to its destructor.
+//
 // Connections and messages are handles: the XPC object carried in a long. A connection handle of -1 or 0
 // means none. Items and a message handle live for the duration of the call.
 #pragma once
@@ -26,7 +29,7 @@ public:
     // cancels nor removes the connection. 0 when the error belongs to none.
     virtual void EvConnectionError(long connection, LXPCErrorType type) = 0;
     // A message with at least one declared key; items in the order of declaration. To answer, call
-    // `LXPCBase::SendReply` with both handles from inside this call.
+    // `LXPCBase::SendReply` with both handles from inside this call, or make an `LXPCLateReply` of them.
     virtual void EvMessageReceived(long connection, long message, const LList<LXPCDataListable>& items) = 0;
     // A reply with at least one declared key, on the main dispatch queue.
     virtual void EvReplyReceived(long connection, const LList<LXPCDataListable>& items) = 0;

@@ -40,8 +40,8 @@ void LXPCEndpointState::Handle(void* pObject, bool bReply) {
         pNotify->EvMessageReceived(connection, LXPCHandle(pObject), loItems);
 }
 
-void LXPCSendMessage(const LXPCEndpointStatePtr& pState, long connection, const LList<LXPCDataListable>& loItems,
-                     bool bWantReply) {
+void LXPCSendMessage(const LXPCEndpointStatePtr& pState, long connection,
+                     const LList<LXPCDataListable>& loItems, bool bWantReply) {
     if (!LXPCIsHandle(connection))
         return;
     const LXPCObjectPtr pMessage(xpc_dictionary_create(nullptr, nullptr, 0));
@@ -71,7 +71,8 @@ void LXPCSendReply(const LXPCEndpointStatePtr& pState, long connection, long mes
 
 void LXPCSetHandler(const LXPCEndpointStatePtr& pState, const LXPCConnection& connection) {
     if (connection.IsValid())
-        xpc_connection_set_event_handler(
-            LXPCConnectionObject(connection.GetHandle()),
-            WhileOpen(pState, [](LXPCEndpointState& state, xpc_object_t pEvent) { state.Handle(pEvent, false); }));
+        xpc_connection_set_event_handler(LXPCConnectionObject(connection.GetHandle()),
+                                         WhileOpen(pState, [](LXPCEndpointState& state, xpc_object_t pEvent) {
+                                             state.Handle(pEvent, false);
+                                         }));
 }

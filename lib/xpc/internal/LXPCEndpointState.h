@@ -27,8 +27,8 @@ struct LXPCEndpointState {
 using LXPCEndpointStatePtr = std::shared_ptr<LXPCEndpointState>;
 
 // What the operations of the endpoint of that name do.
-void LXPCSendMessage(const LXPCEndpointStatePtr& pState, long connection, const LList<LXPCDataListable>& loItems,
-                     bool bWantReply);
+void LXPCSendMessage(const LXPCEndpointStatePtr& pState, long connection,
+                     const LList<LXPCDataListable>& loItems, bool bWantReply);
 void LXPCSendReply(const LXPCEndpointStatePtr& pState, long connection, long message,
                    const LList<LXPCDataListable>& loItems);
 void LXPCSetHandler(const LXPCEndpointStatePtr& pState, const LXPCConnection& connection);
