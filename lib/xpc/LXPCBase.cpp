@@ -4,7 +4,7 @@
 
 #include "xpc/internal/LXPCEndpointState.h"
 
-LXPCBase::LXPCBase(std::shared_ptr<LXPCEndpointState> pEndpointState) : pState(std::move(pEndpointState)) {}
+LXPCBase::LXPCBase(std::shared_ptr<LXPCEndpointState> pShared) : pState(std::move(pShared)) {}
 
 LXPCBase::~LXPCBase() {
     _CloseEvents();

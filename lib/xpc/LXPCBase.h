@@ -57,7 +57,7 @@ public:
     bool EndEvents();
 
 protected:
-    explicit LXPCBase(std::shared_ptr<LXPCEndpointState> pEndpointState);
+    explicit LXPCBase(std::shared_ptr<LXPCEndpointState> pShared);
 
     // Ends the delivery of events and waits for those on other threads, as the destructor is to. Destructors of
     // derived classes call it first: the events may use the whole object until then.

@@ -16,8 +16,8 @@ LXPCServerBase::LXPCServerBase(LXPCServerEventNotify* pSink) : LXPCServerBase(pS
 LXPCServerBase::LXPCServerBase(LXPCServerEventNotify* pSink, bool bCheckPeers)
     : LXPCServerBase(std::make_shared<LXPCServerState>(pSink, bCheckPeers)) {}
 
-LXPCServerBase::LXPCServerBase(std::shared_ptr<LXPCServerState> pState)
-    : LXPCBase(pState), pServerState(std::move(pState)) {
+LXPCServerBase::LXPCServerBase(std::shared_ptr<LXPCServerState> pShared)
+    : LXPCBase(pShared), pServerState(std::move(pShared)) {
     const std::lock_guard guard(mutexCurrent);
     pServer = this;
 }

@@ -41,7 +41,7 @@ protected:
     static std::shared_ptr<LXPCServerState> _GetCurrentState();
 
 private:
-    explicit LXPCServerBase(std::shared_ptr<LXPCServerState> pState);
+    explicit LXPCServerBase(std::shared_ptr<LXPCServerState> pShared);
 
     std::shared_ptr<LXPCServerState> pServerState;
 };
