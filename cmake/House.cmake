@@ -99,8 +99,8 @@ function(lfoundation_test name)
   if(NOT arg_TIMEOUT)
     set(arg_TIMEOUT 60)
   endif()
-  lfoundation_program(${name} SOURCES ${arg_SOURCES} LIBS ${arg_LIBS} GTest::gtest GTest::gtest_main)
-  target_include_directories(lfoundation_${name} PRIVATE ${PROJECT_SOURCE_DIR}/port ${PROJECT_SOURCE_DIR}/tests)
+  lfoundation_program(${name} SOURCES ${arg_SOURCES}
+    LIBS lfoundation_test_support ${arg_LIBS} GTest::gtest GTest::gtest_main)
   gtest_discover_tests(lfoundation_${name} DISCOVERY_TIMEOUT 60
     PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}")
 endfunction()

@@ -9,7 +9,7 @@
 #include <port/UniqueFd.h>
 #include <string>
 
-#include "xpc/ChildProcess.h"
+#include "support/ChildProcess.h"
 
 class Login {
 public:

@@ -6,7 +6,7 @@
 #include <sys/stat.h>
 
 #include "app/Login.h"
-#include "xpc/RecordingClient.h"
+#include "support/RecordingClient.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 
 #include "debug/LDebugThread.h"
 #include "support/Bundle.h"
-#include "xpc/ChildProcess.h"
+#include "support/ChildProcess.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include "files/LFile.h"
 #include "foundation/BookmarkRecord.h"
 #include "support/Bundle.h"
-#include "xpc/ChildProcess.h"
+#include "support/ChildProcess.h"
 
 namespace {
 

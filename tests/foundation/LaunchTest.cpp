@@ -9,7 +9,7 @@
 #include <thread>
 
 #include "support/Bundle.h"
-#include "xpc/ChildProcess.h"
+#include "support/ChildProcess.h"
 
 namespace {
 

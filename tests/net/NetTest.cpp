@@ -3,9 +3,9 @@
 #include "host/SystemCalls.h"
 #include "net/LProcessSocket.h"
 #include "net/LTCPListener.h"
+#include "support/ChildProcess.h"
 #include "support/Recorder.h"
 #include "support/SignalStorm.h"
-#include "xpc/ChildProcess.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -15,7 +15,7 @@
 #include <unistd.h>
 
 #include "support/Bundle.h"
-#include "xpc/ChildProcess.h"
+#include "support/ChildProcess.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 
 #include <port/main_queue.h>
 
-#include "xpc/ChildProcess.h"
+#include "support/ChildProcess.h"
 
 // False when the condition does not come true in time.
 template <typename Condition>

@@ -6,8 +6,8 @@
 #include <gtest/gtest.h>
 #include <memory>
 
-#include "xpc/ChildProcess.h"
-#include "xpc/RecordingClient.h"
+#include "support/ChildProcess.h"
+#include "support/RecordingClient.h"
 
 class HostFixture : public testing::Test {
 protected:

@@ -1,4 +1,4 @@
-#include "xpc/ChildProcess.h"
+#include "support/ChildProcess.h"
 #include "xpc/XPCEndpoint.h"
 #include "xpc/XPCRuntimeFolder.h"
 

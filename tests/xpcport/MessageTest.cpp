@@ -1,6 +1,6 @@
 // Messages as their sender and receiver see them, and as they travel.
 #include "host/SystemCalls.h"
-#include "xpc/ChildProcess.h"
+#include "support/ChildProcess.h"
 #include "xpc/XPCFrameReader.h"
 #include "xpc/XPCFrameWriter.h"
 

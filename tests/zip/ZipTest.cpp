@@ -6,8 +6,8 @@
 
 #include "files/LFile.h"
 #include "support/Bundle.h"
+#include "support/ChildProcess.h"
 #include "support/Recorder.h"
-#include "xpc/ChildProcess.h"
 #include "zip/LProcessZip.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "xpc/RecordingClient.h"
+#include "support/RecordingClient.h"
 
 #include <port/bsd.h>
 
