@@ -5,14 +5,12 @@
 #include <Foundation/Foundation.h>
 #include <cerrno>
 #include <port/bsd.h>
-#include <pwd.h>
+#include <port/user.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <vector>
 
 #include "base/LLimits.h"
 #include "base/internal/LIdentity.h"
-#include "platform/LCFString.h"
 #include "platform/LCFURL.h"
 #include "strings/LStringFormat.h"
 
@@ -22,7 +20,6 @@ constexpr char kSharedFolderName[] = "Shared";
 constexpr char kAllUsersApplications[] = "/Applications";
 constexpr char kMountedVolumes[] = "/Volumes";
 constexpr char kHelpInBundle[] = "/Contents/Resources/help";
-constexpr std::size_t kUserEntrySize = 16384;
 
 struct PlaceRow {
     unsigned int dwDirectory; // an NSSearchPathDirectory
@@ -42,8 +39,8 @@ constexpr PlaceRow kPlaces[] = {
     {NSApplicationSupportDirectory, "Library/Application Support"},
 };
 
-void CopyText(char* szOut, const NSRef<NSString>& text) {
-    strlcpy(szOut, text ? text->UTF8String() : "", LPathBufferSize);
+void CopyPath(char* szOut, const NSRef<NSString>& path) {
+    strlcpy(szOut, path ? path->fileSystemRepresentation() : "", LPathBufferSize);
 }
 
 } // namespace
@@ -53,10 +50,10 @@ void GetUserSpecialFolder(char* szOut, unsigned int dwDirectory, const char* szF
     const auto found = NSSearchPathForDirectoriesInDomains(static_cast<NSSearchPathDirectory>(dwDirectory),
                                                            NSUserDomainMask, true);
     if (!found.empty())
-        return CopyText(szOut, found.front());
+        return CopyPath(szOut, found.front());
     char szHome[LPathBufferSize];
     LFile::GetUserFolder(szHome);
-    LFile::_MakeFilePath(szOut, szHome, szFallback, "");
+    LFile::_MakeFilePath(szOut, szHome[0] != '\0' ? szHome : "/", szFallback, "");
     if (!LFile::Exists(szOut))
         mkdir(szOut, 0777);
 }
@@ -67,16 +64,12 @@ void LFile::_GetPlace(char* szOut, Place ePlace) {
 }
 
 void LFile::GetUserFolder(char* szOut) {
-    CopyText(szOut, NSHomeDirectory());
+    CopyPath(szOut, NSHomeDirectory());
 }
 
 void LFile::GetUserFolderNonSandboxed(char* szOut) {
-    std::vector<char> buffer(kUserEntrySize);
-    passwd entry;
-    passwd* pFound = nullptr;
-    const bool bKnown =
-        getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &pFound) == 0 && pFound != nullptr;
-    strlcpy(szOut, bKnown ? pFound->pw_dir : "", LPathBufferSize);
+    const auto user = port::userEntry(getuid());
+    strlcpy(szOut, user ? user->home.c_str() : "", LPathBufferSize);
 }
 
 void LFile::GetUserDataFolderApp(char* szOut) {
@@ -116,7 +109,7 @@ void LFile::GetApplicationsFolder(char* szOut) {
     if (found.empty())
         strlcpy(szOut, kAllUsersApplications, LPathBufferSize);
     else
-        CopyText(szOut, found.front());
+        CopyPath(szOut, found.front());
 }
 
 bool LFile::GetInstalledApplicationExePath(char* szOut, const char* szName) {
@@ -131,14 +124,16 @@ bool LFile::GetInstalledApplicationExePath(char* szOut, const char* szName) {
 }
 
 void LFile::GetProgramExecutablePath(char* szOut) {
-    const LCFURL url(CFBundleCopyBundleURL(CFBundleGetMainBundle()));
-    const LCFRef<CFStringRef> path(CFURLCopyFileSystemPath(url.Get(), kCFURLPOSIXPathStyle));
-    LCFString(path.Get()).GetString(szOut, LPathBufferSize);
+    CFBundleRef pBundle = CFBundleGetMainBundle();
+    LCFURL(pBundle != nullptr ? CFBundleCopyBundleURL(pBundle) : nullptr).GetPath(szOut, LPathBufferSize);
 }
 
 void LFile::GetHelpFolder(char* szOut) {
     const NSRef<NSString> bundle = NSBundle::mainBundle()->bundlePath();
-    tplsnprintf(szOut, LPathBufferSize, "%s%s", bundle ? bundle->UTF8String() : "", kHelpInBundle);
+    if (bundle)
+        tplsnprintf(szOut, LPathBufferSize, "%s%s", bundle->fileSystemRepresentation(), kHelpInBundle);
+    else
+        szOut[0] = '\0';
 }
 
 void LFile::GetMountedDrivesFolder(char* szOut) {

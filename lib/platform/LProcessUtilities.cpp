@@ -16,7 +16,7 @@
 #include <memory>
 #include <port/bsd.h>
 #include <port/locale.h>
-#include <pwd.h>
+#include <port/user.h>
 #include <strings.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -30,31 +30,10 @@ std::atomic<int> lfoundation::gGuiUid{-1};
 namespace {
 
 constexpr unsigned long kLocaleNameSize = 6; // "de_DE" and the terminator
-constexpr unsigned long kFirstEntrySize = 1024;
-constexpr unsigned long kLargestEntrySize = 1024UL * 1024; // bytes of an entry of the user or group database
 
 const char* Environment(const char* szVariable) {
     const char* const szValue = std::getenv(szVariable);
     return szValue != nullptr ? szValue : "";
-}
-
-// Asks a reentrant function of the user or group database with as much memory as the entry wants. Null when
-// there is no entry or it cannot be had.
-template <typename Entry, typename Ask>
-Entry* FindEntry(Entry& entry, std::vector<char>& buffer, Ask ask) {
-    Entry* pFound = nullptr;
-    for (buffer.resize(kFirstEntrySize); buffer.size() <= kLargestEntrySize; buffer.resize(2 * buffer.size()))
-        if (ask(&entry, buffer.data(), buffer.size(), &pFound) != ERANGE)
-            break;
-    return pFound;
-}
-
-bool IsGroupNamed(gid_t group, const char* szName) {
-    struct group entry;
-    std::vector<char> buffer;
-    const struct group* const pFound =
-        FindEntry(entry, buffer, [=](auto... place) { return getgrgid_r(group, place...); });
-    return pFound != nullptr && std::strcmp(pFound->gr_name, szName) == 0;
 }
 
 void CopyLocaleName(char (&szName)[kLocaleNameSize], CFTypeRef value) {
@@ -142,8 +121,10 @@ bool LIsUserAdministrator() {
     std::vector<gid_t> groups(NGROUPS_MAX + 1);
     const int nGroups = getgroups(static_cast<int>(groups.size()), groups.data());
     groups.resize(static_cast<std::size_t>(std::max(nGroups, 0)));
-    return std::any_of(groups.begin(), groups.end(),
-                       [](gid_t group) { return IsGroupNamed(group, "admin"); });
+    return std::any_of(groups.begin(), groups.end(), [](gid_t group) {
+        const auto entry = port::groupEntry(group);
+        return entry && entry->name == "admin";
+    });
 }
 
 bool LIsUserRunningAsAdministrator() {
@@ -155,11 +136,13 @@ bool LSwitchToUser() {
     strlcpy(szUser, Environment("LOGNAME"), sizeof szUser);
     if (szUser[0] == '\0')
         strlcpy(szUser, Environment("USER"), sizeof szUser);
-    passwd entry;
-    std::vector<char> buffer;
-    const passwd* const pFound =
-        FindEntry(entry, buffer, [&](auto... place) { return getpwnam_r(szUser, place...); });
-    return pFound != nullptr && setuid(pFound->pw_uid) == 0;
+    const auto user = port::userNamed(szUser);
+    if (!user)
+        return false;
+    // Once the user id is another's the groups cannot be changed any more.
+    if (geteuid() == 0 && (initgroups(user->name.c_str(), user->group) != 0 || setgid(user->group) != 0))
+        return false;
+    return setuid(user->user) == 0;
 }
 
 bool LSwitchToRoot() {

@@ -57,7 +57,8 @@ bool LIsUserAdministrator();
 bool LIsUserRunningAsAdministrator(); // the same
 
 // Sets the user id to that of the user in LOGNAME, else USER. False when there is no such user or the process
-// may not. From root there is no way back: all ids of the process change.
+// may not. From root there is no way back: all ids of the process change, and its groups become those of the user.
+// After a failure there the groups may be the user's already: do not go on as root.
 bool LSwitchToUser();
 bool LSwitchToRoot();
 

@@ -1,24 +1,20 @@
 #include <port/bsd.h>
 #include <port/trust.h>
+#include <port/user.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <grp.h>
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
-#include <vector>
-
-#include "host/UserEntry.h"
 
 namespace port {
 namespace {
 
-constexpr std::size_t kDatabaseEntrySize = 16384; // bytes of texts of one group
-constexpr int kMaxLinks = 40;                     // as many as the system itself follows
+constexpr int kMaxLinks = 40; // as many as the system itself follows
 
 bool isOurs(uid_t user) {
     return user == ::geteuid() || user == 0;
@@ -27,18 +23,13 @@ bool isOurs(uid_t user) {
 // True when the group is the user's alone, as far as the user database tells: it does not say whose primary
 // group a group is, but one of the user's name is made for this user.
 bool isOwnGroup(gid_t group, uid_t user) {
-    const auto owner = port::userEntry(user);
-    std::vector<char> texts(kDatabaseEntrySize);
-    ::group members;
-    ::group* found = nullptr;
-    if (!owner || owner->group != group ||
-        ::getgrgid_r(group, &members, texts.data(), texts.size(), &found) != 0 || found == nullptr ||
-        owner->name != members.gr_name)
+    const auto owner = userEntry(user);
+    if (!owner || owner->group != group)
         return false;
-    for (char** name = members.gr_mem; *name != nullptr; ++name)
-        if (*name != owner->name)
-            return false;
-    return true;
+    const auto found = groupEntry(group);
+    return found && found->name == owner->name &&
+           std::all_of(found->members.begin(), found->members.end(),
+                       [&](const std::string& name) { return name == owner->name; });
 }
 
 // With a list the group's bits are those of its mask, and may be another user's.

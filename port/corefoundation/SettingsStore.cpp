@@ -3,6 +3,7 @@
 #include <cerrno>
 
 #include "corefoundation/CFString.h"
+#include "host/ExecutableLink.h"
 #include "host/UserFolders.h"
 
 namespace port {
@@ -149,7 +150,7 @@ std::string SettingsStore::ownPath() {
     const CFStringRef identifier = bundle == nullptr ? nullptr : CFBundleGetIdentifier(bundle);
     std::string name;
     const std::string path = identifier != nullptr && copyUtf8(identifier, name) ? pathFor(name) : "";
-    return path.empty() ? pathFor(program_invocation_short_name) : path;
+    return path.empty() ? pathFor(ownProgramName()) : path;
 }
 
 } // namespace port

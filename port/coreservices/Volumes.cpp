@@ -7,6 +7,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <port/UniqueFd.h>
+#include <port/user.h>
 #include <port/bsd.h>
 #include <string>
 #include <string_view>
@@ -17,7 +18,6 @@
 
 #include "coreservices/NodeTable.h"
 #include "host/SystemCalls.h"
-#include "host/UserEntry.h"
 
 namespace port {
 namespace {

@@ -1,3 +1,4 @@
+#include "corefoundation/CFURL.h"
 #include <Foundation/Foundation.h>
 
 NSBundle* NSBundle::mainBundle() {
@@ -6,10 +7,9 @@ NSBundle* NSBundle::mainBundle() {
 }
 
 NSRef<NSString> NSBundle::bundlePath() const {
-    const CFURLRef url = CFBundleCopyBundleURL(CFBundleGetMainBundle());
-    const CFStringRef path = CFURLCopyFileSystemPath(url, kCFURLPOSIXPathStyle);
-    NSRef<NSString> text = NSString::stringWithCFString(path);
-    CFRelease(path);
-    CFRelease(url);
-    return text;
+    CFBundleRef bundle = CFBundleGetMainBundle();
+    if (bundle == nullptr)
+        return {};
+    const port::CFRef<CFURLRef> url(CFBundleCopyBundleURL(bundle));
+    return NSString::stringWithFileSystemRepresentation(url.get()->path.c_str());
 }

@@ -10,6 +10,11 @@ NSRef<NSString> NSString::stringWithUTF8String(const char* text) {
     return checked ? NSRef<NSString>(new NSString(text)) : NSRef<NSString>();
 }
 
+NSRef<NSString> NSString::stringWithFileSystemRepresentation(const char* path) {
+    NSRef<NSString> text = stringWithUTF8String(path);
+    return text ? text : NSRef<NSString>(new NSString(path, false));
+}
+
 NSRef<NSString> NSString::stringWithCFString(CFStringRef text) {
     if (text == nullptr)
         return {};

@@ -84,7 +84,7 @@ std::string searchPath(NSSearchPathDirectory directory) {
 
 NSRef<NSString> NSHomeDirectory() {
     const std::string home = port::homeFolder();
-    return home.empty() ? NSRef<NSString>() : NSString::stringWithUTF8String(home.c_str());
+    return home.empty() ? NSRef<NSString>() : NSString::stringWithFileSystemRepresentation(home.c_str());
 }
 
 std::vector<NSRef<NSString>> NSSearchPathForDirectoriesInDomains(NSSearchPathDirectory directory,
@@ -95,8 +95,7 @@ std::vector<NSRef<NSString>> NSSearchPathForDirectoriesInDomains(NSSearchPathDir
     else if (domain == NSUserDomainMask)
         path = port::searchPath(directory);
     std::vector<NSRef<NSString>> found;
-    if (NSRef<NSString> text =
-            path.empty() ? NSRef<NSString>() : NSString::stringWithUTF8String(path.c_str()))
-        found.push_back(std::move(text));
+    if (!path.empty())
+        found.push_back(NSString::stringWithFileSystemRepresentation(path.c_str()));
     return found;
 }

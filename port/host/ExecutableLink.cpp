@@ -3,6 +3,7 @@
 #include <array>
 #include <climits>
 #include <fcntl.h>
+#include <sys/auxv.h>
 #include <unistd.h>
 
 namespace port {
@@ -25,6 +26,14 @@ std::string readExecutableLink(const char* link) {
 
 std::string ownExecutable() {
     return readExecutableLink("/proc/self/exe");
+}
+
+// Without a process table the path that the kernel was given to execute tells it.
+std::string ownProgramName() {
+    std::string path = ownExecutable();
+    if (const auto* given = reinterpret_cast<const char*>(::getauxval(AT_EXECFN)); path.empty() && given)
+        path = given;
+    return path.substr(path.rfind('/') + 1);
 }
 
 } // namespace port

@@ -17,7 +17,10 @@ std::string_view readExecutableLink(int folder, const char* link, std::span<char
 // The same of a path.
 std::string readExecutableLink(const char* link);
 
-// The program of this process.
+// The program of this process; empty where there is no process table.
 std::string ownExecutable();
+
+// The program's file name, whatever name the process was started under.
+std::string ownProgramName();
 
 } // namespace port

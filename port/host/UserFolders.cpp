@@ -1,9 +1,8 @@
 #include "host/UserFolders.h"
 
 #include <cstdlib>
+#include <port/user.h>
 #include <unistd.h>
-
-#include "host/UserEntry.h"
 
 namespace port {
 namespace {

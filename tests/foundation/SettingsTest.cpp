@@ -10,6 +10,7 @@
 
 #include "host/SystemCalls.h"
 #include "support/Bundle.h"
+#include "support/Child.h"
 #include "support/ChildProcess.h"
 
 namespace {
@@ -123,6 +124,12 @@ TEST_F(Settings, ProcessesAndThreadsAtTheSameTimeLoseNothing) {
 }
 
 TEST_F(Settings, FoldersModesAndLinksStayAsTheyAre) {
+    InChild([&] {
+        static char other[] = "other";
+        program_invocation_short_name = other;
+        EXPECT_EQ(NSUserDefaults::standardUserDefaults()->port_path(),
+                  place.Path() + "/foundation_test.plist");
+    });
     umask(0);
     const std::string folder = place.Path() + "/deep";
     const std::string saved = folder + "/er/shared.plist";

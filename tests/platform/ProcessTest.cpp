@@ -126,7 +126,7 @@ TEST(ProcessTest, TellsWhoTheUserIs) {
         setenv("LOGNAME", "", 1);
         setenv("USER", "nobody", 1);
         EXPECT_TRUE(LSwitchToUser());
-        EXPECT_TRUE(Holds("PATH=/usr/bin:/bin; test $(id -un) = nobody"));
+        EXPECT_TRUE(Holds("PATH=/usr/bin:/bin; test \"$(id -un; id -G)\" = \"nobody\n$(id -G nobody)\""));
         EXPECT_FALSE(LIsUserRoot() || LIsUserAdministrator() || LSwitchToRoot());
         groupsAreAdmin = true;
         EXPECT_TRUE(LIsUserAdministrator());

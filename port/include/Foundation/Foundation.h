@@ -50,23 +50,27 @@ private:
 template <typename T>
 using NSRef = port::Reference<T>;
 
-// An immutable text.
+// An immutable text, or the path of a file, whose bytes need not be one.
 class NSString final : public NSObject {
 public:
     // Null when `text` is null or no well-formed UTF-8.
     static NSRef<NSString> stringWithUTF8String(const char* text);
     // Null when `text` is null or has no UTF-8 form (a lone surrogate).
     static NSRef<NSString> stringWithCFString(CFStringRef text);
+    // A path, any bytes; not null.
+    static NSRef<NSString> stringWithFileSystemRepresentation(const char* path);
 
-    // Lives as long as this object.
-    const char* UTF8String() const { return utf8_.c_str(); }
+    // Both live as long as this object; the text of a path that is no well-formed UTF-8 is empty.
+    const char* UTF8String() const { return isText_ ? bytes_.c_str() : ""; }
+    const char* fileSystemRepresentation() const { return bytes_.c_str(); }
     // Exact comparison.
-    bool isEqualToString(const char* text) const { return utf8_ == text; }
+    bool isEqualToString(const char* text) const { return bytes_ == text; }
 
 private:
-    explicit NSString(std::string utf8) : utf8_(std::move(utf8)) {}
+    explicit NSString(std::string bytes, bool isText = true) : bytes_(std::move(bytes)), isText_(isText) {}
 
-    std::string utf8_;
+    std::string bytes_;
+    bool isText_;
 };
 
 // Immutable bytes.
@@ -160,7 +164,7 @@ class SettingsStore;
 }
 
 // The settings of one application: one property list, `<bundle identifier>.plist` (for a program outside a
-// bundle `<executable name>.plist`), in $XDG_CONFIG_HOME, else ~/.config.
+// bundle `<file name of the executable>.plist`), in $XDG_CONFIG_HOME, else ~/.config.
 //
 // Reading and changing work in memory; the file is read at the first use, and until that has succeeded at
 // every use, and never changed by it. The lasting effect comes with `synchronize`, which blocks.
@@ -249,7 +253,7 @@ public:
 };
 
 // The home folder as it was given to this process: CFFIXED_USER_HOME, else HOME, else the entry of the user
-// database. Null when there is none.
+// database. A path, which need not be UTF-8. Null when there is none.
 NSRef<NSString> NSHomeDirectory();
 
 // What the application tells its delegate.
@@ -276,7 +280,7 @@ enum NSSearchPathDirectory : unsigned long {
 };
 enum NSSearchPathDomainMask : unsigned long { NSUserDomainMask = 1, NSLocalDomainMask = 2 };
 
-// The folders of that kind, the first one to be preferred; none when there is none. Absolute; the tilde is
+// The folders of that kind, the first one to be preferred; none when there is none. Absolute paths; the tilde is
 // always expanded. Caches and application support are those of the XDG base directories and are made, 0700,
 // when they are missing; documents, media and the like come from user-dirs.dirs in the configuration folder.
 std::vector<NSRef<NSString>> NSSearchPathForDirectoriesInDomains(NSSearchPathDirectory directory,
@@ -287,5 +291,6 @@ std::vector<NSRef<NSString>> NSSearchPathForDirectoriesInDomains(NSSearchPathDir
 class NSBundle final : public NSObject {
 public:
     static NSBundle* mainBundle();
+    // Null where the system does not tell a process its program.
     NSRef<NSString> bundlePath() const;
 };
