@@ -2,7 +2,8 @@
 //
 // Thread-safety: all operations are reentrant and keep no state. Those on paths allocate nothing.
 //
-// A path is a terminated UTF-8 text of at most 259 bytes. Every `szOut` is a buffer of LPathBufferSize bytes
+// A path is a terminated text of at most 259 bytes; they are UTF-8 where a path is shown to people, but nothing
+// depends on it. Every `szOut` is a buffer of LPathBufferSize bytes
 // that the caller owns; it is always terminated, and what does not fit is cut, by bytes. Slash and backslash
 // both separate on input; a separator that an operation adds is a slash. Comparisons are by bytes and regard
 // case. The file part of a path is what follows its last separator; an extension is handled together with its
@@ -139,7 +140,7 @@ public:
     // True when somebody else holds a lock on the file that forbids our exclusive one. Both are the same test.
     static bool TestFileShareWriteBlocked(const char* szPath);
     static bool TestFileShareReadBlocked(const char* szPath) { return TestFileShareWriteBlocked(szPath); }
-    // True when the file carries a flag that forbids its change.
+    // True when the file or folder, links followed, carries a flag that forbids its change.
     static bool TestFileLocked(const char* szPath);
 
     // Marks the file as UTF-8 text for the platform. 0, or -1 when it could not be marked.
@@ -151,9 +152,9 @@ public:
     static bool IsErrorPermissionDenied();
     static bool IsErrorFileNotFound();
 
-    // Where things are. Results are cut at 259 bytes. A getter never fails: where the platform names no folder
-    // it is a fixed one below the home folder, which is made (one level, mode 0777 under the process's mask)
-    // when it is missing.
+    // Where things are. Results are absolute and cut at 259 bytes. A getter never fails: where the platform names
+    // no folder it is a fixed one below the home folder, or below "/" for a user without one, and is made (one
+    // level, mode 0777 under the process's mask) when it is missing.
 
     // The folder for temporary files: the user's caches.
     static void GetTempFolder(char* szOut) { _GetPlace(szOut, PlaceTemp); }
@@ -199,7 +200,7 @@ public:
     // Where a bundle of that name is installed, for the user or for all; true when there is one. The path of
     // the place for all users otherwise.
     static bool GetInstalledApplicationExePath(char* szOut, const char* szName);
-    // The bundle of this process, and the help in it.
+    // The bundle of this process, and the help in it; empty where the system does not tell a process its program.
     static void GetProgramExecutablePath(char* szOut);
     static void GetHelpFolder(char* szOut);
     // Where volumes are mounted; both are the same place.

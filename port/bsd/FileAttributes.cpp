@@ -26,11 +26,10 @@ port::UniqueFd openRegular(int folder, const char* name) {
 } // namespace
 
 unsigned port_file_flags(int folder, const char* name) {
-    const port::UniqueFd file = openRegular(folder, name);
-    int flags = 0;
-    if (!file || ::ioctl(file.get(), FS_IOC_GETFLAGS, &flags) != 0)
+    struct statx status;
+    if (::statx(folder, name, 0, STATX_TYPE, &status) != 0)
         return 0;
-    return (flags & kImmutable) != 0 ? SF_IMMUTABLE : 0;
+    return (status.stx_attributes & (STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND)) != 0 ? SF_IMMUTABLE : 0;
 }
 
 bool port_clear_file_flags(int folder, const char* name) {

@@ -91,15 +91,12 @@ bool decode(std::string_view escaped, char* out, std::size_t size) {
     return true;
 }
 
-// Optional fields stand between the options and the "-".
-std::string_view typeBehindSeparator(std::string_view rest) {
-    while (!rest.empty() && takeField(rest) != "-") {
-    }
-    const std::string_view type = takeField(rest);
-    return type == "vfat" ? "fat32" : type;
+void clear(port_statfs_t& result) {
+    result.f_mntonname[0] = result.f_mntfromname[0] = result.f_fstypename[0] = '\0';
 }
 
-bool fill(std::string_view mountPoint, std::string_view type, port_statfs_t& result) {
+bool fill(std::string_view mountPoint, std::string_view type, std::string_view source,
+          port_statfs_t& result) {
     if (mountPoint.empty() || type.empty()) {
         errno = ENOENT;
         return false;
@@ -109,6 +106,10 @@ bool fill(std::string_view mountPoint, std::string_view type, port_statfs_t& res
         errno = ENAMETOOLONG;
         return false;
     }
+    if (!decode(source, result.f_mntfromname, sizeof result.f_mntfromname))
+        result.f_mntfromname[0] = '\0';
+    if (type == "vfat")
+        type = "fat32";
     result.f_fstypename[type.copy(result.f_fstypename, sizeof result.f_fstypename - 1)] = '\0';
     return true;
 }
@@ -132,7 +133,7 @@ std::string_view typeOf(const char* path) {
 
 bool readMountId(const char* path, std::uint64_t& id) {
     struct statx status = {};
-    if (statx(AT_FDCWD, path, 0, STATX_MNT_ID, &status) != 0)
+    if (statx(AT_FDCWD, path, AT_STATX_DONT_SYNC, STATX_MNT_ID, &status) != 0)
         return false;
     id = status.stx_mnt_id;
     if ((status.stx_mask & STATX_MNT_ID) != 0)
@@ -148,13 +149,13 @@ bool readRootMount(const char* path, std::uint64_t id, port_statfs_t& result) {
     std::uint64_t rootId = 0;
     const bool isBelowRoot = readMountId("/", rootId) && rootId == id;
     errno = error;
-    return isBelowRoot && fill("/", typeOf(path), result);
+    return isBelowRoot && fill("/", typeOf(path), "", result);
 }
 
 } // namespace
 
 bool readMount(int table, std::uint64_t id, port_statfs_t& result) {
-    result.f_mntonname[0] = result.f_fstypename[0] = '\0';
+    clear(result);
     LineReader lines(table);
     for (std::string_view line; lines.next(line);) {
         if (!isNumber(takeField(line), id))
@@ -163,7 +164,10 @@ bool readMount(int table, std::uint64_t id, port_statfs_t& result) {
         takeField(line); // the device
         takeField(line); // what of the volume is mounted
         const std::string_view mountPoint = takeField(line);
-        return fill(mountPoint, typeBehindSeparator(line), result);
+        while (!line.empty() && takeField(line) != "-") { // optional fields stand between
+        }
+        const std::string_view type = takeField(line);
+        return fill(mountPoint, type, takeField(line), result);
     }
     errno = ENOENT;
     return false;
@@ -174,7 +178,7 @@ bool readMount(int table, std::uint64_t id, port_statfs_t& result) {
 // The kernel tells the mount of a path by its id, which is exact where names are not: with mounts on top of
 // one another, bind mounts, and subvolumes that have device numbers of their own.
 int port_statfs(const char* path, port_statfs_t* result) {
-    result->f_mntonname[0] = result->f_fstypename[0] = '\0';
+    port::clear(*result);
     std::uint64_t id = 0;
     if (!port::readMountId(path, id))
         return -1;

@@ -1,4 +1,5 @@
 #include "coreservices/NodeTable.h"
+#include "coreservices/VolumeNumbers.h"
 
 #include <climits>
 #include <cstdlib>
@@ -14,6 +15,8 @@ static_assert(kPortPathSize >= PATH_MAX, "realpath writes up to PATH_MAX bytes")
 namespace port {
 namespace {
 
+constexpr FSCatalogInfoBitmap kIds = kFSCatInfoParentDirID | kFSCatInfoNodeID;
+
 bool makePascalString(const std::string& text, unsigned char* out, std::size_t size) {
     if (text.size() > size - 1)
         return false;
@@ -22,23 +25,36 @@ bool makePascalString(const std::string& text, unsigned char* out, std::size_t s
     return true;
 }
 
-// The object a reference was made for, if it is still there.
-OSErr findReferred(const FSRef& ref, CatalogEntry& entry) {
+// What is asked of an object.
+struct Answer {
+    bool isFolder = false;
+    SInt16 volume = 0;
+    CatalogEntry entry;
+};
+
+// Asks for what is wanted only. A volume that cannot be told has a number all the same, and no answers.
+OSErr ask(const FSRef& ref, FSCatalogInfoBitmap which, Answer& answer) {
     struct stat status = {};
     if (::lstat(ref.path, &status) != 0 || status.st_dev != ref.device || status.st_ino != ref.inode)
         return fnfErr;
-    return NodeTable::shared().find(ref.path, entry);
+    answer.isFolder = S_ISDIR(status.st_mode);
+    if ((which & kFSCatInfoVolume) != 0) {
+        port_statfs_t mount;
+        port_statfs(ref.path, &mount);
+        answer.volume = VolumeNumbers::shared().numberOf(mount.f_mntonname);
+    }
+    return (which & kIds) != 0 ? NodeTable::shared().find(ref.path, answer.entry) : noErr;
 }
 
-void fillInfo(const CatalogEntry& entry, FSCatalogInfoBitmap which, FSCatalogInfo& info) {
+void fillInfo(const Answer& answer, FSCatalogInfoBitmap which, FSCatalogInfo& info) {
     if ((which & kFSCatInfoNodeFlags) != 0)
-        info.nodeFlags = entry.isFolder ? kFSNodeIsDirectoryMask : UInt16{0};
+        info.nodeFlags = answer.isFolder ? kFSNodeIsDirectoryMask : UInt16{0};
     if ((which & kFSCatInfoVolume) != 0)
-        info.volume = entry.volume;
+        info.volume = answer.volume;
     if ((which & kFSCatInfoParentDirID) != 0)
-        info.parentDirID = static_cast<UInt32>(entry.parent);
+        info.parentDirID = static_cast<UInt32>(answer.entry.parent);
     if ((which & kFSCatInfoNodeID) != 0)
-        info.nodeID = static_cast<UInt32>(entry.id);
+        info.nodeID = static_cast<UInt32>(answer.entry.id);
 }
 
 } // namespace
@@ -77,18 +93,18 @@ OSErr FSGetCatalogInfo(const FSRef* ref, FSCatalogInfoBitmap which, FSCatalogInf
                        FSSpec* spec, FSRef* parent) {
     if (name != nullptr || parent != nullptr)
         return paramErr;
-    port::CatalogEntry entry;
-    const OSErr error = port::findReferred(*ref, entry);
+    port::Answer answer;
+    const OSErr error = port::ask(*ref, spec == nullptr ? which : ~0U, answer);
     if (error != noErr)
         return error;
     if (spec != nullptr) {
-        if (!port::makePascalString(entry.name, spec->name, sizeof spec->name))
+        if (!port::makePascalString(answer.entry.name, spec->name, sizeof spec->name))
             return bdNamErr;
-        spec->vRefNum = entry.volume;
-        spec->parID = entry.parent;
+        spec->vRefNum = answer.volume;
+        spec->parID = answer.entry.parent;
     }
     if (info != nullptr)
-        port::fillInfo(entry, which, *info);
+        port::fillInfo(answer, which, *info);
     return noErr;
 }
 
@@ -100,8 +116,6 @@ OSErr PBGetCatInfoSync(CInfoPBRec* block) {
     const OSErr error = port::NodeTable::shared().find(folder.ioDrDirID, entry);
     if (error != noErr)
         return error;
-    if (!entry.isFolder)
-        return fnfErr;
     if (folder.ioNamePtr != nullptr && !port::makePascalString(entry.name, folder.ioNamePtr, sizeof(Str255)))
         return bdNamErr;
     folder.ioDrParID = entry.parent;

@@ -1,7 +1,7 @@
 #include "coreservices/NodeTable.h"
 
 #include <algorithm>
-#include <port/bsd.h>
+#include <limits>
 #include <string_view>
 
 namespace port {
@@ -12,106 +12,91 @@ constexpr std::string_view kRootVolumeName = "System";
 
 } // namespace
 
+NodeTable::NodeTable(std::size_t most) : most_(most) {
+    struct stat status = {};
+    ::lstat("/", &status);
+    root_ = identityOf(status);
+}
+
 NodeTable& NodeTable::shared() {
-    static NodeTable& table = *new NodeTable;
+    static NodeTable& table = *new NodeTable(kMaxNodes);
     return table;
 }
 
-NodeTable::NodeTable() {
-    struct stat status = {};
-    if (::stat("/", &status) != 0)
-        status = {};
-    nodes_.push_back({{status.st_dev, status.st_ino}, fsRtParID, std::string(kRootVolumeName)});
-    ids_[nodes_[0].identity] = fsRtDirID;
-    volumes_.push_back({status.st_dev, "/"});
+bool NodeTable::walk(std::string_view path, std::vector<Step>& way) {
+    for (std::size_t begin = 1; begin < path.size();) {
+        const std::size_t end = std::min(path.find('/', begin), path.size());
+        struct stat status = {};
+        if (::lstat(std::string(path.substr(0, end)).c_str(), &status) != 0)
+            return false;
+        way.push_back(
+            {identityOf(status), S_ISDIR(status.st_mode), std::string(path.substr(begin, end - begin))});
+        begin = end + 1;
+    }
+    return true;
 }
 
 OSErr NodeTable::find(const char* path, CatalogEntry& entry) {
-    const std::lock_guard lock(mutex_);
-    const std::string_view whole(path);
-    std::string prefix("/");
-    entry.id = fsRtDirID;
-    struct stat status = {};
-    if (::lstat("/", &status) != 0)
+    std::vector<Step> way;
+    if (!walk(path, way))
         return fnfErr;
-    for (std::size_t begin = 1; begin < whole.size();) {
-        const std::size_t end = std::min(whole.find('/', begin), whole.size());
-        prefix.assign(whole, 0, end);
-        if (::lstat(prefix.c_str(), &status) != 0)
-            return fnfErr;
-        const OSErr error = enter(status, entry.id, whole.substr(begin, end - begin), entry.id);
-        if (error != noErr)
-            return error;
-        begin = end + 1;
-    }
-    describe(status, path, entry);
+    entry = {fsRtDirID, fsRtParID, std::string(kRootVolumeName)};
+    const std::lock_guard lock(mutex_);
+    for (const Step& step : way)
+        entry = {step.isFolder ? enter(step, entry.id) : 0, entry.id, step.name};
     return noErr;
 }
 
 OSErr NodeTable::find(SInt32 id, CatalogEntry& entry) {
-    const std::lock_guard lock(mutex_);
     std::string path;
+    Node node{fsRtDirID, root_, fsRtParID, std::string(kRootVolumeName)};
     struct stat status = {};
-    if (!pathOf(id, path) || ::lstat(path.c_str(), &status) != 0 ||
-        node(id).identity != Identity(status.st_dev, status.st_ino))
+    if (!pathOf(id, path, node) || ::lstat(path.c_str(), &status) != 0 || node.identity != identityOf(status))
         return fnfErr;
-    entry.id = id;
-    describe(status, path.c_str(), entry);
+    entry = {id, node.parent, node.name};
     return noErr;
 }
 
-void NodeTable::describe(const struct stat& status, const char* path, CatalogEntry& entry) {
-    entry.parent = node(entry.id).parent;
-    entry.name = node(entry.id).name;
-    entry.volume = volumeOf(status.st_dev, path);
-    entry.isFolder = S_ISDIR(status.st_mode);
-}
-
-OSErr NodeTable::enter(const struct stat& status, SInt32 parent, std::string_view name, SInt32& id) {
-    const Identity identity(status.st_dev, status.st_ino);
-    if (const auto known = ids_.find(identity); known != ids_.end()) {
-        id = known->second;
-        if (id != fsRtDirID) {
-            node(id).parent = parent;
-            node(id).name = name;
-        }
-        return noErr;
+SInt32 NodeTable::enter(const Step& step, SInt32 parent) {
+    if (step.identity == root_)
+        return fsRtDirID;
+    if (const auto known = identities_.find(step.identity); known != identities_.end()) {
+        const auto node = known->second;
+        nodes_.splice(nodes_.begin(), nodes_, node);
+        node->parent = parent;
+        node->name = step.name;
+        return node->id;
     }
-    if (nodes_.size() == kMaxNodes)
-        return memFullErr;
-    nodes_.push_back({identity, parent, std::string(name)});
-    id = fsRtDirID + static_cast<SInt32>(nodes_.size() - 1);
-    ids_[identity] = id;
-    return noErr;
-}
-
-SInt16 NodeTable::volumeOf(dev_t device, const char* path) {
-    auto place = std::find_if(volumes_.begin(), volumes_.end(),
-                              [device](const Volume& volume) { return volume.device == device; });
-    if (place == volumes_.end()) {
-        port_statfs_t mount;
-        const bool known = port_statfs(path, &mount) == 0;
-        place = volumes_.insert(place, {device, known ? mount.f_mntonname : ""});
+    if (nodes_.size() == most_) {
+        ids_.erase(nodes_.back().id);
+        identities_.erase(nodes_.back().identity);
+        nodes_.pop_back();
     }
-    return static_cast<SInt16>(kRootVolume - (place - volumes_.begin()));
+    nodes_.push_front({freeId(), step.identity, parent, step.name});
+    ids_[nodes_.front().id] = identities_[step.identity] = nodes_.begin();
+    return nodes_.front().id;
 }
 
-bool NodeTable::findVolume(SInt16 volume, std::string& mountPoint) {
+// Not one that was forgotten, as long as there are others.
+SInt32 NodeTable::freeId() {
+    do
+        lastId_ = lastId_ == std::numeric_limits<SInt32>::max() ? fsRtDirID + 1 : lastId_ + 1;
+    while (ids_.contains(lastId_));
+    return lastId_;
+}
+
+// Parents may be out of date; what the limit ends is a path that has become a circle. `node` stays as it is for "/".
+bool NodeTable::pathOf(SInt32 id, std::string& path, Node& node) {
     const std::lock_guard lock(mutex_);
-    const int index = kRootVolume - volume;
-    if (index < 0 || index >= static_cast<int>(volumes_.size()) ||
-        volumes_[static_cast<std::size_t>(index)].mountPoint.empty())
-        return false;
-    mountPoint = volumes_[static_cast<std::size_t>(index)].mountPoint;
-    return true;
-}
-
-// Parents may be out of date; what the limit ends is a path that has become a circle.
-bool NodeTable::pathOf(SInt32 id, std::string& path) const {
-    if (id < fsRtDirID || id - fsRtDirID >= static_cast<SInt32>(nodes_.size()))
-        return false;
-    for (; id != fsRtDirID && path.size() < kPortPathSize; id = node(id).parent)
-        path.insert(0, node(id).name).insert(0, 1, '/');
+    for (SInt32 step = id; step != fsRtDirID && path.size() < kPortPathSize;) {
+        const auto known = ids_.find(step);
+        if (known == ids_.end())
+            return false;
+        if (step == id)
+            node = *known->second;
+        path.insert(0, known->second->name).insert(0, 1, '/');
+        step = known->second->parent;
+    }
     if (path.empty())
         path.push_back('/');
     return path.size() < kPortPathSize;

@@ -5,18 +5,21 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <dirent.h>
 #include <fcntl.h>
+#include <iterator>
+#include <memory>
 #include <port/UniqueFd.h>
 #include <port/user.h>
-#include <port/bsd.h>
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <sys/vfs.h>
 #include <unistd.h>
+#include <vector>
 
-#include "coreservices/NodeTable.h"
+#include "coreservices/VolumeNumbers.h"
 #include "host/SystemCalls.h"
 
 namespace port {
@@ -28,10 +31,19 @@ constexpr UInt32 kRemovable = 1U << bIsRemovable;
 constexpr UInt16 kUnknownFileSystem = 0xFFFF;
 constexpr UInt16 kRemoteFileSystem = 25461;
 
-constexpr std::string_view kNetworkTypes[] = {"nfs",  "nfs4", "cifs",  "smb3", "9p",
-                                              "ceph", "afs",  "ncpfs", "coda"};
-constexpr std::string_view kNetworkFuseTypes[] = {"fuse.sshfs", "fuse.rclone", "fuse.s3fs", "fuse.davfs",
-                                                  "fuse.gvfsd-fuse"};
+constexpr unsigned kMaxLayers = 8; // of devices that stand on others
+constexpr std::size_t kMaxDisks = 64;
+
+// As the system's table of mounts calls them; those in user space behind kFuse.
+constexpr std::string_view kNetworkTypes[] = {
+    "9p",    "afs", "beegfs", "beegfs_nodev", "ceph",  "cifs", "coda",  "glusterfs", "gpfs",     "lustre",
+    "ncpfs", "nfs", "nfs4",   "prl_fs",       "pvfs2", "smb3", "smbfs", "vboxsf",    "virtiofs", "wekafs"};
+constexpr std::string_view kFuse = "fuse";
+constexpr std::string_view kNetworkFuseTypes[] = {
+    "afpfs",    "blobfuse",  "blobfuse2", "ceph",      "ceph-fuse",  "curlftpfs",  "cvmfs2",
+    "davfs",    "fuse_dfs",  "gcsfuse",   "glusterfs", "goofys",     "gvfsd-fuse", "juicefs",
+    "kio-fuse", "lizardfs",  "mfs",       "moosefs",   "mount-s3",   "rclone",     "s3fs",
+    "saunafs",  "seaweedfs", "smbnetfs",  "sshfs",     "vmhgfs-fuse"};
 constexpr std::string_view kExternalBuses[] = {"/usb", "/firewire", "/thunderbolt"};
 
 template <std::size_t Count>
@@ -59,29 +71,74 @@ std::string blockDevicePath(dev_t device) {
 
 // A partition asks the disk that it is a part of.
 bool isRemovable(const std::string& devicePath) {
-    if (devicePath.empty())
-        return false;
     return saysYes(devicePath + "/removable") || saysYes(devicePath + "/../removable");
+}
+
+bool isExternal(const std::string& devicePath) {
+    return std::any_of(std::begin(kExternalBuses), std::end(kExternalBuses),
+                       [&](std::string_view bus) { return devicePath.find(bus) != std::string::npos; });
+}
+
+// Adds the devices that the device stands on, or itself when it is a disk of its own, or a part of one.
+void addDisks(const std::string& devicePath, unsigned layers, std::vector<std::string>& disks) {
+    const std::size_t before = disks.size();
+    for (const std::string& folder : {devicePath + "/slaves/", devicePath + "/../slaves/"}) {
+        const std::unique_ptr<DIR, int (*)(DIR*)> open(::opendir(folder.c_str()), ::closedir);
+        while (const dirent* entry =
+                   open && layers != 0 && disks.size() < kMaxDisks ? ::readdir(open.get()) : nullptr) {
+            char path[PATH_MAX];
+            if (entry->d_name[0] != '.' && ::realpath((folder + entry->d_name).c_str(), path) != nullptr)
+                addDisks(path, layers - 1, disks);
+        }
+    }
+    if (disks.size() == before)
+        disks.push_back(devicePath);
+}
+
+// Some file systems have no device of their own for the system, only one that they were mounted from.
+std::string devicePathOf(const port_statfs_t& mount, dev_t device) {
+    struct stat source = {};
+    std::string path = blockDevicePath(device);
+    if (path.empty() && mount.f_mntfromname[0] == '/' && ::stat(mount.f_mntfromname, &source) == 0 &&
+        S_ISBLK(source.st_mode))
+        path = blockDevicePath(source.st_rdev);
+    return path;
+}
+
+// One without a name of its own tells by what it was mounted from: "host:folder" or an address.
+bool isNetworkFuse(const port_statfs_t& mount) {
+    std::string_view type = mount.f_fstypename;
+    if (!type.starts_with(kFuse))
+        return false;
+    type.remove_prefix(kFuse.size());
+    return type.empty() ? std::strchr(mount.f_mntfromname, ':') != nullptr
+                        : type.front() == '.' && contains(kNetworkFuseTypes, type.substr(1));
+}
+
+bool isNetwork(const port_statfs_t& mount) {
+    return contains(kNetworkTypes, mount.f_fstypename) || isNetworkFuse(mount);
+}
+
+// The volume with a number that was told, as it is now.
+bool findVolume(SInt16 number, std::string& mountPoint, port_statfs_t& mount) {
+    return VolumeNumbers::shared().find(number, mountPoint) && port_statfs(mountPoint.c_str(), &mount) == 0 &&
+           mountPoint == mount.f_mntonname;
 }
 
 } // namespace
 
-bool isNetworkType(std::string_view type) {
-    return contains(kNetworkTypes, type) || contains(kNetworkFuseTypes, type);
-}
-
-UInt32 volumeAttributes(std::string_view type, std::string_view devicePath, bool removable) {
-    if (isNetworkType(type))
+UInt32 volumeAttributes(const port_statfs_t& mount, const std::string& devicePath) {
+    if (isNetwork(mount))
         return 0;
-    UInt32 attributes = removable ? kRemovable : 0;
-    for (const std::string_view bus : kExternalBuses)
-        if (devicePath.find(bus) != std::string_view::npos)
-            return attributes | kExternal;
-    return attributes | kInternal;
+    std::vector<std::string> disks;
+    if (!devicePath.empty())
+        addDisks(devicePath, kMaxLayers, disks);
+    return (std::any_of(disks.begin(), disks.end(), isRemovable) ? kRemovable : 0) |
+           (std::any_of(disks.begin(), disks.end(), isExternal) ? kExternal : kInternal);
 }
 
-UInt16 fileSystemIdentifier(std::string_view type, std::uint64_t kernelType) {
-    if (contains(kNetworkFuseTypes, type))
+UInt16 fileSystemIdentifier(const port_statfs_t& mount, std::uint64_t kernelType) {
+    if (isNetworkFuse(mount))
         return kRemoteFileSystem;
     const auto low = static_cast<UInt16>(kernelType & 0xFFFF);
     return low == kUnknownFileSystem ? kUnknownFileSystem - 1 : low;
@@ -97,11 +154,9 @@ OSErr FSGetVolumeInfo(SInt16 volume, UInt32 index, SInt16* actualVolume, UInt32 
     std::string mountPoint;
     port_statfs_t mount;
     struct statfs status = {};
-    if (!port::NodeTable::shared().findVolume(volume, mountPoint) ||
-        port_statfs(mountPoint.c_str(), &mount) != 0 || ::statfs(mountPoint.c_str(), &status) != 0)
+    if (!port::findVolume(volume, mountPoint, mount) || ::statfs(mountPoint.c_str(), &status) != 0)
         return nsvErr;
-    info->filesystemID =
-        port::fileSystemIdentifier(mount.f_fstypename, static_cast<std::uint64_t>(status.f_type));
+    info->filesystemID = port::fileSystemIdentifier(mount, static_cast<std::uint64_t>(status.f_type));
     return noErr;
 }
 
@@ -110,14 +165,12 @@ OSErr PBHGetVolParmsSync(HParamBlockRec* block) {
     std::string mountPoint;
     port_statfs_t mount;
     struct stat status = {};
-    if (!port::NodeTable::shared().findVolume(parameters.ioVRefNum, mountPoint) ||
-        port_statfs(mountPoint.c_str(), &mount) != 0 || ::stat(mountPoint.c_str(), &status) != 0)
+    if (!port::findVolume(parameters.ioVRefNum, mountPoint, mount) ||
+        ::stat(mountPoint.c_str(), &status) != 0)
         return nsvErr;
-    const std::string devicePath = port::blockDevicePath(status.st_dev);
     GetVolParmsInfoBuffer answer = {};
     answer.vMVersion = 4;
-    answer.vMExtendedAttributes =
-        port::volumeAttributes(mount.f_fstypename, devicePath, port::isRemovable(devicePath));
+    answer.vMExtendedAttributes = port::volumeAttributes(mount, port::devicePathOf(mount, status.st_dev));
     const std::size_t wanted =
         parameters.ioReqCount > 0 ? static_cast<std::size_t>(parameters.ioReqCount) : 0;
     parameters.ioActCount = static_cast<SInt32>(std::min(wanted, sizeof answer));

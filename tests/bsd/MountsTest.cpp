@@ -14,8 +14,9 @@ TEST(Mounts, LinesOfTheTable) {
     const std::string filler(20000, 'o');
     const std::string tail = " rw - ext4 /dev/sda rw\n";
     const std::tuple<std::string, std::string, std::string, int> rows[] = {
-        {"7 1 8:1 / /mnt rw shared:1 master:2 - vfat /dev/sdb rw\n", "/mnt", "fat32", 0},
-        {"7 1 8:1 / /a\\040b\\134\\011 rw - a-long-file-system x x\n", "/a b\\\t", "a-long-file-sys", 0},
+        {"7 1 8:1 / /mnt rw shared:1 master:2 - vfat /dev/my\\040b rw\n", "/mnt", "fat32", 0},
+        {"7 1 8:1 / /a\\040b\\134\\011 rw - a-very-very-very-long-file-system x x\n", "/a b\\\t",
+         "a-very-very-very-long-file-syst", 0},
         {"7 1 8:1 / /odd\\04\\x" + tail, "/odd\\04\\x", "ext4", 0},
         {"7 1 8:1 / " + deep + tail, deep, "ext4", 0},
         {"7 1 8:1 / " + deep + "d" + tail, "", "", ENAMETOOLONG},
@@ -34,6 +35,7 @@ TEST(Mounts, LinesOfTheTable) {
         EXPECT_EQ(result.f_mntonname, mountPoint) << line.substr(0, 60);
         EXPECT_EQ(result.f_fstypename, type) << line.substr(0, 60);
         EXPECT_EQ(errno, error) << line.substr(0, 60);
+        EXPECT_EQ(result.f_mntfromname == std::string("/dev/my b"), type == "fat32");
     }
 }
 

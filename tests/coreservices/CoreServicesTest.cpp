@@ -1,3 +1,4 @@
+#include "coreservices/NodeTable.h"
 #include "coreservices/Volumes.h"
 #include "support/TemporaryFolder.h"
 
@@ -68,24 +69,50 @@ TEST_F(FileManager, NodeIdsOfWhatIsGoneAreUnknown) {
         block.dirInfo.ioDrDirID = unknown;
         EXPECT_EQ(PBGetCatInfoSync(&block), fnfErr) << unknown;
     }
-    EXPECT_EQ(infoOf(root / "moved/file").nodeID, file.nodeID);
+    EXPECT_EQ(infoOf(root / "moved").nodeID, file.parentDirID);
 }
 
-TEST(VolumesTest, AttributesFollowTypeBusAndMedium) {
+TEST_F(FileManager, FoldersAreNumberedAndForgottenInTheirTurn) {
+    const auto way = std::distance(root.begin(), root.end()); // to one folder in ours
+    port::NodeTable table(static_cast<std::size_t>(way));
+    fs::create_directory(root / "other");
+    port::CatalogEntry folder, entry;
+    EXPECT_EQ(table.find((root / "folder").c_str(), folder), noErr);
+    EXPECT_EQ(table.find((root / "folder/file").c_str(), entry), noErr);
+    EXPECT_TRUE(entry.id == 0 && entry.parent == folder.id && entry.name == "file");
+    EXPECT_TRUE(table.find((root / "other").c_str(), entry) == noErr && entry.parent == folder.parent);
+    EXPECT_EQ(table.find(folder.id, entry), fnfErr);
+    EXPECT_TRUE(table.find((root / "folder").c_str(), entry) == noErr && entry.id != folder.id);
+    EXPECT_TRUE(table.find(entry.id, folder) == noErr && folder.name == "folder");
+}
+
+TEST_F(FileManager, AttributesOfVolumesFollowTypeBusAndMedium) {
     constexpr UInt32 internal = 1U << bIsOnInternalBus;
     constexpr UInt32 external = 1U << bIsOnExternalBus;
     constexpr UInt32 removable = 1U << bIsRemovable;
-    const std::tuple<const char*, const char*, bool, UInt32> rows[] = {
-        {"ext4", "/sys/devices/pci0000:00/nvme/nvme0n1/nvme0n1p2", false, internal},
-        {"iso9660", "/sys/devices/pci0000:00/ata2/block/sr0", true, internal | removable},
-        {"fat32", "/sys/devices/pci0000:00/usb1/1-2/block/sdb/sdb1", true, external | removable},
-        {"ext4", "/sys/devices/pci0000:00/thunderbolt0/block/sdc", false, external},
-        {"nfs4", "", true, 0},
-        {"fuse.sshfs", "", false, 0}};
-    for (const auto& [type, device, isRemovable, attributes] : rows)
-        EXPECT_EQ(port::volumeAttributes(type, device, isRemovable), attributes) << type << " " << device;
-    EXPECT_EQ(port::fileSystemIdentifier("odd", 0x1234FFFF), 0xFFFE); // never the unknown one
-    EXPECT_EQ(port::fileSystemIdentifier("fuse.sshfs", 0x65735546), 25461);
+    for (const char* device : {"pci/nvme0n1/p2", "pci/sr0", "pci/usb1/sdb/sdb1", "pci/thunderbolt0/sdc",
+                               "dm-0/slaves", "dm-1/slaves"})
+        fs::create_directories(root / device);
+    for (const char* disk : {"pci/sr0", "pci/usb1/sdb"})
+        std::ofstream(root / disk / "removable") << 1;
+    fs::create_symlink("../../pci/usb1/sdb/sdb1", root / "dm-0/slaves/sdb1"); // encrypted
+    fs::create_symlink("../../pci/nvme0n1/p2", root / "dm-1/slaves/p2");      // and in an array
+    fs::create_symlink("../../dm-0", root / "dm-1/slaves/dm-0");
+    const std::tuple<port_statfs_t, const char*, UInt32> rows[] = {
+        {{"", "", "ext4"}, "pci/nvme0n1/p2", internal},
+        {{"", "", "iso9660"}, "pci/sr0", internal | removable},
+        {{"", "", "fat32"}, "pci/usb1/sdb/sdb1", external | removable},
+        {{"", "", "ext4"}, "pci/thunderbolt0/sdc", external},
+        {{"", "", "btrfs"}, "dm-1", external | removable},
+        {{"", "a:b", "fuse.mergerfs"}, "", internal},
+        {{"", "tag", "virtiofs"}, "pci/sr0", 0},
+        {{"", "h:/v", "fuse.glusterfs"}, "", 0},
+        {{"", "https://h/x", "fuse"}, "", 0}};
+    for (const auto& [mount, device, attributes] : rows)
+        EXPECT_EQ(port::volumeAttributes(mount, *device != 0 ? root / device : ""), attributes)
+            << mount.f_fstypename << " " << device;
+    EXPECT_EQ(port::fileSystemIdentifier({"", "", "odd"}, 0x1234FFFF), 0xFFFE); // never the unknown one
+    EXPECT_EQ(port::fileSystemIdentifier({"", "", "fuse.sshfs"}, 0x65735546), 25461);
 }
 
 } // namespace

@@ -286,10 +286,17 @@ TEST_F(FileTreeTest, TellsLocksAgesAndMarks) {
     EXPECT_TRUE(fs::exists(sFile));
     EXPECT_FALSE(fs::is_symlink(Path("old")));
     EXPECT_EQ(LFile::SetFileAttributeTextEncodingUTF8(Path("missing").c_str()), -1);
-    EXPECT_FALSE(LFile::TestFileLocked(sFile.c_str()));
-    if (std::system(("chattr +i '" + sFile + "' 2>/dev/null").c_str()) != 0)
-        GTEST_SKIP() << "files cannot be made immutable here";
-    EXPECT_TRUE(LFile::TestFileLocked(sFile.c_str()));
+    fs::create_directory(Path("folder"));
+    for (const std::string& sItem : {Path("folder"), sFile}) {
+        fs::create_symlink(sItem, sItem + "'s link");
+        for (const char* szFlag : {"-i", "+i"}) {
+            if (std::system(("chattr " + (szFlag + (" '" + sItem + "' 2>/dev/null"))).c_str()) != 0)
+                GTEST_SKIP() << "files cannot be made immutable here";
+            for (const std::string& sPath : {sItem, sItem + "'s link"})
+                EXPECT_EQ(LFile::TestFileLocked(sPath.c_str()), *szFlag == '+') << sPath;
+        }
+    }
+    EXPECT_EQ(std::system(("chattr -i '" + Path("folder") + "'").c_str()), 0);
     EXPECT_FALSE(LFile::DeleteFolderTree(root.c_str()));
     EXPECT_TRUE(LFile::DeleteFolderTreeAlways(root.c_str()));
 }

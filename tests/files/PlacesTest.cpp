@@ -3,18 +3,41 @@
 #include "support/Bundle.h"
 #include "support/TemporaryFolder.h"
 
+#include "support/Child.h"
+
+#include <future>
 #include <gtest/gtest.h>
+#include <map>
 #include <port/bsd.h>
 
-static const char* szVolumeType = nullptr; // what the volumes are from now on
+static std::map<std::string, std::string> volumes; // the types of what is mounted from now on
+static std::promise<void> hangs, answers;          // those of the type "hung"
+static const char* szProgram = nullptr;            // where this program is from now on
 
 extern "C" int __real__Z11port_statfsPKcP13port_statfs_t(const char* path, port_statfs_t* result);
 extern "C" int __wrap__Z11port_statfsPKcP13port_statfs_t(const char* path, port_statfs_t* result);
 int __wrap__Z11port_statfsPKcP13port_statfs_t(const char* path, port_statfs_t* result) {
-    if (szVolumeType == nullptr)
-        return __real__Z11port_statfsPKcP13port_statfs_t(path, result);
-    strlcpy(result->f_fstypename, szVolumeType, sizeof result->f_fstypename);
-    return 0;
+    for (const auto& [sPoint, sType] : volumes) {
+        if (!std::string(path).starts_with(sPoint))
+            continue;
+        if (sType == "hung") {
+            hangs.set_value();
+            answers.get_future().wait();
+        }
+        *result = {};
+        strlcpy(result->f_mntonname, sPoint.c_str(), sizeof result->f_mntonname);
+        strlcpy(result->f_fstypename, sType.c_str(), sizeof result->f_fstypename);
+        return 0;
+    }
+    return __real__Z11port_statfsPKcP13port_statfs_t(path, result);
+}
+
+extern "C" ssize_t __real_readlinkat(int folder, const char* name, char* text, std::size_t size);
+extern "C" ssize_t __wrap_readlinkat(int folder, const char* name, char* text, std::size_t size);
+ssize_t __wrap_readlinkat(int folder, const char* name, char* text, std::size_t size) {
+    if (szProgram == nullptr)
+        return __real_readlinkat(folder, name, text, size);
+    return *szProgram == '\0' ? -1 : static_cast<ssize_t>(std::string(szProgram).copy(text, size));
 }
 
 namespace {
@@ -84,16 +107,53 @@ TEST_F(PlacesTest, FindProgramsAndTheWorkingFolder) {
     EXPECT_EQ(LFile::SetCurrentDirectory("/"), 0);
 }
 
+TEST_F(PlacesTest, NamesAreBytes) {
+    const std::string sOdd = sHome + "/h\xFF";
+    fs::create_directory(sHome + "/h");
+    EXPECT_FALSE(LFile::Exists(sOdd.c_str()));
+    char szOut[LPathBufferSize];
+    EXPECT_EQ(LFile::MakeUniqueOrderedFilePath(szOut, sHome.c_str(), "h\xFF", ""), sOdd);
+    fs::create_directory(sOdd);
+    setenv("HOME", sOdd.c_str(), 1);
+    EXPECT_EQ(Ask(LFile::GetTempFolder), sOdd + "/.cache");
+    EXPECT_EQ(Ask(LFile::GetUserMusicFolder), sOdd + "/Music");
+    for (const char* szPath : {"/a\xFF/b", ""}) // and where there is no process table
+        InChild([&] {
+            szProgram = szPath;
+            const std::string sFolder = fs::path(szPath).parent_path();
+            EXPECT_EQ(Ask(LFile::GetProgramExecutablePath), sFolder);
+            EXPECT_EQ(Ask(LFile::GetHelpFolder), sFolder.empty() ? "" : sFolder + "/Contents/Resources/help");
+        });
+}
+
+TEST_F(PlacesTest, VolumesAreAskedAsTheyAreNow) {
+    const std::string sOne = sHome + "/one", sTwo = sHome + "/two", sHung = sHome + "/hung";
+    volumes = {{sOne, "ext4"}, {sTwo, "nfs"}, {sHung, "hung"}};
+    for (const auto& [sPoint, sType] : volumes)
+        fs::create_directory(sPoint);
+    EXPECT_FALSE(LFile::IsNetworkPath(sOne.c_str()));
+    EXPECT_TRUE(LFile::IsNetworkPath(sTwo.c_str())) << "another volume on the same device";
+    volumes[sOne] = "fuse.sshfs";
+    EXPECT_FALSE(LFile::IsOnLocalDrive(sOne.c_str()));
+    const auto asked = std::async(std::launch::async, [&] { LFile::GetVolumeAttributes(sHung.c_str()); });
+    hangs.get_future().wait();
+    EXPECT_FALSE(LFile::IsNetworkPath(sHome.c_str())) << "nobody waits for one that does not answer";
+    volumes[sHung] = "ext4";
+    answers.set_value();
+    asked.wait();
+    volumes.clear();
+}
+
 TEST_F(PlacesTest, KnowVolumesAndSizes) {
     EXPECT_EQ(LFile::GetVolumeFileSizeLimit("/nowhere"), LFile::FileSizeLimitNone);
     const std::pair<const char*, int> limits[] = {{"fat", 0},    {"FAT12", 0}, {"Fat16", 0},
                                                   {"fat16b", 1}, {"fat32", 1}, {"exfat", 2},
                                                   {"ntfs", 2},   {"ext4", 2},  {"fat3", 2}};
     for (const auto& [szType, nLimit] : limits) {
-        szVolumeType = szType;
+        volumes["/"] = szType;
         EXPECT_EQ(LFile::GetVolumeFileSizeLimit("/"), nLimit) << szType;
     }
-    szVolumeType = nullptr;
+    volumes.clear();
     EXPECT_TRUE(LFile::IsOnLocalDrive(sHome.c_str()));
     EXPECT_NE(LFile::GetVolumeFileSystemID(sHome.c_str()), LFile::FileSystemUnknown);
     EXPECT_TRUE(LFile::IsNetworkPath("/missing"));

@@ -4,9 +4,9 @@
 // Thread-safety: all functions may be called on any thread. Everything here is a value; nothing needs to be
 // released. All functions but Gestalt ask the file system and may block with it.
 //
-// Files and folders are known by 32-bit node ids, which a process hands out as it meets them: 2 is "/", 1 the
-// parent above it. Where the object of a reference or an id was removed or moved since it was last met, the
-// answer is fnfErr.
+// Folders are known by 32-bit node ids, which a process hands out as it meets them: 2 is "/", 1 the parent above
+// it. Where the object of a reference or an id was removed or moved since it was last met, the answer is fnfErr, and
+// so it is for a folder since which 65,536 others were met.
 #pragma once
 
 #include <CoreFoundation/CoreFoundation.h>
@@ -30,7 +30,7 @@ constexpr OSErr bdNamErr = -37; // a name does not fit a Pascal string
 constexpr OSErr fnfErr = -43;   // no such file or folder
 constexpr OSErr dupFNErr = -48; // there is a file of that name
 constexpr OSErr paramErr = -50;
-constexpr OSErr memFullErr = -108;               // also: no node ids left
+constexpr OSErr memFullErr = -108;
 constexpr OSErr procNotFound = -600;             // no such process, or none left
 constexpr OSErr pathTooLongErr = -2110;          // a path does not fit its buffer
 constexpr OSErr gestaltUndefSelectorErr = -5551; // a selector that is not known
@@ -74,7 +74,7 @@ constexpr SInt32 fsRtDirID = 2; // "/"
 
 // A file or folder, existing or to be, by its parent. The name is a Pascal string of at most 63 bytes.
 struct FSSpec {
-    SInt16 vRefNum; // -100 for the volume of "/", then down by one a volume
+    SInt16 vRefNum; // -100 for the volume of "/", then down by one a mount point
     SInt32 parID;
     unsigned char name[64];
 };
@@ -92,7 +92,7 @@ struct FSCatalogInfo {
     UInt16 nodeFlags; // kFSNodeIsDirectoryMask or 0
     SInt16 volume;
     UInt32 parentDirID;
-    UInt32 nodeID;
+    UInt32 nodeID; // 0 of a file
 };
 
 struct HFSUniStr255 {
@@ -141,8 +141,8 @@ struct FSVolumeInfo {
     UInt16 filesystemID;
 };
 
-// Of the volume with that number, which FSGetCatalogInfo told. Index is 0; the outputs but `info` are null;
-// only kFSVolInfoFSInfo is answered. nsvErr when the volume is not there (any more).
+// Of the volume with that number, which FSGetCatalogInfo told: what is mounted now where that volume was. Index is 0;
+// the outputs but `info` are null; only kFSVolInfoFSInfo is answered. nsvErr when nothing is mounted there any more.
 OSErr FSGetVolumeInfo(SInt16 volume, UInt32 index, SInt16* actualVolume, UInt32 which, FSVolumeInfo* info,
                       HFSUniStr255* name, FSRef* root);
 

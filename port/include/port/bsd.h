@@ -24,15 +24,17 @@ template <typename = void>
 int pthread_main_np();
 
 constexpr std::size_t PORT_MOUNT_NAME_SIZE = 1024; // bytes, terminator included (MAXPATHLEN of the platform)
-constexpr std::size_t PORT_TYPE_NAME_SIZE = 16;    // bytes, terminator included (MFSTYPENAMELEN)
+constexpr std::size_t PORT_TYPE_NAME_SIZE = 32;    // bytes, terminator included
 
 struct port_statfs_t {
     char f_mntonname[PORT_MOUNT_NAME_SIZE];
+    char f_mntfromname[PORT_MOUNT_NAME_SIZE]; // empty when it does not fit or is not known
     char f_fstypename[PORT_TYPE_NAME_SIZE];
 };
 
-// The volume that holds `path`: its mount point and the name of its file system. 0, or -1 with errno set and
-// both names empty. Asks the file system and may block with it.
+// The volume that holds `path`: its mount point, what was mounted there (a device, or what its file system takes
+// for one), and the name of the file system. 0, or -1 with errno set and all names empty. Asks the file system and
+// may block with it.
 int port_statfs(const char* path, port_statfs_t* result);
 
 // Flags of `port_open`: a shared or an exclusive lock, taken as part of the open and held while the

@@ -33,7 +33,8 @@ bool port_copy_link(int fromFolder, const char* from, int toFolder, const char* 
 constexpr unsigned UF_IMMUTABLE = 0x2;
 constexpr unsigned SF_IMMUTABLE = 0x20000;
 
-// The flags of a regular file; 0 for what is none, and where the file system has no such attributes.
+// The flags of a file or folder, a link followed here; 0 when there is none, and where the file system tells no such
+// attributes. Opens nothing, so it needs no permission for the file.
 unsigned port_file_flags(int folder, const char* name);
 // Takes the flags off a regular file. Needs the privilege for it. False when they could not be taken off.
 bool port_clear_file_flags(int folder, const char* name);
