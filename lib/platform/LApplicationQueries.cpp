@@ -12,8 +12,6 @@
 
 #include "base/LLimits.h"
 #include "files/LFile.h"
-#include "platform/LCFRef.h"
-#include "platform/LCFString.h"
 #include "platform/LCFURL.h"
 
 namespace {
@@ -123,9 +121,7 @@ void LGetInstalledApplicationResourcesFolder(char* szOut, unsigned long dwSize) 
     CFBundleRef pBundle = CFBundleGetMainBundle();
     const LCFURL url(pBundle != nullptr ? CFBundleCopyResourcesDirectoryURL(pBundle) : nullptr);
     const LCFURL absolute(url ? CFURLCopyAbsoluteURL(url.Get()) : nullptr);
-    const LCFRef<CFStringRef> path(absolute ? CFURLCopyFileSystemPath(absolute.Get(), kCFURLPOSIXPathStyle)
-                                            : nullptr);
-    LCFString(path.Get()).GetString(szOut, dwSize);
+    absolute.GetPath(szOut, dwSize);
 }
 
 void LGetInstalledApplicationLXAResourcesFolder(char* szOut) {
@@ -135,6 +131,8 @@ void LGetInstalledApplicationLXAResourcesFolder(char* szOut) {
 }
 
 void LRevealInFinder(const char* szPath) {
+    if (!NSWorkspace::sharedWorkspace()->port_hasFileViewer())
+        return;
     const NSRef<NSURL> url = NSURL::fileURLWithPath(szPath);
     if (url && IsFolder(szPath) && SelectFirstFileIn(*url))
         return;

@@ -29,7 +29,7 @@ void LGetInstalledApplicationResourcesFolder(char* szOut, unsigned long dwSize);
 void LGetInstalledApplicationLXAResourcesFolder(char* szOut);
 
 // Shows a file in the file viewer, selected in its folder; a folder with the first file in it that can be
-// selected, else as a file.
+// selected, else as a file. Nothing, and the folder is not read, where there is no file viewer.
 void LRevealInFinder(const char* szPath);
 
 // Opens the system's address book.

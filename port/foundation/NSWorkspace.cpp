@@ -19,6 +19,17 @@ bool hasSessionBus() {
     return folder != nullptr && ::access((std::string(folder) + "/bus").c_str(), F_OK) == 0;
 }
 
+constexpr const char* kViewer = "org.freedesktop.FileManager1";
+
+// Calls the peer on the session's bus. True when it answers, and not with an error.
+bool call(const char* peer, const char* object, const char* method, const std::string& first,
+          const char* second) {
+    return hasSessionBus() &&
+           port::runToEnd({"dbus-send", "--session", "--print-reply", "--reply-timeout=5000",
+                           std::string("--dest=") + peer, object, method, first, second},
+                          kViewerPatience);
+}
+
 // Everything but letters, digits and a few marks is escaped: the comma too, which separates the elements of an
 // array on the command line of the bus.
 std::string fileAddress(const char* path) {
@@ -47,13 +58,13 @@ bool NSWorkspace::launchApplication(const char* fullPath) {
     return port::launchApplication(fullPath);
 }
 
+bool NSWorkspace::port_hasFileViewer() {
+    return call("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus.StartServiceByName",
+                std::string("string:") + kViewer, "uint32:0");
+}
+
 bool NSWorkspace::selectFile(const char* fullPath, const char*) {
     const NSRef<NSURL> url = NSURL::fileURLWithPath(fullPath);
-    if (!url || !hasSessionBus())
-        return false;
-    return port::runToEnd({"dbus-send", "--session", "--print-reply", "--reply-timeout=5000",
-                           "--dest=org.freedesktop.FileManager1", "/org/freedesktop/FileManager1",
-                           "org.freedesktop.FileManager1.ShowItems",
-                           "array:string:" + fileAddress(url->fileSystemRepresentation()), "string:"},
-                          kViewerPatience);
+    return url && call(kViewer, "/org/freedesktop/FileManager1", "org.freedesktop.FileManager1.ShowItems",
+                       "array:string:" + fileAddress(url->fileSystemRepresentation()), "string:");
 }

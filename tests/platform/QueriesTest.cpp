@@ -148,11 +148,12 @@ TEST_F(Queries, BundlesKnowTheirPlacesAndSignatures) {
 }
 
 TEST_F(Queries, RevealingAsksTheFileViewer) {
-    // A stand-in for the bus tool: notes the address it is given, and answers as the file beside it says.
+    // A stand-in for the bus tool: notes the address it is given, and answers as the file beside it says, first to
+    // the question whether there is a viewer.
     const std::string log = root + "/log";
-    writeFile(root + "/bin/dbus-send",
-              "#!/bin/sh\nfor a; do case $a in array:*) echo \"${a#array:string:}\" >>" + log +
-                  ";; esac; done\nexit $(cat " + root + "/status)\n");
+    writeFile(root + "/bin/dbus-send", "#!/bin/sh\nread viewer status <" + root + "/status\nexec >>" + log +
+                                           "\nfor a; do case $a in array:*) echo \"${a#array:string:}\";"
+                                           "exit $status;; esac; done\necho asked\nexit $viewer\n");
     fs::permissions(root + "/bin/dbus-send", fs::perms::owner_all);
     const std::string path = getenv("PATH");
     setenv("PATH", (root + "/bin:" + path).c_str(), 1);
@@ -168,12 +169,13 @@ TEST_F(Queries, RevealingAsksTheFileViewer) {
         LRevealInFinder((root + what).c_str());
         return FileText(log);
     };
-    EXPECT_EQ(reveal("/folder", "0"), file);
-    EXPECT_EQ(reveal("/folder", "1"), file + "file://" + root + "/folder\n");
+    EXPECT_EQ(reveal("/folder", "0 0"), "asked\n" + file);
+    EXPECT_EQ(reveal("/folder", "0 1"), "asked\n" + file + "file://" + root + "/folder\n");
     for (const std::string what : {"/empty", "/absent", "/folder/link"})
-        EXPECT_EQ(reveal(what, "1"), "file://" + root + what + "\n");
+        EXPECT_EQ(reveal(what, "0 1"), "asked\nfile://" + root + what + "\n");
+    EXPECT_EQ(reveal("/folder", "1 1"), "asked\n") << "there is no viewer";
     unsetenv("DBUS_SESSION_BUS_ADDRESS");
-    EXPECT_EQ(reveal("/folder", "0"), "") << "there is no bus";
+    EXPECT_EQ(reveal("/folder", "0 0"), "") << "there is no bus";
     setenv("PATH", path.c_str(), 1);
 }
 

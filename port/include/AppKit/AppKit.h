@@ -81,6 +81,9 @@ public:
     // outlives this process.
     bool launchApplication(const char* fullPath);
 
+    // Whether the session has a file viewer, which is started if it does not run; blocks until that is known, up to
+    // 6 s. Who wants to try several files asks first: each costs a process.
+    bool port_hasFileViewer();
     // Shows the file in a window of the session's file viewer, selected in its folder. A relative path starts at
     // the working folder; the root of the window is the viewer's own choice, whatever rootFullPath says. False
     // without a session bus, or when no viewer takes the request; blocks until one has, up to 6 s.
