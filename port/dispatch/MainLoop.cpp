@@ -1,6 +1,7 @@
 #include "dispatch/MainLoop.h"
 
 #include "dispatch/WorkerPool.h"
+#include "host/Deadline.h"
 
 #include <array>
 #include <chrono>
@@ -14,26 +15,6 @@ constexpr std::size_t kTasksPerTurn = 64;
 constexpr unsigned kTurnsPerWait = 16; // of tasks alone, then the descriptors have theirs
 constexpr std::size_t kEventsPerWait = 32;
 constexpr SourceKey kPoolKey = Epoll::kWakeKey - 1;
-
-// Milliseconds that are left of a limit.
-class Countdown {
-public:
-    explicit Countdown(int milliseconds) : limit_(milliseconds) {
-        if (limit_ > 0)
-            end_ = Clock::now() + std::chrono::milliseconds(limit_);
-    }
-    int left() const {
-        if (limit_ <= 0)
-            return limit_;
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end_ - Clock::now());
-        return left.count() > 0 ? static_cast<int>(left.count()) : 0;
-    }
-
-private:
-    using Clock = std::chrono::steady_clock;
-    int limit_;
-    Clock::time_point end_;
-};
 
 class CallbackSource final : public Source {
 public:
@@ -137,13 +118,14 @@ void MainLoop::wake() {
 }
 
 bool MainLoop::runOnce(int milliseconds) {
-    const Countdown countdown(milliseconds);
+    const Deadline deadline =
+        milliseconds < 0 ? Deadline(Deadline::kForever) : Deadline(std::chrono::milliseconds(milliseconds));
     for (;;) {
         const bool ran = queue_.runTurn();
         if (ran && ++turnsWithoutWait_ < kTurnsPerWait)
             return true;
         turnsWithoutWait_ = 0;
-        const int left = ran || wakeAsked_ ? 0 : countdown.left();
+        const int left = ran || wakeAsked_ ? 0 : deadline.milliseconds();
         bool handled = serve(left);
         handled |= queue_.runTurn();
         if (ran || handled)

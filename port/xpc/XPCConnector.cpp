@@ -12,17 +12,17 @@ constexpr std::chrono::seconds kPatience{5};
 
 } // namespace
 
-void XPCConnector::begin(Clock::time_point now) {
-    giveUpAt_ = now + kPatience;
+void XPCConnector::begin(Deadline::Time now) {
+    patience_ = Deadline(kPatience, now);
     launched_ = false;
 }
 
-XPCConnector::Result XPCConnector::attempt(Clock::time_point now, UniqueFd& socket) {
+XPCConnector::Result XPCConnector::attempt(Deadline::Time now, UniqueFd& socket) {
     socket = xpcConnect(name_);
     if (socket)
         return Result::Connected;
     const int error = errno;
-    return now < giveUpAt_ && mayTryAgain(error) ? Result::TryLater : Result::GiveUp;
+    return !patience_.isPast(now) && mayTryAgain(error) ? Result::TryLater : Result::GiveUp;
 }
 
 bool XPCConnector::mayTryAgain(int error) {

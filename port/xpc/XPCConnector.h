@@ -3,6 +3,8 @@
 // Thread-safety: none; the connection's lock covers it.
 #pragma once
 
+#include "host/Deadline.h"
+
 #include <chrono>
 #include <port/UniqueFd.h>
 #include <string>
@@ -14,7 +16,6 @@ class XPCConnector {
 public:
     // A bundled service is started when nobody serves the name.
     enum class Kind { Named, Bundled };
-    using Clock = std::chrono::steady_clock;
     enum class Result {
         Connected,
         TryLater, // after kRetryAfter: the service has too many waiting, or is on its way up
@@ -24,17 +25,17 @@ public:
 
     XPCConnector(Kind kind, std::string name) : kind_(kind), name_(std::move(name)) {}
     // From now on there is time.
-    void begin(Clock::time_point now);
+    void begin(Deadline::Time now);
     // One attempt, which does not block. `socket` is set when Connected.
-    Result attempt(Clock::time_point now, UniqueFd& socket);
+    Result attempt(Deadline::Time now, UniqueFd& socket);
 
 private:
     bool mayTryAgain(int error);
 
     const Kind kind_;
     const std::string name_;
-    Clock::time_point giveUpAt_;
-    bool launched_ = false; // since `begin`
+    Deadline patience_{std::chrono::milliseconds::zero()}; // since `begin`
+    bool launched_ = false;                                // since `begin`
 };
 
 } // namespace port

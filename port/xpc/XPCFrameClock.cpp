@@ -18,17 +18,17 @@ XPCFrameClock::Call XPCFrameClock::read(std::optional<std::uint64_t> frame, bool
     if (!frame || timed_ || !socketIsEmpty)
         return {};
     timed_ = frame;
-    limit_ = now + kFrameDeadline;
-    return std::exchange(callComes_, true) ? Call() : limit_;
+    limit_ = Deadline(kFrameDeadline, now);
+    return std::exchange(callComes_, true) ? Call() : limit_.end();
 }
 
 XPCFrameClock::Call XPCFrameClock::expired(bool mayBeUnread, Time now, bool& late) {
     callComes_ = false;
-    late = timed_ && !mayBeUnread && now >= limit_;
+    late = timed_ && !mayBeUnread && limit_.isPast(now);
     if (late || !timed_)
         return {};
     callComes_ = true;
-    return std::max(now + kRecheck, limit_);
+    return std::max(now + kRecheck, limit_.end());
 }
 
 } // namespace port

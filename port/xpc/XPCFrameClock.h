@@ -4,6 +4,8 @@
 // Thread-safety: none; the connection's lock covers it.
 #pragma once
 
+#include "host/Deadline.h"
+
 #include <chrono>
 #include <cstdint>
 #include <optional>
@@ -12,7 +14,7 @@ namespace port {
 
 class XPCFrameClock {
 public:
-    using Time = std::chrono::steady_clock::time_point;
+    using Time = Deadline::Time;
     // When to call `expired`; none: not at all, or a call comes already.
     using Call = std::optional<Time>;
 
@@ -25,8 +27,8 @@ public:
     void stop() { timed_.reset(); }
 
 private:
-    std::optional<std::uint64_t> timed_; // the frame that keeps us waiting
-    Time limit_;                         // its own
+    std::optional<std::uint64_t> timed_;                // the frame that keeps us waiting
+    Deadline limit_{std::chrono::milliseconds::zero()}; // its own
     bool callComes_ = false;
 };
 
