@@ -4,14 +4,16 @@
 // by another thread does not hold them open.
 //
 // Opening fails only when no pipe or process can be had; the object is then not open. A command that does not
-// exist is reported by the shell itself, on its streams and by its exit status.
+// exist is reported by the shell itself, on its streams and by its exit status. A command starts with default signal
+// handling, no signal blocked, and no descriptor but the three standard ones, those of this process where it has no
+// pipe.
 #pragma once
 
 #include <cstdio>
 #include <port/UniqueFd.h>
 #include <sys/types.h>
 
-// One stream of a command, through the standard library's process pipe.
+// One stream of a command.
 class LPipeStream {
 public:
     LPipeStream(const LPipeStream&) = delete;
@@ -21,7 +23,7 @@ public:
     int GetDescriptor() const { return nDescriptor; }
     FILE* GetStream() const { return pStream; }
 
-    // Waits for the command's end. Its status as `pclose` gives it; -1 when not open or when it cannot be
+    // Waits for the command's end. Its status as `waitpid` gives it; -1 when not open or when it cannot be
     // had.
     int Close();
 
@@ -29,23 +31,24 @@ protected:
     LPipeStream() = default;
     // Waits for the command's end.
     ~LPipeStream() { Close(); }
-    bool _OpenStream(const char* szCommandLine, const char* szMode);
+    bool _OpenStream(const char* szCommandLine, bool bReads);
 
 private:
     FILE* pStream = nullptr;
     int nDescriptor = -1;
+    pid_t process = -1;
 };
 
 // Reads what the command writes.
 class LPipeIn : public LPipeStream {
 public:
-    bool _Open(const char* szCommandLine) { return _OpenStream(szCommandLine, "r"); }
+    bool _Open(const char* szCommandLine) { return _OpenStream(szCommandLine, true); }
 };
 
 // Writes what the command reads.
 class LPipeOut : public LPipeStream {
 public:
-    bool _Open(const char* szCommandLine) { return _OpenStream(szCommandLine, "w"); }
+    bool _Open(const char* szCommandLine) { return _OpenStream(szCommandLine, false); }
 };
 
 // Both streams of a command.
@@ -54,7 +57,7 @@ public:
     LPipeInOut() = default;
     LPipeInOut(const LPipeInOut&) = delete;
     LPipeInOut& operator=(const LPipeInOut&) = delete;
-    // Does not wait: a command that has not ended is left to itself.
+    // Does not wait: a command that has not ended is left to itself, and leaves no zombie when it ends.
     ~LPipeInOut();
 
     // The two sizes are not used.

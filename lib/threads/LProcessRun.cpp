@@ -1,9 +1,9 @@
 #include "threads/LProcessRun.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <memory>
 #include <port/pipe.h>
+#include <port/shell.h>
 #include <pthread.h>
 #include <sys/wait.h>
 
@@ -14,12 +14,15 @@ namespace {
 void Run(ProcessRunData& data) {
     data.nResult = LProcessFinished;
     data.nExitCode = -1;
-    FILE* pStream = port_popen(LUTF8StringLongRef(data.sCommand), "w");
-    if (pStream == nullptr) {
+    port::Pipe input;
+    const pid_t process =
+        input.open() ? port_start_shell(LUTF8StringLongRef(data.sCommand), input.read.get(), -1) : -1;
+    if (process < 0) {
         data.nResult = LProcessFailed;
         return;
     }
-    const int nStatus = pclose(pStream);
+    input = {};
+    const int nStatus = port_wait(process);
     if (nStatus == -1 && errno != ECHILD)
         data.nResult = LProcessFailed;
     else if (nStatus != -1 && WIFEXITED(nStatus))

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdint>
 #include <poll.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -12,6 +13,7 @@
 #include <unistd.h>
 
 #include "host/Deadline.h"
+#include "host/DetachedThread.h"
 #include "host/Spawn.h"
 #include <port/internal/seams_shell.h>
 
@@ -72,13 +74,9 @@ private:
 };
 Sessions sessions;
 
-int waitFor(pid_t process) {
-    int status = -1;
-    pid_t ended;
-    do
-        ended = ::waitpid(process, &status, 0);
-    while (ended < 0 && errno == EINTR);
-    return ended < 0 ? -1 : status;
+void* waitForChild(void* child) {
+    port_wait(static_cast<pid_t>(reinterpret_cast<std::intptr_t>(child)));
+    return nullptr;
 }
 
 int spawnShell(const char* commandLine, const SpawnOptions& options, pid_t& child) {
@@ -147,7 +145,7 @@ int ShellCommand::wait() {
         return status_;
     awaitEnd(kNoTimeLimit);
     sessions.remove(process_);
-    status_ = waitFor(process_);
+    status_ = port_wait(process_);
     process_ = -1;
     end_.reset();
     return status_;
@@ -160,10 +158,33 @@ void port_set_shell_hook(port_shell_hook hook) {
 }
 
 int port_system(const char* commandLine) {
+    const pid_t child = port_start_shell(commandLine, -1, -1);
+    return child < 0 ? -1 : port_wait(child);
+}
+
+pid_t port_start_shell(const char* commandLine, int input, int output) {
+    const auto given = [](int descriptor) { return descriptor < 0 ? port::kInherited : descriptor; };
+    port::SpawnOptions options;
+    options.standard[STDIN_FILENO] = given(input);
+    options.standard[STDOUT_FILENO] = given(output);
     pid_t child = -1;
-    const int error = port::spawnShell(commandLine, {}, child);
-    if (error == 0)
-        return port::waitFor(child);
-    errno = error;
-    return -1;
+    if (const int error = port::spawnShell(commandLine, options, child); error != 0) {
+        errno = error;
+        return -1;
+    }
+    return child;
+}
+
+int port_wait(pid_t child) {
+    int status = -1;
+    pid_t ended;
+    do
+        ended = ::waitpid(child, &status, 0);
+    while (ended < 0 && errno == EINTR);
+    return ended < 0 ? -1 : status;
+}
+
+void port_let_go(pid_t child) {
+    if (::waitpid(child, nullptr, WNOHANG) == 0)
+        port::startDetachedThread(port::waitForChild, reinterpret_cast<void*>(std::intptr_t{child}));
 }

@@ -1,11 +1,11 @@
 #include "coreservices/Launcher.h"
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
 #include <fcntl.h>
+#include <iterator>
 #include <poll.h>
 #include <string_view>
 #include <sys/socket.h>
@@ -26,36 +26,25 @@ namespace {
 constexpr const char* kLaunchMark = "LAUNCHED_AT_LOGIN=1";
 
 // Addressed to this process alone: sockets and notifications of its service manager.
-constexpr std::array<std::string_view, 9> kPrivateVariables = {
-    "LAUNCHED_AT_LOGIN=", "LISTEN_PID=",   "LISTEN_FDS=",    "LISTEN_FDNAMES=", "NOTIFY_SOCKET=",
-    "INVOCATION_ID=",     "WATCHDOG_PID=", "WATCHDOG_USEC=", "XPC_SERVICE_FD="};
+constexpr std::string_view kPrivateVariables[] = {"LAUNCHED_AT_LOGIN", "LISTEN_PID",    "LISTEN_FDS",
+                                                  "LISTEN_FDNAMES",    "NOTIFY_SOCKET", "INVOCATION_ID",
+                                                  "WATCHDOG_PID",      "WATCHDOG_USEC", "XPC_SERVICE_FD"};
 
-// Everything that the new process needs, made ready before the fork: after it only calls that are safe in
-// the child of a process with threads.
+// Not `spawn`: the new process is moved to a place of its own, and asked whether it may go on, before it is executed.
+//
+// Everything that it needs is made ready before the fork: after it only calls that are safe in the child of a process
+// with threads.
 struct Launch {
     const char* program;
     const char* workingFolder;
     std::array<char*, 2> arguments;
-    std::vector<char*> environment;
+    const std::vector<char*>& environment;
     int launcher; // closed by a successful exec
 };
 
 // What the launcher and the new process tell each other, as numbers: the process its id, the launcher that it
 // may go on, the process the negative errno value of what failed.
 constexpr std::int32_t kGoOn = 0;
-
-std::vector<char*> launchEnvironment() {
-    std::vector<char*> environment;
-    for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
-        const std::string_view text = *entry;
-        if (std::none_of(kPrivateVariables.begin(), kPrivateVariables.end(),
-                         [&](std::string_view name) { return text.starts_with(name); }))
-            environment.push_back(*entry);
-    }
-    environment.push_back(const_cast<char*>(kLaunchMark)); // exec reads it only
-    environment.push_back(nullptr);
-    return environment;
-}
 
 void resetSignals() {
     struct sigaction standard = {};
@@ -158,10 +147,14 @@ int launchDetached(const std::string& program, const std::string& workingFolder,
         return errno;
     const UniqueFd process(ends[0]);
     UniqueFd launcher(ends[1]);
+    SpawnOptions options;
+    options.without.assign(std::begin(kPrivateVariables), std::end(kPrivateVariables));
+    options.with = {kLaunchMark};
+    const std::vector<char*> environment = environmentFor(options);
     const Launch launch{program.c_str(),
                         workingFolder.c_str(),
                         {const_cast<char*>(program.c_str()), nullptr}, // exec reads it only
-                        launchEnvironment(),
+                        environment,
                         launcher.get()};
     const pid_t child = ::fork();
     if (child < 0)

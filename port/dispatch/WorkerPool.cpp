@@ -1,7 +1,7 @@
 #include "dispatch/WorkerPool.h"
 
-#include "dispatch/DetachedThread.h"
 #include "dispatch/MainLoop.h"
+#include "host/DetachedThread.h"
 
 #include <algorithm>
 #include <array>

@@ -1,8 +1,10 @@
 #include "host/Spawn.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <fcntl.h>
+#include <port/UniqueFd.h>
 #include <spawn.h>
 #include <unistd.h>
 
@@ -18,22 +20,34 @@ public:
 
     // 0 or an errno value.
     int add(const SpawnOptions& options) {
+        std::vector<int> sources(options.standard.begin(), options.standard.end());
+        sources.insert(sources.end(), options.further.begin(), options.further.end());
+        const int count = static_cast<int>(sources.size());
         int error = 0;
-        for (int target = STDIN_FILENO; target <= STDERR_FILENO && error == 0; ++target) {
-            const int source = options.standard[static_cast<std::size_t>(target)];
-            if (source == kEmptyDevice)
-                error = ::posix_spawn_file_actions_addopen(&actions_, target, "/dev/null", O_RDWR, 0);
-            else if (source != kInherited)
-                error = ::posix_spawn_file_actions_adddup2(&actions_, source, target);
-        }
+        for (int target = 0; target < count && error == 0; ++target)
+            error = connect(sources[static_cast<std::size_t>(target)], target, count);
         if (error == 0 && options.workingFolder != nullptr)
             error = ::posix_spawn_file_actions_addchdir_np(&actions_, options.workingFolder);
-        return error == 0 ? ::posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1) : error;
+        return error == 0 ? ::posix_spawn_file_actions_addclosefrom_np(&actions_, count) : error;
     }
     const posix_spawn_file_actions_t* get() const { return &actions_; }
 
 private:
+    // A source among the `count` targets may be replaced before its turn comes: a duplicate stands in for it.
+    int connect(int source, int target, int count) {
+        if (source == kInherited)
+            return 0;
+        if (source == kEmptyDevice)
+            return ::posix_spawn_file_actions_addopen(&actions_, target, "/dev/null", O_RDWR, 0);
+        if (source < count) {
+            duplicates_.emplace_back(::fcntl(source, F_DUPFD_CLOEXEC, count));
+            source = duplicates_.back().get();
+        }
+        return source < 0 ? errno : ::posix_spawn_file_actions_adddup2(&actions_, source, target);
+    }
+
     posix_spawn_file_actions_t actions_;
+    std::vector<UniqueFd> duplicates_;
 };
 
 class Attributes {
@@ -62,6 +76,8 @@ bool isNamed(std::string_view entry, std::string_view name) {
     return entry.starts_with(name) && entry.substr(name.size()).starts_with('=');
 }
 
+} // namespace
+
 // The pointers are borrowed; exec reads them only.
 std::vector<char*> environmentFor(const SpawnOptions& options) {
     std::vector<char*> environment;
@@ -74,8 +90,6 @@ std::vector<char*> environmentFor(const SpawnOptions& options) {
     environment.push_back(nullptr);
     return environment;
 }
-
-} // namespace
 
 int spawn(const char* program, const std::vector<std::string>& arguments, const SpawnOptions& options,
           pid_t& child) {

@@ -2,12 +2,10 @@
 
 #include <cerrno>
 #include <charconv>
-#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <mutex>
-#include <spawn.h>
 #include <string_view>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -16,6 +14,7 @@
 #include <vector>
 
 #include "host/ExecutableLink.h"
+#include "host/Spawn.h"
 
 namespace port {
 namespace {
@@ -49,20 +48,6 @@ std::string programOf(const std::string& name) {
     return {};
 }
 
-// The environment with the two variables set.
-std::vector<std::string> environmentWith(int socket, int lock) {
-    const std::string socketPrefix = std::string(kSocketVariable).append("=");
-    const std::string lockPrefix = std::string(kLockVariable).append("=");
-    std::vector<std::string> variables{socketPrefix + std::to_string(socket),
-                                       lockPrefix + std::to_string(lock)};
-    for (char** variable = environ; *variable != nullptr; ++variable) {
-        const std::string_view text(*variable);
-        if (!text.starts_with(socketPrefix) && !text.starts_with(lockPrefix))
-            variables.emplace_back(text);
-    }
-    return variables;
-}
-
 // Services that have ended since are taken off the process table when the next one is started.
 void remember(pid_t started) {
     static std::mutex& mutex = *new std::mutex;
@@ -72,36 +57,18 @@ void remember(pid_t started) {
     children.push_back(started);
 }
 
-// A child with default signals that inherits exactly these two descriptors, under their numbers.
-bool spawn(const std::string& program, int socket, int lock) {
-    posix_spawn_file_actions_t actions;
-    posix_spawnattr_t attributes;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawnattr_init(&attributes);
-    for (const int fd : {socket, lock})
-        posix_spawn_file_actions_adddup2(&actions, fd, fd); // takes close-on-exec away
-    sigset_t set;
-    sigemptyset(&set);
-    posix_spawnattr_setsigmask(&attributes, &set);
-    sigfillset(&set);
-    posix_spawnattr_setsigdefault(&attributes, &set);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-
-    std::vector<std::string> variables = environmentWith(socket, lock);
-    std::vector<char*> environment;
-    environment.reserve(variables.size() + 1);
-    for (std::string& variable : variables)
-        environment.push_back(variable.data());
-    environment.push_back(nullptr);
-    std::string path = program;
-    char* const arguments[] = {path.data(), nullptr};
-    pid_t pid = 0;
-    errno = posix_spawn(&pid, program.c_str(), &actions, &attributes, arguments, environment.data());
-    posix_spawn_file_actions_destroy(&actions);
-    posix_spawnattr_destroy(&attributes);
+// A child that has the two descriptors, and is told their numbers.
+bool start(const std::string& program, int socket, int lock) {
+    SpawnOptions options;
+    options.further = {socket, lock};
+    options.without = {kSocketVariable, kLockVariable};
+    options.with = {kSocketVariable + ("=" + std::to_string(kFurther)),
+                    kLockVariable + ("=" + std::to_string(kFurther + 1))};
+    pid_t child = -1;
+    errno = spawn(program.c_str(), {program}, options, child);
     if (errno != 0)
         return false;
-    remember(pid);
+    remember(child);
     return true;
 }
 
@@ -146,7 +113,7 @@ bool xpcLaunchBundled(const std::string& name) {
     if (endpoint == nullptr)
         return errno == EADDRINUSE;
     // The service holds the lock through its own copy of the descriptor.
-    return endpoint->lock() >= 0 && spawn(program, endpoint->socket(), endpoint->lock());
+    return endpoint->lock() >= 0 && start(program, endpoint->socket(), endpoint->lock());
 }
 
 std::unique_ptr<XPCEndpoint> xpcOwnEndpoint() {

@@ -42,6 +42,12 @@ TEST(ShellTest, SignalsStayThisProcesssOwn) {
         EXPECT_EQ(nHeard, 1);
         EXPECT_FALSE(RunCommandLineProcess("kill -TERM $$")) << "what is blocked here is not blocked there";
         EXPECT_FALSE(RunCommandLineProcess("kill -QUIT $$"));
+        LPipeIn in;
+        LPipeOut out;
+        LPipeInOut both;
+        EXPECT_TRUE(in._Open("kill $$") && out._Open("kill $$") && both._Open("kill $$", 0, 0));
+        for (const int nStatus : {in.Close(), out.Close(), both.Close()})
+            EXPECT_TRUE(WIFSIGNALED(nStatus));
     });
 }
 
@@ -79,6 +85,17 @@ TEST(ShellTest, OneStreamReachesTheCommand) {
     ASSERT_TRUE(out._Open("test \"$(cat)\" = word"));
     EXPECT_EQ(write(out.GetDescriptor(), "word", 4), 4);
     EXPECT_EQ(out.Close(), 0);
+}
+
+TEST(ShellTest, ACommandThatIsLeftToItselfLeavesNoZombie) {
+    pid_t process = -1;
+    {
+        LPipeInOut both;
+        ASSERT_TRUE(both._Open("read x; sleep 0.05", 0, 0));
+        process = both.GetProcess();
+    }
+    while (kill(process, 0) == 0)
+        usleep(1000);
 }
 
 [[noreturn]] void AskAndExit(int nStreamsClosed) {

@@ -15,6 +15,15 @@
 // when the shell could not be started or its status cannot be had.
 int port_system(const char* commandLine);
 
+// Starts the line through "/bin/sh" with these descriptors as its standard input and output, -1 for this process's
+// own. The process, which the caller waits for or lets go; -1 with errno when it could not be started.
+pid_t port_start_shell(const char* commandLine, int input, int output);
+// Blocks until the child has ended. The status as of `port_system`.
+int port_wait(pid_t child);
+// For who does not want to know: whenever the child ends it leaves no zombie. Where the system has no room for the
+// thread that waits for a child that runs, it does.
+void port_let_go(pid_t child);
+
 namespace port {
 
 // A command in a session of its own that is ended with this process: the terminal sends it no signals, it can

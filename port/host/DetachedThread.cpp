@@ -1,4 +1,4 @@
-#include "dispatch/DetachedThread.h"
+#include "host/DetachedThread.h"
 
 #include <csignal>
 #include <initializer_list>
