@@ -3,6 +3,7 @@
 #include "corefoundation/CFString.h"
 
 #include <algorithm>
+#include <iterator>
 
 struct CFArrayCallBacks {};
 struct CFDictionaryKeyCallBacks {};
@@ -39,15 +40,23 @@ bool __CFArray::equals(const CFObject& other) const {
                       [](const auto& one, const auto& two) { return CFEqual(one.get(), two.get()); });
 }
 
-__CFDictionary::__CFDictionary(Entries unsorted)
-    : CFObject(port::CFKind::Dictionary), entries_(std::move(unsorted)) {
-    std::stable_sort(entries_.begin(), entries_.end(),
-                     [](const Entry& one, const Entry& two) { return isBefore(one, two.key.get()); });
+// The changes are sorted by themselves and then merged, each once, whatever their number.
+void __CFDictionary::setAll(Entries changes) {
+    const auto isBeforeOther = [](const Entry& one, const Entry& two) {
+        return isBefore(one, two.key.get());
+    };
+    if (!std::is_sorted(changes.begin(), changes.end(), isBeforeOther))
+        std::stable_sort(changes.begin(), changes.end(), isBeforeOther);
+    const auto size = static_cast<std::ptrdiff_t>(entries_.size());
+    entries_.insert(entries_.end(), std::make_move_iterator(changes.begin()),
+                    std::make_move_iterator(changes.end()));
+    std::inplace_merge(entries_.begin(), entries_.begin() + size, entries_.end(), isBeforeOther);
     // From behind, so that the last of equal keys is the one that stays.
     const auto kept = std::unique(entries_.rbegin(), entries_.rend(), [](const Entry& one, const Entry& two) {
         return one.key.get()->equals(*two.key.get());
     });
     entries_.erase(entries_.begin(), kept.base());
+    std::erase_if(entries_, [](const Entry& entry) { return !entry.value; });
 }
 
 CFTypeRef __CFDictionary::find(CFStringRef key) const {
@@ -125,10 +134,6 @@ CFTypeRef CFDictionaryGetValue(CFDictionaryRef dictionary, const void* key) {
 CFMutableDictionaryRef CFDictionaryCreateMutable(CFAllocatorRef, CFIndex, const CFDictionaryKeyCallBacks*,
                                                  const CFDictionaryValueCallBacks*) {
     return new __CFDictionary(Entries());
-}
-
-CFMutableDictionaryRef CFDictionaryCreateMutableCopy(CFAllocatorRef, CFIndex, CFDictionaryRef dictionary) {
-    return new __CFDictionary(dictionary->entries());
 }
 
 void CFDictionarySetValue(CFMutableDictionaryRef dictionary, const void* key, const void* value) {

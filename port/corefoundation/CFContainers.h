@@ -26,12 +26,17 @@ struct __CFDictionary final : port::CFObject {
     using Entries = std::vector<Entry>;
 
     // In any order; of two equal keys the later entry stays.
-    explicit __CFDictionary(Entries unsorted);
+    explicit __CFDictionary(Entries entries) : CFObject(port::CFKind::Dictionary) {
+        setAll(std::move(entries));
+    }
 
     const Entries& entries() const { return entries_; }
     CFTypeRef find(CFStringRef key) const;
     void set(CFStringRef key, CFTypeRef value);
     void remove(CFStringRef key);
+    // Sets all of them, in any order; the later of two equal keys stays, and one without a value takes its key
+    // away.
+    void setAll(Entries changes);
     bool equals(const CFObject& other) const override;
 
 private:

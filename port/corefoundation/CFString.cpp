@@ -80,6 +80,8 @@ CFStringRef __CFString::make(std::u16string_view units) {
 
 bool __CFString::equals(const CFObject& other) const {
     const auto& string = static_cast<const __CFString&>(other);
+    if (this == &string)
+        return true;
     if (isAscii() != string.isAscii())
         return false;
     return isAscii() ? ascii() == string.ascii() : units() == string.units();
@@ -101,6 +103,8 @@ bool copyUtf8(CFStringRef string, std::string& utf8) {
 }
 
 int compareByCodePoint(CFStringRef first, CFStringRef second) {
+    if (first == second)
+        return 0;
     if (first->isAscii() && second->isAscii())
         return first->ascii().compare(second->ascii());
     const std::size_t common = std::min(first->length(), second->length());

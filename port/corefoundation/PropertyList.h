@@ -18,6 +18,8 @@ constexpr std::size_t kPropertyListFileLimit = 4 << 20;   // bytes
 constexpr std::size_t kPropertyListStringLimit = 1 << 20; // bytes of UTF-8, keys included
 constexpr std::size_t kPropertyListDepthLimit = 64;       // containers, one inside the other
 constexpr std::size_t kPropertyListNodeLimit = 100'000;   // values, each as often as it is referred to
+// The file's limit is also the one of a binary list's texts, keys and data, in bytes as they stand in the file, each
+// as often as it is referred to: read, a list is no larger than its file could be.
 
 using Bytes = std::span<const std::uint8_t>;
 

@@ -42,6 +42,10 @@ constexpr unsigned kFalse = 0x8;
 constexpr unsigned kTrue = 0x9;
 constexpr unsigned kCountFollows = 0xF; // the size is an integer object behind the marker
 
+bool isContent(Type type) {
+    return type == Type::Data || type == Type::Ascii || type == Type::Utf16;
+}
+
 std::uint64_t bigEndian(Bytes bytes) {
     std::uint64_t value = 0;
     for (const std::uint8_t byte : bytes)
@@ -59,9 +63,10 @@ private:
     // What is known of an object of the table.
     struct Slot {
         CFRef<CFTypeRef> object;
-        std::uint32_t nodes = 0;  // values in it, itself included
-        std::uint32_t height = 0; // containers one inside the other, itself included
-        bool isOpen = false;      // its elements are being read
+        std::uint32_t nodes = 0;   // values in it, itself included
+        std::uint32_t content = 0; // bytes of its texts, keys and data
+        std::uint32_t height = 0;  // containers one inside the other, itself included
+        bool isOpen = false;       // its elements are being read
     };
 
     struct Object {
@@ -108,8 +113,9 @@ private:
     std::size_t referenceWidth_ = 0;
     std::uint64_t top_ = 0;
     std::vector<Slot> slots_;
-    std::size_t taken_ = 0; // bytes of the objects read
-    std::size_t nodes_ = 0;
+    std::size_t taken_ = 0;   // bytes of the objects read
+    std::size_t nodes_ = 0;   // this and the next count what is referred to again once more
+    std::size_t content_ = 0; // bytes of texts, keys and data
     std::size_t depth_ = 0;
     std::string error_;
 };
@@ -153,21 +159,28 @@ const BinaryReader::Slot* BinaryReader::resolve(std::uint64_t index, std::size_t
     if (slot.isOpen)
         return fail(from, "object inside itself");
     if (!slot.object) {
-        const std::size_t before = nodes_++;
+        const std::size_t nodesBefore = nodes_++;
+        const std::size_t contentBefore = content_;
         Object object{};
         if (!locate(static_cast<std::size_t>(index), object))
             return nullptr;
+        if (isContent(object.type))
+            content_ += object.payload.size();
         slot.isOpen = true;
         slot.object = make(object, slot);
         slot.isOpen = false;
-        slot.nodes = static_cast<std::uint32_t>(nodes_ - before);
+        slot.nodes = static_cast<std::uint32_t>(nodes_ - nodesBefore);
+        slot.content = static_cast<std::uint32_t>(content_ - contentBefore);
     } else {
         nodes_ += slot.nodes;
+        content_ += slot.content;
     }
     if (!slot.object)
         return nullptr;
     if (nodes_ > kPropertyListNodeLimit)
         return fail(from, "too many values");
+    if (content_ > kPropertyListFileLimit)
+        return fail(from, "too much text and data");
     if (depth_ + slot.height > kPropertyListDepthLimit)
         return fail(from, "nested too deep");
     return &slot;

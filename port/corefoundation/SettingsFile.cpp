@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "corefoundation/CFContainers.h"
 #include "corefoundation/CFString.h"
 #include "corefoundation/PropertyList.h"
 #include "host/AtomicFile.h"
@@ -62,17 +63,15 @@ Settings noSettings() {
 }
 
 Settings merge(CFDictionaryRef settings, const SettingChanges& changes) {
-    const CFRef<CFMutableDictionaryRef> merged(
-        CFDictionaryCreateMutableCopy(kCFAllocatorDefault, 0, settings));
+    __CFDictionary::Entries entries;
+    entries.reserve(changes.size());
     for (const auto& [key, change] : changes) {
-        const CFRef<CFStringRef> name(
-            CFStringCreateWithCString(kCFAllocatorDefault, key.c_str(), kCFStringEncodingUTF8));
-        const CFRef<CFTypeRef> value = change.valueOver(CFDictionaryGetValue(settings, name.get()));
-        if (value)
-            CFDictionarySetValue(merged.get(), name.get(), value.get());
-        else
-            CFDictionaryRemoveValue(merged.get(), name.get());
+        CFRef<CFStringRef> name = makeString(key);
+        CFRef<CFTypeRef> value = change.valueOver(settings->find(name.get()));
+        entries.push_back({std::move(name), std::move(value)});
     }
+    const CFRef<CFMutableDictionaryRef> merged(new __CFDictionary(settings->entries()));
+    merged->setAll(std::move(entries));
     return Settings::retained(merged.get());
 }
 

@@ -94,6 +94,28 @@ bool SettingsStore::editArray(const char* key, const char* added, const char* re
     return true;
 }
 
+int SettingsStore::saveListed(const char* key, CFRef<CFTypeRef> value, const char* list) {
+    if (!isStorable(keyFrom(key), value.get()))
+        return EINVAL;
+    const std::lock_guard saving(saving_);
+    if (const int error =
+            save({{key, {.value = std::move(value)}}, {list, {.isEdit = true, .added = {key}}}}))
+        return error;
+    {
+        const std::lock_guard lock(guard_);
+        pending_.erase(key);
+        if (!pending_.contains(list))
+            return 0;
+    }
+    editArray(list, key, nullptr);
+    return 0;
+}
+
+bool SettingsStore::isSaved(const char* key) {
+    const std::lock_guard lock(guard_);
+    return !pending_.contains(key);
+}
+
 int SettingsStore::synchronize() {
     const std::lock_guard saving(saving_);
     SettingChanges changes;

@@ -33,6 +33,11 @@ public:
     // Adds a text to an array and takes one out of it, null for none, whatever others have written into it by
     // the time of the save. False, with nothing changed, as for `change`.
     bool editArray(const char* key, const char* added, const char* removed);
+    // Saves a value, and its key in the array of texts `list`, together and without the other changes. 0, or the
+    // errno value of what failed, EINVAL for what no list holds: nothing of them stays pending then.
+    int saveListed(const char* key, CFRef<CFTypeRef> value, const char* list);
+    // False while a change of the key is pending.
+    bool isSaved(const char* key);
     // Saves the changes and takes in those of other processes. 0, or the errno value of what failed: the
     // changes that are not on the disk stay pending. One that does not fit does not hold up the others.
     int synchronize();

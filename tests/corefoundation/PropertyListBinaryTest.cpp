@@ -90,6 +90,14 @@ TEST(PropertyListBinary, LimitsHoldAtAndOnePast) {
         bomb.push_back({'\xA2', next, next});
     bomb.push_back("\x09");
     EXPECT_TRUE(rewritten(listOf(bomb)).ends_with(": too many values"));
+    // Texts, keys and data count as often as they are referred to. Four quarters are read, and too long when written.
+    const std::string quarter = "\x12" + bigEndian(1 << 20, 4) + std::string(1 << 20, 'x');
+    const std::string text = "\x5F" + quarter;
+    expectResults(
+        {{"list too long", {listOf({"\xA4\1\1\1\1", text})}},
+         {"offset 8: too much text and data",
+          {listOf({"\xA5\1\1\1\1\1", text}), listOf({"\xA5\1\1\1\1\1", "\x4F" + quarter}),
+           listOf({"\xA3\1\1\1", "\xA2\2\2", text}), listOf({"\xD5\1\1\1\1\1\2\2\2\2\2", text, "\x09"})}}});
     // Three bytes of UTF-8 each.
     expectLimit("string too long", port::kPropertyListStringLimit / 3, [](std::size_t units) {
         return listOf({"\x6F\x12" + bigEndian(units, 4) + std::string(2 * units, '\x20')});
