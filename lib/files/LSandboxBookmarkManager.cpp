@@ -45,6 +45,14 @@ LSandboxBookmarkItem* FindPath(const Items& items, const char* szPath) {
     return FindItem(items, [szPath](const auto& item) { return IsSamePath(item, szPath); });
 }
 
+// False, with no path, when it is too long.
+bool CopyPath(LSandboxBookmarkItem& item, const char* szPath) {
+    if (strlcpy(item.szPath, szPath, sizeof item.szPath) < sizeof item.szPath)
+        return true;
+    *item.szPath = '\0';
+    return false;
+}
+
 NSRef<NSData> MakeBookmark(const LSandboxBookmarkItem& item) {
     return item.pURL ? item.pURL->bookmarkDataWithOptions(NSURLBookmarkCreationWithSecurityScope)
                      : NSRef<NSData>();
@@ -169,18 +177,17 @@ bool LSandboxBookmarkManager::AddFilePath(const char* szPath, NSURL* pURL, bool 
 
 bool LSandboxBookmarkManager::InstanceAddFilePath(const char* szPath, NSURL* pURL, bool bSave, bool bAddFlag,
                                                   const char* szKey) {
+    LPtr<LSandboxBookmarkItem> item(new LSandboxBookmarkItem);
+    if (!CopyPath(*item, szPath))
+        return false;
     if (IsAccessAllowedByEntitlement(szPath, false))
         return true;
     Items& items = LFile::Exists(szPath) ? _ListOf(szPath) : loFiles;
-    char szItemPath[LPathBufferSize];
-    strlcpy(szItemPath, szPath, sizeof szItemPath);
-    if (FindPath(items, szItemPath) != nullptr)
+    if (FindPath(items, szPath) != nullptr)
         return true;
-    LPtr<LSandboxBookmarkItem> item(new LSandboxBookmarkItem);
     item->pURL = NSRef<NSURL>::retained(pURL);
     if (!item->StartAccessingSecurityScopedResource())
         return false;
-    strlcpy(item->szPath, szItemPath, sizeof item->szPath);
     item->bAddFlag = bAddFlag;
     LSandboxBookmarkItem& added = *item;
     items.AddHead(item.Release());
@@ -266,55 +273,69 @@ LSandboxBookmarkItem* LSandboxBookmarkManager::InstanceGetParentBookmark(const c
 void LSandboxBookmarkManager::InstanceLoadBookmarksFromFile() {
     if (const NSRef<NSMutableArray> stored = Settings().arrayForKey(kKeysName))
         pKeys->addObjectsFromArray(*stored);
-    const NSRef<NSMutableArray> keys = pKeys->mutableCopy();
-    bool bAnyRemoved = false;
-    bool bAnyChanged = false;
-    for (unsigned long i = 0; i < keys->count(); ++i) {
-        bool bChanged = false;
-        bAnyRemoved |= _LoadBookmark(*keys->objectAtIndex(i), bChanged) == LoadRemoved;
-        bAnyChanged |= bChanged;
-    }
-    // A file of many dead bookmarks is written once, not once for each.
-    if (bAnyRemoved)
-        Settings().synchronize();
-    if (!bAnyChanged)
+    bool bChanged = false;
+    _LoadBookmarks(*pKeys->mutableCopy(), bChanged);
+    if (!bChanged)
         return;
     InstanceSaveBookmarksToFile(true);
     InstanceSaveBookmarksToFile(false);
 }
 
 bool LSandboxBookmarkManager::InstanceLoadBookmark(NSString* pKey, bool& bChanged) {
-    const LoadResult eResult = _LoadBookmark(*pKey, bChanged);
-    if (eResult == LoadRemoved)
+    const NSRef<NSMutableArray> keys = NSMutableArray::array();
+    keys->addObject(NSRef<NSString>::retained(pKey));
+    return _LoadBookmarks(*keys, bChanged);
+}
+
+// However many are gone or stale, they are looked for together and saved once.
+bool LSandboxBookmarkManager::_LoadBookmarks(const NSMutableArray& keys, bool& bChanged) {
+    const NSRef<NSMutableArray> removed = NSMutableArray::array();
+    bool bAllLoaded = true;
+    bool bAnyStale = false;
+    bChanged = false;
+    {
+        const NSURL::port_SharedSearch search;
+        for (unsigned long i = 0; i < keys.count(); ++i) {
+            NSString& key = *keys.objectAtIndex(i);
+            const LoadResult eResult = _LoadBookmark(key, bChanged);
+            bAllLoaded &= eResult == LoadDone || eResult == LoadStale;
+            bAnyStale |= eResult == LoadStale;
+            if (eResult == LoadRemoved)
+                _RemoveKey(key, *removed);
+        }
+    }
+    if (bAnyStale || removed->count() != 0)
         Settings().synchronize();
-    return eResult == LoadDone;
+    const unsigned long dwRemoved = removed->count();
+    if (bAnyStale) {
+        _DropUnsaved(loFiles, *removed);
+        _DropUnsaved(loFolders, *removed);
+    }
+    if (removed->count() != dwRemoved) {
+        bChanged = true;
+        bAllLoaded = false;
+        Settings().synchronize();
+    }
+    pKeys->removeObjectsInArray(*removed);
+    return bAllLoaded;
 }
 
 LSandboxBookmarkManager::LoadResult LSandboxBookmarkManager::_LoadBookmark(NSString& key, bool& bChanged) {
     const char* const szKey = key.UTF8String();
     const NSRef<NSData> bookmark = Settings().dataForKey(szKey);
-    const bool bIsStored = bookmark && bookmark->length() != 0;
+    if (!bookmark || bookmark->length() == 0)
+        return Settings().port_isReadable(nullptr) ? LoadRemoved : LoadFailed;
     LPtr<LSandboxBookmarkItem> item(new LSandboxBookmarkItem);
-    bChanged = false;
-    LoadResult eResult = LoadRemoved;
-    if (bIsStored)
-        eResult = _ResolveBookmark(*bookmark, szKey, *item);
-    else if (!Settings().port_isReadable(nullptr))
-        eResult = LoadFailed;
-    if (eResult == LoadRemoved) {
-        bChanged = bIsStored;
-        Settings().removeObjectForKey(szKey);
-        Settings().port_editArray(nullptr, szKey, kKeysName);
-        pKeys->removeObject(key);
-    }
-    if (eResult != LoadDone)
+    const LoadResult eResult = _ResolveBookmark(*bookmark, szKey, *item);
+    bChanged |= eResult == LoadRemoved;
+    if (eResult != LoadDone && eResult != LoadStale)
         return eResult;
     if (!item->StartAccessingSecurityScopedResource())
         return LoadFailed;
-    item->bSavedToSettings = true;
+    item->bSavedToSettings = eResult == LoadDone;
     Items& items = _ListOf(item->szPath);
     items.AddHead(item.Release());
-    return LoadDone;
+    return eResult;
 }
 
 LSandboxBookmarkManager::LoadResult LSandboxBookmarkManager::_ResolveBookmark(const NSData& bookmark,
@@ -325,15 +346,42 @@ LSandboxBookmarkManager::LoadResult LSandboxBookmarkManager::_ResolveBookmark(co
         NSURL::URLByResolvingBookmarkData(bookmark, NSURLBookmarkResolutionWithSecurityScope, &bStale);
     if (!item.pURL)
         return IsGone(errno) ? LoadRemoved : LoadFailed;
-    const NSRef<NSString> path = item.pURL->path();
-    strlcpy(item.szPath, path ? path->UTF8String() : "", sizeof item.szPath);
     item.bAddFlag = true;
     item.AddKey(szKey);
     struct stat status;
-    if (stat(item.szPath, &status) != 0 && !IsGone(errno))
+    if (!CopyPath(item, item.pURL->fileSystemRepresentation()) ||
+        (stat(item.szPath, &status) != 0 && !IsGone(errno)))
         return LoadFailed;
-    const bool bIsSound = LFile::Exists(item.szPath) && (!bStale || InstanceSaveBookmarkToFile(item, szKey));
-    return bIsSound ? LoadDone : LoadRemoved;
+    if (!LFile::Exists(item.szPath))
+        return LoadRemoved;
+    if (!bStale)
+        return LoadDone;
+    const NSRef<NSData> fresh = MakeBookmark(item);
+    if (!fresh)
+        return LoadRemoved;
+    Settings().setObject(*fresh, szKey);
+    return LoadStale;
+}
+
+void LSandboxBookmarkManager::_RemoveKey(NSString& key, NSMutableArray& removed) {
+    Settings().removeObjectForKey(key.UTF8String());
+    Settings().port_editArray(nullptr, key.UTF8String(), kKeysName);
+    removed.addObject(NSRef<NSString>::retained(&key));
+}
+
+void LSandboxBookmarkManager::_DropUnsaved(Items& items, NSMutableArray& removed) {
+    LSandboxBookmarkItem* pNext = nullptr;
+    for (LSandboxBookmarkItem* pItem = items.GetFirst(); pItem != nullptr; pItem = pNext) {
+        pNext = pItem->pNext;
+        if (pItem->bSavedToSettings || pItem->lsKeys.GetCount() == 0)
+            continue;
+        const NSRef<NSString> key = NSString::stringWithUTF8String(pItem->lsKeys[0]);
+        pItem->bSavedToSettings = Settings().port_isSaved(key->UTF8String());
+        if (pItem->bSavedToSettings)
+            continue;
+        _RemoveKey(*key, removed);
+        delete items.Detach(pItem);
+    }
 }
 
 void LSandboxBookmarkManager::InstanceSaveBookmarksToFile(bool bFiles) {
@@ -351,10 +399,7 @@ void LSandboxBookmarkManager::InstanceSaveBookmarksToFile(bool bFiles) {
 bool LSandboxBookmarkManager::InstanceSaveBookmarkToFile(LSandboxBookmarkItem& item, const char* szKey) {
     const NSRef<NSString> key = KeyFrom(szKey);
     const NSRef<NSData> bookmark = MakeBookmark(item);
-    if (!key || !bookmark)
-        return false;
-    Settings().setObject(*bookmark, key->UTF8String());
-    if (!Settings().synchronize())
+    if (!key || !bookmark || !Settings().port_saveListed(*bookmark, key->UTF8String(), kKeysName))
         return false;
     item.bSavedToSettings = true;
     return true;

@@ -5,8 +5,8 @@
 // Thread-safety: none; all of it belongs to the main thread. What loads, stores or looks for a file blocks with
 // the file system.
 //
-// Paths and keys are terminated UTF-8 of at most 259 bytes; what is longer is cut. Paths are compared without
-// regard to case. Nothing reports an error but by false.
+// Paths are terminated bytes, at most 259 of them; a longer one is refused with false. They are compared without
+// regard to case. Keys are terminated UTF-8 and cut to 259 bytes. Nothing reports an error but by false.
 #pragma once
 
 #include <Foundation/Foundation.h>
@@ -52,9 +52,11 @@ private:
 // AddFilePath adds it as a file.
 class LSandboxBookmarkManager {
 public:
-    // Makes the instance, unless there is one, and loads the bookmarks. One whose file is known to be gone is removed
-    // from the settings, one whose file cannot be looked for now is left there without an item; one whose file was
-    // renamed, moved or replaced is renewed. Other processes' keys stay.
+    // Makes the instance, unless there is one, and loads the bookmarks. One whose file is known to be gone is
+    // removed from the settings; one whose file cannot be looked for now, or has a longer path than an item takes,
+    // is left there without an item; one whose file was renamed, moved or replaced is renewed. Other processes'
+    // keys stay. Files that are elsewhere are looked for about a second in all; whose bookmarks were not come to
+    // by then are looked for the next time.
     static void Create();
     // Stops all access; the keys and bookmarks stay in the settings.
     static void Destroy();
@@ -64,7 +66,7 @@ public:
     // Starts access to the URL and keeps both; with bSave its bookmark is stored under szKey, which may else be
     // null. pURL is retained. True when the path is accessible: it needs no bookmark, or has an item, or got
     // one, even if the bookmark could not be stored (then the item is not saved). False when the access cannot
-    // be started.
+    // be started or the path is too long.
     static bool AddFilePath(const char* szPath, NSURL* pURL, bool bAddFlag, bool bSave, const char* szKey);
     // Stores the bookmark of a path that has an item under the key. The flag is not used. False when the path
     // needs no bookmark or has no item, or when it cannot be stored.
@@ -95,12 +97,13 @@ public:
 
     void InstanceLoadBookmarksFromFile();
     // Makes the item of the bookmark under the key and starts its access. False when that fails; what cannot be
-    // found is then removed from the settings, and bChanged tells that a record was.
+    // found, or not be renewed, is then removed from the settings, and bChanged tells that a record was.
     bool InstanceLoadBookmark(NSString* pKey, bool& bChanged);
     // Stores fresh bookmarks of the saved items, of files or of folders, under all their keys.
     void InstanceSaveBookmarksToFile(bool bFiles);
-    // Stores the bookmark of the item under the key, on the disk when this returns. False when it cannot be made
-    // or stored; then it may still be stored with the next change.
+    // Stores the bookmark of the item under the key, and the key among the others, on the disk when this returns;
+    // other changes of the settings have no part in it. False when it cannot be made or stored; then nothing of it
+    // is kept.
     bool InstanceSaveBookmarkToFile(LSandboxBookmarkItem& item, const char* szKey);
     void InstanceAddKey(const char* szKey);
 
@@ -121,18 +124,26 @@ public:
     LStringLongTemplate<char> lsPicturesFolder;
 
 private:
-    // LoadFailed leaves the key, LoadRemoved has taken it off, for the caller to store the keys.
-    enum LoadResult { LoadDone, LoadFailed, LoadRemoved };
+    // LoadStale has an item whose fresh bookmark waits to be saved. LoadFailed leaves the key, LoadRemoved is the
+    // caller's to remove.
+    enum LoadResult { LoadDone, LoadStale, LoadFailed, LoadRemoved };
 
     LSandboxBookmarkManager();
     ~LSandboxBookmarkManager();
 
     LList<LSandboxBookmarkItem>& _ListOf(const char* szPath);
     const LList<LSandboxBookmarkItem>& _ListOf(const char* szPath) const;
+    // True when all of them have items.
+    bool _LoadBookmarks(const NSMutableArray& keys, bool& bChanged);
+    // Sets bChanged when a record is to be removed; else it stays.
     LoadResult _LoadBookmark(NSString& key, bool& bChanged);
-    // Fills the item. LoadRemoved when nothing is found, or a fresh bookmark is due and cannot be stored; LoadFailed
-    // when the file cannot be looked for now.
+    // Fills the item. LoadRemoved when nothing is found or no fresh bookmark can be made, LoadFailed when the file
+    // cannot be looked for now.
     LoadResult _ResolveBookmark(const NSData& bookmark, const char* szKey, LSandboxBookmarkItem& item);
+    // Removes the key from the settings and adds it to those that were.
+    static void _RemoveKey(NSString& key, NSMutableArray& removed);
+    // Marks the items whose fresh bookmarks were saved; the others go, with their keys.
+    static void _DropUnsaved(LList<LSandboxBookmarkItem>& items, NSMutableArray& removed);
 };
 
 // Adds the extensions of a filter to the array, without their dots. The filter is a list of pairs of terminated

@@ -9,6 +9,8 @@
 #include <port/UniqueFd.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <unordered_map>
+#include <vector>
 
 #include "host/SystemCalls.h"
 
@@ -30,7 +32,7 @@ std::string parentOf(const std::string& path) {
     return end == 0 ? "/" : path.substr(0, end);
 }
 
-std::string join(const std::string& folder, const char* name) {
+std::string join(const std::string& folder, const std::string& name) {
     return (folder == "/" ? folder : folder + "/") + name;
 }
 
@@ -38,72 +40,100 @@ bool isSelfOrParent(const char* name) {
     return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0;
 }
 
-// Looks for one file among the names of folders, on one volume: in the folder where it began, in those below and
-// above it, and so on.
-class FolderSearch {
+} // namespace
+
+// The names in the folder where a search begins, in those below and above it, and so on, on one volume. Each is
+// read once, whatever number of files is looked for.
+class BookmarkSearch::Surroundings {
 public:
-    FolderSearch(const FileIdentity& wanted, const std::string& start) : wanted_(wanted), start_(start) {
-        if (const std::optional<FileIdentity> folder = describeFile(AT_FDCWD, start.c_str(), 0))
+    Surroundings(std::string start, const Deadline& end) : start_(std::move(start)), end_(end) {
+        if (const std::optional<FileIdentity> folder = describeFile(AT_FDCWD, start_.c_str(), 0))
             device_ = folder->device;
     }
 
-    // The path of the file if it is in the folder where the search began; else empty.
-    std::string lookAtStart() {
-        left_ = kBookmarkFolderLimit;
-        return look(start_);
+    // The path of the file if it is in the folder where the search begins; else empty.
+    std::string findAtStart(const FileIdentity& wanted) {
+        if (folders_.empty())
+            readStart();
+        return find(wanted);
     }
-    // The path of the file if it is in one of the other folders.
-    std::string lookAround() {
-        left_ = kBookmarkSearchLimit;
-        waiting_.push_back(parentOf(start_));
-        std::string found;
-        for (; found.empty() && left_ != 0 && !waiting_.empty(); waiting_.pop_front())
-            found = look(waiting_.front());
-        return found;
+    // The path of the file if it is in one of the other folders. After findAtStart.
+    std::string findAround(const FileIdentity& wanted) {
+        if (!hasLookedAround_)
+            waiting_.push_back(parentOf(start_));
+        hasLookedAround_ = true;
+        for (left_ = kBookmarkSearchLimit; !waiting_.empty() && isToGoOn(); waiting_.pop_front())
+            read(waiting_.front());
+        waiting_.clear();
+        return find(wanted);
     }
 
-    // The errno value of why folders could not be opened; 0 when all could but those that are closed to us.
+    // The errno value of why folders could not be opened, or not be read to their end; 0 when all could but
+    // those that are closed to us.
     int error() const { return error_; }
 
 private:
-    std::string look(const std::string& path) {
+    struct Name {
+        std::size_t folder; // its index in folders_
+        std::string name;
+    };
+
+    void readStart() {
+        left_ = kBookmarkFolderLimit;
+        read(start_);
+    }
+    void read(const std::string& path) {
+        folders_.push_back(path);
         const std::unique_ptr<DIR, int (*)(DIR*)> folder(::opendir(path.c_str()), ::closedir);
         if (folder == nullptr && errno != ENOENT && (errno != EACCES || path == start_))
             error_ = errno;
-        const int descriptor = folder != nullptr ? ::dirfd(folder.get()) : -1;
         struct stat status;
-        if (::fstat(descriptor, &status) != 0 || status.st_dev != device_)
-            return "";
-        for (; left_ != 0; --left_) {
-            const dirent* const entry = ::readdir(folder.get());
-            if (entry == nullptr)
-                break;
+        if (::fstat(folder != nullptr ? ::dirfd(folder.get()) : -1, &status) != 0 || status.st_dev != device_)
+            return;
+        for (const dirent* entry; isToGoOn() && (entry = ::readdir(folder.get())) != nullptr; --left_) {
             if (isSelfOrParent(entry->d_name))
                 continue;
-            if (entry->d_ino == wanted_.inode && isWanted(descriptor, entry->d_name))
-                return join(path, entry->d_name);
+            names_.emplace(entry->d_ino, Name{folders_.size() - 1, entry->d_name});
             if (entry->d_type == DT_DIR && waiting_.size() < kBookmarkSearchLimit)
                 enqueue(join(path, entry->d_name));
         }
-        return "";
     }
-    bool isWanted(int folder, const char* name) const {
-        const std::optional<FileIdentity> file = describeFile(folder, name, AT_SYMLINK_NOFOLLOW);
-        return file && wanted_.isFoundAs(*file);
+    bool isToGoOn() {
+        if (left_ != 0 && end_.isPast()) {
+            error_ = ETIMEDOUT;
+            left_ = 0;
+        }
+        return left_ != 0;
     }
     // The folder above the first one shows that again.
     void enqueue(std::string path) {
         if (path != start_)
             waiting_.push_back(std::move(path));
     }
+    std::string find(const FileIdentity& wanted) const {
+        const auto [first, last] = names_.equal_range(wanted.inode);
+        for (auto name = first; name != last; ++name) {
+            std::string path = join(folders_[name->second.folder], name->second.name);
+            const std::optional<FileIdentity> file =
+                describeFile(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW);
+            if (file && wanted.isFoundAs(*file))
+                return path;
+        }
+        return "";
+    }
 
-    const FileIdentity& wanted_;
     const std::string start_;
+    const Deadline& end_;
     std::uint64_t device_ = 0;
     std::size_t left_ = 0;
     int error_ = 0;
+    bool hasLookedAround_ = false;
+    std::vector<std::string> folders_; // that were read
+    std::unordered_multimap<std::uint64_t, Name> names_;
     std::deque<std::string> waiting_;
 };
+
+namespace {
 
 // Asks the kernel for the file itself, which needs the privilege for it. 0 when the path was found, else the
 // errno value: ESTALE means that there is no such file any more.
@@ -155,7 +185,19 @@ bool makeBookmark(const std::string& path, BookmarkRecord& record) {
     return true;
 }
 
-int findBookmarked(const BookmarkRecord& record, std::string& path, bool& stale) {
+BookmarkSearch::BookmarkSearch(std::chrono::milliseconds time) : end_(time) {}
+
+BookmarkSearch::~BookmarkSearch() = default;
+
+BookmarkSearch::Surroundings& BookmarkSearch::around(const std::string& folder) {
+    if (const auto known = known_.find(folder); known != known_.end())
+        return *known->second;
+    if (known_.size() == kBookmarkFoldersKept)
+        known_.clear();
+    return *known_.emplace(folder, std::make_unique<Surroundings>(folder, end_)).first->second;
+}
+
+int BookmarkSearch::find(const BookmarkRecord& record, std::string& path, bool& stale) {
     path.clear();
     if (const auto there = describeFile(AT_FDCWD, record.path.c_str(), 0)) {
         stale = *there != record.file;
@@ -166,13 +208,13 @@ int findBookmarked(const BookmarkRecord& record, std::string& path, bool& stale)
     if (errno != ENOENT && errno != ENOTDIR)
         return errno;
     const std::string folder = nearestFolder(record.path);
-    FolderSearch search(record.file, folder);
-    path = search.lookAtStart();
+    Surroundings& surroundings = around(folder);
+    path = surroundings.findAtStart(record.file);
     if (path.empty() && !record.handle.empty() && openByHandle(record, folder, path) == ESTALE)
         return ENOENT;
     if (path.empty())
-        path = search.lookAround();
-    return !path.empty() ? 0 : search.error() != 0 ? search.error() : ENOENT;
+        path = surroundings.findAround(record.file);
+    return !path.empty() ? 0 : surroundings.error() != 0 ? surroundings.error() : ENOENT;
 }
 
 } // namespace port

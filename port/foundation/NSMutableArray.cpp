@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include <Foundation/Foundation.h>
@@ -31,7 +32,9 @@ void NSMutableArray::addObjectsFromArray(const NSMutableArray& other) {
     texts_.insert(texts_.end(), added.begin(), added.end());
 }
 
-void NSMutableArray::removeObject(const NSString& text) {
-    const std::string kept = text.UTF8String(); // it may be one of ours
-    std::erase_if(texts_, equalTo(kept.c_str()));
+void NSMutableArray::removeObjectsInArray(const NSMutableArray& others) {
+    std::unordered_set<std::string> removed;
+    for (const NSRef<NSString>& text : others.texts_)
+        removed.emplace(text->UTF8String());
+    std::erase_if(texts_, [&](const NSRef<NSString>& text) { return removed.contains(text->UTF8String()); });
 }

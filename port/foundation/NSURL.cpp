@@ -1,10 +1,18 @@
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <unistd.h>
+#include <utility>
 
 #include "corefoundation/CFURL.h"
 #include "foundation/BookmarkSearch.h"
 #include <Foundation/Foundation.h>
+
+namespace {
+
+thread_local port::BookmarkSearch* sharedSearch = nullptr;
+
+} // namespace
 
 NSRef<NSURL> NSURL::fileURLWithPath(const char* path) {
     const port::CFRef<CFURLRef> url = port::makeURL(path != nullptr ? path : "", false);
@@ -26,13 +34,25 @@ NSRef<NSURL> NSURL::URLByResolvingBookmarkData(const NSData& bookmark, NSURLBook
         port::decodeBookmark({reinterpret_cast<const char*>(bookmark.bytes()), bookmark.length()});
     bool stale = false;
     std::string path;
-    const int error = record ? port::findBookmarked(*record, path, stale) : EINVAL;
+    int error = EINVAL;
+    if (record && sharedSearch != nullptr)
+        error = sharedSearch->find(*record, path, stale);
+    else if (record)
+        error = port::BookmarkSearch().find(*record, path, stale);
     if (error != 0) {
         errno = error;
         return {};
     }
     *isStale = stale;
     return fileURLWithPath(path.c_str());
+}
+
+NSURL::port_SharedSearch::port_SharedSearch()
+    : search_(std::make_unique<port::BookmarkSearch>()), before_(std::exchange(sharedSearch, search_.get())) {
+}
+
+NSURL::port_SharedSearch::~port_SharedSearch() {
+    sharedSearch = before_;
 }
 
 bool NSURL::respondsToSelector(const char* selector) const {

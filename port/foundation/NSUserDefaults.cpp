@@ -37,6 +37,11 @@ CFRef<CFTypeRef> textFrom(const NSString& text) {
         CFStringCreateWithCString(kCFAllocatorDefault, text.UTF8String(), kCFStringEncodingUTF8));
 }
 
+CFRef<CFTypeRef> dataFrom(const NSData& data) {
+    return CFRef<CFTypeRef>(
+        CFDataCreate(kCFAllocatorDefault, data.bytes(), static_cast<CFIndex>(data.length())));
+}
+
 } // namespace
 
 NSUserDefaults::NSUserDefaults(std::string file)
@@ -100,8 +105,7 @@ void NSUserDefaults::setObject(const NSString& value, const char* key) {
 }
 
 void NSUserDefaults::setObject(const NSData& value, const char* key) {
-    store_->change(key, CFRef<CFTypeRef>(CFDataCreate(kCFAllocatorDefault, value.bytes(),
-                                                      static_cast<CFIndex>(value.length()))));
+    store_->change(key, dataFrom(value));
 }
 
 void NSUserDefaults::setObject(const NSMutableArray& value, const char* key) {
@@ -118,6 +122,16 @@ void NSUserDefaults::setObject(const NSMutableArray& value, const char* key) {
 
 void NSUserDefaults::port_editArray(const char* added, const char* removed, const char* key) {
     store_->editArray(key, added, removed);
+}
+
+bool NSUserDefaults::port_saveListed(const NSData& value, const char* key, const char* listKey) {
+    const int error = store_->saveListed(key, dataFrom(value), listKey);
+    errno = error;
+    return error == 0;
+}
+
+bool NSUserDefaults::port_isSaved(const char* key) const {
+    return store_->isSaved(key);
 }
 
 void NSUserDefaults::removeObjectForKey(const char* key) {

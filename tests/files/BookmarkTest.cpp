@@ -4,11 +4,13 @@
 #include <algorithm>
 #include <csignal>
 #include <gtest/gtest.h>
+#include <port/UniqueFd.h>
 #include <random>
+#include <sys/inotify.h>
 #include <unistd.h>
 
 #include "files/LFile.h"
-#include "foundation/BookmarkRecord.h"
+#include "foundation/BookmarkSearch.h"
 #include "support/Bundle.h"
 #include "support/ChildProcess.h"
 
@@ -158,6 +160,14 @@ TEST_F(Bookmarks, SettingsThatCannotBeWrittenAreSeen) {
     EXPECT_EQ(FileText(settingsFile()), before);
     fs::remove(settingsFile() + ".lock");
     EXPECT_EQ(run(), "file " + root + "/x 1 0\n");
+    // Room for one bookmark more, but not under a long key: it is not kept, and holds up no other.
+    std::string full = "<plist><dict>";
+    for (const int length : {1'048'000, 1'048'000, 1'048'000, 1'048'000, 1'304})
+        full +=
+            "<key>" + std::to_string(full.size()) + "</key><string>" + std::string(length, 'x') + "</string>";
+    writeFile(settingsFile(), full + "</dict></plist>");
+    EXPECT_EQ(run({std::string(259, 'k'), root, "short", root + "/x"}), "-\nshort\n");
+    EXPECT_EQ(countOfKeys(), 1U);
 }
 
 TEST_F(Bookmarks, WhatCannotBeLookedAtIsKept) {
@@ -175,6 +185,42 @@ TEST_F(Bookmarks, WhatCannotBeLookedAtIsKept) {
     fs::rename(settingsFile() + "-", settingsFile());
     EXPECT_EQ(FileText(settingsFile()), before);
     EXPECT_EQ(run(), "file " + root + "/closed/file 1 key\n");
+}
+
+TEST_F(Bookmarks, PathsAreBytesAndNeverCut) {
+    const std::string odd = root + "/\xFF";
+    const std::string deep = root + "/" + std::string(200, 'd') + "/" + std::string(100, 'f');
+    const std::string found = "file " + odd + " 1 odd\n";
+    fs::create_directory(deep.substr(0, deep.size() - 101));
+    for (const std::string& file : {odd, deep})
+        writeFile(file);
+    EXPECT_EQ(run({"odd", odd, "deep", deep}), "odd\n-\n");
+    EXPECT_EQ(run(), found);
+    EXPECT_EQ(countOfKeys(), 1U);
+    fs::rename(odd, deep + "2"); // where no item can follow, and nothing is lost
+    EXPECT_EQ(run(), "");
+    fs::rename(deep + "2", odd);
+    EXPECT_EQ(run(), found);
+}
+
+TEST_F(Bookmarks, OneLookAtAFolderAndNotForEver) {
+    run(makeFiles(30));
+    const port::UniqueFd watch(inotify_init1(IN_NONBLOCK));
+    port::BookmarkRecord record;
+    ASSERT_TRUE(port::makeBookmark(root + "/0", record));
+    fs::remove_all(root);
+    fs::create_directory(root);
+    inotify_add_watch(watch.get(), root.c_str(), IN_OPEN | IN_ACCESS);
+    EXPECT_EQ(run({}, false), "");
+    inotify_event events[1000];
+    const ssize_t size = read(watch.get(), events, sizeof events);
+    EXPECT_EQ(1, std::count_if(events, events + size / static_cast<ssize_t>(sizeof *events),
+                               [](const auto& event) { return (event.mask & IN_ACCESS) != 0; }));
+    EXPECT_EQ(countOfKeys(), 0U);
+    std::string path;
+    bool stale = false;
+    record.handle.clear();
+    EXPECT_EQ(ETIMEDOUT, port::BookmarkSearch(std::chrono::milliseconds(0)).find(record, path, stale));
 }
 
 TEST_F(Bookmarks, TwoProcessesKeepEachOthersKeys) {

@@ -105,8 +105,8 @@ public:
 
     void addObject(const NSRef<NSString>& text) { texts_.push_back(text); } // not null
     void addObjectsFromArray(const NSMutableArray& other);
-    // Removes every text that equals this one.
-    void removeObject(const NSString& text);
+    // Removes every text that equals one of those.
+    void removeObjectsInArray(const NSMutableArray& others);
 
 private:
     NSMutableArray() = default;
@@ -116,6 +116,11 @@ private:
 
 enum NSURLBookmarkCreationOptions : unsigned long { NSURLBookmarkCreationWithSecurityScope = 1UL << 11 };
 enum NSURLBookmarkResolutionOptions : unsigned long { NSURLBookmarkResolutionWithSecurityScope = 1UL << 10 };
+
+namespace port {
+class BookmarkSearch;
+class SettingsStore;
+} // namespace port
 
 // The URL of a file or folder, which need not exist.
 //
@@ -139,11 +144,26 @@ public:
 
     // The URL of the file where it is now. What is at the recorded path comes first, whatever it is; where
     // nothing is, the file is looked for under other names in its folder and in the folders around it, some
-    // thousand files at most. *isStale tells that a fresh bookmark should be made: the file is elsewhere, or
-    // is another one. Null, with *isStale false and errno, when it is not found: ENOENT when it is known to
-    // be gone, EINVAL for bytes that no bookmark has, else why it could not be looked for.
+    // thousand files at most and about a second at most. *isStale tells that a fresh bookmark should be made:
+    // the file is elsewhere, or is another one. Null, with *isStale false and errno, when it is not found:
+    // ENOENT when it is known to be gone, EINVAL for bytes that no bookmark has, else why it could not be
+    // looked for, ETIMEDOUT when the time had passed.
     static NSRef<NSURL> URLByResolvingBookmarkData(const NSData& bookmark,
                                                    NSURLBookmarkResolutionOptions options, bool* isStale);
+
+    // While one lives, the bookmarks that its thread resolves are one search: what was read of a folder serves
+    // all of them, and the second is that of all of them. For as long as it takes to resolve some in a row.
+    class port_SharedSearch {
+    public:
+        port_SharedSearch();
+        ~port_SharedSearch();
+        port_SharedSearch(const port_SharedSearch&) = delete;
+        port_SharedSearch& operator=(const port_SharedSearch&) = delete;
+
+    private:
+        const std::unique_ptr<port::BookmarkSearch> search_;
+        port::BookmarkSearch* const before_;
+    };
 
     // Both methods of the security scope.
     bool respondsToSelector(const char* selector) const override;
@@ -158,10 +178,6 @@ protected:
 private:
     std::string path_;
 };
-
-namespace port {
-class SettingsStore;
-}
 
 // The settings of one application: one property list, `<bundle identifier>.plist` (for a program outside a
 // bundle `<file name of the executable>.plist`), in $XDG_CONFIG_HOME, else ~/.config.
@@ -198,6 +214,12 @@ public:
     // null for none. Only these differences are saved, over what other processes have written into the array
     // by then.
     void port_editArray(const char* added, const char* removed, const char* key);
+    // Saves the data, and its key in the array of texts under `listKey`, at once and together; other changes
+    // stay pending. On the disk when this returns; blocks as `synchronize` does. False, with errno, when they
+    // could not be saved: nothing of them is kept, in memory either.
+    bool port_saveListed(const NSData& value, const char* key, const char* listKey);
+    // False while a change of the key waits to be saved.
+    bool port_isSaved(const char* key) const;
     // While the settings cannot be read nothing is removed but a change that was not saved.
     void removeObjectForKey(const char* key);
 
