@@ -3,146 +3,72 @@
 #include <array>
 #include <cerrno>
 #include <climits>
-#include <cstdio>
-#include <cstring>
 #include <fcntl.h>
+#include <limits>
+#include <port/DataCopy.h>
 #include <port/UniqueFd.h>
 #include <sys/stat.h>
-#include <sys/xattr.h>
 #include <unistd.h>
-#include <vector>
 
-#include "host/OwnName.h"
+#include "bsd/Draft.h"
+#include "host/AtomicFile.h"
 #include "host/SystemCalls.h"
 
 namespace port {
 namespace {
 
-constexpr std::size_t kBuffer = std::size_t{64} << 10;
-constexpr std::size_t kKernelChunk = 1U << 30;
-constexpr off_t kSmallFile = 4096;           // below it a read and a write beat the kernel's own copy
 constexpr off_t kLargeFile = off_t{1} << 20; // from here it pays to look at the target before the work
-constexpr std::size_t kMaxAttributeNames = std::size_t{64} << 10;
-constexpr std::size_t kMaxAttributeValue = std::size_t{64} << 10;
-constexpr mode_t kPermissionBits = 0777; // the copy is its maker's: it does not lend his rights to others
+constexpr mode_t kPermissionBits = 0777;     // the copy is its maker's: it does not lend his rights to others
 constexpr mode_t kWhileCopying = 0600;
-constexpr char kNamePrefix[] = ".copy-";
-constexpr char kOwnDescriptors[] = "/proc/self/fd";
+constexpr mode_t kNewFileMode = 0666;
+constexpr char kLinkPrefix[] = ".copy-";
 
-// A new file that takes the target's name when it is whole. Until then it has no name at all, so that nothing
-// is left of it whenever the process ends; where the file system has no nameless files it has one of its own.
-class Draft {
-public:
-    explicit Draft(int folder) : name_(folder, kNamePrefix) {}
-
-    bool open() {
-        if (canBeNamedLater())
-            fd_.reset(sys::openat(name_.folder(), ".", O_WRONLY | O_TMPFILE, kWhileCopying));
-        return fd_ || name_.take([this](const char* name) {
-            fd_.reset(
-                sys::openat(name_.folder(), name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, kWhileCopying));
-            return static_cast<bool>(fd_);
-        });
-    }
-    int fd() const { return fd_.get(); }
-
-    // False with EEXIST when the name is taken, or may be.
-    bool takeFreeName(const char* target) {
-        if (!name_.isTaken())
-            return link(target);
-        errno = EEXIST;
+// A size of 0 may be what a file tells that is made up while it is read, so the end is looked for then.
+bool copyContents(int from, const struct stat& source, const Draft& to) {
+    DataCopy data(from, source, to.fd());
+    if (data.move(source.st_size != 0 ? source.st_size : std::numeric_limits<off_t>::max()) < 0 ||
+        !data.finish())
         return false;
-    }
-    bool replace(const char* target) {
-        return (name_.isTaken() || name_.take([this](const char* name) { return link(name); })) &&
-               name_.renameTo(target);
-    }
-
-private:
-    static bool canBeNamedLater() {
-        static const bool reachable = ::access(kOwnDescriptors, X_OK) == 0;
-        return reachable;
-    }
-
-    // By the descriptor alone, for which older kernels want a privilege, or by its path.
-    bool link(const char* target) const {
-        if (::linkat(fd_.get(), "", name_.folder(), target, AT_EMPTY_PATH) == 0)
-            return true;
-        if (errno != ENOENT)
-            return false;
-        std::array<char, 40> path;
-        std::snprintf(path.data(), path.size(), "%s/%d", kOwnDescriptors, fd_.get());
-        return ::linkat(AT_FDCWD, path.data(), name_.folder(), target, AT_SYMLINK_FOLLOW) == 0;
-    }
-
-    OwnName name_;
-    UniqueFd fd_;
-};
-
-// `size` is how much is left as far as the file tells; 0 may be what one tells that is made up while it is
-// read, so the end is looked for then.
-bool copyByHand(int from, off_t size, int to) {
-    std::array<char, kBuffer> buffer;
-    for (off_t done = 0; size == 0 || done < size;) {
-        const ssize_t got = sys::read(from, buffer.data(), buffer.size());
-        if (got <= 0)
-            return got == 0;
-        if (!sys::writeAll(to, buffer.data(), static_cast<std::size_t>(got)))
-            return false;
-        done += got;
-    }
-    return true;
-}
-
-// What the kernel cannot copy, or takes for empty, is read and written; so is what fails, which then tells why.
-bool copyInKernel(int from, off_t size, int to) {
-    while (size > 0) {
-        const ssize_t copied = sys::copyRange(from, to, kKernelChunk);
-        if (copied <= 0)
-            return copyByHand(from, size, to);
-        size -= copied;
-    }
-    return true;
-}
-
-// What the target's file system refuses of these is left behind, as a copy without it is better than none.
-void copyAttributes(int from, int to) {
-    const ssize_t needed = ::flistxattr(from, nullptr, 0);
-    if (needed <= 0 || static_cast<std::size_t>(needed) > kMaxAttributeNames)
-        return;
-    std::vector<char> names(static_cast<std::size_t>(needed));
-    std::vector<char> value(kMaxAttributeValue);
-    const ssize_t size = ::flistxattr(from, names.data(), names.size());
-    if (size <= 0)
-        return;
-    const char* const end = names.data() + size;
-    for (const char* name = names.data(); name < end; name += std::strlen(name) + 1) {
-        const ssize_t length = ::fgetxattr(from, name, value.data(), value.size());
-        if (length >= 0)
-            ::fsetxattr(to, name, value.data(), static_cast<std::size_t>(length), 0);
-    }
-}
-
-bool copyContents(int from, const struct stat& source, int to) {
-    const bool copied = source.st_size < kSmallFile ? copyByHand(from, source.st_size, to)
-                                                    : copyInKernel(from, source.st_size, to);
-    if (!copied)
-        return false;
-    copyAttributes(from, to);
-    static_cast<void>(::fchmod(to, source.st_mode & kPermissionBits));
+    to.copyAttributes(from);
+    static_cast<void>(::fchmod(to.fd(), source.st_mode & kPermissionBits));
     const timespec times[2] = {source.st_atim, source.st_mtim};
-    static_cast<void>(::futimens(to, times));
+    static_cast<void>(::futimens(to.fd(), times));
     return true;
 }
 
-// False with EEXIST when the name is that of the source itself.
-bool isAnother(int folder, const char* name, const struct stat& source) {
+// False with EEXIST when the name is that of the source itself, with EINVAL when it is that of a folder, a pipe or a
+// device.
+bool mayReplace(int folder, const char* name, const struct stat& source) {
     struct stat target;
-    if (::fstatat(folder, name, &target, AT_SYMLINK_NOFOLLOW) != 0 || target.st_dev != source.st_dev ||
-        target.st_ino != source.st_ino)
+    if (::fstatat(folder, name, &target, AT_SYMLINK_NOFOLLOW) != 0)
         return true;
-    errno = EEXIST;
-    return false;
+    const bool same = target.st_dev == source.st_dev && target.st_ino == source.st_ino;
+    errno = same ? EEXIST : EINVAL;
+    return !same && (S_ISREG(target.st_mode) || S_ISLNK(target.st_mode));
+}
+
+// An existing file, to be described; its content is not read. False when the name is not that of a file, or when it
+// is there and cannot be opened.
+bool openFormer(int folder, const char* name, UniqueFd& former, struct stat& status) {
+    former.reset(sys::openat(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
+    if (!former)
+        return errno == ENOENT;
+    if (::fstat(former.get(), &status) != 0)
+        return false;
+    errno = EINVAL;
+    return S_ISREG(status.st_mode);
+}
+
+// False with EPERM when the owner or the group cannot be given on.
+bool takeAfter(const Draft& draft, int former, const struct stat& status) {
+    struct stat now;
+    if (::fstat(draft.fd(), &now) != 0)
+        return false;
+    if ((now.st_uid != status.st_uid || now.st_gid != status.st_gid) &&
+        ::fchown(draft.fd(), status.st_uid, status.st_gid) != 0)
+        return false;
+    draft.copyAttributes(former);
+    return ::fchmod(draft.fd(), status.st_mode & kPermissionBits) == 0;
 }
 
 } // namespace
@@ -160,13 +86,12 @@ bool port_copy_file(int fromFolder, const char* from, int toFolder, const char* 
         errno = EINVAL;
         return false;
     }
-    if (status.st_size >= kLargeFile && !isAnother(toFolder, to, status))
+    if (status.st_size >= kLargeFile && !mayReplace(toFolder, to, status))
         return false;
-    Draft draft(toFolder);
-    if (!draft.open() || !copyContents(source.get(), status, draft.fd()))
+    Draft draft(toFolder, to);
+    if (!draft.open(kWhileCopying) || !copyContents(source.get(), status, draft))
         return false;
-    return draft.takeFreeName(to) ||
-           (errno == EEXIST && isAnother(toFolder, to, status) && draft.replace(to));
+    return draft.takeFreeName() || (errno == EEXIST && mayReplace(toFolder, to, status) && draft.replace());
 }
 
 bool port_copy_link(int fromFolder, const char* from, int toFolder, const char* to) {
@@ -180,7 +105,28 @@ bool port_copy_link(int fromFolder, const char* from, int toFolder, const char* 
     if (make(to))
         return true;
     struct stat source;
-    OwnName replacement(toFolder, kNamePrefix);
+    const std::string target(to);
+    OwnName replacement(toFolder, target.substr(0, target.rfind('/') + 1) + kLinkPrefix);
     return errno == EEXIST && ::fstatat(fromFolder, from, &source, AT_SYMLINK_NOFOLLOW) == 0 &&
-           isAnother(toFolder, to, source) && replacement.take(make) && replacement.renameTo(to);
+           mayReplace(toFolder, to, source) && replacement.take(make) && replacement.renameTo(to);
+}
+
+bool port_replace_file(const char* path, const void* bytes, std::size_t size, bool flush) {
+    using namespace port;
+    FilePlace place;
+    if (!resolvePlace(path, place))
+        return false;
+    const UniqueFd folder(
+        sys::open(place.folder.empty() ? "." : place.folder.c_str(), O_RDONLY | O_DIRECTORY));
+    UniqueFd former;
+    struct stat status;
+    if (!folder || !openFormer(folder.get(), place.name.c_str(), former, status))
+        return false;
+    Draft draft(folder.get(), place.name.c_str());
+    if (!draft.open(former ? kWhileCopying : kNewFileMode) || !sys::writeAll(draft.fd(), bytes, size) ||
+        (former && !takeAfter(draft, former.get(), status)) || (flush && sys::fsync(draft.fd()) != 0))
+        return false;
+    if (former ? !draft.replace() : !draft.takeFreeName() && (errno != EEXIST || !draft.replace()))
+        return false;
+    return !flush || sys::fsync(folder.get()) == 0;
 }

@@ -65,3 +65,7 @@ int port_open(const char* path, int flags, mode_t mode) {
     constexpr int kMake = O_CREAT | O_EXCL;
     return (flags & kMake) == kMake ? makeLocked(path, flags, mode) : openThenLock(path, flags, mode);
 }
+
+int port_openat(int folder, const char* name, int flags, mode_t mode) {
+    return port::sys::openat(folder, name, flags, mode);
+}

@@ -14,6 +14,6 @@ bool port_write_all(int fd, const void* bytes, std::size_t size) {
     return port::sys::writeAll(fd, bytes, size);
 }
 
-ssize_t port_copy_range(int from, int to, std::size_t size) {
-    return port::sys::copyRange(from, to, size);
+bool port_reserve(int fd, std::size_t size) {
+    return port::sys::reserve(fd, size);
 }

@@ -70,6 +70,14 @@ ssize_t copyRange(int from, int to, std::size_t size) {
     return repeat([&] { return ::copy_file_range(from, nullptr, to, nullptr, size, 0); });
 }
 
+bool reserve(int fd, std::size_t size) {
+    if (refused(Call::Write))
+        return false;
+    const off_t length = static_cast<off_t>(size);
+    return size == 0 || repeat([&] { return ::fallocate(fd, FALLOC_FL_KEEP_SIZE, 0, length); }) == 0 ||
+           (errno != ENOSPC && errno != EDQUOT && errno != EFBIG && errno != EIO);
+}
+
 int fsync(int fd) {
     if (refused(Call::Fsync))
         return -1;

@@ -32,6 +32,7 @@ int openat(int folder, const char* name, int flags, mode_t mode = 0);
 ssize_t read(int fd, void* buffer, std::size_t size);
 ssize_t write(int fd, const void* bytes, std::size_t size);
 ssize_t copyRange(int from, int to, std::size_t size); // copy_file_range; for the hook it is a write
+bool reserve(int fd, std::size_t size);                // fallocate; for the hook it is a write
 int fsync(int fd);
 int renameat(int fromFolder, const char* from, int toFolder, const char* to);
 ssize_t sendmsg(int fd, const msghdr* message, int flags);

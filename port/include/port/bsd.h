@@ -50,6 +50,9 @@ constexpr int O_EXLOCK = 0x20000000;
 // is opened anew.
 int port_open(const char* path, int flags, mode_t mode = 0);
 
+// `openat`, close-on-exec. A call that a signal interrupts is begun anew, in `port_open` too.
+int port_openat(int folder, const char* name, int flags, mode_t mode = 0);
+
 // Opens the empty device as each of the descriptors 0, 1 and 2 that is not open, so that no other file becomes the
 // program's standard input or output. Before anything else is opened.
 void port_open_standard_descriptors();

@@ -16,17 +16,29 @@
 constexpr int O_SEARCH = O_PATH;
 
 // Copies a regular file, with its permissions (0777; the bits that lend the owner's rights stay behind), times
-// and extended attributes, as far as the file system keeps them, into a folder under a name, replacing what
-// has that name. The data go into a file without a name, which takes the name when it is whole: the target is
-// the old file or the new one, never a part, and a copy that is killed leaves nothing behind. (Where the file
-// system has no such files, and for the moment in which a target is replaced, it has a name of its own in the
-// folder, ".copy-PID-N".) False when the source is no regular file (EINVAL; it is not read), when it and the
-// target are the same file (EEXIST), when the target is a folder, or when anything fails on the way.
+// and extended attributes, as far as the file system keeps them and this process may set them, into a folder under
+// a name, replacing what has that name. What is a hole in the source stays one. The data go into a file without a
+// name, which takes the name when it is whole: the target is the old file or the new one, never a part, and a copy
+// that is killed leaves nothing behind. (Where the file system has no such files, and for the moment in which a
+// target is replaced, it has a name of its own in the folder, ".copy-PID-N".) False when the source is no regular
+// file (EINVAL, a link ELOOP; it is not read), when it and the target are the same file (EEXIST), when the target is
+// neither a file nor a link (EINVAL), or when anything fails on the way.
 bool port_copy_file(int fromFolder, const char* from, int toFolder, const char* to);
 
-// Copies a symbolic link as a link, replacing what has the target's name, but no folder: the target is the old
+// Copies a symbolic link as a link, replacing a file or a link that has the target's name: the target is the old
 // one or the new one at every moment. False as above.
 bool port_copy_link(int fromFolder, const char* from, int toFolder, const char* to);
+
+// Gives the file at `path`, links followed, these bytes as its content. They go into a new file, as above, which has
+// the permissions, the owner and the attributes of the old one and takes its name; a file that was not there gets
+// 0666 under the process's mask. With `flush` bytes and name are on the disk when this returns. False with errno:
+// nothing changed, or, when only the last flush failed, the new content stands but may not survive a power cut.
+// EPERM: the owner or the group cannot be kept; EINVAL: something other than a file has the name.
+bool port_replace_file(const char* path, const void* bytes, std::size_t size, bool flush);
+
+// `openat` of a path, links on the way and at its end followed, that never leaves the folder: EXDEV when it would, by
+// ".." or by a link that begins at the root. Close-on-exec.
+int port_open_beneath(int folder, const char* path, int flags);
 
 // Flags of a file that forbid its change. The immutable and append-only attributes are reported as
 // SF_IMMUTABLE; UF_IMMUTABLE has no counterpart here.

@@ -1,0 +1,83 @@
+#include "bsd/Draft.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+#include <vector>
+
+#include "host/SystemCalls.h"
+
+namespace port {
+namespace {
+
+constexpr std::size_t kMaxAttributeNames = std::size_t{64} << 10;
+constexpr std::size_t kMaxAttributeValue = std::size_t{64} << 10;
+constexpr char kNamePrefix[] = ".copy-";
+constexpr char kOwnDescriptors[] = "/proc/self/fd";
+
+bool canBeNamedLater() {
+    static const bool reachable = ::access(kOwnDescriptors, X_OK) == 0;
+    return reachable;
+}
+
+} // namespace
+
+Draft::Draft(int folder, const char* target)
+    : target_(target), place_(target_.substr(0, target_.rfind('/') + 1)),
+      name_(folder, place_ + kNamePrefix) {}
+
+bool Draft::open(mode_t mode) {
+    if (canBeNamedLater())
+        fd_.reset(
+            sys::openat(name_.folder(), place_.empty() ? "." : place_.c_str(), O_WRONLY | O_TMPFILE, mode));
+    return fd_ || name_.take([this, mode](const char* name) {
+        fd_.reset(sys::openat(name_.folder(), name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, mode));
+        return static_cast<bool>(fd_);
+    });
+}
+
+void Draft::copyAttributes(int from) const {
+    const ssize_t needed = ::flistxattr(from, nullptr, 0);
+    if (needed <= 0 || static_cast<std::size_t>(needed) > kMaxAttributeNames)
+        return;
+    std::vector<char> names(static_cast<std::size_t>(needed));
+    std::vector<char> value(kMaxAttributeValue);
+    const ssize_t size = ::flistxattr(from, names.data(), names.size());
+    if (size <= 0)
+        return;
+    const char* const end = names.data() + size;
+    for (const char* name = names.data(); name < end; name += std::strlen(name) + 1) {
+        const ssize_t length = ::fgetxattr(from, name, value.data(), value.size());
+        if (length >= 0)
+            ::fsetxattr(fd_.get(), name, value.data(), static_cast<std::size_t>(length), 0);
+    }
+}
+
+bool Draft::takeFreeName() {
+    if (!name_.isTaken())
+        return link(target_.c_str());
+    errno = EEXIST;
+    return false;
+}
+
+bool Draft::replace() {
+    return (name_.isTaken() || name_.take([this](const char* name) { return link(name); })) &&
+           name_.renameTo(target_.c_str());
+}
+
+// By the descriptor alone, for which older kernels want a privilege, or by its path.
+bool Draft::link(const char* name) const {
+    if (::linkat(fd_.get(), "", name_.folder(), name, AT_EMPTY_PATH) == 0)
+        return true;
+    if (errno != ENOENT)
+        return false;
+    std::array<char, 40> path;
+    std::snprintf(path.data(), path.size(), "%s/%d", kOwnDescriptors, fd_.get());
+    return ::linkat(AT_FDCWD, path.data(), name_.folder(), name, AT_SYMLINK_FOLLOW) == 0;
+}
+
+} // namespace port
