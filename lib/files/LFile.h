@@ -52,13 +52,14 @@ public:
                                      const char* szExtension);
 
     // The way from the folder szBase to szPath, with ".." and the last separator that both share for each step
-    // up; szPath itself when both have no folder in common. False with an empty szOut when the way would need
-    // 261 bytes or more.
+    // up; szPath itself when both have no folder in common. A base that is the path itself without a separator
+    // at its end is left and entered again: from /a/b to /a/b leads "../b". False with an empty szOut when the
+    // way would need 261 bytes or more.
     static bool GetRelativePathFromAbsolutePath(char* szOut, const char* szBase, const char* szPath);
 
     // The way from the folder szBase, which is not empty, to szPath, where only "/" separates: the common
     // beginning is dropped and each "/" left in the base becomes "../". Where both part inside a component
-    // the whole component counts as different. Always true.
+    // the whole component counts as different. From /a/b to /a/b leads "../", to /a/b/ the empty way. Always true.
     static bool MakeRelativeFolder(char* szOut, const char* szBase, const char* szPath);
 
     // The same operation as MakeRelativeFolder.
@@ -105,20 +106,24 @@ public:
     static char* MakeUniqueOrderedFilePath(char* szOut, const char* szFolder, const char* szName,
                                            const char* szExtension);
 
-    // Copies a file with its permissions, times and attributes, or a symbolic link as a link, and replaces the
-    // target, which is the old file or the whole new one at every moment. False, with the target as it was, when
-    // the source is something else or is the target itself, when the target is a folder, and when the copy
-    // fails; a target path of 260 bytes or more is refused.
+    // Copies a file, or a symbolic link as a link, and replaces the target, which is the old file or the whole new
+    // one at every moment; a target that is a link is replaced too, not followed. The copy has the permissions of
+    // the file without the bits that lend its owner's rights, its times of access and of change, and its extended
+    // attributes as far as the process may set them and the target's file system keeps them; the owner is this
+    // process's. What takes no room in the source because it is a hole takes none in the copy. False, with the
+    // target as it was, when the source is something else or is the target itself, when the target is neither file
+    // nor link, and when the copy fails; a target path of 260 bytes or more is refused.
     static bool CopyFile(const char* szFrom, const char* szTo);
 
     // Copies what is in a folder into another one, which is made when it is missing; folders that exist are
-    // merged into, files are replaced. Links are copied as links, pipes and devices are left out. Nothing when
-    // the source is no folder.
+    // merged into, files are replaced, each as by CopyFile. Links are copied as links, never followed, but for the
+    // two folders themselves; pipes and devices are left out, and what cannot be copied. A folder that is made has
+    // mode 0777 under the process's mask and the time of the copy. Nothing when the source is no folder.
     static void CopyFolderFiles(const char* szFrom, const char* szTo);
 
-    // Makes the folder and its missing parents, mode 0777 under the process's mask. True when the last one was
-    // made by this call: false for a folder that exists, for a path that ends with a separator, and for one of
-    // 260 bytes or more.
+    // Makes the folder and its missing parents, mode 0777 under the process's mask. Slashes at the end and repeated
+    // ones do not count. True when the last folder was made by this call: false for one that exists, and for a path
+    // of 260 bytes or more.
     static bool CreateFolderTree(const char* szPath);
 
     // Deletes the files directly in the folder that match the pattern, as FolderIterator does, and were created

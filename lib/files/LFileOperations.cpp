@@ -14,7 +14,6 @@
 #include <unistd.h>
 
 #include "files/LFolderIterator.h"
-#include "platform/LCFRef.h"
 #include "platform/LCFURL.h"
 #include "strings/LStringFormat.h"
 
@@ -27,15 +26,6 @@ constexpr char kTextEncodingUTF8[] = "utf-8;134217984"; // the name, and the pla
 // The folder part of a longer path would be cut, and so might name another folder.
 bool IsTooLong(const char* szPath) {
     return std::strlen(szPath) >= LPathBufferSize;
-}
-
-// The platform's copy; it takes names that are text.
-bool CopyObject(const char* szFrom, const char* szFolder, CFStringRef pName) {
-    FSRef source;
-    FSRef folder;
-    return FSPathMakeRef(reinterpret_cast<const UInt8*>(szFrom), &source, nullptr) == noErr &&
-           FSPathMakeRef(reinterpret_cast<const UInt8*>(szFolder), &folder, nullptr) == noErr &&
-           FSCopyObjectSync(&source, &folder, pName, nullptr, kFSFileOperationOverwrite) == noErr;
 }
 
 } // namespace
@@ -65,35 +55,30 @@ char* LFile::MakeUniqueOrderedFilePath(char* szOut, const char* szFolder, const 
 }
 
 bool LFile::CopyFile(const char* szFrom, const char* szTo) {
-    struct stat status;
-    if (IsTooLong(szTo) || lstat(szFrom, &status) != 0)
-        return false;
     char szFolder[LPathBufferSize];
     char szName[LPathBufferSize];
+    char szTarget[LPathBufferSize];
     _GetFolderFromPath(szFolder, szTo);
     _GetFileFromPath(szName, szTo);
-    if (szFolder[0] == '\0')
-        strlcpy(szFolder, ".", sizeof szFolder);
-    if (szName[0] == '\0')
+    _MakeFilePath(szTarget, szFolder, szName, "");
+    if (IsTooLong(szTo) || szName[0] == '\0')
         return false;
-    const LCFRef<CFStringRef> name(CFStringCreateWithCString(nullptr, szName, kCFStringEncodingUTF8));
-    if (S_ISREG(status.st_mode) && name)
-        return CopyObject(szFrom, szFolder, name.Get());
-    const port::UniqueFd folder(open(szFolder, O_SEARCH | O_DIRECTORY | O_CLOEXEC));
-    if (!folder)
-        return false;
-    return S_ISLNK(status.st_mode) ? port_copy_link(AT_FDCWD, szFrom, folder.get(), szName)
-                                   : port_copy_file(AT_FDCWD, szFrom, folder.get(), szName);
+    return port_copy_file(AT_FDCWD, szFrom, AT_FDCWD, szTarget) ||
+           (errno == ELOOP && port_copy_link(AT_FDCWD, szFrom, AT_FDCWD, szTarget));
 }
 
 bool LFile::CreateFolderTree(const char* szPath) {
     if (IsTooLong(szPath))
         return false;
+    char szFolder[LPathBufferSize];
     char szParent[LPathBufferSize];
-    _GetFolderFromPath(szParent, szPath);
+    std::size_t dwLength = strlcpy(szFolder, szPath, sizeof szFolder);
+    while (dwLength > 1 && szFolder[dwLength - 1] == '/')
+        szFolder[--dwLength] = '\0';
+    _GetFolderFromPath(szParent, szFolder);
     if (szParent[0] != '\0' && !Exists(szParent) && !CreateFolderTree(szParent))
         return false;
-    return mkdir(szPath, 0777) == 0;
+    return mkdir(szFolder, 0777) == 0;
 }
 
 void LFile::DeleteOldFiles(const char* szFolder, const char* szPattern, int nDays) {

@@ -5,11 +5,13 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <port/UniqueFd.h>
+#include <port/bsd.h>
 #include <port/files.h>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "files/internal/LTreeTarget.h"
 #include "files/internal/LTreeWalk.h"
 
 namespace {
@@ -26,7 +28,7 @@ public:
             return;
         const std::string sParent = sName.substr(0, nSlash + 1);
         sName.erase(0, nSlash + 1);
-        parent.reset(open(sParent.c_str(), O_SEARCH | O_DIRECTORY | O_CLOEXEC));
+        parent.reset(port_open(sParent.c_str(), O_SEARCH | O_DIRECTORY));
         bReachable = static_cast<bool>(parent);
     }
 
@@ -85,44 +87,30 @@ public:
     void LeaveFolder(int, const char*) override {}
 };
 
-// Keeps the target's chain of folders beside the source's.
 class Copying final : public LTreeVisitor {
 public:
-    bool OpenTarget(const char* szTo) {
-        if (!targets.Push(AT_FDCWD, szTo, true))
-            return false;
-        rootDevice = targets.GetDevice();
-        rootInode = targets.GetInode();
-        return true;
-    }
+    bool OpenTarget(const char* szTo) { return target.Open(szTo); }
 
     void VisitFile(int nFolder, const char* szName, unsigned char cType) override {
-        if (targets.IsEmpty())
+        if (!target.IsOpen())
             return;
         if (cType == DT_LNK)
-            port_copy_link(nFolder, szName, targets.GetTop(), szName);
+            port_copy_link(nFolder, szName, target.GetTop(), szName);
         else if (cType == DT_REG)
-            port_copy_file(nFolder, szName, targets.GetTop(), szName);
+            port_copy_file(nFolder, szName, target.GetTop(), szName);
     }
     bool EnterFolder(int nFolder, const char* szName) override {
         struct stat status;
-        if (targets.IsEmpty() || fstatat(nFolder, szName, &status, AT_SYMLINK_NOFOLLOW) != 0)
-            return false;
-        // A copy into a folder of the source would find itself, for ever.
-        if (status.st_dev == rootDevice && status.st_ino == rootInode)
-            return false;
-        mkdirat(targets.GetTop(), szName, 0777);
-        return targets.Push(AT_FDCWD, szName);
+        return target.IsOpen() && fstatat(nFolder, szName, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+               target.Enter(szName, status);
     }
     void LeaveFolder(int, const char*) override {
-        if (!targets.IsEmpty())
-            targets.Pop();
+        if (target.IsOpen())
+            target.Leave();
     }
 
 private:
-    LFolderStack targets;
-    dev_t rootDevice = 0;
-    ino_t rootInode = 0;
+    LTreeTarget target;
 };
 
 bool ReadsAsFolder(const char* szPath) {

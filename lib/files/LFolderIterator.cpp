@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <fcntl.h>
+#include <port/UniqueFd.h>
 #include <port/bsd.h>
 #include <sys/stat.h>
 
@@ -34,7 +35,10 @@ bool LFile::FolderIterator::Open(const char* szFolderPath, const char* szNamePat
     strlcpy(szPattern, szNamePattern, sizeof szPattern);
     strlcpy(szLowerPattern, szPattern, sizeof szLowerPattern);
     strlwr(szLowerPattern);
-    pStream = opendir(szFolderPath);
+    port::UniqueFd folder(port_open(szFolderPath, O_RDONLY | O_DIRECTORY | O_NONBLOCK));
+    pStream = folder ? fdopendir(folder.get()) : nullptr;
+    if (pStream != nullptr)
+        folder.release(); // it is the stream's
     return Next();
 }
 

@@ -1,26 +1,38 @@
 #include "files/LProcessCopy.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
+#include <deque>
+#include <dirent.h>
 #include <fcntl.h>
+#include <port/DataCopy.h>
 #include <port/UniqueFd.h>
+#include <port/bsd.h>
+#include <port/files.h>
 #include <port/transfer.h>
+#include <string>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
+#include <vector>
 
 #include "base/LLimits.h"
 #include "files/LFile.h"
-#include "files/LFolderIterator.h"
 #include "files/LReadFile.h"
 #include "files/LWriteFile.h"
+#include "files/internal/LTreeTarget.h"
+#include "files/internal/LTreeWalk.h"
 #include "threads/LLockFile.h"
 #include "threads/LProcessInterface.h"
 
 namespace {
 
 constexpr unsigned int kLockTimeout = 1000; // milliseconds
+constexpr off_t kPiece = LProcessCopyPiece;
+// Without blocking: a pipe in the place of the source must not hold the copy up.
+constexpr int kOpenSource = O_RDONLY | O_NONBLOCK | O_NOCTTY;
 
 bool IsSameFile(const struct stat& first, const struct stat& second) {
     return first.st_dev == second.st_dev && first.st_ino == second.st_ino;
@@ -41,44 +53,84 @@ int MoveByPieces(LProcessInterface& process, unsigned long size, Move move) {
     return LProcessFinished;
 }
 
-// The data of one file on their way into another one.
-class DataCopy {
-public:
-    DataCopy(int nSourceDescriptor, int nTargetDescriptor)
-        : nSource(nSourceDescriptor), nTarget(nTargetDescriptor) {}
-
-    int Run(LProcessInterface& process, unsigned long long qwSize) {
-        const double dStep =
-            qwSize < LProcessCopyPiece ? 1.0 : LProcessCopyPiece / static_cast<double>(qwSize);
-        double dProgress = 0.0;
-        while (qwSize != 0) {
-            if (process.IsToStop())
-                return LProcessStopped;
-            const unsigned long dwPiece = std::min<unsigned long long>(qwSize, LProcessCopyPiece);
-            if (!_CopyPiece(dwPiece))
-                return LProcessFailed;
-            process.SetProgress(dProgress);
-            dProgress += dStep;
-            qwSize -= dwPiece;
+int MoveData(LProcessInterface& process, port::DataCopy& data, off_t nSize) {
+    const double dStep = nSize < kPiece ? 1.0 : static_cast<double>(kPiece) / static_cast<double>(nSize);
+    double dProgress = 0.0;
+    while (nSize != 0) {
+        if (process.IsToStop())
+            return LProcessStopped;
+        const off_t nPiece = std::min(nSize, kPiece);
+        const off_t nMoved = data.move(nPiece);
+        if (nMoved != nPiece) {
+            errno = nMoved < 0 ? errno : ENODATA; // the source became shorter
+            return LProcessFailed;
         }
-        return LProcessFinished;
+        process.SetProgress(dProgress);
+        dProgress += dStep;
+        nSize -= nPiece;
+    }
+    return data.finish() ? LProcessFinished : LProcessFailed;
+}
+
+// Has its name from the start, and loses it again unless the copy becomes whole.
+class TargetFile {
+public:
+    TargetFile(int nFolderDescriptor, const char* szFileName)
+        : nFolder(nFolderDescriptor), szName(szFileName),
+          file(port_openat(nFolder, szName, O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, 0666)) {}
+
+    int GetDescriptor() const { return file.get(); }
+
+    // Locks and empties it. False with errno when it is the source itself or no file.
+    bool Prepare(const struct stat& source) {
+        if (!file || fstat(file.get(), &status) != 0)
+            return false;
+        if (!S_ISREG(status.st_mode) || IsSameFile(source, status)) {
+            errno = EINVAL;
+            return false;
+        }
+        flocktimed(file.get(), LOCK_EX | LOCK_NB, kLockTimeout);
+        return ftruncate(file.get(), 0) == 0;
+    }
+
+    // Whole seconds; it keeps its own time of access.
+    void SetTimes(const struct stat& source) const {
+        const timeval times[2] = {{status.st_atime, 0}, {source.st_mtime, 0}};
+        futimes(file.get(), times);
+    }
+
+    // What cannot be taken out of its folder is at least no part of something. errno stays.
+    void Remove() const {
+        const int nError = errno;
+        struct stat named;
+        if (fstatat(nFolder, szName, &named, AT_SYMLINK_NOFOLLOW) == 0 && IsSameFile(status, named) &&
+            unlinkat(nFolder, szName, 0) != 0) [[maybe_unused]]
+            const int nIgnored = ftruncate(file.get(), 0);
+        errno = nError;
     }
 
 private:
-    // What the system does not copy by itself goes through the buffer: that tells an end from a refusal.
-    bool _CopyPiece(unsigned long dwSize) {
-        const ssize_t nCopied = bDirect ? port_copy_range(nSource, nTarget, dwSize) : 0;
-        bDirect = bDirect && nCopied >= 0;
-        const ssize_t nLeft = static_cast<ssize_t>(dwSize) - std::max<ssize_t>(nCopied, 0);
-        return nLeft == 0 || (port_read(nSource, szBuffer, static_cast<std::size_t>(nLeft)) == nLeft &&
-                              port_write(nTarget, szBuffer, static_cast<std::size_t>(nLeft)) == nLeft);
-    }
-
-    int nSource;
-    int nTarget;
-    bool bDirect = true;
-    char szBuffer[LProcessCopyPiece];
+    const int nFolder;
+    const char* const szName;
+    const port::UniqueFd file;
+    struct stat status = {}; // as it was found
 };
+
+// Leaves errno when it fails.
+int CopyOpenFile(LProcessInterface& process, int nSource, const struct stat& source, int nFolder,
+                 const char* szName) {
+    flocktimed(nSource, LOCK_SH | LOCK_NB, kLockTimeout);
+    TargetFile target(nFolder, szName);
+    if (!target.Prepare(source))
+        return LProcessFailed;
+    port::DataCopy data(nSource, source, target.GetDescriptor());
+    const int nResult = MoveData(process, data, source.st_size);
+    if (nResult == LProcessFinished)
+        target.SetTimes(source);
+    else
+        target.Remove();
+    return nResult;
+}
 
 void ReportStart(LProcessInterface& process, const char* szTarget) {
     char szName[LPathBufferSize];
@@ -95,77 +147,203 @@ bool HasFolder(const char* szPath) {
     return szFolder[0] == '\0' || LFile::Exists(szFolder);
 }
 
-// Whole seconds; the target keeps its own time of access.
-void SetTimes(int nTarget, const struct stat& source) {
-    struct stat target;
-    if (fstat(nTarget, &target) != 0)
-        return;
-    const timeval times[2] = {{target.st_atime, 0}, {source.st_mtime, 0}};
-    futimes(nTarget, times);
+bool IsDiskFull(int nError) {
+    return nError == ENOSPC || nError == EDQUOT;
 }
 
-bool IsDots(const char* szName) {
-    return std::strcmp(szName, ".") == 0 || std::strcmp(szName, "..") == 0;
-}
-
-// False when the path does not fit: cut, it would be another one's.
-bool Join(char* szOut, const char* szFolder, const char* szName) {
-    return LFile::_MakeFilePath(szOut, szFolder, szName, "") == std::strlen(szName);
-}
-
-unsigned long CountEntries(const char* szFolder) {
-    unsigned long dwCount = 0;
-    LFile::FolderIteratorAllFiles iterator;
-    for (iterator.Open(szFolder); iterator.IsOpen(); iterator.Next())
-        dwCount += IsDots(iterator.GetName()) ? 0 : 1;
-    return dwCount;
-}
-
-// The copy of one tree; szRootTarget is where it goes to.
-class TreeCopy {
-public:
-    explicit TreeCopy(const char* szTarget) : szRootTarget(szTarget) {}
-
-    int Run(LProcessInterface& process, const LProcessCopyFolder& copy) {
-        if (!_IsSource(copy.szSource))
-            return LProcessFailed;
-        const double dShare = 1.0 / static_cast<double>(std::max(CountEntries(copy.szSource), 1UL));
-        unsigned long dwEntry = 0;
-        LFile::FolderIteratorAllFiles iterator;
-        for (iterator.Open(copy.szSource); iterator.IsOpen(); iterator.Next()) {
-            if (IsDots(iterator.GetName()))
-                continue;
-            LProcessInterfaceSubProcess step(process, static_cast<double>(dwEntry++) * dShare, dShare);
-            const int nResult = _CopyEntry(step, copy, iterator);
-            if (nResult != LProcessFinished)
-                return nResult;
-        }
-        return LProcessFinished;
+const char* ReasonOf(int nError) {
+    switch (nError) {
+    case EXDEV:
+        return "it leads out of the folder";
+    case ELOOP:
+        return "a link or a loop that is not followed";
+    case EINVAL:
+        return "neither a file nor a folder";
+    default:
+        return std::strerror(nError);
     }
+}
+
+// The copy of one tree. What is met as a link leads no further than the tree that is copied, and nothing is written
+// through one.
+class TreeCopy final : public LTreeVisitor {
+public:
+    TreeCopy(LProcessInterface& processInterface, const LProcessCopyFolder& folders)
+        : process(processInterface), copy(folders) {}
+
+    int Run() {
+        root.reset(port_open(copy.szSource, O_SEARCH | O_DIRECTORY));
+        struct stat status;
+        if (!root || fstat(root.get(), &status) != 0)
+            return LProcessFailed;
+        target.Open(copy.szTarget);
+        if (target.IsRoot(status))
+            return LProcessFailed;
+        loChain.push_back(status);
+        if (!_Walk(root.get()))
+            return LProcessFinished; // what cannot be listed at all counts as empty
+        return nResult;
+    }
+
+    void BeginFolder(std::size_t nEntries, int nError) override {
+        loLevels.push_back({1.0 / static_cast<double>(std::max<std::size_t>(nEntries, 1)), 0});
+        if (nError != 0)
+            _LeaveOut(sPath, nError);
+    }
+
+    void VisitFile(int nFolder, const char* szName, unsigned char cType) override {
+        LProcessInterfaceSubProcess step = _NextStep();
+        const port::UniqueFd source = _OpenSource(nFolder, szName, cType);
+        const int nError = source ? 0 : errno;
+        struct stat status;
+        if (source && cType == DT_LNK && fstat(source.get(), &status) == 0 && S_ISDIR(status.st_mode))
+            _FollowFolder(source.get(), status, szName, step);
+        else
+            _CopyFile(source.get(), nError, szName, step);
+    }
+
+    bool EnterFolder(int nFolder, const char* szName) override {
+        const LProcessInterfaceSubProcess step = _NextStep();
+        struct stat status;
+        if (fstatat(nFolder, szName, &status, AT_SYMLINK_NOFOLLOW) != 0)
+            return _LeaveOut(_PathOf(szName), errno);
+        return _Enter(status, szName, step);
+    }
+
+    void LeaveFolder(int, const char*) override {
+        if (!target.Leave())
+            _EndAt(ENOENT);
+        loLevels.pop_back();
+        loSteps.pop_back();
+        loChain.pop_back();
+        const std::size_t nSlash = sPath.rfind('/');
+        sPath.erase(nSlash == std::string::npos ? 0 : nSlash);
+    }
+
+    bool IsDone() const override { return bEnded; }
 
 private:
-    // The target may come into being below the source during the copy, which would then go on for ever.
-    bool _IsSource(const char* szFolder) const {
+    // How far the work is in one of the folders that it is in.
+    struct Level {
+        double dShare;
+        unsigned long dwEntry;
+    };
+
+    // False when the folder could not be opened.
+    bool _Walk(int nFolder) {
+        const LTreeWalk::Result eResult = LTreeWalk(*this).Walk(nFolder, ".");
+        if (eResult == LTreeWalk::NotOpened)
+            BeginFolder(0, errno);
+        else if (eResult == LTreeWalk::WayLost)
+            _EndAt(ENOENT);
+        return eResult != LTreeWalk::NotOpened;
+    }
+
+    LProcessInterfaceSubProcess _NextStep() {
+        Level& level = loLevels.back();
+        LProcessInterface& parent = loSteps.empty() ? process : loSteps.back();
+        return {parent, static_cast<double>(level.dwEntry++) * level.dShare, level.dShare};
+    }
+
+    port::UniqueFd _OpenSource(int nFolder, const char* szName, unsigned char cType) const {
+        if (cType == DT_LNK)
+            return port::UniqueFd(port_open_beneath(root.get(), _PathOf(szName).c_str(), kOpenSource));
+        if (cType == DT_REG)
+            return port::UniqueFd(port_openat(nFolder, szName, kOpenSource | O_NOFOLLOW));
+        errno = EINVAL;
+        return {};
+    }
+
+    void _CopyFile(int nSource, int nOpenError, const char* szName, LProcessInterface& step) {
+        ReportStart(step, szName);
         struct stat status;
-        struct stat target;
-        return stat(szFolder, &status) == 0 && S_ISDIR(status.st_mode) &&
-               !(stat(szRootTarget, &target) == 0 && IsSameFile(status, target));
+        int nError = nOpenError != 0 ? nOpenError : _Refusal(nSource, szName, status);
+        int nCopied = LProcessFailed;
+        if (nError == 0) {
+            nCopied = CopyOpenFile(step, nSource, status, target.GetTop(), szName);
+            nError = errno;
+        }
+        if (nCopied == LProcessFailed)
+            _LeaveOut(_PathOf(szName), nError);
+        else if (nCopied == LProcessStopped)
+            nResult = LProcessStopped;
+        bEnded = nCopied == LProcessStopped ||
+                 (nCopied == LProcessFailed && (IsDiskFull(nError) || !target.IsOpen()));
     }
 
-    int _CopyEntry(LProcessInterface& step, const LProcessCopyFolder& copy,
-                   const LFile::FolderIterator& iterator) {
-        char szSource[LPathBufferSize];
-        char szTarget[LPathBufferSize];
-        if (!Join(szSource, copy.szSource, iterator.GetName()) ||
-            !Join(szTarget, copy.szTarget, iterator.GetName()))
-            return LProcessFailed;
-        if (!iterator.IsFolder())
-            return Process(step, LProcessCopyFile{szSource, szTarget});
-        LFile::CreateFolderTree(szTarget);
-        return Run(step, {szSource, szTarget});
+    // Why an open file is not copied, or 0; its status then.
+    int _Refusal(int nSource, const char* szName, struct stat& status) const {
+        if (fstat(nSource, &status) != 0)
+            return errno;
+        if (!S_ISREG(status.st_mode))
+            return EINVAL;
+        if (!target.IsOpen())
+            return ENOENT;
+        return _Fits(szName) ? 0 : ENAMETOOLONG;
     }
 
-    const char* szRootTarget;
+    // A link to a folder. Those in a folder that was reached by one are not followed: a few links could make more of a
+    // tree than any disk holds.
+    void _FollowFolder(int nFolder, const struct stat& status, const char* szName,
+                       const LProcessInterfaceSubProcess& step) {
+        const bool bLoop = std::any_of(loChain.begin(), loChain.end(),
+                                       [&](const struct stat& above) { return IsSameFile(above, status); });
+        if (bBelowLink || bLoop) {
+            _LeaveOut(_PathOf(szName), ELOOP);
+            return;
+        }
+        if (!_Enter(status, szName, step))
+            return;
+        bBelowLink = true;
+        _Walk(nFolder);
+        bBelowLink = false;
+        if (!bEnded)
+            LeaveFolder(nFolder, szName);
+    }
+
+    bool _Enter(const struct stat& status, const char* szName, const LProcessInterfaceSubProcess& step) {
+        if (!_Fits(szName))
+            return _LeaveOut(_PathOf(szName), ENAMETOOLONG);
+        if (!target.IsOpen() && !(LFile::CreateFolderTree(copy.szTarget) && target.Open(copy.szTarget)))
+            return _EndAt(errno);
+        if (!target.Enter(szName, status))
+            return _LeaveOut(_PathOf(szName), errno);
+        sPath = _PathOf(szName);
+        loSteps.push_back(step);
+        loChain.push_back(status);
+        return true;
+    }
+
+    std::string _PathOf(const char* szName) const { return sPath.empty() ? szName : sPath + "/" + szName; }
+
+    bool _Fits(const char* szName) const {
+        const std::size_t nLength = std::max(std::strlen(copy.szSource), std::strlen(copy.szTarget));
+        return nLength + 1 + _PathOf(szName).size() < LPathBufferSize;
+    }
+
+    // Tells what is missing from the copy. False.
+    bool _LeaveOut(const std::string& sWhat, int nError) {
+        process.SetErrorF("%s/%s is not copied: %s", copy.szSource, sWhat.c_str(), ReasonOf(nError));
+        nResult = LProcessFailed;
+        return false;
+    }
+
+    bool _EndAt(int nError) {
+        bEnded = true;
+        return _LeaveOut(sPath, nError);
+    }
+
+    LProcessInterface& process;
+    const LProcessCopyFolder copy;
+    port::UniqueFd root; // what is copied
+    LTreeTarget target;
+    std::string sPath;                               // of the folder that the work is in, from the root
+    std::vector<Level> loLevels;                     // one for each folder from the root on
+    std::deque<LProcessInterfaceSubProcess> loSteps; // one for each below the root
+    std::vector<struct stat> loChain;                // each from the root on
+    int nResult = LProcessFinished;
+    bool bBelowLink = false;
+    bool bEnded = false;
 };
 
 } // namespace
@@ -189,29 +367,13 @@ int Process(LProcessInterface& process, const LProcessCopyFile& copy) {
     ReportStart(process, copy.szTarget);
     if (!HasFolder(copy.szTarget))
         return LProcessFailed;
-    // Without blocking: a pipe in the place of the source must not hold the copy up.
-    const port::UniqueFd source(open(copy.szSource, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    flocktimed(source.get(), LOCK_SH | LOCK_NB, kLockTimeout);
+    const port::UniqueFd source(port_open(copy.szSource, kOpenSource));
     struct stat status;
     if (fstat(source.get(), &status) != 0 || S_ISDIR(status.st_mode))
         return LProcessFailed;
-    port::UniqueFd target(open(copy.szTarget, O_RDWR | O_CREAT | O_CLOEXEC, 0666));
-    struct stat old;
-    if (fstat(target.get(), &old) != 0 || IsSameFile(status, old))
-        return LProcessFailed;
-    flocktimed(target.get(), LOCK_EX | LOCK_NB, kLockTimeout);
-    [[maybe_unused]] const int nIgnored = ftruncate(target.get(), 0); // a device has no length to cut
-
-    const int nResult =
-        DataCopy(source.get(), target.get()).Run(process, static_cast<unsigned long long>(status.st_size));
-    if (nResult == LProcessFinished)
-        SetTimes(target.get(), status);
-    target.reset();
-    if (nResult != LProcessFinished && S_ISREG(old.st_mode))
-        unlink(copy.szTarget);
-    return nResult;
+    return CopyOpenFile(process, source.get(), status, AT_FDCWD, copy.szTarget);
 }
 
 int Process(LProcessInterface& process, const LProcessCopyFolder& copy) {
-    return TreeCopy(copy.szTarget).Run(process, copy);
+    return TreeCopy(process, copy).Run();
 }

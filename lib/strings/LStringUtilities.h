@@ -36,7 +36,8 @@ void LRemoveHTTPItem(const char* name, char* query);
 // Reads the item of a comma-separated line that starts at line[position]: spaces around it and double quotes
 // are dropped, a comma or a space in quotes is kept, what exceeds outSize - 1 bytes is cut. The position
 // moves behind the comma, or stays on the end of the line, which is the terminator, a line feed or a carriage
-// return. True when the item is not empty; the character at the position tells an empty item from the end.
+// return. True when the item is not empty; the character at the position tells an empty item from the end. An empty
+// last item cannot be told: behind the comma of "a," the position is at the end already, as behind "a".
 // An outSize of 0 reads nothing and moves nothing: false.
 template <typename = void>
 bool GetCSVListItem(const char* line, unsigned long& position, char* out, unsigned long outSize);

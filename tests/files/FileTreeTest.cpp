@@ -1,12 +1,15 @@
 #include "files/LFile.h"
 #include "files/LFolderIterator.h"
+#include "files/LProcessCopy.h"
 #include "files/internal/LFolderStack.h"
 #include "host/SystemCalls.h"
 #include "support/Bundle.h"
 #include "support/TemporaryFolder.h"
+#include "threads/LProcessInterface.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <map>
 #include <port/UniqueFd.h>
 #include <port/bsd.h>
 #include <sys/stat.h>
@@ -128,6 +131,8 @@ TEST_F(FileTreeTest, AWalkStopsWhereAFolderWasMovedAway) {
 TEST_F(FileTreeTest, CannotBeLedOutsideByASwap) {
     fs::create_directories(Path("outside/inner"));
     Write("outside/inner/kept");
+    fs::create_directories(Path("evil/victim/inner"));
+    Write("evil/victim/inner/kept", "evil");
     chmod(Path("outside/inner/kept").c_str(), 0600);
     const std::jthread hostile([&](const std::stop_token& end) {
         while (!end.stop_requested()) {
@@ -141,10 +146,16 @@ TEST_F(FileTreeTest, CannotBeLedOutsideByASwap) {
         std::error_code ignored; // a swap at the wrong moment leaves something of the last round
         fs::create_directory_symlink(Path("outside"), Path("bait"), ignored);
         fs::create_directories(Path("tree/victim/inner"), ignored);
-        if (i % 3 == 0)
+        LProcessInterfaceVoid process;
+        if (i % 4 == 0)
             LFile::SetFolderSecurityAllAccess(Path("tree").c_str());
-        else if (i % 3 == 1)
+        else if (i % 4 == 1)
             LFile::CopyFolderFiles(Path("tree").c_str(), Path("copy").c_str());
+        else if (i % 4 == 2)
+            Process(process, LProcessCopyFolder{Path("tree").c_str(), Path("copy").c_str()});
+        else
+            Process(process, LProcessCopyFolder{Path("evil").c_str(), Path("tree").c_str()});
+        ASSERT_FALSE(i % 4 == 2 && fs::exists(Path("copy/victim/inner/kept"))) << "round " << i;
         LFile::DeleteFolderTree(Path("tree").c_str());
         LFile::DeleteFolderTree(Path("bait").c_str());
         unlink(Path("bait").c_str());
@@ -158,12 +169,15 @@ TEST_F(FileTreeTest, CopiesAFileWholeOrNotAtAll) {
     Write("from", std::string(200000, 'x'));
     Write("to", "old");
     fs::last_write_time(Path("from"), {});
-    const bool bAttributes = setxattr(Path("from").c_str(), "user.note", "hello", 5, 0) == 0;
+    constexpr std::array kAttributes = {"user.note", "trusted.note", "security.note"}; // the latter for root
+    std::map<std::string, bool> kept;
+    for (const char* szName : kAttributes)
+        kept[szName] = setxattr(Path("from").c_str(), szName, "hello", 5, 0) == 0;
     EXPECT_TRUE(LFile::CopyFile(Path("from").c_str(), Path("to").c_str()));
     EXPECT_EQ(FileText(Path("to")), std::string(200000, 'x'));
     EXPECT_EQ(fs::last_write_time(Path("to")), fs::file_time_type());
-    char value[8] = {};
-    EXPECT_EQ(getxattr(Path("to").c_str(), "user.note", value, sizeof value), bAttributes ? 5 : -1);
+    for (const auto& [sName, bKept] : kept)
+        EXPECT_EQ(getxattr(Path("to").c_str(), sName.c_str(), nullptr, 0), bKept ? 5 : -1) << sName;
 
     fs::create_hard_link(Path("from"), Path("same"));
     fs::create_directory(Path("folder"));
@@ -177,7 +191,8 @@ TEST_F(FileTreeTest, CopiesAFileWholeOrNotAtAll) {
     const std::pair<const char*, const char*> rejected[] = {
         {"link", "same link"}, {"link", "folder"},   {"link", "no/where"}, {"from", "./from"},
         {"from", "same"},      {"missing", "to"},    {"pipe", "to"},       {"folder", "to"},
-        {"from", "folder"},    {"from", "no/where"}, {"from", ""}};
+        {"from", "folder"},    {"from", "no/where"}, {"from", ""},         {"from", "pipe"},
+        {"link", "pipe"}};
     for (const auto& [szFrom, szTo] : rejected)
         EXPECT_FALSE(LFile::CopyFile(Path(szFrom).c_str(), Path(szTo).c_str())) << szFrom << " to " << szTo;
     for (const char* szName : {"from", "to"})
@@ -263,8 +278,10 @@ TEST_F(FileTreeTest, FindsFreeNamesAndMakesFolders) {
     close(open(szPath, O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
     LFile::MakeUniqueOrderedFilePath(szPath, root.c_str(), sLong.c_str(), "");
     EXPECT_EQ(std::string(szPath).size(), LPathBufferSize - 1);
-    EXPECT_TRUE(LFile::CreateFolderTree(Path("x/y/z").c_str()));
-    EXPECT_FALSE(LFile::CreateFolderTree(Path("x/y/z").c_str()));
+    for (const char* szNew : {"x/y/z", "v/w/", "t//u//"})
+        for (const bool bNew : {true, false})
+            EXPECT_EQ(LFile::CreateFolderTree(Path(szNew).c_str()), bNew) << szNew;
+    EXPECT_TRUE(fs::is_directory(Path("t/u")));
     EXPECT_FALSE(LFile::CreateFolderTree(Path("a.txt/below").c_str()));
     for (const unsigned dwLength : {259U, 260U}) { // a longer path could lead elsewhere when it is cut
         const std::string sPath = Path(std::string(dwLength - root.string().size() - 1, 'f'));

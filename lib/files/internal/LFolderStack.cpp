@@ -1,18 +1,19 @@
 #include "files/internal/LFolderStack.h"
 
 #include <fcntl.h>
+#include <port/bsd.h>
 #include <sys/stat.h>
 #include <utility>
 
 namespace {
 
-constexpr int kOpenFolder = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK;
+constexpr int kOpenFolder = O_RDONLY | O_DIRECTORY | O_NONBLOCK;
 
 } // namespace
 
 bool LFolderStack::Push(int nParent, const char* szName, bool bFollow) {
     const int nAbove = IsEmpty() ? nParent : GetTop();
-    Level level{port::UniqueFd(openat(nAbove, szName, kOpenFolder | (bFollow ? 0 : O_NOFOLLOW))), 0, 0};
+    Level level{port::UniqueFd(port_openat(nAbove, szName, kOpenFolder | (bFollow ? 0 : O_NOFOLLOW))), 0, 0};
     struct stat status;
     if (!level.folder || fstat(level.folder.get(), &status) != 0)
         return false;
@@ -35,7 +36,7 @@ bool LFolderStack::Pop() {
 
 // The way up is only taken when it leads to the folder that it came from.
 bool LFolderStack::_Reopen(Level& level, int nChild) const {
-    port::UniqueFd folder(openat(nChild, "..", kOpenFolder | O_NOFOLLOW));
+    port::UniqueFd folder(port_openat(nChild, "..", kOpenFolder | O_NOFOLLOW));
     struct stat status;
     if (!folder || fstat(folder.get(), &status) != 0 || status.st_dev != level.device ||
         status.st_ino != level.inode)

@@ -1,5 +1,6 @@
 #include "files/internal/LTreeWalk.h"
 
+#include <cerrno>
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
@@ -27,31 +28,43 @@ unsigned char TypeOf(int nFolder, const dirent& entry) {
 
 // Read as a whole before the work begins: what the work adds to the folder or takes out of it does not
 // disturb the walk, and the folder need not stay open while deeper ones are worked on.
-void LTreeWalk::_Read(int nFolder, Listing& listing) {
+// Returns why the listing is not whole, or 0.
+int LTreeWalk::_Read(int nFolder, Listing& listing) {
     const int nOwn = fcntl(nFolder, F_DUPFD_CLOEXEC, 0);
     const std::unique_ptr<DIR, int (*)(DIR*)> stream(nOwn >= 0 ? fdopendir(nOwn) : nullptr, closedir);
     if (stream == nullptr) {
+        const int nError = errno;
         if (nOwn >= 0)
             close(nOwn);
-        return;
+        return nError;
     }
-    while (const dirent* pEntry = readdir(stream.get())) {
+    for (;;) {
+        errno = 0;
+        const dirent* const pEntry = readdir(stream.get());
+        if (pEntry == nullptr)
+            return errno;
         if (IsSelfOrParent(pEntry->d_name))
             continue;
         listing.sNames.push_back(static_cast<char>(TypeOf(nFolder, *pEntry)));
         listing.sNames.append(pEntry->d_name, std::strlen(pEntry->d_name) + 1);
+        ++listing.nEntries;
     }
 }
 
-bool LTreeWalk::Walk(int nParent, const char* szName, bool bFollow) {
+LTreeWalk::Result LTreeWalk::Walk(int nParent, const char* szName, bool bFollow) {
     if (!folders.Push(nParent, szName, bFollow))
-        return false;
-    loListings.emplace_back();
-    _Read(folders.GetTop(), loListings.back());
-    while (!loListings.empty())
+        return NotOpened;
+    _Begin();
+    while (!loListings.empty() && !visitor.IsDone())
         if (!_Step())
-            return false;
-    return true;
+            return WayLost;
+    return Done;
+}
+
+void LTreeWalk::_Begin() {
+    Listing& listing = loListings.emplace_back();
+    const int nError = _Read(folders.GetTop(), listing);
+    visitor.BeginFolder(listing.nEntries, nError);
 }
 
 // One entry, or the way back up. False when that is lost.
@@ -78,10 +91,10 @@ void LTreeWalk::_Open(const char* szName) {
     const int nFolder = folders.GetTop();
     if (!visitor.EnterFolder(nFolder, szName))
         return;
-    if (!folders.Push(nFolder, szName)) {
-        visitor.LeaveFolder(nFolder, szName);
+    if (folders.Push(nFolder, szName)) {
+        _Begin();
         return;
     }
-    loListings.emplace_back();
-    _Read(folders.GetTop(), loListings.back());
+    visitor.BeginFolder(0, errno);
+    visitor.LeaveFolder(nFolder, szName);
 }
