@@ -7,6 +7,8 @@
 #include <fcntl.h>
 #include <files/LProcessCopy.h>
 #include <files/LReadFileBuffered.h>
+#include <files/LWriteFile.h>
+#include <files/LWriteFileBuffered.h>
 #include <fstream>
 #include <iconv.h>
 #include <memory>
@@ -16,6 +18,7 @@
 #include <strings/LTextFile.h>
 #include <sys/stat.h>
 #include <threads/LProcessInterface.h>
+#include <vector>
 
 namespace bench {
 namespace {
@@ -138,6 +141,80 @@ Row lineRow(const char* name, std::size_t (*count)(const std::string&)) {
             }};
 }
 
+// The same lines of 0 to 60 bytes for every way of writing them.
+const std::vector<std::string>& someLines() {
+    static const std::vector<std::string> lines = [] {
+        std::mt19937 random(1);
+        std::vector<std::string> made(1000);
+        for (std::string& line : made)
+            line.assign(random() % (kLongestLine / 2 + 1), 'x');
+        return made;
+    }();
+    return lines;
+}
+
+constexpr std::size_t kRounds = 500; // over these lines
+
+// `write` is handed a line and its number.
+template <typename Write>
+void eachLine(Write write) {
+    for (std::size_t round = 0; round < kRounds; ++round)
+        for (std::size_t i = 0; i < someLines().size(); ++i)
+            write(someLines()[i], static_cast<unsigned>(i));
+}
+
+// Memory and one call a buffer: what no writer of text can do without.
+void writeBare(int file) {
+    char buffer[LWriteFileBufferSize];
+    std::size_t count = 0;
+    const auto flush = [&] {
+        keep(write(file, buffer, count));
+        count = 0;
+    };
+    eachLine([&](const std::string& line, unsigned) {
+        if (line.size() + 1 > sizeof buffer - count)
+            flush();
+        std::memcpy(buffer + count, line.data(), line.size());
+        buffer[count + line.size()] = '\n';
+        count += line.size() + 1;
+    });
+    flush();
+}
+
+template <bool kFormatted>
+void writeStdio(int file) {
+    const std::unique_ptr<FILE, int (*)(FILE*)> out(fdopen(dup(file), "w"), fclose);
+    eachLine([&](const std::string& line, unsigned number) {
+        if constexpr (kFormatted) {
+            std::fprintf(out.get(), "%u: %s\n", number, line.c_str());
+        } else {
+            std::fputs(line.c_str(), out.get());
+            std::fputc('\n', out.get());
+        }
+    });
+}
+
+template <typename Writer, bool kFormatted>
+void writeOurs(int file) {
+    Writer out(file);
+    eachLine([&](const std::string& line, unsigned number) {
+        if constexpr (kFormatted)
+            fprintf(out, "%u: %s\n", number, line.c_str());
+        else
+            out.WriteLineLF(line.c_str());
+    });
+}
+
+Row writeRow(const char* name, void (*writeAll)(int)) {
+    return {name, [writeAll] {
+                keep(someLines());
+                const port::UniqueFd file(
+                    open(files().target().c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+                const double spent = milliseconds([&] { writeAll(file.get()); });
+                return spent * 1e6 / static_cast<double>(kRounds * someLines().size());
+            }};
+}
+
 // Keeps what it is told, as somebody who shows it would.
 class Watcher final : public LProcessInterface {
 public:
@@ -226,6 +303,21 @@ const Register readers{[](std::vector<Case>& cases) {
          Better::Lower,
          {lineRow("floor: read 256 KiB and memchr", linesBare), lineRow("getline(3)", linesGetline),
           lineRow("std::getline", linesStdGetline), lineRow("LReadFileBuffered::ReadLine", linesBuffered)},
+         9});
+    cases.push_back({"files/write lines",
+                     "ns",
+                     Better::Lower,
+                     {writeRow("floor: memcpy and write", writeBare), writeRow("fputs", writeStdio<false>),
+                      writeRow("LWriteFileRef::WriteLineLF", writeOurs<LWriteFileRef, false>),
+                      writeRow("LWriteFileBuffered::WriteLineLF", writeOurs<LWriteFileBuffered, false>)},
+                     9});
+    cases.push_back(
+        {"files/write formatted lines",
+         "ns",
+         Better::Lower,
+         {writeRow("floor: memcpy and write", writeBare), writeRow("fprintf to a FILE", writeStdio<true>),
+          writeRow("fprintf to a LWriteFileRef", writeOurs<LWriteFileRef, true>),
+          writeRow("fprintf to a LWriteFileBuffered", writeOurs<LWriteFileBuffered, true>)},
          9});
     cases.push_back({"files/copy 512 MiB with progress",
                      "ms",

@@ -3,6 +3,7 @@
 #include "files/LReadFile.h"
 #include "files/LReadFileBuffered.h"
 #include "files/LWriteFile.h"
+#include "files/LWriteFileBuffered.h"
 #include "host/SystemCalls.h"
 #include "support/Bundle.h"
 #include "support/Recorder.h"
@@ -165,10 +166,10 @@ TEST_F(ReadersTest, CopiesAFileAndReportsEveryPiece) {
             if (nSize == 1)
                 fchmod(Write("to", "much longer text").get(), 0600);
             Recorder process;
-            const Fault fault([nFirst = nFirst, nMost = nMost](int nCall) {
+            const Fault fault([nFirst = nFirst, nMost = nMost, nSize = nSize](int nCall) {
                 EXPECT_TRUE(LFile::TestFileShareWriteBlocked("to") &&
                             LFile::TestFileShareWriteBlocked("from"));
-                return Verdict{nCall == 0 ? nFirst : 0, nMost};
+                return Verdict{nCall == 0 && nSize > 1 ? nFirst : 0, nMost};
             });
             EXPECT_EQ(Process(process, LProcessCopyFile{"from", "./to"}), LProcessFinished);
             EXPECT_EQ(process.sTold, "|0Copy File|1to|0.000000" + sProgress);
@@ -182,16 +183,34 @@ TEST_F(ReadersTest, CopiesAFileAndReportsEveryPiece) {
         }
 }
 
+TEST_F(ReadersTest, HolesStayHoles) {
+    Write("from", "start");
+    fs::resize_file("from", 8 << 20);
+    std::ofstream("from", std::ios::in | std::ios::out).seekp((5 << 20) + 5) << std::string(9000, 'x');
+    LProcessInterfaceVoid process;
+    struct stat from, to;
+    for (const bool bProcess : {false, true}) {
+        EXPECT_TRUE(bProcess ? Process(process, LProcessCopyFile{"from", "to"}) == LProcessFinished
+                             : LFile::CopyFile("from", "to"));
+        ASSERT_TRUE(stat("from", &from) == 0 && stat("to", &to) == 0);
+        EXPECT_EQ(to.st_blocks, from.st_blocks);
+        EXPECT_TRUE(FileText("from") == FileText("to"));
+        fs::remove("to");
+    }
+}
+
 TEST_F(ReadersTest, AFailedCopyLeavesNoTargetAndNoOtherHarm) {
     fs::create_directory("folder");
     Write("from", std::string(100000, 'x'));
     fs::create_hard_link("from", "hard");
     fs::create_symlink("from", "soft");
     ASSERT_EQ(mkfifo("pipe", 0600), 0);
+    fs::create_symlink("new", "dangling");
     Recorder process, stopped(1);
     const LProcessCopyFile rows[] = {{"from", "./from"},  {"from", "folder/../from"}, {"hard", "./from"},
                                      {"from", "./soft"},  {"from", "missing/to"},     {"from", "./folder"},
-                                     {"missing", "./to"}, {"folder", "./to"}};
+                                     {"missing", "./to"}, {"folder", "./to"},         {"from", "pipe"},
+                                     {"from", "dangling"}};
     for (const LProcessCopyFile& row : rows)
         EXPECT_EQ(Process(process, row), LProcessFailed) << row.szSource << " to " << row.szTarget;
     EXPECT_EQ(Process(process, LProcessCopyFile{"pipe", "./empty"}), LProcessFinished);
@@ -229,6 +248,85 @@ TEST_F(ReadersTest, CopiesATreeWithNestedProgress) {
     for (const LProcessCopyFolder& row : rows)
         EXPECT_EQ(Process(none, row), LProcessFailed) << row.szSource << " to " << row.szTarget;
     EXPECT_FALSE(fs::exists("from/b/c/b/c/b") || fs::exists("from/b/new/to/b/new/to/b"));
+}
+
+TEST_F(ReadersTest, ATreeCopyNamesWhatItLeavesOutAndFollowsNoLinkOutOfTheTree) {
+    fs::permissions(root, fs::perms::all);
+    ASSERT_EQ(seteuid(geteuid() == 0 ? 65534 : geteuid()), 0); // root may read everything
+    fs::create_directories("from/folder/below");
+    fs::create_directories("from/closed");
+    fs::create_directories("from/pipe in the way");
+    fs::create_directory("to");
+    fs::create_directory("outside");
+    for (const char* szName : {"from/file", "from/folder/below/file", "from/secret", "from/planted",
+                               "from/planted folder", "from/blocked", "outside/victim"})
+        Write(szName, szName);
+    fs::remove("from/planted folder");
+    fs::create_directory("from/planted folder");
+    Write("from/planted folder/victim", "evil");
+    const std::pair<const char*, const char*> links[] = {{"file", "from/link"},
+                                                         {"folder", "from/folder link"},
+                                                         {"../file", "from/folder/up"},
+                                                         {"nowhere", "from/dangling"},
+                                                         {"loop", "from/loop"},
+                                                         {"..", "from/folder/loop"},
+                                                         {"../outside", "from/out"},
+                                                         {"../outside/victim", "from/out file"},
+                                                         {"../outside", "to/planted folder"},
+                                                         {"../outside/victim", "to/planted"}};
+    for (const auto& [szTo, szLink] : links)
+        fs::create_symlink(szTo, szLink);
+    ASSERT_TRUE(mkfifo("from/pipe", 0600) == 0 && mkfifo("to/blocked", 0600) == 0);
+    chmod("from/closed", 0);
+    chmod("from/secret", 0);
+    Recorder process;
+    EXPECT_EQ(Process(process, LProcessCopyFolder{"from", "to"}), LProcessFailed);
+    const std::string sReports = process.sTold;
+    for (const char* szLeftOut : {"dangling", "loop", "folder/loop", "folder link/loop", "out", "out file",
+                                  "planted", "planted folder", "pipe", "blocked", "closed", "secret"})
+        EXPECT_NE(sReports.find("|from/" + std::string(szLeftOut) + " is not copied: "), std::string::npos)
+            << szLeftOut;
+    EXPECT_EQ(FileText("outside/victim"), "outside/victim");
+    for (const char* szFile : {"file", "link", "folder/up", "folder link/up"})
+        EXPECT_EQ(FileText("to/" + std::string(szFile)), "from/file") << szFile;
+    EXPECT_EQ(FileText("to/folder link/below/file"), "from/folder/below/file");
+    for (const char* szMissing :
+         {"to/out", "to/out file", "to/secret", "to/dangling", "to/folder/loop", "to/pipe"})
+        EXPECT_FALSE(fs::exists(szMissing)) << szMissing;
+    chmod("from", 0); // what cannot be listed at all is told
+    process.sTold.clear();
+    EXPECT_EQ(Process(process, LProcessCopyFolder{"from", "to"}), LProcessFinished);
+    EXPECT_TRUE(process.sTold.starts_with("|from/ is not copied: "));
+    chmod("from", 0700);
+    chmod("from/closed", 0700);
+    EXPECT_EQ(seteuid(getuid()), 0);
+}
+
+TEST_F(ReadersTest, ABufferedWriterWritesWhatItWasGivenOrSaysThatItDidNot) {
+    const auto file = Write("lines", "");
+    std::string sAll;
+    {
+        LWriteFileBuffered writer(file.get());
+        for (int i = 0; i < 3000; ++i) {
+            const std::string sText(random() % 50 == 0 ? random() % 30000 : random() % 100, "abc"[i % 3]);
+            const auto nWhat = random() % 4;
+            if (nWhat == 0) {
+                EXPECT_EQ(fprintf(writer, "%d%s", i, sText.c_str()), std::to_string(i).size() + sText.size());
+                sAll += std::to_string(i) + sText;
+                continue;
+            }
+            EXPECT_TRUE(nWhat == 1   ? writer.Write(sText.data(), sText.size())
+                        : nWhat == 2 ? writer.WriteLineLF(sText.c_str())
+                                     : writer.WriteLineCRLF(sText.c_str()));
+            sAll += sText + std::array{"", "\n", "\r\n"}[nWhat - 1];
+        }
+    }
+    EXPECT_TRUE(FileText("lines") == sAll);
+    LWriteFileBuffered writer(file.get());
+    const Fault fault(fullFromSecond);
+    EXPECT_TRUE(writer.WriteString("x") && writer.Flush() && writer.WriteString("x"));
+    EXPECT_FALSE(writer.Flush() || writer.WriteString("x") || writer.Flush());
+    EXPECT_FALSE(LWriteFileBuffered().WriteString(std::string(9000, 'x').c_str()));
 }
 
 } // namespace
