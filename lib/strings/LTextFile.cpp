@@ -3,11 +3,14 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <limits>
 #include <memory>
 #include <port/UniqueFd.h>
+#include <port/bsd.h>
+#include <port/files.h>
 #include <port/transfer.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -24,6 +27,7 @@ namespace {
 
 constexpr unsigned int kReadLockTimeout = 1000; // milliseconds
 constexpr unsigned int kWriteLockTimeout = 500;
+constexpr int kMostOpenings = 10; // of a file that others replace each time
 
 constexpr off_t kLargestFile = std::numeric_limits<std::uint32_t>::max() - 1; // leaves room for a terminator
 constexpr unsigned long kPieceSize = 32768; // bytes that are worked on while they are in the nearest cache
@@ -39,7 +43,8 @@ using Start = std::array<char, 3>; // the bytes of the longest mark
 
 class InputFile {
 public:
-    explicit InputFile(const char* path) : file(open(path, O_RDONLY | O_CLOEXEC)) {
+    // Without blocking: nobody may ever write into a pipe in the place of the file.
+    explicit InputFile(const char* path) : file(port_open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY)) {
         if (!file)
             return;
         flocktimed(file.get(), LOCK_SH | LOCK_NB, kReadLockTimeout);
@@ -164,30 +169,111 @@ bool LoadMarkedUnits(InputFile& file, const Start& start, OddByte oddByte, LStri
     return true;
 }
 
-port::UniqueFd OpenForWriting(const char* path, int nFlags) {
-    port::UniqueFd file(open(path, O_RDWR | O_CREAT | O_CLOEXEC | nFlags, 0666));
-    if (file)
-        flocktimed(file.get(), LOCK_EX | LOCK_NB, kWriteLockTimeout);
-    return file;
-}
+// A file that a saver works on, under its lock if that can be had in time.
+class OutputFile {
+public:
+    OutputFile(const char* szFilePath, int nFlags) : szPath(szFilePath), bNew(access(szPath, F_OK) != 0) {
+        for (int n = 0; n < kMostOpenings && !_Open(nFlags); ++n) {
+        }
+    }
 
-void ReplaceBytes(const char* path, const void* pBytes, unsigned long dwSize) {
-    const port::UniqueFd file = OpenForWriting(path, 0);
-    [[maybe_unused]] const int nIgnored = ftruncate(file.get(), 0); // a device has no length to cut
-    port_write_all(file.get(), pBytes, dwSize);
+    bool IsOpen() const { return static_cast<bool>(file); }
+
+    // Behind the old text, which stays as it was when not all can be written.
+    bool Append(const void* pBytes, unsigned long dwSize) const {
+        if (port_write_all(file.get(), pBytes, dwSize))
+            return true;
+        if (bLocked) // others may have added something too
+            _Undo();
+        return false;
+    }
+
+    // In place of the old text. A file that has one, and no other name, is replaced by a new file that takes the name:
+    // nothing that fails, and no end of the process, costs the old text.
+    bool Replace(const void* pBytes, unsigned long dwSize) const {
+        if (S_ISREG(status.st_mode) && status.st_nlink == 1 && status.st_size != 0) {
+            if (port_replace_file(szPath, pBytes, dwSize, false))
+                return true;
+            if (_IsFaultOfTheDisk(errno))
+                return false;
+        }
+        return _Overwrite(pBytes, dwSize);
+    }
+
+private:
+    // False when somebody replaced the file while its lock was waited for.
+    bool _Open(int nFlags) {
+        file.reset(port_open(szPath, O_RDWR | nFlags, 0666));
+        if (!file)
+            return true;
+        bLocked = flocktimed(file.get(), LOCK_EX | LOCK_NB, kWriteLockTimeout) == 0;
+        if (fstat(file.get(), &status) != 0)
+            status = {};
+        struct stat named;
+        return !bLocked || (stat(szPath, &named) == 0 && _IsThis(named));
+    }
+
+    bool _IsThis(const struct stat& other) const {
+        return other.st_dev == status.st_dev && other.st_ino == status.st_ino;
+    }
+
+    // What no other way of writing overcomes; the rest is a matter of rights and names.
+    static bool _IsFaultOfTheDisk(int nError) {
+        constexpr std::array kFaults = {ENOSPC, EDQUOT, EIO, EFBIG, ENOMEM, EMFILE, ENFILE};
+        return std::find(kFaults.begin(), kFaults.end(), nError) != kFaults.end();
+    }
+
+    // An old text goes when there is room for the new one.
+    bool _Overwrite(const void* pBytes, unsigned long dwSize) const {
+        const bool bWritten = (status.st_size == 0 || port_reserve(file.get(), dwSize)) &&
+                              port_write_all(file.get(), pBytes, dwSize);
+        if (bWritten)
+            _CutTo(static_cast<off_t>(dwSize));
+        else
+            _Undo();
+        return bWritten;
+    }
+
+    // A file that was made for a text that could not be written goes.
+    void _Undo() const {
+        struct stat named;
+        _CutTo(status.st_size);
+        if (bNew && lstat(szPath, &named) == 0 && _IsThis(named))
+            unlink(szPath);
+    }
+
+    // A device has no length to cut.
+    void _CutTo(off_t nSize) const { [[maybe_unused]] const int nIgnored = ftruncate(file.get(), nSize); }
+
+    const char* const szPath;
+    const bool bNew;
+    port::UniqueFd file;
+    struct stat status = {}; // as it was found
+    bool bLocked = false;
+};
+
+bool ReplaceBytes(const char* path, const void* pBytes, unsigned long dwSize) {
+    const OutputFile file(path, O_CREAT);
+    return file.IsOpen() && file.Replace(pBytes, dwSize);
 }
 
 int SaveBytes(const char* path, const char* pBytes, unsigned long dwSize) {
-    ReplaceBytes(path, pBytes, dwSize);
-    return LFile::SetFileAttributeTextEncodingUTF8(path);
+    return ReplaceBytes(path, pBytes, dwSize) ? LFile::SetFileAttributeTextEncodingUTF8(path) : -1;
 }
 
 // Whoever adds without a lock must not overwrite what others add meanwhile.
 int AppendBytes(const char* path, const char* pBytes, unsigned long dwSize) {
-    port::UniqueFd file = OpenForWriting(path, O_APPEND);
-    port_write_all(file.get(), pBytes, dwSize);
-    file.reset();
-    return LFile::SetFileAttributeTextEncodingUTF8(path);
+    const OutputFile file(path, O_CREAT | O_APPEND);
+    return file.IsOpen() && file.Append(pBytes, dwSize) ? LFile::SetFileAttributeTextEncodingUTF8(path) : -1;
+}
+
+// The lock of the old file keeps other savers out; a new one appears whole.
+bool SaveBytesSafely(const char* path, const char* pBytes, unsigned long dwSize) {
+    const OutputFile old(path, 0);
+    if (!port_replace_file(path, pBytes, dwSize, true))
+        return false;
+    LFile::SetFileAttributeTextEncodingUTF8(path);
+    return true;
 }
 
 } // namespace
@@ -235,6 +321,14 @@ int LSaveText(const char* path, const LStringLongTemplate<char>& text) {
     return SaveBytes(path, text.GetText(), text.GetLength());
 }
 
+bool LSaveTextSafe(const char* path, const char* text) {
+    return SaveBytesSafely(path, text, std::strlen(text));
+}
+
+bool LSaveTextSafe(const char* path, const LStringLongTemplate<char>& text) {
+    return SaveBytesSafely(path, text.GetText(), text.GetLength());
+}
+
 int LSaveAppendText(const char* path, const char* text) {
     return AppendBytes(path, text, std::strlen(text));
 }
@@ -243,11 +337,11 @@ int LSaveAppendText(const char* path, const LStringLongTemplate<char>& text) {
     return AppendBytes(path, text.GetText(), text.GetLength());
 }
 
-void LSaveTextAsUnicodeBOM(const char* path, const LStringLongTemplate<char>& text) {
+int LSaveTextAsUnicodeBOM(const char* path, const LStringLongTemplate<char>& text) {
     const unsigned long dwLength = std::strlen(text.GetText());
     const auto units = std::make_unique_for_overwrite<unsigned short[]>(dwLength + 2); // mark and terminator
     units[0] = kMarkUnit;
     LCopyUnicodeFromUTF8(units.get() + 1, text.GetText(), dwLength + 1);
     const unsigned long dwUnits = 1 + LCharsetsUnitCount(units.get() + 1, dwLength);
-    ReplaceBytes(path, units.get(), dwUnits * sizeof units[0]);
+    return ReplaceBytes(path, units.get(), dwUnits * sizeof units[0]) ? 0 : -1;
 }

@@ -4,11 +4,16 @@
 #include "support/Bundle.h"
 #include "support/TemporaryFolder.h"
 
+#include <algorithm>
 #include <fcntl.h>
+#include <functional>
 #include <gtest/gtest.h>
+#include <port/UniqueFd.h>
 #include <port/bsd.h>
 #include <random>
+#include <sys/stat.h>
 #include <sys/xattr.h>
+#include <thread>
 
 namespace {
 
@@ -58,6 +63,7 @@ TEST_F(TextFileTest, LoadsEveryMarkAsPythonDoes) {
     for (std::size_t i = 0; i < texts.size(); ++i)
         std::ofstream(std::to_string(i)) << texts[i];
     ASSERT_EQ(std::system(("python3 - <<'END'"s + szOracle + "END").c_str()), 0);
+    ASSERT_EQ(mkfifo("pipe", 0600), 0);
 
     const auto Auto = [](const char* path, LStringLongTemplate<char>& text) {
         return int{LLoadTextAutoChar(path, text)};
@@ -72,7 +78,8 @@ TEST_F(TextFileTest, LoadsEveryMarkAsPythonDoes) {
         }
         text = "kept";
         EXPECT_TRUE(load("missing", text) == 0 && Bytes(text) == "kept");
-        EXPECT_TRUE(load(".", text) == 1 && Bytes(text).empty()) << "a folder opens";
+        for (const char* szOpens : {".", "pipe"}) // they open, and nobody waits for who writes into the pipe
+            EXPECT_TRUE(load(szOpens, text) == 1 && Bytes(text).empty()) << szName;
         // It loses its end meanwhile, and comes bit by bit.
         std::ofstream("file") << "\xFF\xFE" + std::string(9000, 'x');
         port::sys::setHook([](Call call) -> port::sys::Verdict {
@@ -110,6 +117,72 @@ TEST_F(TextFileTest, SavesAndMarks) {
         LSaveTextAsUnicodeBOM("unicode", text);
         EXPECT_EQ(FileText("unicode"), sBytes) << sText;
     }
+}
+
+// Which call fails, and the error.
+Call failing;
+int nBefore, nError;
+
+TEST_F(TextFileTest, TheOldTextStaysWhenTheNewOneCannotBeSaved) {
+    LStringLongTemplate<char> text;
+    text = "new";
+    const auto save = [](const char* path) { return LSaveText(path, "new"); };
+    const auto append = [](const char* path) { return LSaveAppendText(path, "new"); };
+    const auto units = [&](const char* path) { return LSaveTextAsUnicodeBOM(path, text); };
+    const auto safely = [](const char* path) { return LSaveTextSafe(path, "new") ? 0 : -1; };
+    std::ofstream("old") << "old";
+    std::ofstream("two") << "two";
+    fs::create_hard_link("two", "names");
+    fs::create_symlink("old", "link");
+    chmod("old", 0640);
+    const int nMarked = setxattr("old", "user.note", "1", 1, 0);
+    const std::vector<std::function<int(const char*)>> savers = {save, append, units, safely};
+    for (const auto& [eCall, nCalls, nErrno] : {std::tuple{Call::Write, 0, ENOSPC},
+                                                {Call::Write, 0, EIO},
+                                                {Call::Rename, 0, EIO},
+                                                {Call::Fsync, 0, EIO}})
+        for (std::size_t i = 0; i < savers.size(); ++i)
+            for (const char* szName : {"old", "two", "link", "missing"}) {
+                const bool bMet =
+                    eCall == Call::Write || (eCall == Call::Fsync && i == 3) ||
+                    (eCall == Call::Rename && i != 1 && szName != "missing"s && (szName != "two"s || i == 3));
+                if (!bMet)
+                    continue;
+                std::tie(failing, nBefore, nError) = std::tuple(eCall, nCalls, nErrno);
+                port::sys::setHook([](Call call) -> port::sys::Verdict {
+                    return {call == failing && nBefore-- == 0 ? nError : 0, 2};
+                });
+                EXPECT_EQ(savers[i](szName), -1) << i << szName << static_cast<int>(eCall);
+                port::sys::setHook(nullptr);
+                EXPECT_TRUE(FileText("old") == "old" && FileText("two") == "two") << i << szName;
+                EXPECT_EQ(std::distance(fs::directory_iterator("."), {}), 4) << i << szName;
+            }
+    EXPECT_EQ(safely("link"), 0);
+    EXPECT_EQ(save("two"), safely("missing"));
+    EXPECT_TRUE(FileText("old") == "new" && FileText("names") == "new" && FileText("missing") == "new");
+    EXPECT_EQ(fs::status("old").permissions(), fs::perms(0640));
+    EXPECT_EQ(getxattr("old", "user.note", nullptr, 0), nMarked == 0 ? 1 : -1);
+    EXPECT_TRUE(fs::is_symlink("link"));
+}
+
+// It waits for the lock of a file that meanwhile loses its name.
+TEST_F(TextFileTest, NothingIsAddedToAFileThatWasReplaced) {
+    std::ofstream("file") << "old";
+    std::ofstream("new") << "new";
+    port::UniqueFd held(port_open("file", O_RDONLY | O_EXLOCK));
+    std::thread adder([] { LSaveAppendText("file", "more"); });
+    const auto opened = [&] {
+        return std::count_if(fs::directory_iterator("/proc/self/fd"), {}, [&](const fs::path& descriptor) {
+            std::error_code ignored;
+            return fs::read_symlink(descriptor, ignored) == root / "file";
+        });
+    };
+    while (opened() != 2)
+        std::this_thread::yield();
+    fs::rename("new", "file");
+    held.reset();
+    adder.join();
+    EXPECT_EQ(FileText("file"), "newmore");
 }
 
 } // namespace
