@@ -6,6 +6,7 @@
 #include <ctime>
 #include <fcntl.h>
 #include <port/bsd.h>
+#include <port/transfer.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -78,7 +79,7 @@ void LHangDetector::InitAndTest() {
     if (!fdMarker)
         return _ReportStale();
     nProcess = getpid();
-    [[maybe_unused]] const ssize_t nWritten = write(fdMarker.get(), marker, sizeof marker);
+    [[maybe_unused]] const ssize_t nWritten = port_write(fdMarker.get(), marker, sizeof marker);
 }
 
 // Deleted under the exclusive lock, which is had only of the file that has the name: nobody else deletes it, and

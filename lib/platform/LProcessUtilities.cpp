@@ -29,7 +29,8 @@ std::atomic<int> lfoundation::gGuiUid{-1};
 
 namespace {
 
-constexpr unsigned long kLocaleNameSize = 6; // "de_DE" and the terminator
+constexpr unsigned long kLocaleNameSize = 6;   // "de_DE" and the terminator
+constexpr unsigned int kUidLockTimeout = 1000; // milliseconds
 
 const char* Environment(const char* szVariable) {
     const char* const szValue = std::getenv(szVariable);
@@ -183,7 +184,7 @@ int LGetProcessUid(const char* name) {
         return gGuiUid;
     const int nFound = LGetBSDProcessUid(name);
     LSystemLockMutex lock("UID"); // given back by its destructor, and only if it was had
-    lock.LockForever();
+    lock.Lock(kUidLockTimeout);   // every user of the machine can hold it, for ever
     gGuiUid = nFound;
     return nFound;
 }

@@ -2,8 +2,8 @@
 //
 // Thread-safety: the command line, the locale, the limits and the switching of users belong to the process:
 // they are for its start, on the main thread. The questions may be asked from any thread. Looking up users,
-// groups and processes blocks as long as the system takes; LGetProcessUid also waits for a lock that other
-// processes share.
+// groups and processes blocks as long as the system takes; LGetProcessUid also waits, for about a
+// second at most, for a lock that all processes of the machine share.
 #pragma once
 
 #include <atomic>

@@ -12,7 +12,7 @@
 bool LLockFile::Lock(const char* szPathToLock) {
     _Release();
     LFile::_ApplyNewFileExtension(szPath, szPathToLock, ".lck");
-    nDescriptor = port_open(szPath, O_RDWR | O_CREAT | O_TRUNC | O_EXLOCK | O_NONBLOCK, 0777);
+    nDescriptor = port_open(szPath, O_RDWR | O_CREAT | O_TRUNC | O_EXLOCK | O_NONBLOCK | O_NOFOLLOW, 0777);
     return nDescriptor != -1 || errno != EWOULDBLOCK;
 }
 

@@ -16,7 +16,8 @@ public:
     // Locks the path: its extension is replaced by ".lck" (cut at 259 bytes) and that file, made when it is
     // missing, is held open under an exclusive lock. A lock that the object held before is given back first.
     // Does not wait. False only when somebody else holds the lock; true without a lock when no lock file can
-    // be made, so that a folder that cannot be written does not stop the caller.
+    // be made, because the folder cannot be written or a link is in its place, which is not followed: that does
+    // not stop the caller.
     bool Lock(const char* szPathToLock);
 
     bool IsHeld() const { return nDescriptor != -1; }

@@ -67,11 +67,9 @@ void LSignalObjectNamed::Signal() const {
 }
 
 bool LSignalObjectNamed::WaitSignal(unsigned int timeout) {
-    const Address address(szPath);
     const port::UniqueFd listener(port_local_socket());
     if (szPath[0] == '\0' || !listener || !LSignalObjectRef::FitsSelect(listener.get()) ||
-        bind(listener.get(), address.Get(), sizeof address.address) != 0 ||
-        listen(listener.get(), kBacklog) != 0)
+        !port_local_bind(listener.get(), szPath) || listen(listener.get(), kBacklog) != 0)
         return false;
     if (!WaitReadable(listener.get(), timeout))
         return false;

@@ -1,8 +1,12 @@
 #include <port/net.h>
 
+#include <cstring>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
 
 #include "host/SystemCalls.h"
 
@@ -32,6 +36,20 @@ int port_local_socket() {
 
 int port_local_accept(int listening) {
     return port::sys::accept4(listening, nullptr, nullptr, 0);
+}
+
+// The mode of the socket before it is bound is that of its file, but for the mask, which may take even our bits.
+bool port_local_bind(int socket, const char* path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    constexpr mode_t kOurs = S_IRUSR | S_IWUSR;
+    if (std::strlen(path) >= sizeof address.sun_path || fchmod(socket, kOurs) != 0)
+        return false;
+    std::strcpy(address.sun_path, path);
+    if (bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+        return false;
+    [[maybe_unused]] const int ignored = fchmodat(AT_FDCWD, path, kOurs, AT_SYMLINK_NOFOLLOW);
+    return true;
 }
 
 ssize_t port_send(int socket, const void* bytes, std::size_t size) {

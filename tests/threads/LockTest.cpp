@@ -1,4 +1,5 @@
 #include "base/LDeadline.h"
+#include "platform/LProcessUtilities.h"
 #include "support/SignalStorm.h"
 #include "support/TemporaryFolder.h"
 #include "threads/LLockFile.h"
@@ -6,6 +7,7 @@
 #include "threads/LSystemLockMutex.h"
 
 #include <fcntl.h>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <port/UniqueFd.h>
 #include <port/bsd.h>
@@ -17,6 +19,7 @@
 namespace {
 
 namespace fs = std::filesystem;
+using namespace std::string_literals;
 
 // A process that does its work and then stands still until it is killed.
 // What the work allocates lives as long.
@@ -132,6 +135,8 @@ TEST(SystemLockTest, ExcludesProcessesAndOutlivesAKilledHolder) {
     EXPECT_EQ(semctl(semget(LSystemLockMutex::MakeKey(szName), 0, 0), 0, IPC_RMID), 0);
     EXPECT_EQ(LSystemLockMutex::MakeKey("UID"), 367844708);
     EXPECT_EQ(LSystemLockMutex::MakeKey("caf\xC3\xA9"), -1268641783); // the bytes are signed
+    const Holder hostile([] { return (new LSystemLockMutex("UID"))->Lock(1000); });
+    EXPECT_EQ(LGetProcessUid("nobody is called so"), -1) << "and it ends";
 }
 
 struct LLockFileTest : testing::Test, TemporaryFolder {
@@ -147,8 +152,13 @@ TEST_F(LLockFileTest, ExcludesAcrossProcessesAndIsFreeAgainWhenTheHolderDies) {
     EXPECT_TRUE(lock.Lock(sPath.c_str()));
     EXPECT_TRUE(lock.Lock((root / "other").c_str())); // gives the first back
     EXPECT_FALSE(fs::exists(root / "report.lck"));
-    EXPECT_TRUE(lock.Lock("/no such folder/x.txt")); // no lock file can be made: the caller goes on
-    EXPECT_FALSE(lock.IsHeld());
+    std::ofstream(root / "victim") << "kept";
+    fs::create_symlink("victim", root / "report.lck");
+    for (const std::string& sNone : {"/no such folder/x.txt"s, sPath}) { // the caller goes on without
+        EXPECT_TRUE(lock.Lock(sNone.c_str()));
+        EXPECT_FALSE(lock.IsHeld());
+    }
+    EXPECT_EQ(fs::file_size(root / "victim"), 4U);
 }
 
 TEST_F(LLockFileTest, OnlyOneOfManyHoldsItAtATime) {

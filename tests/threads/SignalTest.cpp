@@ -5,6 +5,7 @@
 #include "threads/LSignalObjectNamed.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
 
@@ -62,6 +63,7 @@ TEST(SignalTest, NamedSignalsReachAnotherProcess) {
     const TemporaryFolder home;
     const std::jthread storm = SignalStorm();
     setenv("XDG_DATA_HOME", home.root.c_str(), 1);
+    umask(0);
     const std::string sSocket = home.root / "event";
     {
         LSignalObjectNamed waiting("event");
@@ -74,12 +76,16 @@ TEST(SignalTest, NamedSignalsReachAnotherProcess) {
                 usleep(10000);
             usleep(10000);
             LSignalObjectNamed("event").Signal();
-            _exit(0);
+            struct stat status = {};
+            _exit(lstat(sSocket.c_str(), &status) == 0 && (status.st_mode & 0777) == 0600 ? 0 : 1);
         }
         EXPECT_TRUE(waiting.WaitSignal(LNoTimeLimit));
         waiting.Reset(); // ends, because the signaller has closed its end
-        waitpid(child, nullptr, 0);
+        int nStatus = 1;
+        waitpid(child, &nStatus, 0);
+        EXPECT_EQ(nStatus, 0) << "the mode of the socket";
     }
+    umask(022);
     EXPECT_NE(access(sSocket.c_str(), F_OK), 0);
     LSignalObjectNamed("nobody").Signal();
     EXPECT_FALSE(LSignalObjectNamed(std::string(200, 'n').c_str()).WaitSignal(5000));

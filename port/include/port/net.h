@@ -16,6 +16,10 @@ int port_tcp_accept(int listening);
 int port_local_socket();
 int port_local_accept(int listening);
 
+// Gives a new local socket its name in the file system, for this user alone (mode 0600) whatever the process's mask.
+// `path` has at most 107 bytes.
+bool port_local_bind(int socket, const char* path);
+
 // `send` and `recv`, on any socket. EAGAIN: nothing can be sent, or nothing is there, now. Sending to a peer
 // that is gone is EPIPE.
 ssize_t port_send(int socket, const void* bytes, std::size_t size);
