@@ -108,8 +108,8 @@ public:
 
     // Copies a file, or a symbolic link as a link, and replaces the target, which is the old file or the whole new
     // one at every moment; a target that is a link is replaced too, not followed. The copy has the permissions of
-    // the file without the bits that lend its owner's rights, its times of access and of change, and its extended
-    // attributes as far as the process may set them and the target's file system keeps them; the owner is this
+    // the file without the bits that lend its owner's rights, its times of access and of change, and its users'
+    // extended attributes and access list as far as the target's file system keeps them; the owner is this
     // process's. What takes no room in the source because it is a hole takes none in the copy. False, with the
     // target as it was, when the source is something else or is the target itself, when the target is neither file
     // nor link, and when the copy fails; a target path of 260 bytes or more is refused.

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <string_view>
 #include <sys/xattr.h>
 #include <unistd.h>
 #include <vector>
@@ -22,6 +23,11 @@ constexpr char kOwnDescriptors[] = "/proc/self/fd";
 bool canBeNamedLater() {
     static const bool reachable = ::access(kOwnDescriptors, X_OK) == 0;
     return reachable;
+}
+
+// Others grant rights (a program's capabilities) or belong to the file system.
+bool isGivenOn(std::string_view attribute) {
+    return attribute.starts_with("user.") || attribute.starts_with("system.posix_acl_");
 }
 
 } // namespace
@@ -51,7 +57,7 @@ void Draft::copyAttributes(int from) const {
         return;
     const char* const end = names.data() + size;
     for (const char* name = names.data(); name < end; name += std::strlen(name) + 1) {
-        const ssize_t length = ::fgetxattr(from, name, value.data(), value.size());
+        const ssize_t length = isGivenOn(name) ? ::fgetxattr(from, name, value.data(), value.size()) : -1;
         if (length >= 0)
             ::fsetxattr(fd_.get(), name, value.data(), static_cast<std::size_t>(length), 0);
     }
