@@ -18,13 +18,17 @@
 template <typename T>
 inline constexpr T LStringEmptyText[1] = {};
 
+// Bytes of a string's array at most.
+constexpr unsigned long LStringMaximumSize = std::numeric_limits<std::uint32_t>::max();
+
 template <typename T>
 class LStringLongTemplateWriter;
 
 // An owned, zero-terminated array of units that grows and never shrinks. A new string has no array, length 0
 // and capacity 0; once there is an array, length < capacity and the unit at [length] is 0.
-// An allocation that fails leaves the string as it was and throws std::bad_alloc, as array-new does; so does
-// one of more than 2^32 - 1 bytes.
+// An allocation that fails throws std::bad_alloc, as array-new does; so does one of more than
+// LStringMaximumSize bytes. The string stays as it was then; one that is formatted into keeps what it has got
+// so far.
 template <typename T>
 class LStringLongBase {
 public:
@@ -66,7 +70,7 @@ protected:
     ~LStringLongBase() = default;
 
     static std::unique_ptr<T[]> _Allocate(unsigned long n) {
-        if (n > std::numeric_limits<std::uint32_t>::max() / sizeof(T))
+        if (n > LStringMaximumSize / sizeof(T))
             throw std::bad_alloc();
         return std::unique_ptr<T[]>(new T[n]);
     }
@@ -93,8 +97,9 @@ public:
     // array; null is read as empty.
     LStringLongTemplate& operator=(const char* s);
 
-    // Adds the text s; what has to grow grows to exactly what is needed. s may point into the own array; null
-    // is read as empty.
+    // Adds the text s; what has to grow grows to exactly what is needed, so that n calls in a loop copy n
+    // times the text: many pieces are added with tsprintfappend, which grows by four, or after a GrowToSize.
+    // s may point into the own array; null is read as empty.
     void Append(const char* s);
 
     // Replaces the text by the formatted one, with a capacity of at least 260; grammar of the format:

@@ -1,39 +1,25 @@
 #include "strings/LStringFormat.h"
 
+#include "strings/internal/LStringDirective.h"
+
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <limits>
+#include <string_view>
+#include <utility>
 
 namespace {
 
-// Characters of the text between "%" and the conversion that take part.
-constexpr int kMostDirectiveLength = 257;
 // Bytes of one conversion's text, terminator included.
 constexpr int kConversionBufferSize = 260;
 // Of a longer conversion only as much is made as shows: no part of it is longer than all that is kept.
 constexpr int kMostShown = kConversionBufferSize - 1;
-// A double ends after 1074 decimal places, and has at most 309 digits before them: padding beyond the sum of
-// both and of what is kept does not show.
+// A double ends after 1074 decimal places, and has at most 309 digits before them: what is beyond does not show.
 constexpr int kMostDoublePrecision = 1100;
-constexpr int kMostDoubleWidth = 1700;
-// Decimal digits of the largest 32-bit number.
-constexpr int kMostDigits = 10;
-
-// What stands between "%" and the conversion.
-struct Directive {
-    const char* pConversion; // the conversion character
-    int nWidth = 0;
-    int nPrecision = -1; // negative: none
-    bool bZero = false;
-    bool bValid = true; // false with a second dot
-
-    // "%d", "%.Nd" and "%0Nd" of no more digits than a 32-bit number can have.
-    bool IsShort() const {
-        return nPrecision != 0 && nPrecision <= kMostDigits &&
-               (nWidth == 0 || (bZero && nPrecision < 0 && nWidth <= kMostDigits));
-    }
-};
+constexpr int kMostDigits = 22; // of a 64-bit number, octal
+constexpr int kMostSign = 3;    // a sign and "0x"
 
 constexpr auto kDigitPairs = [] {
     std::array<std::array<char, 2>, 100> pairs{};
@@ -42,35 +28,9 @@ constexpr auto kDigitPairs = [] {
     return pairs;
 }();
 
-bool IsDirectiveChar(char nChar) {
-    return (nChar >= '0' && nChar <= '9') || nChar == '.';
-}
-
-int AddDigit(int nNumber, char nChar) {
-    return static_cast<int>(std::min(nNumber * 10L + (nChar - '0'), long{std::numeric_limits<int>::max()}));
-}
-
-Directive ReadDirective(const char* p) {
-    Directive directive{p};
-    for (; IsDirectiveChar(*directive.pConversion); ++directive.pConversion) {
-        const char nChar = *directive.pConversion;
-        if (directive.pConversion - p >= kMostDirectiveLength)
-            continue;
-        if (nChar == '.') {
-            directive.bValid = directive.bValid && directive.nPrecision < 0;
-            directive.nPrecision = 0;
-        } else if (nChar == '0' && directive.nWidth == 0 && directive.nPrecision < 0)
-            directive.bZero = true;
-        else {
-            int& nNumber = directive.nPrecision >= 0 ? directive.nPrecision : directive.nWidth;
-            nNumber = AddDigit(nNumber, nChar);
-        }
-    }
-    return directive;
-}
-
 // The following store a number's digits before pEnd and return where they begin.
-char* StoreDecimal(char* pEnd, unsigned nValue) {
+template <typename TUnsigned>
+char* StoreDecimal(char* pEnd, TUnsigned nValue) {
     while (nValue >= 100) {
         pEnd -= 2;
         std::memcpy(pEnd, kDigitPairs[nValue % 100].data(), 2);
@@ -84,61 +44,96 @@ char* StoreDecimal(char* pEnd, unsigned nValue) {
     return pEnd;
 }
 
-char* StoreBits(char* pEnd, unsigned nValue, unsigned nBitsPerDigit, const char* pDigits) {
+char* StoreBits(char* pEnd, std::uint64_t qwValue, unsigned nBitsPerDigit, const char* pDigits) {
     const unsigned nMask = (1U << nBitsPerDigit) - 1;
     do {
-        *--pEnd = pDigits[nValue & nMask];
-        nValue >>= nBitsPerDigit;
-    } while (nValue != 0);
+        *--pEnd = pDigits[qwValue & nMask];
+        qwValue >>= nBitsPerDigit;
+    } while (qwValue != 0);
     return pEnd;
 }
 
-char* StoreDigits(char* pEnd, char nConversion, unsigned nValue) {
+char* StoreDigits(char* pEnd, char nConversion, std::uint64_t qwValue) {
     switch (nConversion) {
     case 'x':
-        return StoreBits(pEnd, nValue, 4, "0123456789abcdef");
+        return StoreBits(pEnd, qwValue, 4, "0123456789abcdef");
     case 'X':
-        return StoreBits(pEnd, nValue, 4, "0123456789ABCDEF");
+        return StoreBits(pEnd, qwValue, 4, "0123456789ABCDEF");
     case 'o':
-        return StoreBits(pEnd, nValue, 3, "01234567");
+        return StoreBits(pEnd, qwValue, 3, "01234567");
     default:
-        return StoreDecimal(pEnd, nValue);
+        return StoreDecimal(pEnd, qwValue);
     }
 }
 
-// Stores at most as many characters as show before pBegin.
-char* Fill(char* pBegin, long nCount, char nFill) {
+// Where one conversion is made: its text, with room for what is filled up on either side.
+struct Field {
+    // Before the start there is room for spaces, a sign, zeros and digits, behind it for a text and spaces.
+    char szRoom[4 * kMostShown + kMostSign + kMostDigits];
+    char* const pStart = szRoom + 2 * kMostShown + kMostSign + kMostDigits;
+    char* p = pStart;
+    char* pEnd = pStart;
+    long nUnseen = 0; // characters behind the end that count for the width and do not show
+};
+
+// Stores as many characters as may show.
+char* FillBefore(char* p, long nCount, char nFill) {
     for (long n = std::min(nCount, long{kMostShown}); n > 0; --n)
-        *--pBegin = nFill;
-    return pBegin;
+        *--p = nFill;
+    return p;
 }
 
-// Formats backwards from the end of a buffer that holds all that may show, then hands on its beginning.
+char* FillBehind(char* p, long nCount, char nFill) {
+    for (long n = std::min(nCount, long{kMostShown}); n > 0; --n)
+        *p++ = nFill;
+    return p;
+}
+
+// Puts zeros and a sign before the text, fills up to the width, with zeros behind the sign or with spaces, and
+// hands on as much as shows.
 template <typename Writer>
-void AddNumber(Writer& writer, const Directive& directive, char nConversion, unsigned nValue) {
-    char szText[2 * kMostShown + 1 + kMostDigits + 1];
-    char* const pEnd = szText + sizeof(szText);
-    const bool bNegative = (nConversion == 'd' || nConversion == 'i') && static_cast<int>(nValue) < 0;
-    char* p = pEnd;
-    if (nValue != 0 || directive.nPrecision != 0)
-        p = StoreDigits(pEnd, nConversion, bNegative ? 0U - nValue : nValue);
-    const long nDigits = pEnd - p;
-    const long nSign = bNegative ? 1 : 0;
-    const bool bZeroWidth = directive.bZero && directive.nPrecision < 0;
-    const long nZeros =
-        std::max(0L, (bZeroWidth ? directive.nWidth - nSign : directive.nPrecision) - nDigits);
-    p = Fill(p, nZeros, '0');
-    if (bNegative)
-        *--p = '-';
-    p = Fill(p, directive.nWidth - nDigits - nZeros - nSign, ' ');
-    writer.AddChars(p, static_cast<unsigned long>(std::min<long>(pEnd - p, kMostShown)));
+void AddField(Writer& writer, const LStringDirective& directive, Field& field, std::string_view sSign,
+              long nZeros, bool bZeroFill) {
+    char* p = field.p;
+    const long nLength = static_cast<long>(sSign.size()) + nZeros + (field.pEnd - p) + field.nUnseen;
+    long nFill = directive.nWidth - nLength;
+    if (bZeroFill && !directive.bLeft && nFill > 0)
+        nZeros += std::exchange(nFill, 0);
+    p = FillBefore(p, nZeros, '0') - sSign.size();
+    sSign.copy(p, sSign.size());
+    if (directive.bLeft)
+        field.pEnd = FillBehind(field.pEnd, nFill, ' ');
+    else
+        p = FillBefore(p, nFill, ' ');
+    writer.AddChars(p, static_cast<unsigned long>(std::min<long>(field.pEnd - p, kMostShown)));
+}
+
+// A negative value comes as its two's complement in 64 bits.
+template <typename Writer>
+void AddNumber(Writer& writer, const LStringDirective& directive, char nConversion, std::uint64_t qwValue) {
+    const bool bSigned = nConversion == 'd' || nConversion == 'i';
+    const bool bNegative = bSigned && static_cast<std::int64_t>(qwValue) < 0;
+    Field field;
+    if (qwValue != 0 || directive.nPrecision != 0)
+        field.p = StoreDigits(field.pEnd, nConversion, bNegative ? 0U - qwValue : qwValue);
+    long nZeros = std::max(0L, directive.nPrecision - (field.pEnd - field.p));
+    if (directive.bAlternate && nConversion == 'o' && nZeros == 0 && (qwValue != 0 || field.p == field.pEnd))
+        nZeros = 1;
+    char szSign[kMostSign] = {bNegative ? '-' : directive.nPlus};
+    unsigned long nSign = bSigned && szSign[0] != 0 ? 1 : 0;
+    if (directive.bAlternate && (nConversion | 0x20) == 'x' && qwValue != 0) {
+        szSign[0] = '0';
+        szSign[1] = nConversion;
+        nSign = 2;
+    }
+    AddField(writer, directive, field, {szSign, nSign}, nZeros, directive.bZero && directive.nPrecision < 0);
 }
 
 // AddNumber for the most frequent directives.
 template <typename Writer>
-void AddDecimal(Writer& writer, const Directive& directive, bool bSigned, unsigned nValue) {
+void AddDecimal(Writer& writer, const LStringDirective& directive, bool bSigned, unsigned nValue) {
     const bool bNegative = bSigned && static_cast<int>(nValue) < 0;
-    char szText[1 + kMostDigits];
+    char szText[1 + LStringDirective::kMostDigits];
     char* const pEnd = szText + sizeof(szText);
     char* p = StoreDecimal(pEnd, bNegative ? 0U - nValue : nValue);
     const int nDigits = std::max(directive.nPrecision, directive.nWidth - (bNegative ? 1 : 0));
@@ -151,64 +146,120 @@ void AddDecimal(Writer& writer, const Directive& directive, bool bSigned, unsign
 
 // The text ends at a character of 0, as it would in the platform's buffer.
 template <typename Writer>
-void AddCharacter(Writer& writer, const Directive& directive, char nChar) {
-    for (int n = 1; n < std::min(directive.nWidth, kMostShown + 1); ++n)
-        writer.AddChar(' ');
-    if (nChar != 0 && directive.nWidth <= kMostShown)
-        writer.AddChar(nChar);
+void AddCharacter(Writer& writer, const LStringDirective& directive, char nChar) {
+    if (nChar != 0 && directive.nWidth == 0)
+        return writer.AddChar(nChar);
+    Field field;
+    if (nChar != 0)
+        *field.pEnd++ = nChar;
+    else
+        field.nUnseen = 1;
+    if (nChar != 0 || !directive.bLeft)
+        AddField(writer, directive, field, {}, 0, false);
 }
 
-// As snprintf, with zeros left out that would not show; a negative precision is none to the platform too.
-int PrintDouble(char* buffer, unsigned long size, const Directive& directive, char nConversion,
-                double nValue) {
-    const int nPrecision = std::min(directive.nPrecision, kMostDoublePrecision);
-    const int nUnseen = nConversion == 'g' || !std::isfinite(nValue) ? 0 : directive.nPrecision - nPrecision;
-    const int nWidth = std::clamp(directive.nWidth - nUnseen, 0, kMostDoubleWidth);
-    const bool bZero = directive.bZero;
-    switch (nConversion) {
-    case 'e':
-        return bZero ? std::snprintf(buffer, size, "%0*.*e", nWidth, nPrecision, nValue)
-                     : std::snprintf(buffer, size, "%*.*e", nWidth, nPrecision, nValue);
-    case 'f':
-        return bZero ? std::snprintf(buffer, size, "%0*.*f", nWidth, nPrecision, nValue)
-                     : std::snprintf(buffer, size, "%*.*f", nWidth, nPrecision, nValue);
-    default:
-        return bZero ? std::snprintf(buffer, size, "%0*.*g", nWidth, nPrecision, nValue)
-                     : std::snprintf(buffer, size, "%*.*g", nWidth, nPrecision, nValue);
+// The host's formats by conversion, length and "#". Made while compiling: what was written a moment ago would
+// have to be waited for.
+constexpr char kDoubleConversions[] = "efgaEFGA";
+constexpr auto kDoubleFormats = [] {
+    std::array<std::array<char, 8>, 32> formats{};
+    for (std::size_t i = 0; i < formats.size(); ++i) {
+        char* p = formats[i].data();
+        for (const char nChar : {'%', i >= 16 ? '#' : '\0', '.', '*', i % 16 >= 8 ? 'L' : '\0'})
+            if (nChar != 0)
+                *p++ = nChar;
+        *p = kDoubleConversions[i % 8];
     }
+    return formats;
+}();
+
+// Without the sign. Returns the length, of which the buffer has what fits.
+template <typename TFloat>
+int PrintUnsigned(char* buffer, unsigned long size, const LStringDirective& directive, char nConversion,
+                  TFloat nValue) {
+    // Not for the compiler's check of formats: this one comes from the table.
+    constexpr auto kPrint = static_cast<int (*)(char*, std::size_t, const char*, ...)>(std::snprintf);
+    const auto nKind =
+        static_cast<std::size_t>(std::strchr(kDoubleConversions, nConversion) - kDoubleConversions);
+    const std::size_t nFormat = nKind + (directive.bLongDouble ? 8 : 0) + (directive.bAlternate ? 16 : 0);
+    return kPrint(buffer, size, kDoubleFormats[nFormat].data(),
+                  std::min(directive.nPrecision, kMostDoublePrecision), nValue);
 }
 
-template <typename Writer>
-void AddDouble(Writer& writer, const Directive& directive, char nConversion, double nValue) {
+template <typename Writer, typename TFloat>
+void AddDouble(Writer& writer, const LStringDirective& directive, char nConversion, TFloat nValue) {
     if (!directive.bValid)
         return;
-    char szText[kConversionBufferSize];
-    const int nLength = PrintDouble(szText, sizeof(szText), directive, nConversion, nValue);
-    if (nLength > 0)
-        writer.AddChars(szText, static_cast<unsigned long>(std::min(nLength, kMostShown)));
+    Field field;
+    const bool bNegative = std::signbit(nValue);
+    const int nLength = PrintUnsigned(field.pStart, kConversionBufferSize, directive, nConversion,
+                                      bNegative ? -nValue : nValue);
+    if (nLength <= 0)
+        return;
+    field.pEnd += std::min(nLength, kMostShown);
+    field.nUnseen = std::max(0, nLength - kMostShown);
+    const bool bFinite = std::isfinite(nValue);
+    const char nKind = static_cast<char>(nConversion | 0x20);
+    if (bFinite && (nKind != 'g' || directive.bAlternate)) // zeros up to the precision
+        field.nUnseen += std::max(0, directive.nPrecision - kMostDoublePrecision);
+    char szSign[kMostSign] = {bNegative ? '-' : directive.nPlus};
+    unsigned long nSign = szSign[0] != 0 ? 1 : 0;
+    if (bFinite && nKind == 'a') // "0x" stands before the zeros
+        for (int i = 0; i < 2; ++i)
+            szSign[nSign++] = *field.p++;
+    AddField(writer, directive, field, {szSign, nSign}, 0, directive.bZero && bFinite);
 }
 
 // Only conversions named here reach a printer; whatever else a format asks for has taken its argument.
 template <typename Writer>
-void AddInteger(Writer& writer, const Directive& directive, char nConversion, unsigned nValue) {
+void AddInteger(Writer& writer, const LStringDirective& directive, char nConversion, std::uint64_t qwValue) {
     if (!directive.bValid)
         return;
+    const int nUnused = 64 - 8 * directive.nSize;
+    qwValue <<= nUnused;
     switch (nConversion) {
     case 'd':
     case 'u':
         if (directive.IsShort())
-            return AddDecimal(writer, directive, nConversion == 'd', nValue);
+            return AddDecimal(writer, directive, nConversion == 'd',
+                              static_cast<unsigned>(qwValue >> nUnused));
+        if (nConversion == 'u')
+            return AddNumber(writer, directive, nConversion, qwValue >> nUnused);
         [[fallthrough]];
     case 'i':
+        return AddNumber(writer, directive, nConversion,
+                         static_cast<std::uint64_t>(static_cast<std::int64_t>(qwValue) >> nUnused));
     case 'x':
     case 'X':
     case 'o':
-        return AddNumber(writer, directive, nConversion, nValue);
+        return AddNumber(writer, directive, nConversion, qwValue >> nUnused);
     case 'c':
-        return AddCharacter(writer, directive, static_cast<char>(nValue));
+        if (!directive.IsWide())
+            AddCharacter(writer, directive, static_cast<char>(qwValue >> nUnused));
+        return;
     default:
         return;
     }
+}
+
+template <typename Writer>
+void AddSpaces(Writer& writer, long nCount) {
+    for (; nCount > 0; --nCount)
+        writer.AddChar(' ');
+}
+
+// As printf does it; null is read as empty.
+template <typename Writer, typename T>
+void AddText(Writer& writer, const LStringDirective& directive, const T* s) {
+    if (directive.IsWide()) // wchar_t
+        return;
+    const unsigned long dwMost =
+        directive.nPrecision < 0 ? ~0UL : static_cast<unsigned long>(directive.nPrecision);
+    const unsigned long dwLength = s != nullptr ? strnlen(s, dwMost) : 0;
+    const long nFill = directive.nWidth - static_cast<long>(dwLength);
+    AddSpaces(writer, directive.bLeft ? 0 : nFill);
+    writer.AddChars(s, dwLength);
+    AddSpaces(writer, directive.bLeft ? nFill : 0);
 }
 
 } // namespace
@@ -217,6 +268,7 @@ template <typename Writer, typename T>
 std::uint32_t tplprintf(Writer& writer, const T* format, va_list arguments) {
     if (format == nullptr)
         return 0;
+    const auto nextNumber = [&arguments] { return va_arg(arguments, int); };
     for (;;) {
         const T* const pRun = format;
         while (*format != 0 && *format != '%')
@@ -224,7 +276,9 @@ std::uint32_t tplprintf(Writer& writer, const T* format, va_list arguments) {
         writer.AddChars(pRun, static_cast<unsigned long>(format - pRun));
         if (*format == 0)
             return writer.GetCount();
-        const Directive directive = IsDirectiveChar(*++format) ? ReadDirective(format) : Directive{format};
+        const LStringDirective directive = LStringDirective::IsPart(*++format)
+                                               ? LStringDirective::Read(format, nextNumber)
+                                               : LStringDirective{format};
         const T nConversion = *directive.pConversion;
         format = directive.pConversion + 1;
         switch (nConversion) {
@@ -233,16 +287,30 @@ std::uint32_t tplprintf(Writer& writer, const T* format, va_list arguments) {
         case '%':
             writer.AddChar('%');
             break;
+        case 'm':
+            break;
         case 's':
-            tplstrcpy(writer, va_arg(arguments, const T*));
+            if (const T* const sText = va_arg(arguments, const T*); directive.bAsPrintf)
+                AddText(writer, directive, sText);
+            else
+                tplstrcpy(writer, sText);
             break;
         case 'e':
         case 'f':
         case 'g':
-            AddDouble(writer, directive, nConversion, va_arg(arguments, double));
+        case 'a':
+        case 'E':
+        case 'F':
+        case 'G':
+        case 'A':
+            if (directive.bLongDouble)
+                AddDouble(writer, directive, nConversion, va_arg(arguments, long double));
+            else
+                AddDouble(writer, directive, nConversion, va_arg(arguments, double));
             break;
         default:
-            AddInteger(writer, directive, nConversion, va_arg(arguments, unsigned));
+            AddInteger(writer, directive, nConversion,
+                       directive.IsWide() ? va_arg(arguments, unsigned long) : va_arg(arguments, unsigned));
         }
     }
 }

@@ -5,13 +5,17 @@
 //   %d %i      signed, %u %x %X %o unsigned, %c one character: one 32-bit argument each, with the platform's
 //              zero flag, width and precision. A %c of 0 writes nothing.
 //   %s         a char const*: the whole text, whatever width or precision say. Null writes nothing.
-//   %e %f %g   one double, as the platform prints it.
+//   %e %f %g   one double, as the platform prints it; also %a and the upper-case ones.
 //   %%         one "%", whatever stands between.
-// One conversion writes at most 259 characters (%s any number). Any other conversion character, a flag other
-// than the leading zero, a length modifier and a second dot among them, takes one 32-bit argument (%e %f %g
-// their double) and writes nothing. An unfinished conversion at the end of the format writes nothing. The
-// compiler checks the arguments against printf's own rules, which are wider: "%ld" passes there and prints
-// nothing here.
+// What printf has beyond that is read as printf does: the flags "-", "+", " " and "#", "*" for a width or a
+// precision, and the lengths h, hh, l, ll, j, z, t and L. With one of these %s keeps to width and precision:
+// "%-8s" fills up, "%.*s" and "%-.3s" cut and read no further; "%8s" and "%.3s" still copy the whole text.
+//
+// One conversion writes at most 259 characters (%s any number). %n, %p, %ls, %lc, any other conversion
+// character and a second dot take one argument (%s and %e their own) and write nothing; %m takes none and
+// writes nothing. Numbers are not grouped: the flag "'" changes nothing. An unfinished conversion at the end
+// of the format writes nothing. So whatever the compiler's check of a format accepts, numbered arguments but
+// for, takes the arguments that it should.
 //
 // Thread-safety: reentrant; writers and strings are guarded by their owners.
 // Nothing reports errors: a fixed target cuts, a growable one grows or throws std::bad_alloc. No argument may
@@ -81,12 +85,19 @@ public:
     // The length of the target, old text included.
     std::uint32_t GetCount() const { return lsTarget.dwLength; }
 
+    // The capacity that a target grows to for so many characters: four times the old one, and again; the
+    // last step is as large as a string can be.
+    static constexpr unsigned long GetGrownCapacity(unsigned long dwCapacity, unsigned long dwLength) {
+        while (dwCapacity <= dwLength)
+            dwCapacity *= LStringFormatGrowth;
+        return std::max(std::min(dwCapacity, LStringMaximumSize / sizeof(T)), dwLength + 1);
+    }
+
 private:
+    // Terminated first, for the case that there is no memory.
     void _Grow(unsigned long dwNewLength) {
-        unsigned long dwSize = lsTarget.dwCapacity;
-        while (dwSize <= dwNewLength)
-            dwSize *= LStringFormatGrowth;
-        lsTarget.GrowToSize(dwSize);
+        lsTarget.SetLength(lsTarget.dwLength);
+        lsTarget.GrowToSize(GetGrownCapacity(lsTarget.dwCapacity, dwNewLength));
     }
 
     LStringLongTemplate<T>& lsTarget;

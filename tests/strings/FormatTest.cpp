@@ -3,10 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <limits>
 #include <random>
 
 namespace {
@@ -25,25 +25,28 @@ std::string Ours(const std::string& format, Values... values) {
     return szText;
 }
 
-std::string RandomDirective(std::mt19937& random, const std::string& conversions) {
-    const char* const flags[] = {"%", "%", "%", "%0", "%00"};
+// A conversion with its length, behind flags, a width and a precision.
+std::string RandomDirective(std::mt19937& random, const Texts& conversions) {
+    std::string directive = "%";
+    for (const char nFlag : {'0', '0', '-', '+', ' ', '#'})
+        directive += std::string(random() % 5 == 0, nFlag);
     const auto number = [&random, nMost = random() % 8 == 0 ? 3000U : 20U] {
         return random() % 3 == 0 ? "" : std::to_string(random() % nMost);
     };
     std::string const precision = random() % 3 == 0 ? "." + number() : "";
-    return flags[random() % 5] + number() + precision + conversions[random() % conversions.size()];
+    return directive + number() + precision + conversions[random() % conversions.size()];
 }
 
 // Several conversions in one format, each as the host prints it into a buffer of 260.
 template <typename Value, typename Next>
-void CompareWithHost(const char* conversions, Next next) {
+void CompareWithHost(const Texts& conversions, Next next) {
     std::mt19937 random(7);
     for (int nRun = 0; nRun < 30000; ++nRun) {
         std::string format;
         std::string expected;
         Value values[4];
         for (Value& value : values) {
-            value = next(random);
+            value = static_cast<Value>(next(random));
             std::string const directive = RandomDirective(random, conversions);
             std::string const literal(random() % 4 == 0 ? random() % 40 : random() % 3, ':');
             char szHost[260] = "";
@@ -59,24 +62,42 @@ void CompareWithHost(const char* conversions, Next next) {
 }
 
 TEST(Format, PrintsNumbersAsTheHostDoes) {
-    CompareWithHost<int>("diuxXoc", [](std::mt19937& random) {
-        constexpr int least = std::numeric_limits<int>::min();
-        int const special[] = {0, 0, 1, -1, 9, 10, 99, 100, least, ~least};
+    const auto integer = [](std::mt19937& random) {
+        long const special[] = {0, 0, 1, -1, 9, 10, 99, 100, INT_MIN, LONG_MIN};
         unsigned long const nChoice = random() % 20;
-        return nChoice < 10 ? special[nChoice] : static_cast<int>(random() >> random() % 32);
-    });
-    CompareWithHost<double>("efg", [](std::mt19937& random) {
+        long const any = static_cast<long>(random()) * static_cast<int>(random());
+        return nChoice < 10 ? special[nChoice] : any >> random() % 64;
+    };
+    const auto real = [](std::mt19937& random) {
         double const special[] = {0, -0.0, 1, 0.5, 1e300, 5e-324, NAN, -INFINITY, 9.9999999, 1e15};
         unsigned long const nChoice = random() % 20;
         double const any = static_cast<double>(random()) - 2e9;
         return nChoice < 10 ? special[nChoice] : std::ldexp(any, static_cast<int>(random() % 200) - 100);
-    });
+    };
+    CompareWithHost<int>({"d", "i", "u", "x", "X", "o", "c", "hd", "hhi", "hu", "hhx"}, integer);
+    CompareWithHost<long>({"ld", "lli", "zu", "jx", "tX", "lo"}, integer);
+    CompareWithHost<double>({"e", "f", "g", "a", "E", "F", "G", "A", "lf"}, real);
+    CompareWithHost<long double>({"Le", "Lf", "Lg", "La"}, real);
+}
+
+TEST(Format, TakesArgumentsAsTheHostDoes) {
+    const auto expectAsHost = [](const char* format, auto... values) {
+        char szHost[400];
+        HostPrint(szHost, sizeof(szHost), format, values...);
+        EXPECT_EQ(Ours(format, values...), szHost) << format;
+    };
+    const char open[] = {'o', 'p', 'e', 'n'}; // not terminated
+    for (const int n : {-30, -5, 0, 3, 30})
+        expectAsHost("%*d|%-*x|%.*u|%0*.*f|%*s|%.*s|%-*.*s|%+*.4s|%s", n, 7, n, 255, n, 8, n, n, 1.5, n, "ab",
+                     n, "abcd", n, 2, open, n, open, "end");
+    expectAsHost("%-8s|%- 3s|%-.2s|%hhd|%lld|%zu|%'d|%'f|%E|%Lg|%s", "ab", "abcd", "abcd", 300, 1LL << 40,
+                 ~0UL, 12345, 12345.0, 0.5, 2.5L, "end");
 }
 
 TEST(Format, ReadsDirectives) {
     EXPECT_EQ(Ours("%%|%5%|%.4d|%02d|%d.%d", 1, 2, 3, 4), "%|%|0001|02|3.4");
     EXPECT_EQ(Ours("%n|%p|%S|%1.2.3d|%..d|%d", 1, 2, 3, 4, 5, 6), "|||||6");
-    EXPECT_EQ(Ours("%ld|%-5d|%*d|%\xC3\xA9|%d", 1, 2, 3, 4, 5), "d|5d|d|\xA9|5");
+    EXPECT_EQ(Ours("%ls|%lc|%m|%\xC3\xA9|%d", L"wide", 2, 3, 4), "|||\xA9|4");
     for (const char* pUnfinished : {"", "%", "%5", "%.", "%00"})
         EXPECT_EQ(Ours(std::string("abc") + pUnfinished, 7), "abc") << pUnfinished;
     std::string const huge(20, '9');

@@ -1,3 +1,4 @@
+#include "strings/LArray.h"
 #include "strings/LString.h"
 #include "strings/LStringFormat.h"
 #include "strings/LStringList.h"
@@ -31,6 +32,20 @@ TEST(LString, GrowsOnlyWhenItMayAndMust) {
     text = nullptr;
     ExpectHolds(text, "", 1);
     EXPECT_THROW(LStringLongTemplate<wchar_t>().GrowToSize(1UL << 30), std::bad_alloc);
+}
+
+TEST(LString, FormatsUpToTheLargestSize) {
+    String text;
+    text = "kept, and overwritten";
+    text.SetLength(0);
+    LStringLongTemplateAppender<char> writer(text);
+    writer.AddChars("so far", 6);
+    volatile unsigned long const nTooMany = (1UL << 32) - 6;
+    EXPECT_THROW(writer.AddChars("", nTooMany), std::bad_alloc);
+    ExpectHolds(text, "so far", 260);
+    EXPECT_EQ(writer.GetGrownCapacity(260UL << 20, 260UL << 20), 260UL << 22);
+    EXPECT_EQ(writer.GetGrownCapacity(260UL << 22, 260UL << 22), (1UL << 32) - 1);
+    EXPECT_EQ(writer.GetGrownCapacity(260UL << 22, 1UL << 33), (1UL << 33) + 1); // which is refused
 }
 
 // Often about as long as the capacity that formatting starts with.
@@ -89,6 +104,17 @@ TEST(LString, FollowsTheModel) {
         const std::size_t least = ChangeBoth(random, text, model);
         ASSERT_NO_FATAL_FAILURE(ExpectHolds(text, model, std::max(least, model.size() + 1))) << nStep;
     }
+}
+
+TEST(LArray, HasNothingWhenMovedFrom) {
+    LArray<int> array(3), other(std::move(array));
+    LVector<int> vector, second;
+    vector.SetSize(3);
+    (second = std::move(vector)).SetSize(2);
+    array = LArray<int>(std::move(array));
+    EXPECT_EQ(array.GetCount() + vector.GetSize() + 10 * other.GetCount() + 10 * second.GetSize(), 50U);
+    vector.SetSize(3);
+    EXPECT_NE(vector.GetData(), nullptr);
 }
 
 TEST(LStringList, FollowsTheModel) {
