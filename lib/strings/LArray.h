@@ -2,6 +2,7 @@
 //
 // Thread-safety: none; the owner guards it.
 // An allocation that fails throws std::bad_alloc and leaves the array as it was. An index is below the count.
+// Moving takes the elements and leaves an array without any.
 #pragma once
 
 #include <algorithm>
@@ -14,6 +15,13 @@ template <typename T>
 class LArray {
 public:
     explicit LArray(unsigned long count) : pItems(new T[count]()), dwCount(count) {}
+    LArray(LArray&& other) noexcept
+        : pItems(std::move(other.pItems)), dwCount(std::exchange(other.dwCount, 0)) {}
+    LArray& operator=(LArray&& other) noexcept {
+        pItems = std::move(other.pItems);
+        dwCount = std::exchange(other.dwCount, 0);
+        return *this;
+    }
 
     T* GetData() { return pItems.get(); }
     const T* GetData() const { return pItems.get(); }
@@ -32,6 +40,15 @@ class LVector {
     static_assert(std::is_trivially_copyable_v<T>);
 
 public:
+    LVector() = default;
+    LVector(LVector&& other) noexcept
+        : pItems(std::move(other.pItems)), dwSize(std::exchange(other.dwSize, 0)) {}
+    LVector& operator=(LVector&& other) noexcept {
+        pItems = std::move(other.pItems);
+        dwSize = std::exchange(other.dwSize, 0);
+        return *this;
+    }
+
     T* GetData() { return pItems.get(); }
     const T* GetData() const { return pItems.get(); }
     unsigned long GetSize() const { return dwSize; }
