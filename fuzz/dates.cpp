@@ -119,7 +119,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     compareForms(value.AdjustByMonths(static_cast<int>(value.nTime)));
     value._SetTextDate(date.c_str());
     compareForms(value);
-    value.SetDayTime(value.nTime);
+    value.SetDayTime(LDayTime(value.nTime));
     compareForms(value);
     return 0;
 }

@@ -139,14 +139,14 @@ LDayTime LDateTime::GetDayTime() const {
     tm fields;
     if (nTime == 0 || !LGetLocalFields(nTime, fields))
         return {};
-    return fields.tm_hour * kSecondsPerHour + fields.tm_min * kSecondsPerMinute + fields.tm_sec;
+    return LDayTime(fields.tm_hour * kSecondsPerHour + fields.tm_min * kSecondsPerMinute + fields.tm_sec);
 }
 
 LWeekDay LDateTime::GetWeekDay() const {
     tm fields;
     if (!LGetLocalFields(nTime, fields))
         return {};
-    return 1U << fields.tm_wday;
+    return LWeekDay(1U << fields.tm_wday);
 }
 
 LDateTime LDateTime::AdjustByMonths(int months) const {
@@ -162,10 +162,13 @@ LDateTime LDateTime::AdjustByMonths(int months) const {
         year += month / kMonthsPerYear - 1;
         month = kMonthsPerYear + month % kMonthsPerYear;
     }
-    const int newYear = LimitToInt(year);
-    const int newMonth = static_cast<int>(month);
-    const int day = std::min(fields.tm_mday, GetNumberOfDaysInMonth(newYear, newMonth));
+    // The year is a computed one: no rule for years that are read applies to it.
+    fields.tm_year = LimitToInt(year - 1900);
+    fields.tm_mon = static_cast<int>(month - 1);
+    fields.tm_mday =
+        std::min(fields.tm_mday, GetNumberOfDaysInMonth(LimitToInt(year), static_cast<int>(month)));
+    fields.tm_isdst = -1;
     LDateTime moved = *this;
-    SetDateTime(moved.nTime, newYear, newMonth, day, fields.tm_hour, fields.tm_min, fields.tm_sec);
+    LStoreLocalFields(moved.nTime, fields);
     return moved;
 }

@@ -4,7 +4,8 @@
 // locale does so before other threads work with dates. Without TZ the zone file is looked at now and then,
 // otherwise nothing blocks.
 //
-// The value 0 means that no date is set. Years are those of the Gregorian calendar, months and days count
+// The value 0 means that no date is set, so the first second of 1970 (UTC) cannot be told from none: its text
+// is empty, and SetDayTime takes it for none. Years are those of the Gregorian calendar, months and days count
 // from 1. Texts are ASCII and terminated; output buffers belong to the caller and hold LDateTimeTextSize
 // bytes, or LPathBufferSize for a combined form. Nothing reports errors: of text the part that can be read
 // counts, fields out of their ranges are carried over (the 32nd of January is the 1st of February), and what
@@ -30,21 +31,24 @@ constexpr int LDateOrderYearMonthDay = 2;
 
 // A time of day: hour * 3600 + minute * 60 + second.
 struct LDayTime {
-    constexpr LDayTime(long seconds = 0) : nSeconds(seconds) {}
+    constexpr LDayTime() = default;
+    explicit constexpr LDayTime(long seconds) : nSeconds(seconds) {}
 
-    long nSeconds;
+    long nSeconds = 0;
 };
 
 // A set of weekdays: bit n for weekday n, Sunday being 0. Only the low byte counts.
 struct LWeekDay {
-    constexpr LWeekDay(unsigned days = 0) : nDays(days) {}
+    constexpr LWeekDay() = default;
+    explicit constexpr LWeekDay(unsigned days) : nDays(days) {}
 
-    unsigned nDays;
+    unsigned nDays = 0;
 };
 
 class LDateTime {
 public:
-    constexpr LDateTime(long time = 0) : nTime(time) {}
+    constexpr LDateTime() = default;
+    explicit constexpr LDateTime(long time) : nTime(time) {}
 
     // English names; January and Sunday come first.
     static const char* const szMonths[12];     // "Jan"
@@ -124,7 +128,7 @@ public:
     // The same day and time so many months on, or the last day of a month that is too short.
     LDateTime AdjustByMonths(int months) const;
 
-    long nTime;
+    long nTime = 0;
 };
 
 // The order that the locale's date format has, one of the three above; what the format lacks counts as
