@@ -21,8 +21,8 @@ void CompareDecoders(const std::string& text) {
     const LCharsetsDecoded portable =
         LCharsetsPortableKernels.DecodeTo32(expected.data(), text.data(), text.size());
     for (const LCharsetsKernels* const* walk = LCharsetsKernelsHere(); *walk != nullptr; ++walk) {
-        std::vector<wchar_t> wide(text.size());
-        std::vector<unsigned short> units(text.size());
+        std::vector<wchar_t> wide(portable.nWritten);
+        std::vector<unsigned short> units(portable.nWritten);
         const LCharsetsDecoded to32 = (*walk)->DecodeTo32(wide.data(), text.data(), text.size());
         const LCharsetsDecoded to16 = (*walk)->DecodeTo16(units.data(), text.data(), text.size());
         Require(to32.nRead == portable.nRead && to32.nWritten == portable.nWritten);

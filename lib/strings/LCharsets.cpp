@@ -4,7 +4,6 @@
 #include "strings/internal/LCharsetsUnits.h"
 
 #include <cstring>
-#include <cwchar>
 
 namespace {
 
@@ -49,7 +48,7 @@ int LCopyUTF32FromUTF8Native(wchar_t* dst, const char* src, unsigned long limit)
     if (limit == 0)
         return LCharsetsLimitReached;
     const LCharsetsDecoded done = LCharsetsFastestKernels().DecodeTo32(dst, src, strnlen(src, limit - 1));
-    dst[done.nWritten] = 0;
+    LCharsetsStoreUnit<wchar_t>(dst + done.nWritten, 0);
     return Verdict(src + done.nRead, done.nRead, limit);
 }
 
@@ -62,7 +61,7 @@ int LCopyUTF8FromUTF32Native(char* dst, const wchar_t* src, unsigned long) {
     bool bReplaced = false;
     unsigned long nValues;
     do {
-        nValues = wcsnlen(src, kValuesAtOnce);
+        nValues = LCharsetsUnitCount(src, kValuesAtOnce);
         const LCharsetsEncoded done = kernels.EncodeFrom32(dst, 4 * nValues, src, nValues);
         bReplaced |= done.bReplaced;
         src += nValues;
@@ -116,7 +115,7 @@ void LCopyFromUnicode(LStringLongTemplate<char>& dst, const unsigned short* src)
 void LCopyUnicodeFromUTF32(unsigned short* dst, const wchar_t* src, unsigned long n) {
     if (n == 0)
         return;
-    const unsigned long nValues = wcsnlen(src, n - 1);
+    const unsigned long nValues = LCharsetsUnitCount(src, n - 1);
     LCharsetsConvertUnits(dst, src, nValues);
     LCharsetsStoreUnit<unsigned short>(dst + nValues, 0);
 }
@@ -126,7 +125,7 @@ void LCopyUTF32FromUnicode(wchar_t* dst, const unsigned short* src, unsigned lon
         return;
     const unsigned long nUnits = LCharsetsUnitCount(src, n - 1);
     LCharsetsConvertUnits(dst, src, nUnits);
-    dst[nUnits] = 0;
+    LCharsetsStoreUnit<wchar_t>(dst + nUnits, 0);
 }
 
 unsigned long LCopyToBigEndianUnicode(unsigned short* dst, const unsigned short* src, unsigned long n,

@@ -84,23 +84,41 @@ unsigned long utf8strlcpy(char* dst, const char* src, unsigned long n);
 template <typename = void>
 unsigned long utf8strlen(const char* s);
 
+// ---- Validation ----
+
+// How many of the n bytes at s stand before the first that begins no whole well-formed sequence: n when the
+// text is sound. A 0 byte is a character like others.
+unsigned long LCharsetsUTF8SoundLength(const char* s, unsigned long n);
+// Whether the text is well-formed to its terminator. Null is read as empty.
+bool LCharsetsIsUTF8(const char* s);
+
 // ---- Code pages ----
 //
 // What the code page (or UTF-8) cannot express, is invalid or does not fit ends the text. The growable forms
 // grow dst to 6 x strlen(src) + 1 bytes towards UTF-8 ("From"), to strlen(src) + 1 away from it ("To").
 
+// The code sets' names for the system's converter.
+constexpr char LCodeSetUTF8[] = "UTF-8";
+constexpr char LCodeSetISO88591[] = "ISO-8859-1";
+constexpr char LCodeSetISO88595[] = "ISO-8859-5";
+
 // One call of the system's converter, from `fromcode` to `tocode`, into n bytes at dst. Converters are kept
 // for the thread's next call. An unknown code set gives the empty text.
+//
+// Returns how many characters of src are not in dst: 0 when the whole text is. Those of UTF-8 are counted by
+// lead bytes, in another code set by bytes. The functions below are this one with their code sets: who wants
+// to know what they lose calls it.
 template <typename TTarget, typename TSource>
-void LCopyIconvFixedLength(TTarget* dst, const TSource* src, unsigned long n, const char* tocode,
-                           const char* fromcode);
+unsigned long LCopyIconvFixedLength(TTarget* dst, const TSource* src, unsigned long n, const char* tocode,
+                                    const char* fromcode);
 // The same for a destination of strlen(src) + 1 bytes.
 template <typename TTarget, typename TSource>
-void LCopyIconvFixedLength(TTarget* dst, const TSource* src, const char* tocode, const char* fromcode);
+unsigned long LCopyIconvFixedLength(TTarget* dst, const TSource* src, const char* tocode,
+                                    const char* fromcode);
 
-extern template void LCopyIconvFixedLength<char, char>(char*, const char*, unsigned long, const char*,
-                                                       const char*);
-extern template void LCopyIconvFixedLength<char, char>(char*, const char*, const char*, const char*);
+extern template unsigned long LCopyIconvFixedLength<char, char>(char*, const char*, unsigned long,
+                                                                const char*, const char*);
+extern template unsigned long LCopyIconvFixedLength<char, char>(char*, const char*, const char*, const char*);
 
 void LCopyFromISO88591(char* dst, const char* src, unsigned long n);
 void LCopyFromISO88591(char* dst, const char* src); // dst holds strlen(src) + 1 bytes

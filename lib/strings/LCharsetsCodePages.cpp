@@ -2,16 +2,13 @@
 #include "strings/internal/LCharsetsUnits.h"
 
 #include <CoreFoundation/CoreFoundation.h>
+#include <algorithm>
 #include <cstring>
 #include <iconv.h>
 #include <port/bsd.h>
 #include <vector>
 
 namespace {
-
-constexpr char kUTF8[] = "UTF-8";
-constexpr char kISO88591[] = "ISO-8859-1";
-constexpr char kISO88595[] = "ISO-8859-5";
 
 // ---- The system's converters ----
 
@@ -38,11 +35,14 @@ public:
         return _handle != None();
     }
 
-    // Converts what can be converted and fits; returns the place behind it.
-    char* Convert(char* dst, std::size_t nRoom, const char* src, std::size_t nBytes) {
+    // Converts what can be converted and fits; returns the place behind it, and moves src to what is left.
+    char* Convert(char* dst, std::size_t nRoom, const char*& src) {
         iconv(_handle, nullptr, nullptr, nullptr, nullptr);
         char* pSource = const_cast<char*>(src);
+        const std::size_t nText = std::strlen(src);
+        std::size_t nBytes = nText + 1;
         iconv(_handle, &pSource, &nBytes, &dst, &nRoom);
+        src += std::min(nText, nText + 1 - nBytes);
         return dst;
     }
 
@@ -120,64 +120,69 @@ void CopyAnsi(LStringLongTemplate<char>& dst, const unsigned short* src, unsigne
 } // namespace
 
 template <typename TTarget, typename TSource>
-void LCopyIconvFixedLength(TTarget* dst, const TSource* src, unsigned long n, const char* tocode,
-                           const char* fromcode) {
-    if (n == 0)
-        return;
-    dst[0] = 0;
-    // The last byte of the room is kept for a terminator of our own, for a text that is cut.
-    if (Converter* const pConverter = ConverterFor(tocode, fromcode))
-        *pConverter->Convert(dst, n - 1, src, std::strlen(src) + 1) = 0;
+unsigned long LCopyIconvFixedLength(TTarget* dst, const TSource* src, unsigned long n, const char* tocode,
+                                    const char* fromcode) {
+    if (n != 0) {
+        dst[0] = 0;
+        // The last byte of the room is kept for a terminator of our own, for a text that is cut.
+        if (Converter* const pConverter = ConverterFor(tocode, fromcode))
+            *pConverter->Convert(dst, n - 1, src) = 0;
+    }
+    if (*src == 0)
+        return 0;
+    return std::strcmp(fromcode, LCodeSetUTF8) == 0 ? utf8strlen(src) : std::strlen(src);
 }
 
 template <typename TTarget, typename TSource>
-void LCopyIconvFixedLength(TTarget* dst, const TSource* src, const char* tocode, const char* fromcode) {
-    LCopyIconvFixedLength(dst, src, std::strlen(src) + 1, tocode, fromcode);
+unsigned long LCopyIconvFixedLength(TTarget* dst, const TSource* src, const char* tocode,
+                                    const char* fromcode) {
+    return LCopyIconvFixedLength(dst, src, std::strlen(src) + 1, tocode, fromcode);
 }
 
-template void LCopyIconvFixedLength<char, char>(char*, const char*, unsigned long, const char*, const char*);
-template void LCopyIconvFixedLength<char, char>(char*, const char*, const char*, const char*);
+template unsigned long LCopyIconvFixedLength<char, char>(char*, const char*, unsigned long, const char*,
+                                                         const char*);
+template unsigned long LCopyIconvFixedLength<char, char>(char*, const char*, const char*, const char*);
 
 void LCopyFromISO88591(char* dst, const char* src, unsigned long n) {
-    LCopyIconvFixedLength(dst, src, n, kUTF8, kISO88591);
+    LCopyIconvFixedLength(dst, src, n, LCodeSetUTF8, LCodeSetISO88591);
 }
 void LCopyFromISO88591(char* dst, const char* src) {
-    LCopyIconvFixedLength(dst, src, kUTF8, kISO88591);
+    LCopyIconvFixedLength(dst, src, LCodeSetUTF8, LCodeSetISO88591);
 }
 void LCopyFromISO88591(LStringLongTemplate<char>& dst, const char* src) {
     CopyString(dst, src, kTowardsUTF8, LCopyFromISO88591);
 }
 void LCopyToISO88591(char* dst, const char* src, unsigned long n) {
-    LCopyIconvFixedLength(dst, src, n, kISO88591, kUTF8);
+    LCopyIconvFixedLength(dst, src, n, LCodeSetISO88591, LCodeSetUTF8);
 }
 void LCopyToISO88591(char* dst, const char* src) {
-    LCopyIconvFixedLength(dst, src, kISO88591, kUTF8);
+    LCopyIconvFixedLength(dst, src, LCodeSetISO88591, LCodeSetUTF8);
 }
 void LCopyToISO88591(LStringLongTemplate<char>& dst, const char* src) {
     CopyString(dst, src, kAwayFromUTF8, LCopyToISO88591);
 }
 
 void LCopyFromWIN1252(char* dst, const char* src, unsigned long n) {
-    LCopyIconvFixedLength(dst, src, n, kUTF8, kISO88591);
+    LCopyIconvFixedLength(dst, src, n, LCodeSetUTF8, LCodeSetISO88591);
 }
 void LCopyFromWIN1252(LStringLongTemplate<char>& dst, const char* src) {
     CopyString(dst, src, kTowardsUTF8, LCopyFromWIN1252);
 }
 void LCopyToWIN1252(char* dst, const char* src, unsigned long n) {
-    LCopyIconvFixedLength(dst, src, n, kISO88591, kUTF8);
+    LCopyIconvFixedLength(dst, src, n, LCodeSetISO88591, LCodeSetUTF8);
 }
 void LCopyToWIN1252(LStringLongTemplate<char>& dst, const char* src) {
     CopyString(dst, src, kAwayFromUTF8, LCopyToWIN1252);
 }
 
 void LCopyFromISO88595(char* dst, const char* src, unsigned long n) {
-    LCopyIconvFixedLength(dst, src, n, kUTF8, kISO88595);
+    LCopyIconvFixedLength(dst, src, n, LCodeSetUTF8, LCodeSetISO88595);
 }
 void LCopyFromISO88595(LStringLongTemplate<char>& dst, const char* src) {
     CopyString(dst, src, kTowardsUTF8, LCopyFromISO88595);
 }
 void LCopyToISO88595(char* dst, const char* src, unsigned long n) {
-    LCopyIconvFixedLength(dst, src, n, kISO88595, kUTF8);
+    LCopyIconvFixedLength(dst, src, n, LCodeSetISO88595, LCodeSetUTF8);
 }
 void LCopyToISO88595(LStringLongTemplate<char>& dst, const char* src) {
     CopyString(dst, src, kAwayFromUTF8, LCopyToISO88595);

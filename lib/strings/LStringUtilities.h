@@ -39,6 +39,8 @@ void LRemoveHTTPItem(const char* name, char* query);
 // return. True when the item is not empty; the character at the position tells an empty item from the end. An empty
 // last item cannot be told: behind the comma of "a," the position is at the end already, as behind "a".
 // An outSize of 0 reads nothing and moves nothing: false.
+// An empty item behind the last comma of a line is not given: "a,b," and "a,b" end alike, with the position on
+// the end of the line. Who counts items looks whether a comma stands before it.
 template <typename = void>
 bool GetCSVListItem(const char* line, unsigned long& position, char* out, unsigned long outSize);
 
@@ -118,10 +120,11 @@ char* strlwr(char* text);
 template <typename = void>
 char* strupr(char* text);
 
-// Seeds rand() from the time of day.
+// Seeds rand() from the time of day: within one millisecond always alike.
 template <typename = void>
 void randomize();
 
 // Stores `length` random lower-case letters and the terminator in out, length + 1 bytes. Seeds rand() anew.
-// Returns the length. Unpredictable only to those who do not know the time: no protection for secrets.
+// Returns the length. Two calls within one millisecond give the same letters, in two processes too; and who
+// knows the time can guess them: no protection for secrets.
 unsigned long LStringGenerateRandomPassword(char* out, unsigned long length);

@@ -1,7 +1,9 @@
 // Every kernel against naive code, between pages nobody may touch.
+#include "strings/LCharsets.h"
 #include "strings/internal/LCharsetsKernels.h"
 
 #include <algorithm>
+#include <bit>
 #include <gtest/gtest.h>
 #include <random>
 #include <sys/mman.h>
@@ -89,7 +91,7 @@ void CheckDecoding(std::string_view text) {
     std::copy(text.begin(), text.end(), source);
     const auto check = [&]<typename TUnit>(LCharsetsDecoded (*decode)(TUnit*, const char*, std::size_t)) {
         const std::vector<TUnit> expected(values.begin(), values.end());
-        TUnit* const target = Before<TUnit>(targetEnd, text.size());
+        TUnit* const target = Before<TUnit>(targetEnd, values.size());
         const LCharsetsDecoded done = decode(target, source, text.size());
         const std::vector<TUnit> written(target, target + done.nWritten);
         ASSERT_EQ(std::pair(done.nRead, written), std::pair(read, expected)) << testing::PrintToString(text);
@@ -161,6 +163,33 @@ TEST(CharsetsKernels, EncodeRandomUnitsIntoEveryRoom) {
                 ASSERT_NO_FATAL_FAILURE(CheckEncoding((*here)->EncodeFrom32, units, room));
                 ASSERT_NO_FATAL_FAILURE(CheckEncoding((*here)->EncodeFrom16, narrow, room));
             }
+    }
+}
+
+// Where characters begin, read from the lead bytes alone, and how much is sound; beyond what is walked over at
+// once, too.
+TEST(CharsetsKernels, CountCharactersOfRandomText) {
+    std::mt19937 random(77);
+    for (unsigned round = 0; round < 4000; ++round) {
+        const std::string text = RandomText(random, random() % (round % 40 == 0 ? 13000 : 100));
+        char* const source = Before<char>(sourceEnd, text.size() + 1);
+        std::copy_n(text.c_str(), text.size() + 1, source);
+        std::vector<std::size_t> starts;
+        for (std::size_t at = 0; at < text.size();) {
+            starts.push_back(at);
+            const int ones = std::countl_one(static_cast<unsigned char>(text[at]));
+            at += static_cast<std::size_t>(std::clamp(ones, 1, 6));
+        }
+        const std::size_t byte = random() % (text.size() + 9), index = random() % (starts.size() + 3);
+        std::vector<std::uint32_t> values;
+        const std::size_t sound = OracleDecode(text, values);
+        const auto before = std::lower_bound(starts.begin(), starts.end(), byte) - starts.begin();
+        ASSERT_EQ(utf8strlen(source), starts.size());
+        ASSERT_EQ(LCharsetsUTF8ByteIndexToCharIndex(source, byte), static_cast<std::size_t>(before));
+        ASSERT_EQ(LCharsetsUTF8CharIndexToByteIndex(source, index),
+                  index < starts.size() ? starts[index] : text.size());
+        ASSERT_EQ(LCharsetsUTF8SoundLength(source, text.size()), sound);
+        ASSERT_EQ(LCharsetsIsUTF8(source), sound == text.size());
     }
 }
 

@@ -130,6 +130,19 @@ TEST(Charsets, BigEndian) {
     EXPECT_EQ(copy(1, true), std::pair(1UL, "#\0a\0\0#####"s));
 }
 
+TEST(Charsets, UnitsNeedNotBeAligned) {
+    const std::wstring text(300, L'\U00010101');
+    std::string bytes(4 * text.size() + 9, '#'), utf8(4 * text.size() + 1, '#');
+    auto* const odd = reinterpret_cast<wchar_t*>(&bytes[1]);
+    std::copy_n(reinterpret_cast<const char*>(text.c_str()), 4 * text.size() + 4, &bytes[1]);
+    LCopyUTF8FromUTF32(utf8.data(), odd, 0);
+    EXPECT_EQ(LCopyUTF32FromUTF8(odd, utf8.data(), utf8.size()), 0);
+    Unicode units(301, '#'), expected(300, 0x0101);
+    LCopyUnicodeFromUTF32(units.data(), odd, units.size());
+    expected.push_back(0);
+    EXPECT_EQ(units, expected);
+}
+
 TEST(Charsets, IndexesByLeadBytes) {
     // A stray byte, and an end inside a sequence.
     const std::string text = "\xC3\xA9z\x80\xE4\xB8\xAD\xF0\x9F";
@@ -183,6 +196,23 @@ TEST(Charsets, CodePages) {
         String string;
         growable(string, source.c_str());
         EXPECT_EQ(std::string(string.GetText(), string.GetLength()), text);
+    }
+}
+
+TEST(Charsets, CodePagesTellWhatHadNoPlace) {
+    const std::tuple<const char*, const char*, const char*, unsigned long, std::string, unsigned long>
+        rows[] = {
+            {LCodeSetUTF8, LCodeSetISO88591, "a\xC3\xA9", 3, "a\xE9", 0},
+            {LCodeSetUTF8, LCodeSetISO88591, "a\xE2\x82\xAC\xC3\xA9z", 9, "a", 3},
+            {LCodeSetUTF8, LCodeSetISO88591, "abc", 3, "ab", 1},
+            {LCodeSetISO88595, LCodeSetUTF8, "\xB6\xB6\xB6", 4, "\xD0\x96", 2},
+            {LCodeSetUTF8, "no such code set", "\xC3\xA9z", 9, "", 2},
+            {LCodeSetUTF8, LCodeSetISO88591, "a", 0, "#", 1},
+        };
+    for (const auto& [from, code, source, size, text, lost] : rows) {
+        std::string to(size + 1, '#');
+        EXPECT_EQ(LCopyIconvFixedLength(to.data(), source, size, code, from), lost) << source;
+        EXPECT_EQ(to.c_str(), text);
     }
 }
 

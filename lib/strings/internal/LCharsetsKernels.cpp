@@ -65,6 +65,16 @@ std::size_t BytesBeforeFirst(std::uint64_t nTopBits) {
     return static_cast<std::size_t>(nBits) / 8;
 }
 
+// The first nRun ASCII bytes of a word, at most seven; nothing behind them is written. How long runs are cannot be
+// predicted: what is not to be stored goes elsewhere, without a jump.
+template <typename TUnit>
+void WidenRun(TUnit* dst, const unsigned char* src, std::size_t nRun) {
+    TUnit elsewhere[4];
+    LCharsetsConvertBlock<4>((nRun & 4) != 0 ? dst : elsewhere, src);
+    LCharsetsConvertBlock<2>((nRun & 2) != 0 ? dst + (nRun & 4) : elsewhere, src + (nRun & 4));
+    LCharsetsStoreUnit<TUnit>((nRun & 1) != 0 ? dst + (nRun & 6) : elsewhere, src[nRun & 6]);
+}
+
 template <typename TUnit>
 std::uint32_t ValueOf(const TUnit* src) {
     std::make_unsigned_t<TUnit> unit;
@@ -136,14 +146,16 @@ template <typename TUnit>
         }
         if (nBytes - nRead >= kWord) {
             const std::uint64_t nHigh = NotASCII(pSource + nRead);
-            // The whole word is widened even where only its start is ASCII: cheaper than counting, and what
-            // follows overwrites the rest.
-            LCharsetsConvertBlock<kWord>(dst + nWritten, pSource + nRead);
-            const std::size_t nRun = nHigh == 0 ? kWord : BytesBeforeFirst(nHigh);
+            if (nHigh == 0) {
+                LCharsetsConvertBlock<kWord>(dst + nWritten, pSource + nRead);
+                nRead += kWord;
+                nWritten += kWord;
+                continue;
+            }
+            const std::size_t nRun = BytesBeforeFirst(nHigh);
+            WidenRun(dst + nWritten, pSource + nRead, nRun);
             nRead += nRun;
             nWritten += nRun;
-            if (nHigh == 0)
-                continue;
         } else if (pSource[nRead] < 0x80) {
             LCharsetsStoreUnit<TUnit>(dst + nWritten++, pSource[nRead++]);
             continue;

@@ -23,8 +23,7 @@ struct LCharsetsKernels {
     const char* szName;
 
     // Decode the longest prefix of nBytes bytes that consists of whole well-formed sequences; the 16-bit form
-    // keeps the low 16 bits of each value. dst holds nBytes units; what lies behind those written is
-    // unspecified.
+    // keeps the low 16 bits of each value. Nothing behind the units of the prefix is written.
     LCharsetsDecoded (*DecodeTo32)(wchar_t* dst, const char* src, std::size_t nBytes);
     LCharsetsDecoded (*DecodeTo16)(unsigned short* dst, const char* src, std::size_t nBytes);
 

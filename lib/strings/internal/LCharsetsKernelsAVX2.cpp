@@ -2,12 +2,13 @@
 // tell whether the bytes are in order, shuffles gather them, the joined values are judged by their length.
 // Shuffles take their pattern from a table, eight bytes to a pattern. The ends of a text are left to the
 // portable form.
+//
+// What is inline elsewhere is not used here: without optimisation it would be emitted for the vector unit, and
+// the linker might take that for the whole program.
 #include "strings/internal/LCharsetsKernels.h"
 
-#include <algorithm>
-#include <array>
-#include <bit>
 #include <cstdint>
+#include <cstring>
 #include <immintrin.h>
 
 namespace {
@@ -26,21 +27,23 @@ ByteSet First(unsigned nCount) {
 }
 
 // Row m: the places of the bits that are set in m, in ascending order, then 0x80, which shuffles to 0.
-constexpr std::array<std::uint64_t, 256> MakePlaces() {
-    std::array<std::uint64_t, 256> rows{};
-    for (unsigned nMask = 0; nMask < rows.size(); ++nMask) {
-        std::uint64_t nRow = 0x8080808080808080;
-        for (int nBit = 7; nBit >= 0; --nBit)
-            if ((nMask >> nBit & 1) != 0)
-                nRow = nRow << 8 | static_cast<unsigned>(nBit);
-        rows[nMask] = nRow;
+struct PlacesTable {
+    std::uint64_t rows[256] = {};
+
+    constexpr PlacesTable() {
+        for (unsigned nMask = 0; nMask < 256; ++nMask) {
+            std::uint64_t nRow = 0x8080808080808080;
+            for (int nBit = 7; nBit >= 0; --nBit)
+                if ((nMask >> nBit & 1) != 0)
+                    nRow = nRow << 8 | static_cast<unsigned>(nBit);
+            rows[nMask] = nRow;
+        }
     }
-    return rows;
-}
-constexpr std::array<std::uint64_t, 256> kPlaces = MakePlaces();
+};
+constexpr PlacesTable kPlaces;
 
 __m128i Places(unsigned nMask) {
-    return _mm_cvtsi64_si128(static_cast<long long>(kPlaces[nMask & 0xFF]));
+    return _mm_cvtsi64_si128(static_cast<long long>(kPlaces.rows[nMask & 0xFF]));
 }
 
 __m256i Bytes(int n) {
@@ -102,7 +105,7 @@ Characters FindCharacters(__m256i window) {
     const ByteSet nFollowing = TopBits(window) & ~nLead2;
 
     const ByteSet nCut = (nLead2 & 1U << 31) | (nLead3 & 3U << 30) | (nLead4 & 7U << 29);
-    const unsigned nWhole = static_cast<unsigned>(std::countr_zero(nCut));
+    const unsigned nWhole = nCut != 0 ? static_cast<unsigned>(__builtin_ctz(nCut)) : kWindow;
     // Every byte that a lead asks for must follow, and no other may. The byte behind the last whole character
     // is looked at too: a character before it may ask for it.
     const ByteSet nWanted = (nLead2 << 1) | (nLead3 << 2) | (nLead4 << 3);
@@ -137,32 +140,65 @@ __m256i JoinWords(const char* src, ByteSet nFirsts, __m256i* pFaults) {
 }
 
 std::size_t CountOf(ByteSet nBytes) {
-    return static_cast<std::size_t>(std::popcount(nBytes & 0xFF));
+    return static_cast<std::size_t>(_mm_popcnt_u32(nBytes & 0xFF));
 }
 
-// Decodes the characters of a window to dst. Returns their count; 0 when one of them is at fault.
-template <typename TUnit>
-std::size_t DecodeWindow(TUnit* dst, const char* src, const Characters& characters) {
+// The characters of a window, joined.
+struct Window {
+    __m256i words[2];
+    ByteSet nFirsts;
+};
+
+// False when one of the characters is at fault.
+bool JoinWindow(const char* src, ByteSet nFirsts, Window* pWindow) {
     __m256i faults = _mm256_setzero_si256();
+    *pWindow = {
+        {JoinWords(src, nFirsts, &faults), JoinWords(src + 2 * kPiece, nFirsts >> 2 * kPiece, &faults)},
+        nFirsts};
+    return _mm256_testz_si256(faults, faults) != 0;
+}
+
+// Returns the count, 0 of an empty window. Up to eight units behind the last one are overwritten.
+template <typename TUnit>
+std::size_t StoreWindow(TUnit* dst, const Window& window) {
     std::size_t nCount = 0;
-    for (ByteSet nFirsts = characters.nFirsts; nFirsts != 0; nFirsts >>= 2 * kPiece, src += 2 * kPiece) {
-        const __m256i words = JoinWords(src, nFirsts, &faults);
+    if (window.nFirsts == 0)
+        return nCount;
+    ByteSet nFirsts = window.nFirsts;
+    for (const __m256i words : window.words) {
         StoreWords(dst + nCount, _mm256_castsi256_si128(words));
         nCount += CountOf(nFirsts);
         StoreWords(dst + nCount, _mm256_extracti128_si256(words, 1));
         nCount += CountOf(nFirsts >> kPiece);
+        nFirsts >>= 2 * kPiece;
     }
-    return _mm256_testz_si256(faults, faults) != 0 ? nCount : 0;
+    return nCount;
 }
 
-// Flattened, as Encode is, so that vectors stay in registers between the steps.
+// The same, and nothing else is written.
 template <typename TUnit>
-[[gnu::flatten]] LCharsetsDecoded Decode(TUnit* dst, const char* src, std::size_t nBytes) {
+std::size_t StoreWindowExactly(TUnit* dst, const Window& window) {
+    if (window.nFirsts == 0)
+        return 0;
+    TUnit units[kWindow + kPiece];
+    const std::size_t nCount = StoreWindow(units, window);
+    std::memcpy(dst, units, nCount * sizeof(TUnit));
+    return nCount;
+}
+
+// A window is stored when the next one is known to be in order, which has more than the eight characters that
+// it overwrites. Flattened, as Encode is, so that vectors stay in registers between the steps.
+template <typename TUnit>
+[[gnu::flatten, gnu::noinline]] LCharsetsDecoded DecodeWindows(TUnit* dst, const char* src,
+                                                               std::size_t nBytes) {
     std::size_t nRead = 0;
     std::size_t nWritten = 0;
+    Window last = {}; // joined, not stored
     while (nBytes - nRead >= kWindow + kReadBeyond) {
         const __m256i window = Load(src + nRead);
         if (TopBits(window) == 0) {
+            nWritten += StoreWindow(dst + nWritten, last);
+            last.nFirsts = 0;
             StoreASCII(dst + nWritten, src + nRead);
             nRead += kWindow;
             nWritten += kWindow;
@@ -172,10 +208,12 @@ template <typename TUnit>
         if (characters.nBytes == 0)
             break;
         if (characters.bFourBytes) {
+            nWritten += StoreWindowExactly(dst + nWritten, last);
+            last.nFirsts = 0;
             // Few of these fit in a vector: the portable form is faster, once the upper halves of the
             // registers are cleared for it, which g++ forgets here.
             _mm256_zeroupper();
-            const std::size_t nStretch = std::min(kStretch, nBytes - nRead);
+            const std::size_t nStretch = nBytes - nRead < kStretch ? nBytes - nRead : kStretch;
             const LCharsetsDecoded done = LCharsetsDecodePortable(dst + nWritten, src + nRead, nStretch);
             if (done.nRead == 0)
                 break;
@@ -183,14 +221,23 @@ template <typename TUnit>
             nWritten += done.nWritten;
             continue;
         }
-        const std::size_t nCount = DecodeWindow(dst + nWritten, src + nRead, characters);
-        if (nCount == 0)
+        Window next;
+        if (!JoinWindow(src + nRead, characters.nFirsts, &next))
             break;
+        nWritten += StoreWindow(dst + nWritten, last);
+        last = next;
         nRead += characters.nBytes;
-        nWritten += nCount;
     }
+    nWritten += StoreWindowExactly(dst + nWritten, last);
     const LCharsetsDecoded rest = LCharsetsDecodePortable(dst + nWritten, src + nRead, nBytes - nRead);
     return {nRead + rest.nRead, nWritten + rest.nWritten};
+}
+
+// A short text does not pay for the room that vectors take.
+template <typename TUnit>
+LCharsetsDecoded Decode(TUnit* dst, const char* src, std::size_t nBytes) {
+    return nBytes < kWindow + kReadBeyond ? LCharsetsDecodePortable(dst, src, nBytes)
+                                          : DecodeWindows(dst, src, nBytes);
 }
 
 // ---- Encoding ----

@@ -2,10 +2,11 @@
 // are in order; the first bytes of all characters, then all second bytes and so on, are gathered side by side
 // and joined; the joined values are judged by their length. Masked loads and stores take the ends of a text
 // the same way as its middle.
+//
+// What is inline elsewhere is not used here: without optimisation it would be emitted for the vector unit, and
+// the linker might take that for the whole program.
 #include "strings/internal/LCharsetsKernels.h"
 
-#include <algorithm>
-#include <bit>
 #include <cstdint>
 #include <immintrin.h>
 
@@ -17,17 +18,24 @@ constexpr int kHighestASCII = 0x7F;
 // Bit sets over the bytes of a window: bit i stands for byte i.
 using ByteSet = std::uint64_t;
 
+std::size_t AtMost(std::size_t n, std::size_t nMost) {
+    return n < nMost ? n : nMost;
+}
+
+std::size_t CountOf(ByteSet nBytes) {
+    return static_cast<std::size_t>(_mm_popcnt_u64(nBytes));
+}
+
 ByteSet First(std::size_t nCount) {
     return _bzhi_u64(~ByteSet{0}, static_cast<unsigned>(nCount));
 }
 
 __mmask32 FirstOf32(std::size_t nCount) {
-    return _cvtu32_mask32(_bzhi_u32(~0U, static_cast<unsigned>(std::min<std::size_t>(nCount, 32))));
+    return _cvtu32_mask32(_bzhi_u32(~0U, static_cast<unsigned>(AtMost(nCount, 32))));
 }
 
 __mmask16 FirstOf16(std::size_t nCount) {
-    return static_cast<__mmask16>(
-        _bzhi_u32(0xFFFF, static_cast<unsigned>(std::min<std::size_t>(nCount, 16))));
+    return static_cast<__mmask16>(_bzhi_u32(0xFFFF, static_cast<unsigned>(AtMost(nCount, 16))));
 }
 
 __m512i Bytes(int n) {
@@ -107,7 +115,7 @@ Characters FindCharacters(__m512i window, std::size_t nWindow) {
     const std::size_t nUnused = kWindow - nWindow;
     const ByteSet nCut = (nLead2 & (ByteSet{1} << 63 >> nUnused)) | (nLead3 & (ByteSet{3} << 62 >> nUnused)) |
                          (nLead4 & (ByteSet{7} << 61 >> nUnused));
-    const std::size_t nWhole = nCut == 0 ? nWindow : static_cast<std::size_t>(std::countr_zero(nCut));
+    const std::size_t nWhole = nCut == 0 ? nWindow : static_cast<std::size_t>(__builtin_ctzll(nCut));
     // Every byte that a lead asks for must follow, and no other may. The byte behind the last whole character
     // is looked at too: a character before it may ask for it.
     const ByteSet nWanted = (nLead2 << 1) | (nLead3 << 2) | (nLead4 << 3);
@@ -219,7 +227,7 @@ template <typename TUnit>
     std::size_t nRead = 0;
     std::size_t nWritten = 0;
     while (nRead < nBytes) {
-        const std::size_t nWindow = std::min(kWindow, nBytes - nRead);
+        const std::size_t nWindow = AtMost(nBytes - nRead, kWindow);
         const __m512i window = _mm512_maskz_loadu_epi8(First(nWindow), src + nRead);
         if (_mm512_movepi8_mask(window) == 0) {
             if (nWindow == kWindow)
@@ -233,7 +241,7 @@ template <typename TUnit>
         const Characters characters = FindCharacters(window, nWindow);
         if (characters.nBytes == 0)
             break;
-        const std::size_t nCount = static_cast<std::size_t>(std::popcount(characters.nFirsts));
+        const std::size_t nCount = CountOf(characters.nFirsts);
         const Gathered gathered = Gather(window, characters.nFirsts);
         const bool bValid = characters.bFourBytes ? DecodeUpToFourBytes(dst + nWritten, gathered, nCount)
                                                   : DecodeUpToThreeBytes(dst + nWritten, gathered, nCount);
@@ -305,7 +313,7 @@ __m512i SpreadFourBytes(__m512i values) {
 // Closes the gaps, the 0 bytes, and stores what is left. False when there is no room for it.
 bool StoreSqueezed(char* dst, std::size_t nRoom, __m512i bytes, std::size_t* pWritten) {
     const ByteSet nKept = _mm512_test_epi8_mask(bytes, bytes);
-    const std::size_t nCount = static_cast<std::size_t>(std::popcount(nKept));
+    const std::size_t nCount = CountOf(nKept);
     if (nCount > nRoom - *pWritten)
         return false;
     _mm512_mask_storeu_epi8(dst + *pWritten, First(nCount), _mm512_maskz_compress_epi8(nKept, bytes));
@@ -344,7 +352,7 @@ bool StoreBlock(char* dst, std::size_t nRoom, const Block& block, std::size_t nC
         bRoom = StoreSqueezed(dst, nRoom, SpreadTwoBytes(Narrowed(block)), &pDone->nWritten);
     } else {
         bRoom = StoreValues(dst, nRoom, block.low, pDone);
-        nStored = bRoom ? std::min<std::size_t>(nCount, 16) : 0;
+        nStored = bRoom ? AtMost(nCount, 16) : 0;
         bRoom = bRoom && (nCount <= 16 || StoreValues(dst, nRoom, block.high, pDone));
     }
     pDone->nRead += bRoom ? nCount : nStored;
@@ -355,7 +363,7 @@ template <typename TUnit>
 [[gnu::flatten]] LCharsetsEncoded Encode(char* dst, std::size_t nRoom, const TUnit* src, std::size_t nUnits) {
     LCharsetsEncoded done = {0, 0, false};
     while (done.nRead < nUnits) {
-        const std::size_t nCount = std::min(kBlock, nUnits - done.nRead);
+        const std::size_t nCount = AtMost(nUnits - done.nRead, kBlock);
         if (!StoreBlock(dst, nRoom, LoadBlock(src + done.nRead, nCount), nCount, &done))
             break;
     }

@@ -7,11 +7,13 @@ const LCharsetsKernels* const* LCharsetsKernelsHere() {
         int nCount = 1;
         __builtin_cpu_init();
         if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi2") &&
-            __builtin_cpu_supports("popcnt"))
+            __builtin_cpu_supports("popcnt")) {
             pList[nCount++] = &LCharsetsAVX2Kernels;
-        if (__builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl") &&
-            __builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512vbmi2"))
-            pList[nCount++] = &LCharsetsAVX512Kernels;
+            if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+                __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vbmi") &&
+                __builtin_cpu_supports("avx512vbmi2"))
+                pList[nCount++] = &LCharsetsAVX512Kernels;
+        }
         return pList;
     }();
     return pHere;

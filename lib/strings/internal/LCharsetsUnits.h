@@ -30,6 +30,7 @@ void LCharsetsStoreUnit(TUnit* dst, TUnit unit) {
 
 // Units before the terminator, at most nMost; nothing behind either is read.
 unsigned long LCharsetsUnitCount(const unsigned short* src, unsigned long nMost);
+unsigned long LCharsetsUnitCount(const wchar_t* src, unsigned long nMost);
 
 template <typename T, std::size_t N>
 struct LCharsetsVectorOf {
