@@ -1,7 +1,5 @@
 #include "net/LIPAddress.h"
 
-#include <arpa/inet.h>
-
 namespace {
 
 // Only the plain form: `inet_addr` would take "010.1" for 8.0.0.1.
@@ -23,6 +21,12 @@ LIPAddressWithPort::LIPAddressWithPort(const char* szAddress, unsigned short wPo
 
 const sockaddr* LIPAddressWithPort::GetSocketAddress() const {
     return reinterpret_cast<const sockaddr*>(static_cast<const sockaddr_in*>(this));
+}
+
+void LIPAddressWithPort::GetText(char* szOut) const {
+    *szOut = '\0';
+    if (IsResolved())
+        inet_ntop(AF_INET, &sin_addr, szOut, LIPAddressTextSize);
 }
 
 bool LIPAddressMultiHomedWithPort::Add(in_addr address) {

@@ -3,7 +3,11 @@
 // Thread-safety: as plain values. Nothing here asks a name service.
 #pragma once
 
+#include <arpa/inet.h>
 #include <netinet/in.h>
+
+// Bytes of an address as text, terminator included.
+constexpr unsigned long LIPAddressTextSize = INET_ADDRSTRLEN;
 
 // The addresses that a multi-homed endpoint holds at most.
 constexpr unsigned int LIPAddressMaximum = 16;
@@ -20,6 +24,10 @@ public:
 
     bool IsResolved() const { return sin_addr.s_addr != INADDR_NONE; }
     const sockaddr* GetSocketAddress() const;
+    // In the host's byte order.
+    unsigned short GetPort() const { return ntohs(sin_port); }
+    // The address as four decimal numbers, in LIPAddressTextSize bytes; empty when it is not resolved.
+    void GetText(char* szOut) const;
 };
 
 class LIPAddressMultiHomedWithPort {

@@ -4,7 +4,13 @@
 #include <sys/socket.h>
 #include <utility>
 
-#include "threads/LSignalObject.h"
+LIPAddressWithPort LIPSocketTCPRef::GetPeerAddress() const {
+    sockaddr_in peer{};
+    socklen_t dwSize = sizeof peer;
+    if (getpeername(nSocket, reinterpret_cast<sockaddr*>(&peer), &dwSize) != 0 || peer.sin_family != AF_INET)
+        return {};
+    return {peer.sin_addr, ntohs(peer.sin_port)};
+}
 
 bool LIPSocketTCP::Create() {
     Close();

@@ -62,7 +62,7 @@ void LTCPListener::_AcceptConnections(LIPSocketTCPRef listening) {
 // A connection that is there already is still served when the stop comes. A POSIX signal, which ends the
 // thread's wait as failed, does not cost the port.
 bool LTCPListener::_WaitForConnection(LIPSocketTCPRef listening) {
-    const LSignalObjectRef ready(listening.GetDescriptor(), -1);
+    const LSignalObjectRef ready = listening.GetReadableSignal();
     for (;;) {
         errno = 0;
         const int nWait = LThread::ProcessWaitSignal(ready, LNoTimeLimit);

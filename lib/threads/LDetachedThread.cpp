@@ -20,7 +20,7 @@ struct LDetachedThreadsState {
 struct LDetachedThreadStart {
     LDetachedThread* pThread;
     std::shared_ptr<LDetachedThreadsState> pState;
-    LSignalObject starterDone;
+    LLockObject starterBusy; // held by the starter as long as it uses the thread object
 };
 
 bool LDetachedThreadsState::Leave(LDetachedThread* pThread) {
@@ -78,11 +78,11 @@ bool LDetachedThread::StartDetached(LDetachedThreadsOwner& owner, int nNewPriori
     start->pThread = this;
     start->pState = state;
     auto handedOver = std::make_unique<std::shared_ptr<LDetachedThreadStart>>(start);
-    if (!start->starterDone.IsUsable() || !_CreateListed(*state, handedOver.get(), nNewPriority))
+    const LLockScope busy(start->starterBusy);
+    if (!_CreateListed(*state, handedOver.get(), nNewPriority))
         return false;
     static_cast<void>(handedOver.release());
     _WaitStarted(nNewPriority);
-    start->starterDone.Signal();
     return true;
 }
 
@@ -99,8 +99,8 @@ void* LDetachedThread::_ThreadCallback(void* pStart) {
 // one that somebody else has taken nothing is touched after the finished signal. Leaving comes first: after the
 // signal another thread may stand at the same address.
 void LDetachedThread::_EndDetached(LDetachedThreadStart& start) {
-    while (!start.starterDone.IsSignaled())
-        start.starterDone.WaitInLoop();
+    start.starterBusy.Lock();
+    start.starterBusy.Unlock();
     const bool bLeft = start.pState->Leave(start.pThread);
     start.pThread->_SetFinished();
     if (bLeft)

@@ -56,26 +56,30 @@ void LThread::Start(int nNewPriority) {
 void LThread::_Prepare(int nNewPriority) {
     stop.Reset();
     finished.Reset();
-    started.Reset();
+    started = std::make_unique<LSignalObject>();
     nPriority.store(nNewPriority);
 }
 
 // A thread that nobody could stop or wait for is not made.
 bool LThread::_Create(void* (*pEntry)(void*), void* pArgument) {
-    if (!stop.IsUsable() || !finished.IsUsable() || !started.IsUsable())
-        return false;
-    bRunning.store(true);
-    bCreated = true;
+    bCreated = stop.IsUsable() && finished.IsUsable() && started->IsUsable();
+    bRunning.store(bCreated);
     pthread_t made;
-    if (pthread_create(&made, nullptr, pEntry, pArgument) == 0)
+    if (bCreated && pthread_create(&made, nullptr, pEntry, pArgument) == 0)
         return true;
     bCreated = false;
     bRunning.store(false);
+    started.reset();
     return false;
 }
 
 void LThread::_WaitStarted(int nNewPriority) {
-    while (ProcessWaitSignal(started, LNoTimeLimit) == LProcessWaitFailed && !started.IsSignaled()) {
+    const LSignalObjectRef begun = *started;
+    while (ProcessWaitSignal(begun, LNoTimeLimit) == LProcessWaitFailed && !begun.IsSignaled()) {
+    }
+    {
+        const LLockScope scope(handleLock);
+        started.reset();
     }
     SetPriority(nNewPriority);
 }
@@ -92,8 +96,15 @@ void LThread::ThreadCallback() {
     const LAtEnd ended([this] { _SetEnded(); });
     dwMachThread.store(mach_thread_self());
     thread.store(pthread_self());
-    started.Signal();
+    _SetStarted();
     ThreadFunction();
+}
+
+// Nobody waits any more when the stop came first.
+void LThread::_SetStarted() {
+    const LLockScope scope(handleLock);
+    if (started != nullptr)
+        started->Signal();
 }
 
 // The thread records and clears its handle itself, and so can be detached by nobody else.

@@ -6,6 +6,7 @@
 #include "support/ChildProcess.h"
 #include "support/Recorder.h"
 #include "support/SignalStorm.h"
+#include "threads/LDetachedThread.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -140,6 +141,23 @@ TEST(ProcessSocketTest, StopsWithinASliceInEveryState) {
     }
 }
 
+TEST(ProcessSocketTest, SendsWhileItReceives) {
+    const Python echo({"b = c.recv(99999)\nwhile b: c.sendall(b); b = c.recv(99999)"});
+    const LIPSocketTCP socket = echo.Connect();
+    std::string sSent;
+    std::thread sender([&] { sSent = Perform(socket, "s8388608", 20000); });
+    EXPECT_EQ(Perform(socket, "b8388608", 20000).size(), 2 + 8388608U);
+    sender.join();
+    EXPECT_EQ(sSent, "0|");
+    const LSignalObject other;
+    const LSignalObjectRef readable = socket.GetReadableSignal();
+    EXPECT_FALSE(readable.WaitSignalDual(other, 0));
+    Perform(socket, "s1");
+    EXPECT_TRUE(readable.WaitSignalDual(other, 5000) && readable.IsSignaled());
+    other.Signal();
+    EXPECT_TRUE(LSignalObjectRef(other).WaitSignalDual(readable, 5000) && Perform(socket, "o1") == "0#|");
+}
+
 TEST(ProcessSocketTest, ConnectsToTheFirstAddressThatAnswers) {
     const Python server({"c.close()"});
     LIPAddressMultiHomedWithPort address(server.wPort);
@@ -197,6 +215,50 @@ std::string Say(unsigned short wListening, const std::string& sLine) {
         ProcessConnect(plain, socket, {"127.0.0.1", wListening}, 1000);
     ProcessSend(plain, socket, sLine.data(), sLine.size(), 1000);
     return Perform(socket, "a99");
+}
+
+// A thread for each client; remembers where the first one comes from.
+struct Server : LTCPListener {
+    struct Client : LDetachedThread {
+        void ThreadFunction() override {
+            for (std::string sGot; (sGot = Perform(socket, "u64", 60000, *this)).size() > 2;)
+                ProcessSend(*this, socket, sGot.data() + 1, sGot.size() - 2, 5000);
+        }
+        LIPSocketTCP socket;
+    };
+    using LTCPListener::LTCPListener;
+    ~Server() override { _StopAndWait(); }
+    void EvConnection(LIPSocketTCP& socket) override {
+        if (!first.IsResolved())
+            first = socket.GetPeerAddress();
+        auto pClient = std::make_unique<Client>();
+        pClient->socket = std::move(socket);
+        if (pClient->StartDetached(clients, 31))
+            static_cast<void>(pClient.release());
+    }
+    LIPAddressWithPort first;
+    LDetachedThreadsOwner clients;
+};
+
+TEST(LTCPListenerTest, ServesManyClientsAtOnce) {
+    const unsigned short wFree = std::make_unique<Python>()->wPort;
+    Server server(wFree);
+    server.Start(31);
+    for (const LDeadline late(10000); !server.IsListening() && !late.IsPast();)
+        usleep(2000);
+    ChildProcess clients(
+        {PYTHON, "-u", "-c",
+         "import socket, sys\nsocket.setdefaulttimeout(30)\n"
+         "cs = [socket.create_connection(('127.0.0.1', int(sys.argv[1]))) for i in range(140)]\n"
+         "for c in cs: c.sendall(b'a\\n')\n"
+         "print(sum(c.recv(9) == b'a\\n' for c in cs), *cs[0].getsockname())",
+         std::to_string(wFree)});
+    char szFirst[LIPAddressTextSize] = "";
+    const std::string sAnswered = clients.ReadLine(30000);
+    server.StopThreadSoon();
+    EXPECT_TRUE(server.GetFinishedSignal().WaitSignal(5000));
+    server.first.GetText(szFirst);
+    EXPECT_EQ(sAnswered, "140 "s + szFirst + " " + std::to_string(server.first.GetPort()));
 }
 
 TEST(LTCPListenerTest, SurvivesAPortInUseAndAcceptsThatFail) {
