@@ -40,7 +40,7 @@ TEST(LString, FormatsUpToTheLargestSize) {
     text.SetLength(0);
     LStringLongTemplateAppender<char> writer(text);
     writer.AddChars("so far", 6);
-    volatile unsigned long const nTooMany = (1UL << 32) - 6;
+    const volatile unsigned long nTooMany = (1UL << 32) - 6;
     EXPECT_THROW(writer.AddChars("", nTooMany), std::bad_alloc);
     ExpectHolds(text, "so far", 260);
     EXPECT_EQ(writer.GetGrownCapacity(260UL << 20, 260UL << 20), 260UL << 22);
