@@ -36,8 +36,7 @@ void LRemoveHTTPItem(const char* name, char* query);
 // Reads the item of a comma-separated line that starts at line[position]: spaces around it and double quotes
 // are dropped, a comma or a space in quotes is kept, what exceeds outSize - 1 bytes is cut. The position
 // moves behind the comma, or stays on the end of the line, which is the terminator, a line feed or a carriage
-// return. True when the item is not empty; the character at the position tells an empty item from the end. An empty
-// last item cannot be told: behind the comma of "a," the position is at the end already, as behind "a".
+// return. True when the item is not empty; the character at the position tells an empty item from the end.
 // An outSize of 0 reads nothing and moves nothing: false.
 // An empty item behind the last comma of a line is not given: "a,b," and "a,b" end alike, with the position on
 // the end of the line. Who counts items looks whether a comma stands before it.
