@@ -76,21 +76,31 @@ int MoveData(LProcessInterface& process, port::DataCopy& data, off_t nSize) {
 class TargetFile {
 public:
     TargetFile(int nFolderDescriptor, const char* szFileName)
-        : nFolder(nFolderDescriptor), szName(szFileName),
-          file(port_openat(nFolder, szName, O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, 0666)) {}
+        : nFolder(nFolderDescriptor), szName(szFileName) {
+        constexpr int kOpen = O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
+        file.reset(port_openat(nFolder, szName, kOpen | O_CREAT | O_EXCL, 0666));
+        bNew = static_cast<bool>(file);
+        if (!file && errno == EEXIST)
+            file.reset(port_openat(nFolder, szName, kOpen));
+    }
 
     int GetDescriptor() const { return file.get(); }
 
     // Locks and empties it. False with errno when it is the source itself or no file.
     bool Prepare(const struct stat& source) {
-        if (!file || fstat(file.get(), &status) != 0)
+        if (!file || fstat(file.get(), &status) != 0) {
+            const int nError = errno;
+            if (bNew)
+                unlinkat(nFolder, szName, 0);
+            errno = nError;
             return false;
+        }
         if (!S_ISREG(status.st_mode) || IsSameFile(source, status)) {
             errno = EINVAL;
             return false;
         }
         flocktimed(file.get(), LOCK_EX | LOCK_NB, kLockTimeout);
-        return ftruncate(file.get(), 0) == 0;
+        return bNew || ftruncate(file.get(), 0) == 0;
     }
 
     // Whole seconds; it keeps its own time of access.
@@ -112,7 +122,8 @@ public:
 private:
     const int nFolder;
     const char* const szName;
-    const port::UniqueFd file;
+    port::UniqueFd file;
+    bool bNew = false;
     struct stat status = {}; // as it was found
 };
 
@@ -174,8 +185,10 @@ public:
     int Run() {
         root.reset(port_open(copy.szSource, O_SEARCH | O_DIRECTORY));
         struct stat status;
-        if (!root || fstat(root.get(), &status) != 0)
+        if (!root || fstat(root.get(), &status) != 0) {
+            _LeaveOut(sPath, errno);
             return LProcessFailed;
+        }
         target.Open(copy.szTarget);
         if (target.IsRoot(status))
             return LProcessFailed;
