@@ -68,7 +68,7 @@ private:
 // A folder that cannot be entered changes nothing.
 class WorkingFolder {
 public:
-    explicit WorkingFolder(const char* szPath) : fdBefore(open(".", O_SEARCH | O_DIRECTORY | O_CLOEXEC)) {
+    explicit WorkingFolder(const char* szPath) : fdBefore(port_open(".", O_SEARCH | O_DIRECTORY)) {
         LFile::GetCurrentDirectory(szBefore);
         LFile::SetCurrentDirectory(szPath);
     }

@@ -55,6 +55,19 @@ TEST_F(FileManager, ReferencesFollowLinksToExistingObjects) {
     EXPECT_EQ(FSGetCatalogInfo(&ref, 0, nullptr, nullptr, nullptr, nullptr), fnfErr);
 }
 
+TEST_F(FileManager, CopiesAnObjectAndReplacesAnotherOnlyWhenItIsTold) {
+    FSRef file, folder, copy;
+    ASSERT_TRUE(makeRef(root / "folder/file", file) == noErr && makeRef(root, folder) == noErr);
+    EXPECT_EQ(FSCopyObjectSync(&file, &folder, CFSTR("copy"), &copy, kFSFileOperationDefaultOptions), noErr);
+    EXPECT_EQ(pathOf(copy), root / "copy");
+    const auto again = [&](UInt32 options) {
+        return FSCopyObjectSync(&file, &folder, CFSTR("copy"), nullptr, options);
+    };
+    EXPECT_TRUE(again(kFSFileOperationDefaultOptions) == dupFNErr &&
+                again(kFSFileOperationOverwrite) == noErr);
+    EXPECT_EQ(FSCopyObjectSync(&folder, &folder, CFSTR("copy"), nullptr, 0), paramErr);
+}
+
 TEST_F(FileManager, NodeIdsOfWhatIsGoneAreUnknown) {
     const FSCatalogInfo file = infoOf(root / "folder/file");
     EXPECT_EQ(file.nodeFlags, 0);
