@@ -1,18 +1,23 @@
 #include "corefoundation/CFObject.h"
 #include <Foundation/Foundation.h>
 
+namespace {
+
+// The strict decoder of Core Foundation is the one judge of what is well-formed.
+bool isUtf8(const char* text) {
+    return port::CFRef<CFStringRef>(
+               CFStringCreateWithCString(kCFAllocatorDefault, text, kCFStringEncodingUTF8))
+               .get() != nullptr;
+}
+
+} // namespace
+
 NSRef<NSString> NSString::stringWithUTF8String(const char* text) {
-    if (text == nullptr)
-        return {};
-    // The strict decoder of Core Foundation is the one judge of what is well-formed.
-    const port::CFRef<CFStringRef> checked(
-        CFStringCreateWithCString(kCFAllocatorDefault, text, kCFStringEncodingUTF8));
-    return checked ? NSRef<NSString>(new NSString(text)) : NSRef<NSString>();
+    return text != nullptr && isUtf8(text) ? NSRef<NSString>(new NSString(text)) : NSRef<NSString>();
 }
 
 NSRef<NSString> NSString::stringWithFileSystemRepresentation(const char* path) {
-    NSRef<NSString> text = stringWithUTF8String(path);
-    return text ? text : NSRef<NSString>(new NSString(path, false));
+    return NSRef<NSString>(new NSString(path, isUtf8(path)));
 }
 
 NSRef<NSString> NSString::stringWithCFString(CFStringRef text) {

@@ -1,35 +1,37 @@
 #include "base/LLimits.h"
 #include "files/LFile.h"
 #include "support/Bundle.h"
+#include "support/Child.h"
 #include "support/TemporaryFolder.h"
 
-#include "support/Child.h"
-
+#include <algorithm>
 #include <future>
 #include <gtest/gtest.h>
 #include <map>
 #include <port/bsd.h>
 
 static std::map<std::string, std::string> volumes; // the types of what is mounted from now on
-static std::promise<void> hangs, answers;          // those of the type "hung"
+static std::promise<void> hangs, answers;          // one of the type "hung"
 static const char* szProgram = nullptr;            // where this program is from now on
 
 extern "C" int __real__Z11port_statfsPKcP13port_statfs_t(const char* path, port_statfs_t* result);
 extern "C" int __wrap__Z11port_statfsPKcP13port_statfs_t(const char* path, port_statfs_t* result);
 int __wrap__Z11port_statfsPKcP13port_statfs_t(const char* path, port_statfs_t* result) {
-    for (const auto& [sPoint, sType] : volumes) {
-        if (!std::string(path).starts_with(sPoint))
-            continue;
-        if (sType == "hung") {
-            hangs.set_value();
-            answers.get_future().wait();
-        }
-        *result = {};
-        strlcpy(result->f_mntonname, sPoint.c_str(), sizeof result->f_mntonname);
-        strlcpy(result->f_fstypename, sType.c_str(), sizeof result->f_fstypename);
-        return 0;
+    const auto volume = std::find_if(volumes.begin(), volumes.end(), [=](const auto& one) {
+        return std::string(path).starts_with(one.first);
+    });
+    if (volume == volumes.end())
+        return __real__Z11port_statfsPKcP13port_statfs_t(path, result);
+    *result = {};
+    if (volume->second == "hung") {
+        volumes.erase(volume);
+        hangs.set_value();
+        answers.get_future().wait();
+        return -1;
     }
-    return __real__Z11port_statfsPKcP13port_statfs_t(path, result);
+    volume->first.copy(result->f_mntonname, sizeof result->f_mntonname - 1);
+    volume->second.copy(result->f_fstypename, sizeof result->f_fstypename - 1);
+    return 0;
 }
 
 extern "C" ssize_t __real_readlinkat(int folder, const char* name, char* text, std::size_t size);
@@ -127,18 +129,17 @@ TEST_F(PlacesTest, NamesAreBytes) {
 }
 
 TEST_F(PlacesTest, VolumesAreAskedAsTheyAreNow) {
-    const std::string sOne = sHome + "/one", sTwo = sHome + "/two", sHung = sHome + "/hung";
-    volumes = {{sOne, "ext4"}, {sTwo, "nfs"}, {sHung, "hung"}};
-    for (const auto& [sPoint, sType] : volumes)
+    const std::string sOne = sHome + "/one", sTwo = sHome + "/two";
+    for (const std::string& sPoint : {sOne, sTwo})
         fs::create_directory(sPoint);
+    volumes = {{sOne, "ext4"}, {sTwo, "nfs"}};
     EXPECT_FALSE(LFile::IsNetworkPath(sOne.c_str()));
     EXPECT_TRUE(LFile::IsNetworkPath(sTwo.c_str())) << "another volume on the same device";
-    volumes[sOne] = "fuse.sshfs";
+    volumes = {{sOne, "fuse.sshfs"}, {sTwo, "hung"}};
     EXPECT_FALSE(LFile::IsOnLocalDrive(sOne.c_str()));
-    const auto asked = std::async(std::launch::async, [&] { LFile::GetVolumeAttributes(sHung.c_str()); });
+    const auto asked = std::async([&] { LFile::GetVolumeAttributes(sTwo.c_str()); });
     hangs.get_future().wait();
-    EXPECT_FALSE(LFile::IsNetworkPath(sHome.c_str())) << "nobody waits for one that does not answer";
-    volumes[sHung] = "ext4";
+    EXPECT_FALSE(LFile::IsNetworkPath(sHome.c_str())) << "waits for a volume that does not answer";
     answers.set_value();
     asked.wait();
     volumes.clear();
