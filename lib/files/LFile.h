@@ -2,13 +2,12 @@
 //
 // Thread-safety: all operations are reentrant and keep no state. Those on paths allocate nothing.
 //
-// A path is a terminated text of at most 259 bytes; they are UTF-8 where a path is shown to people, but nothing
-// depends on it. Every `szOut` is a buffer of LPathBufferSize bytes
-// that the caller owns; it is always terminated, and what does not fit is cut, by bytes. Slash and backslash
-// both separate on input; a separator that an operation adds is a slash. Comparisons are by bytes and regard
-// case. The file part of a path is what follows its last separator; an extension is handled together with its
-// dot. No pointer may be null unless an operation says so. `szOut` and the inputs do not overlap unless an
-// operation says so. Of the operations on paths only GetHumanReadableDriveFromPath blocks.
+// A path is a terminated text of at most 259 bytes, UTF-8 where it is shown to people; nothing here depends on that.
+// Every `szOut` is a buffer of LPathBufferSize bytes that the caller owns; it is always terminated, and what does not
+// fit is cut, by bytes. Slash and backslash both separate on input; a separator that an operation adds is a slash.
+// Comparisons are by bytes and regard case. The file part of a path is what follows its last separator; an extension
+// is handled together with its dot. No pointer may be null unless an operation says so. `szOut` and the inputs do not
+// overlap unless an operation says so. Of the operations on paths only GetHumanReadableDriveFromPath blocks.
 #pragma once
 
 class LFile {

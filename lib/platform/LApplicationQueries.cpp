@@ -127,7 +127,7 @@ void LGetInstalledApplicationResourcesFolder(char* szOut, unsigned long dwSize) 
 void LGetInstalledApplicationLXAResourcesFolder(char* szOut) {
     char szFolder[LPathBufferSize];
     LGetInstalledApplicationResourcesFolder(szFolder, sizeof szFolder);
-    LFile::_MakeFilePath(szOut, szFolder, kResourcesName, "");
+    LFile::_MakeFilePath(szOut, szFolder, szFolder[0] != '\0' ? kResourcesName : "", "");
 }
 
 void LRevealInFinder(const char* szPath) {

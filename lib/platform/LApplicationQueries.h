@@ -22,10 +22,11 @@ bool LGetPSNFromSignature(unsigned long dwSignature, unsigned long dwType, Proce
 // True when this process was launched from a bundle folder.
 bool LIsApplicationBundled();
 
-// The folder of the resources in the main bundle, never cut inside a character. A size of 0 writes nothing.
+// The folder of the resources in the main bundle, never cut inside a character; empty where the system does not tell
+// a process its program. A size of 0 writes nothing.
 void LGetInstalledApplicationResourcesFolder(char* szOut, unsigned long dwSize);
 
-// The folder "resources" in it; LPathBufferSize bytes.
+// The folder "resources" in it, or empty; LPathBufferSize bytes.
 void LGetInstalledApplicationLXAResourcesFolder(char* szOut);
 
 // Shows a file in the file viewer, selected in its folder; a folder with the first file in it that can be

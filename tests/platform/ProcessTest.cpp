@@ -29,7 +29,7 @@ char* setlocale(int category, const char* name) noexcept {
 
 int getgrgid_r(gid_t group, struct group* entry, char* buffer, std::size_t size, struct group** found) {
     const bool bFits = size >= 100000;
-    entry->gr_name = bFits ? std::strcpy(buffer, "admin") : nullptr;
+    *entry = {bFits ? std::strcpy(buffer, "admin") : nullptr, nullptr, group, nullptr};
     *found = groupsAreAdmin && group != 0 && bFits ? entry : nullptr;
     return bFits ? 0 : ERANGE;
 }
