@@ -15,12 +15,15 @@
 #include "files/LWriteFile.h"
 #include "threads/LProcessInterface.h"
 #include "zip/internal/LZipCommand.h"
+#include "zip/internal/LZipDestination.h"
 
 namespace {
 
 constexpr char kZipTool[] = "/usr/bin/zip";
 constexpr char kUnzipTool[] = "/usr/bin/unzip";
 constexpr unsigned int kPauseAfterSave = 1000; // milliseconds
+// The system takes 128 KiB in one argument, and what follows the names has its place too.
+constexpr std::size_t kLongestLine = 120 * 1024;
 constexpr mode_t kFileMode = 0666;
 constexpr int kMakeLocked = O_RDWR | O_CREAT | O_TRUNC | O_EXLOCK | O_NONBLOCK;
 constexpr const char* kExclusions[] = {"*.DS_Store*", "*.svn*", "*.git*"};
@@ -39,8 +42,10 @@ public:
             unlink(szPath);
     }
 
-    // The path; empty when no file could be made.
+    // The path; empty when no file could be made. The file is written at the first call.
     const char* Write() {
+        if (*szPath != '\0')
+            return szPath;
         _MakeFile();
         const port::UniqueFd fd(port_open(szPath, kMakeLocked, kFileMode));
         const LWriteFileRef file(fd.get());
@@ -170,18 +175,11 @@ bool LZipFile::HasWork() const {
 }
 
 bool LZipFile::Save() {
+    ExclusionList list;
     LZipCommand command(kZipTool);
-    if (!loFoldersToAdd.IsEmpty() || bRecursive)
-        command.AddOption("-r");
-    if (bFreshen)
-        command.AddOption("-f");
-    if (loFilesToRemove.IsEmpty() && loFoldersToRemove.IsEmpty()) {
-        if (!bNoLinkStoring)
-            command.AddOption("-y");
-        command.AddPath(szArchivePath);
-    }
-    for (const LZipFileName* pFile = loFilesToAdd.GetFirst(); pFile != nullptr; pFile = pFile->pNext)
-        command.AddPath(pFile->szName);
+    const bool bExclude = !bNoExclusionList;
+    if (!_AddFiles(command, bExclude && !loFilesToAdd.IsEmpty() ? list.Write() : nullptr))
+        return false;
     if (!loFoldersToAdd.IsEmpty())
         AddFolderName(command, szFolder);
     const bool bRemoveFolder = !loFoldersToRemove.IsEmpty();
@@ -191,8 +189,7 @@ bool LZipFile::Save() {
         command.AddPath(szArchivePath);
         command.AddEntry(szRemoveName);
     }
-    ExclusionList list;
-    if (!bNoExclusionList)
+    if (bExclude)
         command.AddExclusionList(list.Write());
     const WorkingFolder scope(szWorkingFolder);
     if (!bRemoveFolder)
@@ -201,6 +198,37 @@ bool LZipFile::Save() {
     if (bSaved)
         Clear();
     return bSaved;
+}
+
+// Names that the line does not take are added by lines of their own before; false when one of these fails.
+bool LZipFile::_AddFiles(LZipCommand& command, const char* szExclusions) const {
+    _AddOptions(command);
+    for (const LZipFileName* pFile = loFilesToAdd.GetFirst(); pFile != nullptr; pFile = pFile->pNext) {
+        command.AddPath(pFile->szName);
+        if (command.GetLength() < kLongestLine || pFile->pNext == nullptr)
+            continue;
+        if (szExclusions != nullptr)
+            command.AddExclusionList(szExclusions);
+        const WorkingFolder scope(szWorkingFolder);
+        if (!_Run(command))
+            return false;
+        command.Begin(kZipTool);
+        _AddOptions(command);
+    }
+    return true;
+}
+
+// What stands before the names.
+void LZipFile::_AddOptions(LZipCommand& command) const {
+    if (!loFoldersToAdd.IsEmpty() || bRecursive)
+        command.AddOption("-r");
+    if (bFreshen)
+        command.AddOption("-f");
+    if (!loFilesToRemove.IsEmpty() || !loFoldersToRemove.IsEmpty())
+        return;
+    if (!bNoLinkStoring)
+        command.AddOption("-y");
+    command.AddPath(szArchivePath);
 }
 
 bool LZipFile::_RemoveFolder(LZipCommand& command) {
@@ -222,9 +250,13 @@ bool LZipFile::_RunFolderRemoval(LZipCommand& command) const {
     return _Run(command);
 }
 
-bool LZipFile::_Run(const LZipCommand& command) const {
+bool LZipFile::_Run(const LZipCommand& command, unsigned long long qwMostWritten) const {
     LProcessInterfaceVoid nobody;
-    return command.Run(pProcess == nullptr ? nobody : *pProcess);
+    return command.Run(pProcess == nullptr ? nobody : *pProcess, qwMostWritten);
+}
+
+bool LZipFile::_Run(const LZipCommand& command) const {
+    return _Run(command, LZipCommand::kNoLimit);
 }
 
 bool LZipFile::ExtractAllFiles(const char* szDestFolder) {
@@ -232,14 +264,18 @@ bool LZipFile::ExtractAllFiles(const char* szDestFolder) {
 }
 
 bool LZipFile::Extract(const char* szArchive, const char* szDestFolder, const char* szEntry) {
+    const LZipDestination destination(szDestFolder);
+    if (*destination.GetPath() == '\0')
+        return false;
     LZipCommand command(kUnzipTool);
     command.AddOption("-o");
     command.AddArchiveToRead(szArchive);
     if (*szEntry != '\0')
         command.AddEntry(szEntry);
     command.AddOption("-d");
-    command.AddPath(szDestFolder);
-    return _Run(command);
+    command.AddPath(destination.GetPath());
+    const bool bExtracted = _Run(command, qwUnpackLimit);
+    return destination.MoveIn() && bExtracted;
 }
 
 bool LZipFile::CreateEmptyZipFile(const char* szPath) {

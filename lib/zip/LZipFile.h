@@ -11,8 +11,15 @@
 // without a dot gets ".zip", unzip drops control characters from the names that it writes.
 //
 // A tool runs in a session of its own with an empty standard input: Ctrl-C reaches this process alone, and what
-// a tool would ask (for a password, for another disk) it takes for answered with nothing. It ends with this
-// process.
+// a tool would ask (for a password, for another disk, whether to go on where the disk is full) it takes for
+// answered with nothing, which is a failure. It ends with this process.
+//
+// Extracting replaces files and links of the same names and goes into folders that are there, but never through
+// a link that leads to a folder, whoever made it: an archive with an entry below such a link of the destination
+// fails, and nothing of it is extracted. As long as it runs nobody else may put links there. A destination that
+// has such links somewhere, or more than 65,536 names, gets a folder ".extract-XXXXXX" meanwhile, out of which
+// things are moved to their places; into a volume that is mounted in it nothing is then extracted. An archive may
+// unpack to LZipUnpackLimit bytes.
 //
 // The tools' messages go where the process's own output goes. Failures are results.
 #pragma once
@@ -22,6 +29,9 @@
 
 class LProcessInterface;
 class LZipCommand;
+
+// What an archive may unpack to unless SetUnpackLimit says otherwise: 64 GiB, in bytes.
+constexpr unsigned long long LZipUnpackLimit = 64ULL << 30;
 
 // A path or name in a list.
 struct LZipFileName {
@@ -63,6 +73,9 @@ public:
     void SetNoExclusionList(bool bWithout) { bNoExclusionList = bWithout; }
     // Links are then followed, not stored.
     void SetNoLinkStoring(bool bWithout) { bNoLinkStoring = bWithout; }
+    // The bytes that extracting one archive may write, whatever the archive says of its sizes. A tool that passes
+    // them is ended within a tenth of a second; extracting has then failed, and what was extracted stays.
+    void SetUnpackLimit(unsigned long long qwBytes) { qwUnpackLimit = qwBytes; }
     // Kept, and without effect.
     void SetOption(char option) { cOption = option; }
 
@@ -70,7 +83,8 @@ public:
     void SetProcess(LProcessInterface* pInterface) { pProcess = pInterface; }
 
     // Does what was collected, in the working folder. True on success, and the object is cleared; otherwise it
-    // keeps everything and may be saved again. Adding and removing are not meant to be mixed.
+    // keeps everything and may be saved again. Adding and removing are not meant to be mixed. Names that are too
+    // many for one command line are added by several, one after the other; the first that fails is the last.
     bool Save();
 
     // Extracts everything into a folder, which is made when only its last level is missing, and replaces what
@@ -96,7 +110,10 @@ public:
 
 private:
     bool _RemoveFolder(LZipCommand& command);
+    bool _AddFiles(LZipCommand& command, const char* szExclusions) const;
+    void _AddOptions(LZipCommand& command) const;
     bool _Run(const LZipCommand& command) const;
+    bool _Run(const LZipCommand& command, unsigned long long qwMostWritten) const;
     bool _RunFolderRemoval(LZipCommand& command) const;
 
     char szRemoveName[LPathBufferSize] = {};
@@ -114,6 +131,7 @@ private:
     LList<LZipFileName> loFilesToRemove;
     LList<LZipFileName> loFoldersToRemove;
     LProcessInterface* pProcess = nullptr;
+    unsigned long long qwUnpackLimit = LZipUnpackLimit;
 };
 
 constexpr char LZipFileDefaultOption = '7';

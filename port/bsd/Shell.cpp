@@ -6,7 +6,12 @@
 #include <chrono>
 #include <csignal>
 #include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
 #include <poll.h>
+#include <string>
+#include <string_view>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <thread>
@@ -15,6 +20,7 @@
 #include "host/Deadline.h"
 #include "host/DetachedThread.h"
 #include "host/Spawn.h"
+#include "host/SystemCalls.h"
 #include <port/internal/seams_shell.h>
 
 namespace port {
@@ -130,6 +136,18 @@ bool ShellCommand::awaitEnd(int milliseconds) const {
         ready = ::poll(&ended, 1, milliseconds);
     while (ready < 0 && errno == EINTR);
     return ready > 0;
+}
+
+// The shell becomes the last program of its line, so its number is that one's.
+unsigned long long ShellCommand::written() const {
+    constexpr std::string_view kField = "wchar: ";
+    char text[256];
+    const std::string path = "/proc/" + std::to_string(process_) + "/io";
+    const UniqueFd file(process_ > 0 ? sys::open(path.c_str(), O_RDONLY) : -1);
+    const ssize_t length = file ? sys::read(file.get(), text, sizeof text - 1) : 0;
+    text[length > 0 ? length : 0] = '\0';
+    const char* const field = std::strstr(text, kField.data());
+    return field != nullptr ? std::strtoull(field + kField.size(), nullptr, 10) : 0;
 }
 
 void ShellCommand::end() {

@@ -1,8 +1,11 @@
 // The command lines of ordinary names, and the real tools on names and archives that mean harm. All of it in a
 // home folder whose path does, with a temporary folder that must be empty at the end.
 #include <gtest/gtest.h>
+#include <port/UniqueFd.h>
 #include <port/internal/seams_shell.h>
+#include <pty.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 
 #include "files/LFile.h"
 #include "support/Bundle.h"
@@ -11,6 +14,8 @@
 #include "zip/LProcessZip.h"
 
 namespace {
+
+namespace fs = std::filesystem;
 
 constexpr char Hostile[] = "ho\"me `touch pwned` $(touch pwned)\n$HOME [1]* ?'&;|<>#";
 
@@ -141,6 +146,68 @@ TEST_F(Zip, HostileArchivesStayInTheDestination) {
     EXPECT_EQ(FileText(root / "outside/mine"), "mine");
     EXPECT_EQ(Count("outside"), 1);
     EXPECT_EQ(Count("."), 4) << "cache, archive, outside, out";
+}
+
+TEST_F(Zip, NoLinkThatWasThereBeforeLeadsOut) {
+    const auto make = [this](const std::string& names) {
+        Python("archive = zipfile.ZipFile(path, 'w')\n"
+               "for name in [" +
+               names + "]: archive.writestr(name, 'theirs')\n");
+        return archive.c_str();
+    };
+    Write("outside/mine", "mine");
+    Write("out/closed/link", "");
+    Write("out/file", "old");
+    ASSERT_TRUE(LZipFileExtractAllFiles(make("'file', 'closed/new'"), "out"));
+    fs::remove(root / "out/closed/link");
+    for (const char* name : {"link", "closed/link"})
+        fs::create_directory_symlink(root / "outside", root / "out" / name);
+    fs::create_symlink(root / "outside/mine", root / "out/one");
+    for (const char* names :
+         {"'a', 'link/mine'", "'b', 'closed/link/new'", "'closed/../li\\x01nk/mine'", "'link/'"}) {
+        EXPECT_FALSE(LZipFileExtractAllFiles(make(names), "out")) << names;
+        EXPECT_EQ(Count("out"), 4) << "nothing of it: closed, file, link, one";
+    }
+    EXPECT_TRUE(
+        LZipFileExtractAllFiles(make("'one', 'file', 'closed/new', 'closed/deep/x', 'other/x'"), "out"));
+    for (const char* file : {"one", "file", "closed/new", "closed/deep/x", "other/x"})
+        EXPECT_EQ(FileText(root / "out" / file), "theirs") << file;
+    EXPECT_EQ(FileText(root / "outside/mine"), "mine");
+    EXPECT_EQ(Count("outside"), 1);
+    EXPECT_EQ(Count("out"), 5);
+}
+
+TEST_F(Zip, WhatIsTooMuchForTheToolsIsNot) {
+    LZipFile zip(archive.c_str(), false);
+    for (int i = 0; i < 2000; ++i) {
+        const std::string name = std::string(100, 'n') + std::to_string(i);
+        Write("in/" + name, "");
+        zip.AddFile((root / "in" / name).c_str());
+    }
+    Write("in/large", std::string(1 << 20, 'x'));
+    zip.AddFile((root / "in/large").c_str());
+    EXPECT_TRUE(zip.Save());
+    EXPECT_EQ(Python("print(len(zipfile.ZipFile(path).namelist()), end='')"), "2001");
+    zip.SetUnpackLimit(1 << 20);
+    EXPECT_FALSE(zip.ExtractAllFiles("out")) << "the tool's messages count, too";
+    zip.SetUnpackLimit(2 << 20);
+    EXPECT_TRUE(zip.ExtractAllFiles("out"));
+}
+
+TEST_F(Zip, NoToolAsksATerminal) {
+    Write("in", "text");
+    ChildProcess({"/usr/bin/env", "-u", "ZIP", "-u", "ZIPOPT", "/usr/bin/zip", "-P", "secret", archive, "in"})
+        .Wait();
+    int terminal = -1;
+    const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
+    if (child == 0) {
+        alarm(20);
+        _exit(LZipFileExtractAllFiles(archive.c_str(), "out") ? 0 : 1);
+    }
+    const port::UniqueFd fd(terminal);
+    int status = 0;
+    EXPECT_TRUE(waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 1)
+        << status;
 }
 
 struct Stopping : Recorder {

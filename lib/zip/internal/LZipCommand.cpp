@@ -18,6 +18,7 @@ constexpr char kSpecialUnquoted[] = " \t\"`$\\'|&;<>()*?[]{}#!~";
 constexpr char kPatternCharacters[] = "*?[";
 
 constexpr unsigned int kPause = 50; // milliseconds, where the end cannot be waited for
+constexpr unsigned int kLook = 100; // milliseconds between two looks at what was written
 
 // strchr would find the terminator too.
 bool IsOneOf(char character, const char* szCharacters) {
@@ -61,12 +62,12 @@ void AddAsDirectory(LineWriter& line, const char* szPath) {
         line.Add("./");
 }
 
-// Waits for the command's end; true when it is to be ended before.
-bool IsToStopWhile(const port::ShellCommand& command, LProcessInterface& process) {
+// Waits for the command's end, or so long; true when it is to be ended before.
+bool IsToStopWhile(const port::ShellCommand& command, LProcessInterface& process, unsigned int nTimeout) {
     const int nEnd = command.endDescriptor();
     if (!LSignalObjectRef::FitsSelect(nEnd))
         return process.ProcessWait(kPause);
-    return process.ProcessWaitSignal(LSignalObjectRef(nEnd, -1), LNoTimeLimit) == LProcessWaitStopped;
+    return process.ProcessWaitSignal(LSignalObjectRef(nEnd, -1), nTimeout) == LProcessWaitStopped;
 }
 
 } // namespace
@@ -130,13 +131,15 @@ void LZipCommand::AddExclusionList(const char* szPath) {
         line.AddUnquoted(*szPath);
 }
 
-bool LZipCommand::Run(LProcessInterface& process) const {
+bool LZipCommand::Run(LProcessInterface& process, unsigned long long qwMostWritten) const {
     port::ShellCommand command;
     if (!command.start(LUTF8StringLongRef(sLine), kOptionVariables))
         return false;
+    const unsigned int nTimeout = qwMostWritten == kNoLimit ? LNoTimeLimit : kLook;
     while (!command.hasEnded())
-        if (IsToStopWhile(command, process))
+        if (IsToStopWhile(command, process, nTimeout) || command.written() > qwMostWritten)
             command.end();
+    const bool bTooMuch = command.written() > qwMostWritten;
     const int nStatus = command.wait();
-    return nStatus != -1 && WIFEXITED(nStatus) && WEXITSTATUS(nStatus) == 0;
+    return nStatus != -1 && WIFEXITED(nStatus) && WEXITSTATUS(nStatus) == 0 && !bTooMuch;
 }

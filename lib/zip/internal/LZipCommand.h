@@ -7,13 +7,18 @@
 // A name that means nothing special to anybody stands in the line as it is.
 #pragma once
 
+#include <cstddef>
+
 #include "strings/LString.h"
 
 class LProcessInterface;
 
 class LZipCommand {
 public:
-    explicit LZipCommand(const char* szTool) { sLine = szTool; }
+    explicit LZipCommand(const char* szTool) { Begin(szTool); }
+
+    // Begins the line anew.
+    void Begin(const char* szTool) { sLine = szTool; }
 
     // An option, as it is.
     void AddOption(const char* szOption);
@@ -30,10 +35,16 @@ public:
     // A blank at the end of the line.
     void AddBlank() { sLine.Append(" "); }
 
+    // In bytes.
+    std::size_t GetLength() const { return sLine.GetLength(); }
+
+    static constexpr unsigned long long kNoLimit = ~0ULL;
+
     // Runs the line; true when the tool succeeded. Options that the tools would take from the environment have
     // no effect, and a tool that asks something gets no answer. Blocks until the tool ends; a stop request ends
-    // it, as the end of this process does.
-    bool Run(LProcessInterface& process) const;
+    // it, as the end of this process does. A tool that writes more bytes than it may is ended within a tenth of
+    // a second, and has failed.
+    bool Run(LProcessInterface& process, unsigned long long qwMostWritten) const;
 
 private:
     LStringLongTemplate<char> sLine;

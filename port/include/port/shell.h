@@ -42,6 +42,9 @@ public:
     // Readable once the command has ended; -1 when there is nothing to wait for.
     int endDescriptor() const { return end_.get(); }
     bool hasEnded() const;
+    // The bytes that it has written anywhere: its last program alone, where a line runs several. 0 when that
+    // cannot be told.
+    unsigned long long written() const;
     // Asks the command to end and kills what is left of it after two seconds, all its processes.
     void end();
     // Waits for the command's end. The status as of `port_system`.
