@@ -53,8 +53,10 @@ class SideBySide : public LTreeVisitor {
 public:
     // False when something is in the way.
     bool Walk(const std::string& sPrivate, const std::string& sFolder) {
-        const bool bOpen = there.Push(AT_FDCWD, sFolder.c_str(), true);
-        return bOpen && LTreeWalk(*this).Walk(AT_FDCWD, sPrivate.c_str()) && bFree;
+        if (!there.Push(AT_FDCWD, sFolder.c_str(), true))
+            return false;
+        LTreeWalk(*this).Walk(AT_FDCWD, sPrivate.c_str());
+        return bFree;
     }
 
     bool EnterFolder(int nFolder, const char* szName) override {
@@ -123,6 +125,9 @@ LZipDestination::~LZipDestination() {
         LFile::DeleteFolderTreeAlways(sPath.c_str());
 }
 
+// What was not walked through is still there.
 bool LZipDestination::MoveIn() const {
-    return sPath == sFolder || (Check().Walk(sPath, sFolder) && Move().Walk(sPath, sFolder));
+    if (sPath == sFolder)
+        return true;
+    return Check().Walk(sPath, sFolder) && Move().Walk(sPath, sFolder) && rmdir(sPath.c_str()) == 0;
 }
