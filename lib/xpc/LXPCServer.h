@@ -24,7 +24,8 @@ public:
 
     // Takes a new peer: records it, newest first, and lets its events reach the sink. With the peer check on,
     // a peer whose process id is not within 1 to 99999 is left alone and reported by
-    // `EvInvalidConnectionAttempt`. Null, or an object that is no connection, is ignored.
+    // `EvInvalidConnectionAttempt`. Where no key for descriptors is declared, a message that brings one ends its
+    // connection. Null, or an object that is no connection, is ignored.
     void NewConnectionHandler(_xpc_connection_s* pConnection);
 
     // Drops the newest record with that handle: the connection is cancelled. Unknown handles do nothing.

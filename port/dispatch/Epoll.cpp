@@ -1,5 +1,7 @@
 #include "dispatch/Epoll.h"
 
+#include "host/SystemCalls.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <sys/eventfd.h>
@@ -26,17 +28,17 @@ Epoll::Epoll()
 
 bool Epoll::add(int fd, std::uint32_t events, SourceKey key) {
     epoll_event event{.events = events, .data = {.u64 = key}};
-    return ::epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, fd, &event) == 0;
+    return sys::watch(epoll_.get(), EPOLL_CTL_ADD, fd, &event) == 0;
 }
 
 bool Epoll::modify(int fd, std::uint32_t events, SourceKey key) {
     epoll_event event{.events = events, .data = {.u64 = key}};
-    return ::epoll_ctl(epoll_.get(), EPOLL_CTL_MOD, fd, &event) == 0;
+    return sys::watch(epoll_.get(), EPOLL_CTL_MOD, fd, &event) == 0;
 }
 
 void Epoll::remove(int fd) {
     epoll_event unused{};
-    ::epoll_ctl(epoll_.get(), EPOLL_CTL_DEL, fd, &unused);
+    sys::watch(epoll_.get(), EPOLL_CTL_DEL, fd, &unused);
 }
 
 void Epoll::wake() {

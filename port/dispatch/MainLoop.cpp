@@ -14,6 +14,7 @@ namespace {
 constexpr std::size_t kTasksPerTurn = 64;
 constexpr unsigned kTurnsPerWait = 16; // of tasks alone, then the descriptors have theirs
 constexpr std::size_t kEventsPerWait = 32;
+constexpr unsigned kPoolRetry = 20; // ms, while no worker can be made
 constexpr SourceKey kPoolKey = Epoll::kWakeKey - 1;
 
 class CallbackSource final : public Source {
@@ -142,7 +143,10 @@ void MainLoop::runTurn() {
 
 // One wait and what it brought.
 bool MainLoop::serve(int milliseconds) {
+    const bool poolCalls = poolCalls_;
     const bool mayWait = milliseconds != 0 && queue_.beginWait();
+    if (poolCalls && static_cast<unsigned>(milliseconds) > kPoolRetry) // no limit is above it too
+        milliseconds = kPoolRetry;
     std::array<epoll_event, kEventsPerWait> events;
     bool handled = false;
     std::size_t count = 0;
@@ -153,6 +157,8 @@ bool MainLoop::serve(int milliseconds) {
         for (const epoll_event& event : std::span(events.data(), count))
             handled |= deliver(event);
     } while (count == kEventsPerWait); // nothing that was ready may stay behind unseen
+    if (poolCalls && WorkerPool::shared().inputWaits())
+        poolCalls_ = false;
     return handled;
 }
 
@@ -180,12 +186,18 @@ bool MainLoop::addSource(int fd, std::function<void()> callback) {
 }
 
 // The watch ends where the first worker begins, so that input for the workers costs the main thread nothing.
-void MainLoop::watchPool(int fd) {
-    epoll_.add(fd, EPOLLIN | EPOLLONESHOT, kPoolKey);
+bool MainLoop::watchPool(int fd) {
+    return epoll_.add(fd, EPOLLIN | EPOLLONESHOT, kPoolKey);
 }
 
 void MainLoop::unwatchPool(int fd) {
     epoll_.remove(fd);
+}
+
+// The flag stays until a worker is there, so one call wakes the loop, however often it fails.
+void MainLoop::callPoolAgain() {
+    if (!poolCalls_.exchange(true))
+        epoll_.wake();
 }
 
 } // namespace port

@@ -69,8 +69,10 @@ public:
     // For sources that read and deliver by themselves.
     Epoll& epoll() { return epoll_; }
     // The workers' set, while there is no worker.
-    void watchPool(int fd);
+    bool watchPool(int fd); // false with errno when the kernel refuses
     void unwatchPool(int fd);
+    // No worker could be made: the pool is asked again in a moment, by the thread that serves.
+    void callPoolAgain();
 
 private:
     MainLoop() = default;
@@ -84,6 +86,7 @@ private:
     std::atomic<bool> wakeAsked_{false};
     std::atomic<unsigned> turnsWithoutWait_{0};
     std::atomic<EventServer> eventServer_{nullptr};
+    std::atomic<bool> poolCalls_{false};
 };
 
 } // namespace port

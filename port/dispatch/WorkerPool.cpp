@@ -17,8 +17,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto kIdleLife = 10s;       // of a parked worker
-constexpr int kLeaderLife = 12'000;   // ms without work; longer, so that the leader goes last
+constexpr auto kIdleLife = 3s;        // of a parked worker
+constexpr int kLeaderLife = 4'000;    // ms without work; longer, so that the leader goes last
 constexpr auto kMonitorTick = 5ms;    // how long a handler may hold the lead
 constexpr unsigned kRunsPerLook = 32; // between two looks at new input
 constexpr std::size_t kEventsPerWait = 32;
@@ -28,6 +28,8 @@ thread_local bool returning = false;
 // How many sources are watched, by whom; asked before there is a pool.
 constinit std::atomic<unsigned> watchedByWorker{0};
 constinit std::atomic<unsigned> watchedByMainLoop{0};
+
+constinit std::atomic<void (*)()> lastCall{nullptr};
 
 std::atomic<unsigned>& watchedBy(WorkerPool::Watcher watcher) {
     return watcher == WorkerPool::Watcher::Worker ? watchedByWorker : watchedByMainLoop;
@@ -101,16 +103,29 @@ void WorkerPool::summon(Lock lock) {
     }
 }
 
-void WorkerPool::spawn() {
-    if (startDetachedThread(threadMain, this) && workers_++ == 0)
+// Where there is a worker already, the work waits for it. Else nobody would come before somebody asks again.
+bool WorkerPool::spawn() {
+    const bool made = startDetachedThread(threadMain, this);
+    if (made && workers_++ == 0)
         MainLoop::shared().unwatchPool(epoll().fd());
+    else if (!made && workers_ == 0)
+        MainLoop::shared().callPoolAgain();
+    return made;
 }
 
 void* WorkerPool::threadMain(void* pool) {
     auto& self = *static_cast<WorkerPool*>(pool);
     Lock lock(self.mutex_);
     self.work(lock);
+    const bool isLast = self.workers_ == 0;
+    lock.unlock();
+    if (const auto call = lastCall.load(); isLast && call != nullptr)
+        call();
     return nullptr;
+}
+
+void WorkerPool::whenLastLeaves(void (*call)()) {
+    lastCall = call;
 }
 
 // The life of a worker: it leads, or takes work that the leader has no time for, or parks.
@@ -187,10 +202,9 @@ bool WorkerPool::staysAfterQuiet(Worker& self, bool wasShort, Lock& lock) {
     if (wasShort || !line_.isEmpty() || !deadlines_.isEmpty())
         return true;
     self.stays = isWorkerNeeded();
-    if (self.stays || workers_ > 1)
+    if (self.stays || workers_ > 1 || !MainLoop::shared().watchPool(epoll().fd()))
         return true;
     leader_ = nullptr;
-    MainLoop::shared().watchPool(epoll().fd());
     return false;
 }
 
@@ -257,8 +271,8 @@ void WorkerPool::callMonitor() {
 void WorkerPool::bringMonitor() {
     if (parked_ != 0)
         parking_.notify_one();
-    else if (workers_ < kMaxWorkers)
-        spawn();
+    else if (workers_ < kMaxWorkers && !spawn())
+        monitor_ = Monitor::None; // the next call may find room for one
 }
 
 // Until the leader waits, or is stuck and this worker leads, or there is work for it.
@@ -287,10 +301,9 @@ void WorkerPool::endWatch(Watcher watcher) {
     --watchedBy(watcher);
 }
 
-void WorkerPool::inputWaits() {
+bool WorkerPool::inputWaits() {
     const Lock lock(mutex_);
-    if (workers_ == 0)
-        spawn();
+    return workers_ != 0 || spawn();
 }
 
 void WorkerPool::mainLoopIsBusy() {

@@ -55,10 +55,13 @@ public:
     enum class Watcher { Worker, MainLoop };
     void beginWatch(Watcher watcher);
     void endWatch(Watcher watcher);
-    // The main loop saw something ready in the set.
-    void inputWaits();
+    // The main loop saw something ready in the set, or tries again. True when a worker comes.
+    bool inputWaits();
     // The main loop is about to run code that may last, and cannot look meanwhile.
     static void mainLoopIsBusy();
+
+    // Called each time that the last worker goes, by that worker: when all is quiet.
+    static void whenLastLeaves(void (*call)());
 
     // For tests and reports.
     unsigned workerCount();
@@ -81,7 +84,7 @@ private:
 
     // All under the lock, which those with a `lock` give back meanwhile.
     void summon(Lock lock);
-    void spawn();
+    bool spawn();
     void work(Lock& lock);
     bool isForMe(const Worker& self) const;
     void runNext(Worker& self, Lock& lock);

@@ -1,5 +1,7 @@
 #include "host/DetachedThread.h"
 
+#include "host/SystemCalls.h"
+
 #include <csignal>
 #include <initializer_list>
 #include <pthread.h>
@@ -29,13 +31,7 @@ private:
 
 bool startDetachedThread(void* (*body)(void* argument), void* argument) {
     const BlockedSignals blocked;
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-    pthread_t thread{};
-    const bool made = pthread_create(&thread, &attributes, body, argument) == 0;
-    pthread_attr_destroy(&attributes);
-    return made;
+    return sys::startThread(body, argument);
 }
 
 } // namespace port

@@ -6,7 +6,7 @@
 namespace port {
 
 // Runs `body(argument)`. Signals do not reach it, those excepted that a fault of the thread itself raises: they
-// are the main thread's. False when the system has no room for a thread.
+// are the main thread's. False with errno when the system has no room for a thread.
 bool startDetachedThread(void* (*body)(void* argument), void* argument);
 
 } // namespace port

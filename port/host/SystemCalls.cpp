@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
+#include <pthread.h>
+#include <sys/epoll.h>
 #include <unistd.h>
 
 namespace port::sys {
@@ -132,6 +134,24 @@ int duplicate(int fd) {
     if (refused(Call::Duplicate))
         return -1;
     return ::fcntl(fd, F_DUPFD_CLOEXEC, 0);
+}
+
+int watch(int set, int operation, int fd, epoll_event* event) {
+    return refused(Call::Watch) ? -1 : ::epoll_ctl(set, operation, fd, event);
+}
+
+bool startThread(void* (*body)(void* argument), void* argument) {
+    if (refused(Call::Thread))
+        return false;
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    pthread_t thread{};
+    const int error = pthread_create(&thread, &attributes, body, argument);
+    pthread_attr_destroy(&attributes);
+    if (error != 0)
+        errno = error;
+    return error == 0;
 }
 
 bool writeAll(int fd, const void* bytes, std::size_t size) {

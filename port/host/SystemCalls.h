@@ -10,9 +10,11 @@
 #include <sys/socket.h>
 #include <sys/types.h>
 
+struct epoll_event;
+
 namespace port::sys {
 
-enum class Call { Open, Read, Write, Fsync, Rename, Send, Receive, Accept, Duplicate };
+enum class Call { Open, Read, Write, Fsync, Rename, Send, Receive, Accept, Duplicate, Watch, Thread };
 
 // What the hook decides for one call: carry on (error 0, limit untouched), fail with `error` (an errno
 // value), or let at most `limit` bytes through.
@@ -38,7 +40,10 @@ int renameat(int fromFolder, const char* from, int toFolder, const char* to);
 ssize_t sendmsg(int fd, const msghdr* message, int flags);
 ssize_t recvmsg(int fd, msghdr* message, int flags);
 int accept4(int fd, sockaddr* address, socklen_t* length, int flags);
-int duplicate(int fd); // close-on-exec
+int duplicate(int fd);                                         // close-on-exec
+int watch(int set, int operation, int fd, epoll_event* event); // epoll_ctl
+// A detached thread. False with errno.
+bool startThread(void* (*body)(void* argument), void* argument);
 
 // Writes all bytes, however many calls it takes. False with errno.
 bool writeAll(int fd, const void* bytes, std::size_t size);

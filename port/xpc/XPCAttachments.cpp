@@ -1,5 +1,6 @@
 #include "xpc/XPCAttachments.h"
 
+#include "dispatch/Closer.h"
 #include "host/SystemCalls.h"
 
 #include <algorithm>
@@ -26,33 +27,51 @@ UniqueFd makeValueFile(const void* bytes, std::size_t length) {
 }
 
 XPCAttachments::Slot& XPCAttachments::Slot::operator=(Slot&& other) noexcept {
-    unmap();
+    clear();
     fd = std::move(other.fd);
+    origin = other.origin;
+    inUse.store(other.inUse.load(std::memory_order_relaxed), std::memory_order_relaxed);
     mapping.store(other.mapping.exchange(nullptr, std::memory_order_relaxed), std::memory_order_relaxed);
-    valueBytes = std::exchange(other.valueBytes, 0);
+    value = std::move(other.value);
     return *this;
 }
 
-void XPCAttachments::Slot::unmap() {
+// The close of a memory file does not wait for anybody.
+void XPCAttachments::Slot::clear() {
     void* const place = mapping.exchange(nullptr, std::memory_order_acquire);
     if (place != nullptr)
-        ::munmap(place, valueBytes);
+        ::munmap(place, value.bytes());
+    if (fd && origin == Origin::Peer && value.bytes() == 0)
+        inUse.load(std::memory_order_relaxed) ? Closer::shared().close(std::move(fd))
+                                              : Closer::shared().drop(std::move(fd));
+    fd.reset();
 }
 
-bool XPCAttachments::append(UniqueFd descriptor) {
+bool XPCAttachments::append(UniqueFd descriptor, Origin origin) {
     if (slots_ == nullptr)
         slots_.reset(new (std::nothrow) Slots);
-    if (slots_ == nullptr || slots_->used == kMaxDescriptors)
-        return false;
-    slots_->slot[slots_->used++].fd = std::move(descriptor);
-    return true;
+    if (slots_ != nullptr && slots_->used != kMaxDescriptors) {
+        Slot& slot = slots_->slot[slots_->used++];
+        slot.fd = std::move(descriptor);
+        slot.origin = origin;
+        return true;
+    }
+    if (origin == Origin::Peer)
+        Closer::shared().drop(std::move(descriptor));
+    return false;
+}
+
+int XPCAttachments::duplicate(std::size_t index) const {
+    Slot& slot = slots_->slot[index];
+    slot.inUse.store(true, std::memory_order_relaxed);
+    return sys::duplicate(slot.fd.get());
 }
 
 void XPCAttachments::replaceAt(std::size_t index, UniqueFd descriptor, std::size_t valueBytes) {
     Slot& slot = slots_->slot[index];
     slot = Slot();
     slot.fd = std::move(descriptor);
-    slot.valueBytes = valueBytes;
+    slot.value = XPCHold(valueBytes);
 }
 
 void XPCAttachments::removeAt(std::size_t index) {
@@ -66,12 +85,14 @@ void XPCAttachments::removeAt(std::size_t index) {
 bool XPCAttachments::acceptValue(std::size_t index, std::size_t bytes) {
     Slot& slot = slots_->slot[index];
     struct stat status {};
+    if (slot.origin == Origin::Peer && !XPCHold::hasRoom(bytes))
+        return false;
     if (::fstat(slot.fd.get(), &status) != 0 || !S_ISREG(status.st_mode))
         return false;
     const int seals = ::fcntl(slot.fd.get(), F_GET_SEALS);
     if (seals == -1 || (seals & kSeals) != kSeals || static_cast<std::size_t>(status.st_size) != bytes)
         return false;
-    slot.valueBytes = bytes;
+    slot.value = XPCHold(bytes);
     return true;
 }
 
@@ -80,12 +101,12 @@ const void* XPCAttachments::map(std::size_t index) const {
     void* known = slot.mapping.load(std::memory_order_acquire);
     if (known != nullptr)
         return known;
-    void* const fresh = ::mmap(nullptr, slot.valueBytes, PROT_READ, MAP_PRIVATE, slot.fd.get(), 0);
+    void* const fresh = ::mmap(nullptr, slot.value.bytes(), PROT_READ, MAP_PRIVATE, slot.fd.get(), 0);
     if (fresh == MAP_FAILED)
         return nullptr;
     // Two readers may map at the same time; the first one's mapping stays.
     if (!slot.mapping.compare_exchange_strong(known, fresh, std::memory_order_acq_rel)) {
-        ::munmap(fresh, slot.valueBytes);
+        ::munmap(fresh, slot.value.bytes());
         return known;
     }
     return fresh;

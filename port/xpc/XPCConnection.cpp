@@ -1,6 +1,7 @@
 #include "xpc/XPCConnection.h"
 
 #include "xpc/XPCEndpoint.h"
+#include "xpc/XPCPeers.h"
 
 #include <atomic>
 #include <sys/epoll.h>
@@ -15,8 +16,6 @@ using State = XPCConnectionState;
 constexpr pid_t kLargestPid = 99999; // of the platform
 constexpr pid_t kNoForcedPid = -1;
 
-constinit std::atomic<std::size_t> peers{0}; // ends of accepted peers
-constinit std::atomic<std::size_t> peersSoFar{0};
 constinit std::atomic<pid_t> pidForNewPeers{kNoForcedPid};
 
 // Larger ids are folded into the platform's range; 0, a peer of another pid namespace, stays.
@@ -43,24 +42,13 @@ void XPCConnection::forcePid(pid_t pid) {
     pidForNewPeers = pid;
 }
 
-std::size_t XPCConnection::peerCount() {
-    return peers;
-}
-
-std::size_t XPCConnection::peersEver() {
-    return peersSoFar;
-}
-
 XPCConnection::XPCConnection(Kind kind, std::string name, dispatch_queue_t target)
     : _xpc_connection_s(target), connector_(std::in_place, kind, std::move(name)),
       socket_(XPCWatchedSocket::Side::Client), gathering_(target == nullptr) {}
 
 XPCConnection::XPCConnection(UniqueFd socket, pid_t pid)
-    : _xpc_connection_s(nullptr), peerPid_(pidOfNewPeer(pid)),
-      socket_(XPCWatchedSocket::Side::Peer, std::move(socket)), gathering_(true) {
-    ++peers;
-    ++peersSoFar;
-}
+    : _xpc_connection_s(nullptr), process_(pid), peerPid_(pidOfNewPeer(pid)),
+      socket_(XPCWatchedSocket::Side::Peer, std::move(socket)), gathering_(true) {}
 
 // Only a connection that was never resumed can have something waiting here: else it keeps itself.
 XPCConnection::~XPCConnection() {
@@ -71,7 +59,7 @@ XPCConnection::~XPCConnection() {
     for (XPCReplyHandler& waiting : replies_.takeAll())
         waiting.answer({}, XPCRef<XPCObject>(XPCObject::from(XPC_ERROR_CONNECTION_INVALID)));
     if (!isClient())
-        --peers;
+        XPCPeers::shared().leave(process_);
 }
 
 pid_t XPCConnection::peerPid() const {
@@ -167,10 +155,12 @@ SourceResult XPCConnection::ready(std::uint32_t events) {
     bool reads = false;
     {
         const std::lock_guard lock(mutex_);
+        const bool hungUp = (events & (EPOLLHUP | EPOLLRDHUP | EPOLLERR)) != 0;
+        hungUp_ |= hungUp;
         if ((events & EPOLLOUT) != 0 && state_ == State::Open && socket_.isBlocked())
             flush();
         if ((events & ~std::uint32_t{EPOLLOUT}) != 0 && state_ == State::Open)
-            reads = input_.begin((events & (EPOLLHUP | EPOLLRDHUP | EPOLLERR)) != 0, mayRead());
+            reads = input_.begin(hungUp, mayRead());
     }
     return reads ? readOn() : SourceResult::Done;
 }
@@ -210,10 +200,12 @@ XPCInput::Next XPCConnection::endReading(XPCReadResult result, unsigned reads) {
     return next;
 }
 
-void XPCConnection::frameReceived(XPCRef<XPCDictionary> frame) {
+bool XPCConnection::frameReceived(XPCRef<XPCDictionary> frame) {
+    if (refusesDescriptors() && frame->passesDescriptors())
+        return false;
     if (frame->kind() != XPCFrameKind::Reply) {
         queue().append(Task([this, message = std::move(frame)] { deliverMessage(*message); }));
-        return;
+        return true;
     }
     XPCReplyHandler waiting;
     {
@@ -223,6 +215,7 @@ void XPCConnection::frameReceived(XPCRef<XPCDictionary> frame) {
     }
     if (waiting)
         waiting.answer(XPCRef<XPCObject>::retained(this), XPCRef<XPCObject>(frame.release()));
+    return true;
 }
 
 void XPCConnection::deliverMessage(XPCDictionary& message) {
@@ -250,9 +243,13 @@ void XPCConnection::lost() {
         injectError(XPC_ERROR_CONNECTION_INTERRUPTED);
 }
 
-// Takes up reading where `mayRead` stopped it.
 void XPCConnection::continueInput() {
     const std::lock_guard lock(mutex_);
+    takeUpInput();
+}
+
+// Where `mayRead` stopped it.
+void XPCConnection::takeUpInput() {
     if (state_ == State::Open && input_.isHeld() && input_.takeUp(mayRead()))
         putReadingInLine();
 }
@@ -289,9 +286,11 @@ void XPCConnection::callAt(XPCFrameClock::Call call) {
         socket_.callAt(*call);
 }
 
-// With the queue suspended, or full of what was read before, the peer's data stays in the socket.
+// With the queue suspended, or full of what was read before, the peer's data stays in the socket. So does that of a
+// peer who asks and does not read the answers; a client goes on reading, else both ends might wait for each other.
 bool XPCConnection::mayRead() const {
-    return !queue().isHeldBack(kFramesPerTurn);
+    return !queue().isHeldBack(kFramesPerTurn) &&
+           (isClient() || hungUp_ || writer_.waitingBytes() <= kUnreadBytes);
 }
 
 bool XPCConnection::mayFlush() const {
@@ -344,6 +343,7 @@ void XPCConnection::flush() {
     for (dispatch_block_t& barrier : reached)
         queue().append(Task(std::move(barrier)));
     keepWhileBusy();
+    takeUpInput();
 }
 
 // After a failure what the peer has sent is still read, then the end is seen.

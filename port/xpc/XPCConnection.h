@@ -32,12 +32,8 @@ public:
     using Kind = XPCConnector::Kind;
     // A client of the named service; connects when it is first resumed.
     static XPCRef<XPCConnection> toService(Kind kind, const char* name, dispatch_queue_t target);
-    // The server's end of an accepted connection; its peer has been checked.
+    // The server's end of an accepted connection; its peer has been checked, and has entered XPCPeers.
     static XPCRef<XPCConnection> ofPeer(UniqueFd socket, pid_t pid);
-    // How many ends made by `ofPeer` exist.
-    static std::size_t peerCount();
-    // Those that have gone counted too.
-    static std::size_t peersEver();
     // What `peerPid` of those made from now on answers; -1: the real id.
     static void forcePid(pid_t pid);
 
@@ -72,10 +68,11 @@ private:
     // Reading, without the lock.
     SourceResult readOn();
     XPCInput::Next endReading(XPCReadResult result, unsigned reads);
-    void frameReceived(XPCRef<XPCDictionary> frame) override;
+    bool frameReceived(XPCRef<XPCDictionary> frame) override;
     void deliverMessage(XPCDictionary& message);
     void lost();
     void continueInput();
+    void takeUpInput();
     void putReadingInLine();
     void queueTurnBegins() override;
     void queueRanEmpty() override { continueInput(); }
@@ -95,12 +92,14 @@ private:
     void endForGood(Leftovers& left);
     void callAt(XPCFrameClock::Call call);
 
-    const pid_t peerPid_ = 0; // an accepted peer's
+    const pid_t process_ = 0; // an accepted peer's
+    const pid_t peerPid_ = 0; // the same, as the platform tells it
     mutable std::mutex mutex_;
     XPCConnectionState state_;
     std::optional<XPCConnector> connector_; // a client's
     XPCWatchedSocket socket_;
     XPCInput input_;
+    bool hungUp_ = false; // the peer sends nothing more
     XPCFrameWriter writer_;
     XPCGathering gathering_;
     XPCReplyTable replies_;

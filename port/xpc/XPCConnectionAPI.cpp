@@ -2,6 +2,7 @@
 #include "xpc/XPCHandle.h"
 #include "xpc/XPCListener.h"
 
+#include <port/xpc_descriptors.h>
 #include <utility>
 #include <xpc/xpc.h>
 
@@ -75,4 +76,9 @@ void xpc_connection_send_message_with_reply(xpc_connection_t connection, xpc_obj
 
 void xpc_connection_send_barrier(xpc_connection_t connection, dispatch_block_t barrier) {
     connection->sendBarrier(std::move(barrier));
+}
+
+void port_refuse_descriptors(xpc_connection_t connection) {
+    if (connection != nullptr)
+        connection->refuseDescriptors();
 }

@@ -193,6 +193,16 @@ XPCFrameHeader XPCDictionary::header() const {
     return header;
 }
 
+bool XPCDictionary::passesDescriptors() const {
+    std::size_t attached = 0;
+    for (std::size_t offset = 0; attachments_.size() != 0 && offset != bodyBytes_;) {
+        const auto entry = XPCEntryHeader::at(body_ + offset);
+        attached += entry.attached;
+        offset += entry.totalBytes();
+    }
+    return attached != attachments_.size();
+}
+
 XPCRef<XPCDictionary> XPCDictionary::createReply() {
     if (kind_ != XPCFrameKind::MessageWantsReply || replyTaken_.exchange(true, std::memory_order_relaxed))
         return {};
@@ -211,7 +221,7 @@ XPCRef<XPCDictionary> XPCDictionary::receive(const XPCFrameHeader& header, std::
         return {};
     XPCBody copy;
     if (body.size() > kInlineBytes) {
-        copy = makeXPCBody(body.size());
+        copy = makeReceivedXPCBody(body.size());
         if (copy == nullptr)
             return {};
         std::memcpy(copy.get(), body.data(), body.size());

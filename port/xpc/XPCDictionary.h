@@ -64,6 +64,8 @@ public:
     XPCFrameHeader header() const;
     std::span<const std::byte> body() const { return {body_, bodyBytes_}; }
     const XPCAttachments& attachments() const { return attachments_; }
+    // True when some of them are values themselves, and hold none.
+    bool passesDescriptors() const;
 
     // Where it came from. A received dictionary keeps the kind and reply id of its frame; one made by
     // `createReply` is a Reply with the id that it answers; any other is a Message. The connection, null at

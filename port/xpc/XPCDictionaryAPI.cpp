@@ -1,4 +1,3 @@
-#include "host/SystemCalls.h"
 #include "xpc/XPCDictionary.h"
 
 #include <cstring>
@@ -143,6 +142,5 @@ int xpc_dictionary_dup_fd(xpc_object_t dictionary, const char* key) {
     const XPCEntry entry = lookUp(dictionary, key, XPCTag::FD);
     if (entry.start == nullptr)
         return -1;
-    return port::sys::duplicate(
-        XPCDictionary::from(dictionary)->attachments().descriptor(entry.descriptorIndex));
+    return XPCDictionary::from(dictionary)->attachments().duplicate(entry.descriptorIndex);
 }

@@ -3,6 +3,7 @@
 // Thread-safety: plain values and pure functions.
 #pragma once
 
+#include "xpc/XPCHold.h"
 #include "xpc/XPCLimits.h"
 #include "xpc/XPCObject.h"
 
@@ -74,9 +75,22 @@ static_assert(sizeof(XPCEntryHeader) == 8);
 bool bodyIsValid(const XPCFrameHeader& header, std::span<const std::byte> body);
 
 // Memory for a body. Whatever it holds at first is written over; null without memory.
-using XPCBody = std::unique_ptr<std::byte[]>;
+struct XPCBodyEnd {
+    XPCHold hold;
+
+    void operator()(const std::byte* body) {
+        delete[] body;
+        hold = {};
+    }
+};
+using XPCBody = std::unique_ptr<std::byte[], XPCBodyEnd>;
 inline XPCBody makeXPCBody(std::size_t bytes) {
-    return XPCBody(new (std::nothrow) std::byte[bytes]);
+    auto* const body = new (std::nothrow) std::byte[bytes];
+    return XPCBody(body, XPCBodyEnd{XPCHold(body != nullptr ? bytes : 0)});
+}
+// The same for what a peer sends: null too when peers make this process hold too much.
+inline XPCBody makeReceivedXPCBody(std::size_t bytes) {
+    return XPCHold::hasRoom(bytes) ? makeXPCBody(bytes) : XPCBody();
 }
 
 } // namespace port

@@ -1,5 +1,6 @@
 #include "xpc/XPCFrameReader.h"
 
+#include "dispatch/Closer.h"
 #include "host/SystemCalls.h"
 
 #include <algorithm>
@@ -30,7 +31,7 @@ void XPCFrameReader::lay(Places& places, XPCScratch& scratch) {
     if (body_ != nullptr)
         places.add(body_.get() + bodyFill_, header_.bodyBytes - bodyFill_);
     if (guess_ != 0)
-        places.guessed = makeXPCBody(guess_);
+        places.guessed = makeReceivedXPCBody(guess_);
     if (places.guessed != nullptr) {
         places.add(headerBytes_.data() + headerFill_, headerBytes_.size() - headerFill_);
         places.add(places.guessed.get(), guess_);
@@ -42,8 +43,8 @@ void XPCFrameReader::lay(Places& places, XPCScratch& scratch) {
 XPCReadResult XPCFrameReader::readFrom(int socket, XPCScratch& scratch, XPCFrameSink& sink) {
     Places places;
     lay(places, scratch);
-    // Room for what one frame may carry; more than that comes back as truncated.
-    alignas(cmsghdr) char control[CMSG_SPACE(kMaxDescriptors * sizeof(int))];
+    // Room for all that may come: what finds none the kernel closes, which may last.
+    alignas(cmsghdr) char control[CMSG_SPACE(Closer::kMostPassed * sizeof(int))];
     msghdr message{};
     message.msg_iov = places.parts.data();
     message.msg_iovlen = places.count;
@@ -69,6 +70,7 @@ bool XPCFrameReader::takeDescriptors(msghdr& message) {
         if (part->cmsg_level != SOL_SOCKET || part->cmsg_type != SCM_RIGHTS)
             continue;
         const std::size_t count = (part->cmsg_len - CMSG_LEN(0)) / sizeof(int);
+        sound &= count <= kMaxDescriptors;
         for (std::size_t i = 0; i < count; ++i) {
             int fd = -1;
             std::memcpy(&fd, CMSG_DATA(part) + i * sizeof fd, sizeof fd);
@@ -76,7 +78,7 @@ bool XPCFrameReader::takeDescriptors(msghdr& message) {
             if (waitingCount_ < waiting_.size())
                 waiting_[waitingCount_++] = std::move(owner);
             else
-                sound = false;
+                Closer::shared().drop(std::move(owner));
         }
     }
     return sound;
@@ -169,7 +171,7 @@ bool XPCFrameReader::consumeBody(std::span<const std::byte>& bytes, XPCFrameSink
 }
 
 bool XPCFrameReader::begin(std::span<const std::byte> part) {
-    body_ = makeXPCBody(header_.bodyBytes);
+    body_ = makeReceivedXPCBody(header_.bodyBytes);
     if (body_ == nullptr)
         return false;
     std::memcpy(body_.get(), part.data(), part.size());
@@ -182,15 +184,14 @@ bool XPCFrameReader::finish(XPCRef<XPCDictionary> frame, XPCFrameSink& sink) {
     if (!frame)
         return false;
     ++complete_;
-    sink.frameReceived(std::move(frame));
-    return true;
+    return sink.frameReceived(std::move(frame));
 }
 
 bool XPCFrameReader::claim(std::size_t count) {
     if (count > waitingCount_)
         return false;
     for (std::size_t i = 0; i < count; ++i) {
-        if (!attachments_.append(std::move(waiting_[i])))
+        if (!attachments_.append(std::move(waiting_[i]), XPCAttachments::Origin::Peer))
             return false;
     }
     if (count != 0)
@@ -204,8 +205,8 @@ XPCReadResult XPCFrameReader::abandon(XPCReadResult result) {
     headerFill_ = 0;
     body_.reset();
     attachments_ = XPCAttachments();
-    for (UniqueFd& fd : waiting_)
-        fd.reset();
+    for (std::size_t i = 0; i < waitingCount_; ++i)
+        Closer::shared().drop(std::move(waiting_[i]));
     waitingCount_ = 0;
     return result;
 }

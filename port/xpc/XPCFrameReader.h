@@ -30,8 +30,8 @@ struct XPCScratch {
 
 class XPCFrameSink {
 public:
-    // One checked frame, in order of arrival; `kind()` and `replyId()` tell what it is.
-    virtual void frameReceived(XPCRef<XPCDictionary> frame) = 0;
+    // One checked frame, in order of arrival; `kind()` and `replyId()` tell what it is. False refuses the peer.
+    virtual bool frameReceived(XPCRef<XPCDictionary> frame) = 0;
 
 protected:
     ~XPCFrameSink() = default;
@@ -42,12 +42,15 @@ enum class XPCReadResult {
     Emptied,    // the same, and nothing was left behind in the socket
     WouldBlock, // nothing to read now
     Closed,     // the peer is gone
-    Refused,    // the peer broke a rule or memory is short: the connection must be closed
+    Refused,    // the peer broke a rule, or memory is short: the connection must be closed
 };
 
 class XPCFrameReader {
 public:
     XPCFrameReader() = default;
+    XPCFrameReader(const XPCFrameReader&) = delete;
+    XPCFrameReader& operator=(const XPCFrameReader&) = delete;
+    ~XPCFrameReader() { abandon(XPCReadResult::Closed); }
 
     // One `recvmsg` on a non-blocking socket. After Closed or Refused every descriptor received for an
     // unfinished frame is closed and the reader is of no further use.

@@ -15,6 +15,8 @@ namespace {
 
 // Spent items are dropped from the front of the queue once there are this many and they are the half.
 constexpr std::size_t kSpentItems = 64;
+// What a queue holds beside the bodies is reckoned in steps: most queues are short.
+constexpr std::size_t kHoldStep = std::size_t{32} << 10;
 
 void* writable(const void* bytes) {
     return const_cast<void*>(bytes);
@@ -100,10 +102,15 @@ std::size_t XPCFrameWriter::Item::cost() const {
 
 bool XPCFrameWriter::enqueue(XPCDictionary& dictionary, XPCFrameKind kind, std::uint64_t replyId) {
     Item item{XPCRef<XPCDictionary>::retained(&dictionary), headerFor(dictionary, kind, replyId), 0, {}};
-    if (!isEmpty() && waitingBytes_ + item.cost() > kSendQueueBytes)
+    if (!mayWait(item))
         return false;
     append(std::move(item));
     return true;
+}
+
+bool XPCFrameWriter::mayWait(const Item& item) const {
+    return (isEmpty() || waitingBytes_ + item.cost() <= kSendQueueBytes) &&
+           (item.cost() <= kSmallMessageBytes || !XPCHold::isFull());
 }
 
 void XPCFrameWriter::enqueueBarrier(dispatch_block_t barrier) {
@@ -117,6 +124,9 @@ void XPCFrameWriter::append(Item item) {
     }
     waitingBytes_ += item.cost();
     queue_.push_back(std::move(item));
+    const std::size_t held = (queue_.size() - first_) * (sizeof item + sizeof *item.dictionary);
+    if (held > hold_.bytes() + kHoldStep)
+        hold_ = XPCHold(held);
 }
 
 XPCWriteResult XPCFrameWriter::send(int socket, XPCDictionary& dictionary, XPCFrameKind kind,
@@ -138,7 +148,10 @@ XPCWriteResult XPCFrameWriter::send(int socket, XPCDictionary& dictionary, XPCFr
         if (taken == whole)
             return XPCWriteResult::Drained;
         if (written < 0 || static_cast<std::size_t>(written) != gathering.bytes) {
-            append({XPCRef<XPCDictionary>::retained(&dictionary), header, taken, {}});
+            Item rest{XPCRef<XPCDictionary>::retained(&dictionary), header, taken, {}};
+            if (!mayWait(rest))
+                return XPCWriteResult::Failed;
+            append(std::move(rest));
             return XPCWriteResult::Blocked;
         }
     }
@@ -215,6 +228,7 @@ void XPCFrameWriter::pop() {
     if (++first_ == queue_.size()) {
         queue_.clear();
         first_ = 0;
+        hold_ = {};
     }
 }
 

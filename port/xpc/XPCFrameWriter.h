@@ -24,9 +24,12 @@ class XPCFrameWriter {
 public:
     // True when no frame and no barrier waits.
     bool isEmpty() const { return first_ == queue_.size(); }
+    // Memory held by what waits.
+    std::size_t waitingBytes() const { return waitingBytes_; }
 
     // Queues a frame of the sealed dictionary, which is retained until it is written. False, with nothing
-    // queued, when more than kSendQueueBytes would wait; an empty queue takes any one message.
+    // queued, when more than kSendQueueBytes would wait, but an empty queue takes any one message; and when all
+    // messages hold too much (see XPCHold).
     bool enqueue(XPCDictionary& dictionary, XPCFrameKind kind, std::uint64_t replyId);
     // Queues a barrier; on an empty queue the caller runs it instead.
     void enqueueBarrier(dispatch_block_t barrier);
@@ -49,6 +52,7 @@ private:
         std::size_t frameBytes() const { return sizeof header + header.bodyBytes; }
         std::size_t cost() const;
     };
+    bool mayWait(const Item& item) const;
     void append(Item item);
     ssize_t writeFront(int socket, std::size_t& wanted) const;
     void popWritten(std::size_t bytes, std::vector<dispatch_block_t>& reached);
@@ -57,7 +61,8 @@ private:
 
     std::vector<Item> queue_; // items before first_ are spent
     std::size_t first_ = 0;
-    std::size_t waitingBytes_ = 0; // memory held by what waits
+    std::size_t waitingBytes_ = 0;
+    XPCHold hold_; // of many that wait; their bodies are held already
 };
 
 } // namespace port

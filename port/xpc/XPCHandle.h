@@ -25,6 +25,10 @@ public:
     // Puts an error event in line, as if the runtime had met it.
     void injectError(xpc_object_t error);
 
+    // From now on the peer's messages may bring none; one that does ends the connection. Before `resume`.
+    void refuseDescriptors() { refusesDescriptors_ = true; }
+    bool refusesDescriptors() const { return refusesDescriptors_; }
+
     virtual void resume() = 0;
     virtual void suspend();
     virtual void cancel() = 0;
@@ -73,6 +77,7 @@ private:
     Handler handler_;
     std::atomic<bool> dropped_{false};
     std::atomic<bool> finishing_{false};
+    bool refusesDescriptors_ = false;
     EventQueue queue_;
 };
 

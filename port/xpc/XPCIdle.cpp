@@ -5,7 +5,7 @@
 
 #include "dispatch/MainLoop.h"
 #include "host/SystemCalls.h"
-#include "xpc/XPCConnection.h"
+#include "xpc/XPCPeers.h"
 
 namespace {
 
@@ -13,9 +13,9 @@ namespace {
 // is not lost, its service manager starts the service again.
 bool nobodyCame() {
     static std::size_t before = 0;
-    const std::size_t ever = port::XPCConnection::peersEver();
+    const std::size_t ever = port::XPCPeers::shared().ever();
     const bool came = std::exchange(before, ever) != ever;
-    return !came && port::XPCConnection::peerCount() == 0;
+    return !came && port::XPCPeers::shared().count() == 0;
 }
 
 } // namespace

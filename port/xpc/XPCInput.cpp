@@ -14,8 +14,17 @@ bool XPCInput::begin(bool hungUp, bool mayRead) {
         again_ = true;
     if (isReading())
         return false;
-    phase_ = mayRead ? Phase::Reading : Phase::Held;
+    if (!mayRead)
+        hold();
+    else
+        phase_ = Phase::Reading;
     return mayRead;
+}
+
+// From here on it is not the peer who is slow.
+void XPCInput::hold() {
+    phase_ = Phase::Held;
+    clock_.stop();
 }
 
 bool XPCInput::takeUp(bool mayRead) {
@@ -38,7 +47,7 @@ XPCInput::Next XPCInput::end(XPCReadResult result, unsigned reads, bool mayRead,
         return reader_.isInStream() ? Next::DoneForNow : Next::Done;
     }
     if (!mayRead) {
-        phase_ = Phase::Held;
+        hold();
         again_ = true; // the event that said so is spent
         return Next::Done;
     }

@@ -5,7 +5,8 @@
 //        │                 │   ▲
 //        │ an event        │   │ the queue ran empty, or was resumed, or another event
 //        └──▶ Held ◀───────┘   │
-//              └───────────────┘      Held: the queue is suspended or full, the bytes stay in the socket.
+//              └───────────────┘      Held: the queue is suspended or full, or the peer does not read; the
+//                                             bytes stay in the socket.
 //
 // Reading belongs to one thread at a time, without a lock. It ends when `end` says so: then nobody reads, or the
 // next turn of reading is in line (still Reading), or reading is held.
@@ -48,6 +49,7 @@ public:
 
 private:
     enum class Phase { Idle, Reading, Held };
+    void hold();
 
     XPCFrameReader reader_;
     XPCFrameClock clock_;

@@ -1,12 +1,16 @@
 #include "xpc/XPCListener.h"
 
+#include "dispatch/Closer.h"
 #include "dispatch/MainLoop.h"
 #include "dispatch/WorkerPool.h"
+#include "host/Heap.h"
 #include "host/SystemCalls.h"
 #include "xpc/XPCConnection.h"
+#include "xpc/XPCPeers.h"
 #include "xpc/XPCReplyTable.h"
 
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <fcntl.h>
 #include <sys/epoll.h>
@@ -46,6 +50,8 @@ struct Listening {
     }
 };
 
+constexpr std::chrono::milliseconds kPause{100}; // of a listener that can accept nobody
+
 UniqueFd spareDescriptor() {
     return UniqueFd(sys::open("/dev/null", O_RDONLY));
 }
@@ -59,7 +65,14 @@ XPCRef<XPCListener> XPCListener::create(const char* name, dispatch_queue_t targe
 XPCRef<XPCListener> XPCListener::create(std::unique_ptr<XPCEndpoint> endpoint, dispatch_queue_t target) {
     if (endpoint == nullptr)
         return {};
-    return XPCRef<XPCListener>(new XPCListener(std::move(endpoint), target));
+    XPCRef<XPCListener> listener(new XPCListener(std::move(endpoint), target));
+    // Here, where it can be told that the kernel refuses: a service that is up must be heard.
+    if (listener->epoll_.add(listener->endpoint_->socket(), 0, listener->key_))
+        return listener;
+    const int error = errno;
+    listener = {};
+    errno = error;
+    return {};
 }
 
 XPCListener::XPCListener(std::unique_ptr<XPCEndpoint> endpoint, dispatch_queue_t target)
@@ -68,6 +81,8 @@ XPCListener::XPCListener(std::unique_ptr<XPCEndpoint> endpoint, dispatch_queue_t
       forMain_(target == dispatch_get_main_queue()), user_(::geteuid()), endpoint_(std::move(endpoint)),
       spare_(spareDescriptor()), key_(SourceTable::shared().add(*this)) {
     Listening::shared().add(endpoint_.get());
+    // What a crowd of peers has left behind would stay for as long as the service is quiet.
+    WorkerPool::whenLastLeaves(giveHeapBack);
 }
 
 XPCListener::~XPCListener() {
@@ -81,7 +96,7 @@ void XPCListener::resume() {
         if (suspensions_ != 0 && --suspensions_ == 0 && endpoint_ != nullptr) {
             if (!forMain_)
                 WorkerPool::shared().beginWatch(WorkerPool::Watcher::MainLoop);
-            epoll_.add(endpoint_->socket(), EPOLLIN, key_);
+            epoll_.modify(endpoint_->socket(), EPOLLIN, key_);
         }
     }
     queue().resume();
@@ -91,7 +106,7 @@ void XPCListener::suspend() {
     queue().suspend();
     const std::lock_guard lock(mutex_);
     if (suspensions_++ == 0 && endpoint_ != nullptr) {
-        epoll_.remove(endpoint_->socket());
+        epoll_.modify(endpoint_->socket(), 0, key_);
         if (!forMain_)
             WorkerPool::shared().endWatch(WorkerPool::Watcher::MainLoop);
     }
@@ -127,19 +142,39 @@ UniqueFd XPCListener::accept() {
     if (endpoint_ == nullptr)
         return {};
     UniqueFd socket(sys::accept4(endpoint_->socket(), nullptr, nullptr, SOCK_NONBLOCK));
-    if (!socket && (errno == EMFILE || errno == ENFILE)) {
-        // Left waiting, the peer would wake this loop for ever.
-        spare_.reset();
-        UniqueFd(sys::accept4(endpoint_->socket(), nullptr, nullptr, SOCK_NONBLOCK)).reset();
+    if (socket || errno == EAGAIN || errno == ECONNABORTED || turnAway())
+        return socket;
+    // Left waiting, the peer would wake this loop for ever.
+    epoll_.modify(endpoint_->socket(), 0, key_);
+    WorkerPool::shared().callAt(WorkerPool::Clock::now() + kPause, key_);
+    return {};
+}
+
+// Without descriptors a peer is closed at once, with the spare one. False when there is no help.
+bool XPCListener::turnAway() {
+    if ((errno != EMFILE && errno != ENFILE) || !spare_)
+        return false;
+    spare_.reset();
+    UniqueFd socket(sys::accept4(endpoint_->socket(), nullptr, nullptr, SOCK_NONBLOCK));
+    const bool accepted = bool(socket);
+    Closer::shared().end(std::move(socket));
+    spare_ = spareDescriptor();
+    return accepted;
+}
+
+// The pause is over.
+void XPCListener::expired() {
+    const std::lock_guard lock(mutex_);
+    if (!spare_)
         spare_ = spareDescriptor();
-    }
-    return socket;
+    if (endpoint_ != nullptr && suspensions_ == 0)
+        epoll_.modify(endpoint_->socket(), EPOLLIN, key_);
 }
 
 void XPCListener::offer(UniqueFd socket) {
     pid_t pid = 0;
-    if (XPCConnection::peerCount() >= kMaxConnections || !xpcPeerIsOurs(socket.get(), pid, user_))
-        return;
+    if (!xpcPeerIsOurs(socket.get(), pid, user_) || !XPCPeers::shared().enter(pid))
+        return Closer::shared().end(std::move(socket));
     queue().append(
         Task([this, peer = XPCConnection::ofPeer(std::move(socket), pid)] { deliver(peer.get()); }));
 }

@@ -38,8 +38,10 @@ private:
     bool pin() noexcept override { return retainUnlessGone(); }
     void unpin() noexcept override { release(); }
     SourceResult ready(std::uint32_t events) override;
+    void expired() override;
 
     UniqueFd accept();
+    bool turnAway();
     void offer(UniqueFd socket);
     void close();
 

@@ -1,5 +1,6 @@
 #include "xpc/XPCWatchedSocket.h"
 
+#include "dispatch/Closer.h"
 #include "dispatch/MainLoop.h"
 
 #include <sys/epoll.h>
@@ -67,7 +68,7 @@ void XPCWatchedSocket::shutDown() {
 void XPCWatchedSocket::close() {
     if (!isOpen())
         return;
-    socket_.reset();
+    Closer::shared().end(std::move(socket_));
     if (key_ != kNoSource)
         WorkerPool::shared().endWatch(watcher());
 }

@@ -1,5 +1,7 @@
 #include "xpc/internal/LXPCServerState.h"
 
+#include <port/xpc_descriptors.h>
+
 #include "xpc/internal/LXPCHandles.h"
 
 namespace {
@@ -17,6 +19,13 @@ bool HasPeerPid(xpc_connection_t pConnection) {
     return pid >= kFirstPeerPid && pid <= kLastPeerPid;
 }
 
+bool TakesDescriptors(const LList<LXPCDictionaryKeyListable>& loKeys) {
+    const LXPCDictionaryKeyListable* pKey = loKeys.GetFirst();
+    while (pKey != nullptr && pKey->eType != LXPCDataTypeFD)
+        pKey = pKey->pNext;
+    return pKey != nullptr;
+}
+
 } // namespace
 
 void LXPCServerState::Accept(const std::shared_ptr<LXPCServerState>& pState, _xpc_connection_s* pConnection) {
@@ -30,6 +39,8 @@ void LXPCServerState::Accept(const std::shared_ptr<LXPCServerState>& pState, _xp
     }
     auto pRecord = std::make_unique<LXPCConnection>(LXPCHandle(pConnection));
     pRecord->Retain();
+    if (!TakesDescriptors(pState->loKeys))
+        port_refuse_descriptors(pConnection);
     LXPCSetHandler(pState, *pRecord);
     pState->_Add(std::move(pRecord));
 }

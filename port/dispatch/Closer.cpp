@@ -1,0 +1,107 @@
+#include "dispatch/Closer.h"
+
+#include "host/DetachedThread.h"
+#include "host/SystemCalls.h"
+
+#include <cstring>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <utility>
+
+namespace port {
+namespace {
+
+void dropNow(int descriptor) {
+    constexpr linger kNone{};
+    ::setsockopt(descriptor, SOL_SOCKET, SO_LINGER, &kNone, sizeof kNone);
+    ::close(descriptor);
+}
+
+void dropAll(msghdr& message) {
+    for (cmsghdr* part = CMSG_FIRSTHDR(&message); part != nullptr; part = CMSG_NXTHDR(&message, part)) {
+        if (part->cmsg_level != SOL_SOCKET || part->cmsg_type != SCM_RIGHTS)
+            continue;
+        const std::size_t count = (part->cmsg_len - CMSG_LEN(0)) / sizeof(int);
+        for (std::size_t i = 0; i < count; ++i) {
+            int descriptor = -1;
+            std::memcpy(&descriptor, CMSG_DATA(part) + i * sizeof descriptor, sizeof descriptor);
+            dropNow(descriptor);
+        }
+    }
+}
+
+// What the kernel would close by itself it would wait for, one after another.
+void dropUnread(int socket) {
+    ssize_t got = 0;
+    do {
+        char bytes[4096];
+        alignas(cmsghdr) char control[CMSG_SPACE(Closer::kMostPassed * sizeof(int))];
+        iovec place{bytes, sizeof bytes};
+        msghdr message{};
+        message.msg_iov = &place;
+        message.msg_iovlen = 1;
+        message.msg_control = control;
+        message.msg_controllen = sizeof control;
+        got = sys::recvmsg(socket, &message, MSG_DONTWAIT);
+        if (got > 0)
+            dropAll(message);
+    } while (got > 0);
+}
+
+} // namespace
+
+Closer& Closer::shared() {
+    static Closer& closer = *new Closer;
+    return closer;
+}
+
+void Closer::close(UniqueFd descriptor) {
+    take(std::move(descriptor), Manner::Close);
+}
+
+void Closer::drop(UniqueFd descriptor) {
+    take(std::move(descriptor), Manner::Drop);
+}
+
+// Most connections have nothing unread: the caller closes those. The other side sees the end now, whoever closes.
+void Closer::end(UniqueFd socket) {
+    int unread = 0;
+    ::shutdown(socket.get(), SHUT_RDWR);
+    if (::ioctl(socket.get(), FIONREAD, &unread) != 0 || unread != 0)
+        take(std::move(socket), Manner::End);
+}
+
+void Closer::take(UniqueFd descriptor, Manner manner) {
+    const std::lock_guard lock(mutex_);
+    if (!descriptor || count_ == waiting_.size())
+        return;
+    waiting_[count_++] = {descriptor.get(), manner};
+    if (threads_ < kMostThreads && startDetachedThread(threadMain, this))
+        ++threads_;
+    if (threads_ != 0)
+        static_cast<void>(descriptor.release());
+    else
+        --count_;
+}
+
+void* Closer::threadMain(void* closer) {
+    static_cast<Closer*>(closer)->work();
+    return nullptr;
+}
+
+void Closer::work() {
+    std::unique_lock lock(mutex_);
+    for (; count_ != 0; lock.lock()) {
+        const Item item = waiting_[--count_];
+        lock.unlock();
+        if (item.manner == Manner::End)
+            dropUnread(item.descriptor);
+        if (item.manner == Manner::Close)
+            ::close(item.descriptor);
+        else
+            dropNow(item.descriptor);
+    }
+    --threads_;
+}
+
+} // namespace port

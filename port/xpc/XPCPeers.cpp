@@ -1,0 +1,60 @@
+#include "xpc/XPCPeers.h"
+
+#include <cstdio>
+#include <unistd.h>
+
+namespace port {
+
+XPCPeers& XPCPeers::shared() {
+    static XPCPeers& peers = *new XPCPeers;
+    return peers;
+}
+
+bool XPCPeers::enter(pid_t process) {
+    const std::lock_guard lock(mutex_);
+    if (count_ == kMaxConnections)
+        return false;
+    Process& own = find(process);
+    if (own.connections == kMaxProcessConnections) {
+        if (!told_)
+            ::dprintf(STDERR_FILENO, "xpc: process %d has %zu connections, further ones are closed\n",
+                      static_cast<int>(process), own.connections);
+        told_ = true;
+        return false;
+    }
+    own.id = process;
+    ++own.connections;
+    ++count_;
+    ++ever_;
+    return true;
+}
+
+void XPCPeers::leave(pid_t process) {
+    const std::lock_guard lock(mutex_);
+    --find(process).connections;
+    --count_;
+}
+
+std::size_t XPCPeers::count() const {
+    const std::lock_guard lock(mutex_);
+    return count_;
+}
+
+std::size_t XPCPeers::ever() const {
+    const std::lock_guard lock(mutex_);
+    return ever_;
+}
+
+// Its own place, else a free one: there is one while a connection more may come.
+XPCPeers::Process& XPCPeers::find(pid_t process) {
+    Process* place = nullptr;
+    for (Process& candidate : processes_) {
+        if (candidate.connections == 0)
+            place = &candidate;
+        else if (candidate.id == process)
+            return candidate;
+    }
+    return *place;
+}
+
+} // namespace port
