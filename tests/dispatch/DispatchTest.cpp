@@ -1,9 +1,11 @@
 #include "dispatch/MainLoop.h"
 #include "dispatch/Queue.h"
 #include "dispatch/WorkerPool.h"
+#include "host/SystemCalls.h"
 
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <dispatch/dispatch.h>
@@ -188,13 +190,25 @@ TEST(Workers, GoOnUpToTheirBoundWhileHandlersAreStuck) {
     }
 }
 
-TEST(Workers, LeaveWhenThereIsNoMoreWorkAndComeBackForInput) {
+TEST(Workers, LeaveWhenThereIsNoMoreWorkAndComeBackForInputOnceTheyCanBeMade) {
+    static std::atomic<int> lastCalls{0};
+    static std::atomic<int> attempts{0};
+    std::atomic<bool> ran{false};
     Input input;
+    WorkerPool::whenLastLeaves([] { ++lastCalls; });
     { const Stuck notForLong(3); }
     EXPECT_GT(WorkerPool::shared().workerCount(), 0U);
-    EXPECT_TRUE(reached([] { return WorkerPool::shared().workerCount() == 0; }, 30s));
+    EXPECT_TRUE(reached([] { return lastCalls == 1; }, 30s));
+    EXPECT_EQ(WorkerPool::shared().workerCount(), 0U);
+    port::sys::setHook([](auto call) {
+        return port::sys::Verdict{call == port::sys::Call::Thread && ++attempts != 0 ? EAGAIN : 0};
+    });
     input.tell();
-    EXPECT_TRUE(reached([&] { return MainLoop::shared().runOnce(1) || input.told != 0; }));
+    dispatch_async(dispatch_get_global_queue(0, 0), [&] { ran = true; });
+    EXPECT_FALSE(MainLoop::shared().runOnce(200));
+    EXPECT_TRUE(attempts > 2 && attempts < 20 && !ran) << attempts;
+    port::sys::setHook(nullptr);
+    EXPECT_TRUE(reached([&] { return MainLoop::shared().runOnce(1) || (ran && input.told != 0); }));
     EXPECT_GT(WorkerPool::shared().workerCount(), 0U);
 }
 

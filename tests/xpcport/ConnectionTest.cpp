@@ -325,6 +325,24 @@ TEST_F(ConnectionTest, AListenerWithoutDescriptorsTurnsPeersAwayAndRecovers) {
     EXPECT_EQ(client.replies.wait(2), (Lines{"interrupted", "again"}));
 }
 
+TEST_F(ConnectionTest, AListenerThatIsNeverToldFailsAndOneThatCannotAcceptPauses) {
+    using port::sys::Call;
+    static std::atomic<int> attempts{0};
+    port::sys::setHook([](auto call) { return port::sys::Verdict{call == Call::Watch ? ENOSPC : 0}; });
+    EXPECT_EQ(xpc_connection_create_mach_service(kService, nullptr, XPC_CONNECTION_MACH_SERVICE_LISTENER),
+              nullptr);
+    EXPECT_EQ(errno, ENOSPC);
+    port::sys::setHook(
+        [](auto call) { return port::sys::Verdict{call == Call::Accept && ++attempts != 0 ? ENFILE : 0}; });
+    Service service;
+    Peer client(kService);
+    client.ask("waits");
+    Serve(350);
+    EXPECT_LT(attempts, 30);
+    port::sys::setHook(nullptr);
+    EXPECT_EQ(client.replies.wait(1), Lines{"waits"});
+}
+
 TEST_F(ConnectionTest, RepliesReachAHandlerThatWaitsAndAConnectionThatIsLetGo) {
     Service service;
     Peer client(kService);

@@ -4,6 +4,8 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "xpc/XPCDictionary.h"
 
@@ -22,10 +24,19 @@ std::string Frame(const std::vector<LXPCData>& items, std::uint64_t replyId, boo
         .append(reinterpret_cast<const char*>(dictionary->body().data()), dictionary->body().size());
 }
 
-RawPeer::RawPeer(const std::string& path) : socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+RawPeer::RawPeer(const std::string& path, bool apart)
+    : socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     sockaddr_un address = {AF_UNIX, {}};
     path.copy(address.sun_path, sizeof address.sun_path - 1);
-    if (connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+    const pid_t child = apart ? fork() : 0;
+    int status = 0;
+    if (child == 0)
+        status = connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    if (child == 0 && apart)
+        _exit(status);
+    if (child != 0)
+        waitpid(child, &status, 0);
+    if (status != 0)
         socket.reset();
 }
 

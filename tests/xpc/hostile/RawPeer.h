@@ -16,8 +16,8 @@ std::string Frame(const std::vector<LXPCData>& items, std::uint64_t replyId = 0,
 class RawPeer {
 public:
     explicit RawPeer(port::UniqueFd connected) : socket(std::move(connected)) {}
-    // Connects to the socket at that path.
-    explicit RawPeer(const std::string& path);
+    // Connects to the socket at that path; `apart` as a process of its own, which then goes.
+    explicit RawPeer(const std::string& path, bool apart = false);
 
     // False when the other side has gone. Blocks while it does not read. Brings standard input along that
     // many times, with the first byte.
