@@ -251,7 +251,7 @@ Dictionary transport(const Dictionary& dictionary) {
 
 // Half of them travel through calls that take and give only pieces, of headers too.
 TEST(XPCDictionary, BehavesLikeAMapAndArrivesAsItWas) {
-    Serve(1); // the loop has descriptors too
+    Serve(20); // the loop has descriptors too, and others are being closed
     const int before = CountDescriptors(getpid());
     static std::mt19937 random(20140214);
     constexpr std::size_t kSizes[] = {
@@ -285,7 +285,7 @@ TEST(XPCDictionary, BehavesLikeAMapAndArrivesAsItWas) {
         port::sys::setHook(nullptr);
         ASSERT_NO_FATAL_FAILURE(expectHolds(arrived, model));
     }
-    EXPECT_TRUE(WaitFor([&] { return CountDescriptors(getpid()) == before; }));
+    EXPECT_TRUE(WaitFor([&] { return CountDescriptors(getpid()) <= before; }));
 }
 
 // Every limit: the last that is taken, and one more, which poisons and is never sent.
