@@ -16,6 +16,7 @@
 #include <functional>
 #include <memory>
 #include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -185,13 +186,15 @@ struct Peer final : LXPCEventNotify {
     void EvMessageSent(long) override {}
 };
 
-constexpr unsigned long kTogglers = 64;
+constexpr unsigned long kTogglers = 64 / 2; // connections of each of two processes: one may not have them all
 constexpr std::size_t kQuestions = 1000;
 constexpr auto kWarmUp = std::chrono::milliseconds(500);
 constexpr auto kPause = std::chrono::milliseconds(2); // between two questions
 
 // Each connection asks for the other setting as soon as one is saved.
 void toggle() {
+    if (fork() == 0)
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
     Peer peer(kTogglers);
     const LXPCData path = [] {
         LXPCData item = Peer::flag(LKeyMainAppBundlePath, false);
