@@ -1,5 +1,10 @@
 // A server of the library, in this process, and a peer that sends it the input over its real socket. The
-// first byte of the input chooses how many descriptors come with it, the second where it is cut in two.
+// first byte of the input chooses how many descriptors come with it, the second where it is cut in two. Behind
+// an input that ends with a frame comes a question of our own, so that all answers are there when its own is; what
+// the server says is read with the reader of a client.
+#include "xpc/LXPCServer.h"
+#include "xpc/XPCFrameReader.h"
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -8,15 +13,15 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <poll.h>
 #include <port/UniqueFd.h>
 #include <port/main_queue.h>
+#include <string>
 #include <string_view>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 #include <vector>
-
-#include "xpc/LXPCServer.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
@@ -25,6 +30,7 @@ namespace {
 constexpr const char* kService = "fuzzed";
 constexpr std::size_t kMostDescriptors = 20;
 constexpr std::chrono::seconds kHang{20};
+constexpr std::uint64_t kOwnQuestion = ~std::uint64_t{0};
 
 // Answers each message with what it was sent, and drops connections that have ended.
 class Echo final : public LXPCServerEventNotify {
@@ -98,6 +104,70 @@ void Send(int peer, std::string_view bytes, std::size_t descriptors) {
         sendmsg(peer, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
 }
 
+// Whether the server will read what comes behind the stream as a frame of its own, or refuse the stream.
+bool EndsWithFrame(std::string_view stream) {
+    while (stream.size() >= sizeof(port::XPCFrameHeader)) {
+        port::XPCFrameHeader header;
+        memcpy(&header, stream.data(), sizeof header);
+        if (!header.isValid())
+            return true;
+        const std::size_t whole = sizeof header + header.bodyBytes;
+        if (stream.size() < whole)
+            return false;
+        stream.remove_prefix(whole);
+    }
+    return stream.empty();
+}
+
+std::string OwnQuestion() {
+    const auto question = port::XPCDictionary::create();
+    const std::uint64_t yes = 1;
+    question->set("a", port::XPCTag::Bool, &yes, sizeof yes);
+    port::XPCFrameHeader header = question->header();
+    header.kind = port::XPCFrameKind::MessageWantsReply;
+    header.replyId = kOwnQuestion;
+    std::string frame(reinterpret_cast<const char*>(&header), sizeof header);
+    const auto body = question->body();
+    return frame.append(reinterpret_cast<const char*>(body.data()), body.size());
+}
+
+// What the server says to the peer.
+class Answers final : public port::XPCFrameSink {
+public:
+    explicit Answers(int peerSocket) : peer(peerSocket) {}
+
+    void frameReceived(port::XPCRef<port::XPCDictionary> frame) override {
+        if (frame->kind() != port::XPCFrameKind::Reply || !port::bodyIsValid(frame->header(), frame->body()))
+            abort();
+        ended |= frame->replyId() == kOwnQuestion;
+    }
+    // True once the own question was answered, or the server has closed the connection.
+    bool HaveEnded() {
+        pollfd readable = {peer, POLLIN, 0};
+        if (ended || poll(&readable, 1, 1) != 1)
+            return ended;
+        const auto result = reader.readFrom(peer, port::XPCScratch::ofThisThread(), *this);
+        if (result == port::XPCReadResult::Refused)
+            abort();
+        return ended |= result == port::XPCReadResult::Closed;
+    }
+
+private:
+    const int peer;
+    port::XPCFrameReader reader;
+    bool ended = false;
+};
+
+template <typename Done>
+void ServeUntil(Done done) {
+    const auto deadline = std::chrono::steady_clock::now() + kHang;
+    while (!done()) {
+        port_main_queue_drain(0);
+        if (std::chrono::steady_clock::now() > deadline)
+            abort();
+    }
+}
+
 } // namespace
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -110,12 +180,16 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const port::UniqueFd peer = Connect();
     Send(peer.get(), bytes.substr(0, cut), data[0] % (kMostDescriptors + 1));
     Send(peer.get(), bytes.substr(cut), 0);
-    shutdown(peer.get(), SHUT_WR);
-    const auto deadline = std::chrono::steady_clock::now() + kHang;
-    while (echo.ended == before) {
-        port_main_queue_drain(1);
-        if (std::chrono::steady_clock::now() > deadline)
-            abort();
+    if (EndsWithFrame(bytes)) {
+        Send(peer.get(), OwnQuestion(), 0);
+        Answers answers(peer.get());
+        ServeUntil([&] { return answers.HaveEnded(); });
     }
+    shutdown(peer.get(), SHUT_WR);
+    ServeUntil([&] {
+        if (echo.ended == before)
+            port_main_queue_drain(1);
+        return echo.ended != before;
+    });
     return 0;
 }
