@@ -22,28 +22,27 @@ constexpr mode_t kOwnerOnly = 0700;
 // Looks for links that lead to folders.
 class LinkSearch final : public LTreeVisitor {
 public:
-    // True also where nobody can tell.
+    // True also where nobody can tell. A folder that is missing has none.
     bool Find(const char* szFolder) {
-        LTreeWalk(*this).Walk(AT_FDCWD, szFolder, true);
-        return bFound;
+        const LTreeWalk::Result eResult = LTreeWalk(*this).Walk(AT_FDCWD, szFolder, true);
+        if (eResult == LTreeWalk::NotOpened)
+            return errno != ENOENT;
+        return bFound || eResult != LTreeWalk::Done;
     }
 
     void VisitFile(int nFolder, const char* szName, unsigned char cType) override {
         struct stat status;
-        _Count();
-        if (!bFound && cType == DT_LNK)
-            bFound = fstatat(nFolder, szName, &status, 0) == 0 && S_ISDIR(status.st_mode);
+        bFound = cType == DT_LNK && fstatat(nFolder, szName, &status, 0) == 0 && S_ISDIR(status.st_mode);
     }
-    bool EnterFolder(int nFolder, const char* szName) override {
-        _Count();
-        bFound = bFound || faccessat(nFolder, szName, R_OK | X_OK, AT_EACCESS) != 0;
-        return !bFound;
+    bool EnterFolder(int, const char*) override { return true; }
+    void BeginFolder(std::size_t nEntries, int nError) override {
+        nNames += nEntries;
+        bFound = nError != 0 || nNames > kMostNames;
     }
     void LeaveFolder(int, const char*) override {}
+    bool IsDone() const override { return bFound; }
 
 private:
-    void _Count() { bFound = bFound || ++nNames > kMostNames; }
-
     std::size_t nNames = 0;
     bool bFound = false;
 };
@@ -53,18 +52,14 @@ class SideBySide : public LTreeVisitor {
 public:
     // False when something is in the way.
     bool Walk(const std::string& sPrivate, const std::string& sFolder) {
-        if (!there.Push(AT_FDCWD, sFolder.c_str(), true))
-            return false;
-        LTreeWalk(*this).Walk(AT_FDCWD, sPrivate.c_str());
-        return bFree;
+        return there.Push(AT_FDCWD, sFolder.c_str(), true) &&
+               LTreeWalk(*this).Walk(AT_FDCWD, sPrivate.c_str()) == LTreeWalk::Done && bFree;
     }
 
     bool EnterFolder(int nFolder, const char* szName) override {
         struct stat status;
-        if (there.IsEmpty())
-            return false;
         if (fstatat(there.GetTop(), szName, &status, AT_SYMLINK_NOFOLLOW) != 0) {
-            bFree = errno == ENOENT && TakeFolder(nFolder, szName) && bFree;
+            bFree = errno == ENOENT && Take(nFolder, szName) && bFree;
             return false;
         }
         // The archive may have closed its folder, whose own entries are still to be reached.
@@ -74,12 +69,14 @@ public:
         bFree = false;
         return false;
     }
-    void LeaveFolder(int, const char*) override { bFree = !there.IsEmpty() && there.Pop() && bFree; }
+    void BeginFolder(std::size_t, int nError) override { bFree = nError == 0 && bFree; }
+    void LeaveFolder(int, const char*) override { bFree = there.Pop() && bFree; }
+    bool IsDone() const override { return there.IsEmpty(); }
 
 protected:
     ~SideBySide() = default;
-    // A folder that the destination does not have.
-    virtual bool TakeFolder(int nFolder, const char* szName) = 0;
+    // A file, or a folder that the destination does not have.
+    virtual bool Take(int nFolder, const char* szName) = 0;
 
     LFolderStack there;
     bool bFree = true;
@@ -90,23 +87,18 @@ public:
     void VisitFile(int, const char*, unsigned char) override {}
 
 private:
-    bool TakeFolder(int, const char*) override { return true; }
+    bool Take(int, const char*) override { return true; }
 };
 
 class Move final : public SideBySide {
 public:
     void VisitFile(int nFolder, const char* szName, unsigned char) override {
-        bFree = TakeFolder(nFolder, szName) && bFree;
-    }
-    // A folder that could not be read, or not to its end, is not empty.
-    void LeaveFolder(int nFolder, const char* szName) override {
-        SideBySide::LeaveFolder(nFolder, szName);
-        bFree = unlinkat(nFolder, szName, AT_REMOVEDIR) == 0 && bFree;
+        bFree = Take(nFolder, szName) && bFree;
     }
 
 private:
-    bool TakeFolder(int nFolder, const char* szName) override {
-        return !there.IsEmpty() && renameat(nFolder, szName, there.GetTop(), szName) == 0;
+    bool Take(int nFolder, const char* szName) override {
+        return renameat(nFolder, szName, there.GetTop(), szName) == 0;
     }
 };
 
@@ -125,9 +117,6 @@ LZipDestination::~LZipDestination() {
         LFile::DeleteFolderTreeAlways(sPath.c_str());
 }
 
-// What was not walked through is still there.
 bool LZipDestination::MoveIn() const {
-    if (sPath == sFolder)
-        return true;
-    return Check().Walk(sPath, sFolder) && Move().Walk(sPath, sFolder) && rmdir(sPath.c_str()) == 0;
+    return sPath == sFolder || (Check().Walk(sPath, sFolder) && Move().Walk(sPath, sFolder));
 }
