@@ -18,8 +18,9 @@ constexpr std::string_view kHelp =
     "  -h, --help     display this help and exit\n"
     "  -V, --version  output version information and exit\n"
     "\n"
-    "Exit status is 0, or 64 for a wrong command line, 69 when --serve cannot serve, 74 when the output\n"
-    "cannot be written, 77 for root with a user's folders. See loginhelperctl for the setting.\n";
+    "Exit status is 0, or 64 for a wrong command line, 69 when --serve cannot serve, 71 without memory, 74\n"
+    "when the output cannot be written, 77 for root with a user's folders. See loginhelperctl for the\n"
+    "setting.\n";
 constexpr std::string_view kVersion = "loginhelper (LFoundation) " LFOUNDATION_VERSION "\n";
 
 [[noreturn]] void EndWithText(std::string_view text) {

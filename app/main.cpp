@@ -1,7 +1,7 @@
 #include <AppKit/AppKit.h>
 
-#include <cstdlib>
 #include <exception>
+#include <port/no_memory.h>
 #include <string>
 #include <sysexits.h>
 
@@ -13,8 +13,7 @@
 
 // The runtime's own would print the exception's type, and brings a demangler for that.
 void __gnu_cxx::__verbose_terminate_handler() {
-    HelperReport("ended by an exception");
-    std::abort();
+    port_end_by_exception();
 }
 
 namespace {

@@ -37,8 +37,9 @@ constexpr char kHelp[] =
     "  -V, --version       output version information and exit\n"
     "\n"
     "Exit status is 0, or 64 for a wrong command line, 66 for a path that does not exist, 69 when the\n"
-    "helper cannot be reached, 73 when the settings cannot be written, 74 when the output cannot be\n"
-    "written, 75 when no reply came in time, 77 for root in a user's environment.\n";
+    "helper cannot be reached, 71 without descriptors or memory, 73 when the settings cannot be written,\n"
+    "74 when the output cannot be written, 75 when no reply came in time, 77 for root in a user's\n"
+    "environment.\n";
 
 [[noreturn]] void EndWithText(const char* szText) {
     fputs(szText, stdout);

@@ -75,10 +75,10 @@ __CFBundle::__CFBundle(std::string path, std::string executable, bool isBundled)
       executable_(std::move(executable)) {}
 
 CFDictionaryRef __CFBundle::info() {
-    std::call_once(infoRead_, [this] {
+    const std::lock_guard lock(reading_);
+    if (!info_)
         info_ = bundled ? readInfo(folder + std::string(kInfoPath))
                         : port::CFRef<CFDictionaryRef>(new __CFDictionary({}));
-    });
     return info_.get();
 }
 

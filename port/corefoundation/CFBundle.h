@@ -21,7 +21,7 @@ struct __CFBundle final : port::CFObject {
 
 private:
     std::string executable_;
-    std::once_flag infoRead_;
+    std::mutex reading_; // no once_flag: the C library takes memory to let an exception through
     port::CFRef<CFDictionaryRef> info_;
 };
 

@@ -4,6 +4,7 @@
 #include "host/Deadline.h"
 
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <span>
 #include <utility>
@@ -187,7 +188,7 @@ bool MainLoop::addSource(int fd, std::function<void()> callback) {
 
 // The watch ends where the first worker begins, so that input for the workers costs the main thread nothing.
 bool MainLoop::watchPool(int fd) {
-    return epoll_.add(fd, EPOLLIN | EPOLLONESHOT, kPoolKey);
+    return epoll_.add(fd, EPOLLIN | EPOLLONESHOT, kPoolKey) || errno == EEXIST;
 }
 
 void MainLoop::unwatchPool(int fd) {

@@ -68,8 +68,8 @@ public:
 
     // For sources that read and deliver by themselves.
     Epoll& epoll() { return epoll_; }
-    // The workers' set, while there is no worker.
-    bool watchPool(int fd); // false with errno when the kernel refuses
+    // The workers' set, while there is no worker. False with errno when the kernel refuses.
+    bool watchPool(int fd);
     void unwatchPool(int fd);
     // No worker could be made: the pool is asked again in a moment, by the thread that serves.
     void callPoolAgain();

@@ -21,7 +21,7 @@ std::int64_t coarseMilliseconds() {
 
 struct SingleTask final : Runnable {
     explicit SingleTask(Task task) : work(std::move(task)) {}
-    void run() noexcept override {
+    void run() override {
         work();
         delete this;
     }
@@ -44,6 +44,12 @@ SerialQueue::~SerialQueue() {
 bool SerialQueue::add(Task task) {
     const std::lock_guard lock(mutex_);
     tasks_.push(std::move(task));
+    return mustSchedule();
+}
+
+bool SerialQueue::addLast(Task task) {
+    const std::lock_guard lock(mutex_);
+    last_ = std::move(task);
     return mustSchedule();
 }
 
@@ -71,7 +77,7 @@ bool SerialQueue::isHeldBack(std::size_t tasks) const {
 
 // Under the lock. True when the queue has to be put in line; it holds its own reference from here on.
 bool SerialQueue::mustSchedule() {
-    if (active_ || suspensions_ != 0 || tasks_.isEmpty())
+    if (active_ || suspensions_ != 0 || !hasTask())
         return false;
     active_ = true;
     retain();
@@ -88,15 +94,15 @@ void SerialQueue::schedule(Urgency urgency) {
 // The next task, or the end of the turn.
 bool SerialQueue::next(Task& task) {
     const std::lock_guard lock(mutex_);
-    if (suspensions_ != 0 || tasks_.isEmpty()) {
+    if (suspensions_ != 0 || !hasTask()) {
         active_ = false;
         return false;
     }
-    task = tasks_.pop();
+    task = tasks_.isEmpty() ? std::move(last_) : tasks_.pop();
     return true;
 }
 
-void SerialQueue::run() noexcept {
+void SerialQueue::run() {
     turnBegins();
     const bool ended = runTasks();
     // On a target queue other tasks follow.

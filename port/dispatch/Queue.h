@@ -38,6 +38,8 @@ public:
     // The first half of `append`, which calls nobody. True when the queue was at rest: the caller puts a turn
     // of it in line with `schedule`.
     bool add(Task task);
+    // The same for the one task that ends what the queue is for: it comes behind all others and takes no memory.
+    bool addLast(Task task);
     void schedule(Urgency urgency = Urgency::Now);
     void suspend() final;
     void resume() final;
@@ -56,13 +58,15 @@ protected:
     virtual void turnEnds() {}
 
 private:
-    void run() noexcept final;
+    void run() final;
     bool runTasks();
     bool next(Task& task);
+    bool hasTask() const { return !tasks_.isEmpty() || last_; }
     bool mustSchedule();
 
     mutable std::mutex mutex_;
     TaskList tasks_;
+    Task last_;
     unsigned suspensions_;
     bool active_ = false; // in line, or running
     dispatch_queue_t target_;

@@ -13,7 +13,7 @@ enum class Urgency { Now, Soon };
 class Runnable {
 public:
     // One bounded turn, on a worker. Whoever puts an object in line keeps it alive until its turn has begun.
-    virtual void run() noexcept = 0;
+    virtual void run() = 0;
 
 protected:
     virtual ~Runnable() = default;

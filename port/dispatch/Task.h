@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <memory>
 #include <new>
+#include <port/no_memory.h>
 #include <type_traits>
 #include <utility>
 
@@ -36,7 +37,13 @@ public:
 
     explicit operator bool() const { return actions_ != nullptr; }
     // An exception that leaves the work ends the process.
-    void operator()() noexcept { actions_->call(bytes_); }
+    void operator()() noexcept {
+        try {
+            actions_->call(bytes_);
+        } catch (const std::bad_alloc&) {
+            port_end_without_memory();
+        }
+    }
     void reset() {
         if (actions_ != nullptr)
             std::exchange(actions_, nullptr)->destroy(bytes_);

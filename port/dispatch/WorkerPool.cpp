@@ -8,6 +8,8 @@
 #include <atomic>
 #include <chrono>
 #include <cstddef>
+#include <new>
+#include <port/no_memory.h>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -115,12 +117,16 @@ bool WorkerPool::spawn() {
 
 void* WorkerPool::threadMain(void* pool) {
     auto& self = *static_cast<WorkerPool*>(pool);
-    Lock lock(self.mutex_);
-    self.work(lock);
-    const bool isLast = self.workers_ == 0;
-    lock.unlock();
-    if (const auto call = lastCall.load(); isLast && call != nullptr)
-        call();
+    try {
+        Lock lock(self.mutex_);
+        self.work(lock);
+        const bool isLast = self.workers_ == 0;
+        lock.unlock();
+        if (const auto call = lastCall.load(); isLast && call != nullptr)
+            call();
+    } catch (const std::bad_alloc&) {
+        port_end_without_memory();
+    }
     return nullptr;
 }
 
@@ -293,8 +299,10 @@ void WorkerPool::monitor(const Worker& self, Lock& lock) {
 
 void WorkerPool::beginWatch(Watcher watcher) {
     ++watchedBy(watcher);
-    if (isWorkerNeeded())
-        inputWaits();
+    const bool isNeeded = isWorkerNeeded();
+    const Lock lock(mutex_);
+    if (workers_ == 0 && (isNeeded || !MainLoop::shared().watchPool(epoll().fd())))
+        spawn();
 }
 
 void WorkerPool::endWatch(Watcher watcher) {

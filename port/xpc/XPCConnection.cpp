@@ -4,6 +4,7 @@
 #include "xpc/XPCPeers.h"
 
 #include <atomic>
+#include <new>
 #include <sys/epoll.h>
 #include <utility>
 
@@ -101,13 +102,17 @@ void XPCConnection::cancel() {
     finish();
 }
 
+// A reply that could not be built ends the connection: the peer would wait for it for ever.
 void XPCConnection::send(XPCDictionary& message) {
-    if (!message.seal())
-        return;
     const bool isReply = message.kind() == XPCFrameKind::Reply;
+    const bool isWhole = message.seal();
+    if (!isWhole && !isReply)
+        return;
     Leftovers left;
     {
         const std::lock_guard lock(mutex_);
+        if (!isWhole)
+            return giveUp();
         write(message, isReply ? XPCFrameKind::Reply : XPCFrameKind::Message, isReply ? message.replyId() : 0,
               left);
     }
@@ -166,7 +171,7 @@ SourceResult XPCConnection::ready(std::uint32_t events) {
 }
 
 // On a worker: the next turn of reading a socket that has more than one turn's worth.
-void XPCConnection::run() noexcept {
+void XPCConnection::run() {
     const WorkerPool::Returning scope;
     readOn();
     release();
@@ -218,9 +223,15 @@ bool XPCConnection::frameReceived(XPCRef<XPCDictionary> frame) {
     return true;
 }
 
+// The memory that a peer's message costs is missing to that peer alone.
 void XPCConnection::deliverMessage(XPCDictionary& message) {
     message.setRemoteConnection(this);
-    deliver(&message);
+    try {
+        deliver(&message);
+    } catch (const std::bad_alloc&) {
+        const std::lock_guard lock(mutex_);
+        giveUp();
+    }
 }
 
 // The link is gone, found by the thread that reads.
@@ -282,8 +293,18 @@ void XPCConnection::expired() {
 }
 
 void XPCConnection::callAt(XPCFrameClock::Call call) {
-    if (call)
-        socket_.callAt(*call);
+    try {
+        if (call)
+            socket_.callAt(*call);
+    } catch (const std::bad_alloc&) {
+        giveUp();
+    }
+}
+
+// Whoever reads the socket finds the end.
+void XPCConnection::giveUp() {
+    if (state_ == State::Open)
+        socket_.shutDown();
 }
 
 // With the queue suspended, or full of what was read before, the peer's data stays in the socket. So does that of a
@@ -339,9 +360,13 @@ void XPCConnection::write(XPCDictionary& message, XPCFrameKind kind, std::uint64
 void XPCConnection::flush() {
     gathering_.written();
     std::vector<dispatch_block_t> reached;
-    written(writer_.flush(socket_.fd(), reached));
-    for (dispatch_block_t& barrier : reached)
-        queue().append(Task(std::move(barrier)));
+    try {
+        written(writer_.flush(socket_.fd(), reached));
+        for (dispatch_block_t& barrier : reached)
+            queue().append(Task(std::move(barrier)));
+    } catch (const std::bad_alloc&) {
+        giveUp();
+    }
     keepWhileBusy();
     takeUpInput();
 }

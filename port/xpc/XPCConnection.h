@@ -63,7 +63,7 @@ private:
     void unpin() noexcept override { release(); }
     SourceResult ready(std::uint32_t events) override;
     void expired() override;
-    void run() noexcept override;
+    void run() override;
 
     // Reading, without the lock.
     SourceResult readOn();
@@ -91,6 +91,7 @@ private:
     void dropWaiting(Leftovers& left, xpc_object_t error);
     void endForGood(Leftovers& left);
     void callAt(XPCFrameClock::Call call);
+    void giveUp();
 
     const pid_t process_ = 0; // an accepted peer's
     const pid_t peerPid_ = 0; // the same, as the platform tells it

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <new>
 #include <utility>
 
 namespace port {
@@ -36,7 +35,7 @@ XPCDictionary::XPCDictionary() : XPCObject(XPC_TYPE_DICTIONARY) {
 }
 
 XPCRef<XPCDictionary> XPCDictionary::create() {
-    return XPCRef<XPCDictionary>(new (std::nothrow) XPCDictionary);
+    return XPCRef<XPCDictionary>(new XPCDictionary);
 }
 
 XPCDictionary* XPCDictionary::from(xpc_object_t object) {
@@ -207,11 +206,9 @@ XPCRef<XPCDictionary> XPCDictionary::createReply() {
     if (kind_ != XPCFrameKind::MessageWantsReply || replyTaken_.exchange(true, std::memory_order_relaxed))
         return {};
     auto reply = create();
-    if (reply) {
-        reply->kind_ = XPCFrameKind::Reply;
-        reply->replyId_ = replyId_;
-        reply->remoteConnection_ = remoteConnection_;
-    }
+    reply->kind_ = XPCFrameKind::Reply;
+    reply->replyId_ = replyId_;
+    reply->remoteConnection_ = remoteConnection_;
     return reply;
 }
 
@@ -227,9 +224,9 @@ XPCRef<XPCDictionary> XPCDictionary::receive(const XPCFrameHeader& header, std::
         std::memcpy(copy.get(), body.data(), body.size());
     }
     auto frame = received(header, std::move(copy), std::move(attachments));
-    if (frame && frame->heap_ == nullptr && !body.empty())
+    if (frame->heap_ == nullptr && !body.empty())
         std::memcpy(frame->body_, body.data(), body.size());
-    return frame && frame->acceptAttachedValues() ? std::move(frame) : XPCRef<XPCDictionary>();
+    return frame->acceptAttachedValues() ? std::move(frame) : XPCRef<XPCDictionary>();
 }
 
 XPCRef<XPCDictionary> XPCDictionary::receive(const XPCFrameHeader& header, XPCBody body,
@@ -237,15 +234,13 @@ XPCRef<XPCDictionary> XPCDictionary::receive(const XPCFrameHeader& header, XPCBo
     if (!bodyIsValid(header, {body.get(), header.bodyBytes}))
         return {};
     auto frame = received(header, std::move(body), std::move(attachments));
-    return frame && frame->acceptAttachedValues() ? std::move(frame) : XPCRef<XPCDictionary>();
+    return frame->acceptAttachedValues() ? std::move(frame) : XPCRef<XPCDictionary>();
 }
 
 // A sealed dictionary with everything but the bytes of an inline body.
 XPCRef<XPCDictionary> XPCDictionary::received(const XPCFrameHeader& header, XPCBody heap,
                                               XPCAttachments attachments) {
     auto frame = create();
-    if (!frame)
-        return frame;
     frame->heap_ = std::move(heap);
     if (frame->heap_ != nullptr)
         frame->body_ = frame->heap_.get();

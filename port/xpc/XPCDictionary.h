@@ -36,10 +36,10 @@ struct XPCEntry {
 
 class XPCDictionary final : public XPCObject {
 public:
-    // An empty dictionary with one reference; null without memory.
+    // An empty dictionary with one reference.
     static XPCRef<XPCDictionary> create();
     // The dictionary of a received frame, sealed, its body copied. Null when the frame is malformed (or
-    // memory is short); the descriptors are closed then. `header` is valid.
+    // memory is short for its body); the descriptors are closed then. `header` is valid.
     static XPCRef<XPCDictionary> receive(const XPCFrameHeader& header, std::span<const std::byte> body,
                                          XPCAttachments attachments);
     // The same, for a body that was read into memory of its own (header.bodyBytes long), which is taken over.

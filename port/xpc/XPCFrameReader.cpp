@@ -7,18 +7,31 @@
 #include <cerrno>
 #include <cstring>
 #include <new>
+#include <pthread.h>
 #include <utility>
 
 namespace port {
 namespace {
 
-thread_local std::unique_ptr<XPCScratch> scratchOfThread;
+thread_local XPCScratch* scratchOfThread = nullptr;
+
+// Ends with the thread. A destructor of the language would be registered with memory, and abort without.
+void freeWithThread(XPCScratch* scratch) {
+    static pthread_key_t key;
+    static const bool isMade =
+        ::pthread_key_create(&key, [](void* held) { delete static_cast<XPCScratch*>(held); }) == 0;
+    if (!isMade || ::pthread_setspecific(key, scratch) != 0)
+        throw std::bad_alloc();
+}
 
 } // namespace
 
 XPCScratch& XPCScratch::ofThisThread() {
-    if (scratchOfThread == nullptr)
-        scratchOfThread = std::make_unique_for_overwrite<XPCScratch>();
+    if (scratchOfThread == nullptr) {
+        auto fresh = std::make_unique_for_overwrite<XPCScratch>();
+        freeWithThread(fresh.get());
+        scratchOfThread = fresh.release();
+    }
     return *scratchOfThread;
 }
 

@@ -57,6 +57,8 @@ public:
     XPCReadResult readFrom(int socket, XPCScratch& scratch, XPCFrameSink& sink);
     // The frame on its way, or the last one, is large: the next bytes may come soon.
     bool isInStream() const { return body_ != nullptr || guess_ != 0; }
+    // What is held of an unfinished frame goes; the result comes back.
+    XPCReadResult abandon(XPCReadResult result);
     // The number of the frame that has begun and is not complete, if there is one.
     std::optional<std::uint64_t> unfinished() const {
         return headerFill_ != 0 || body_ != nullptr ? std::optional(complete_) : std::nullopt;
@@ -90,7 +92,6 @@ private:
     bool advanceBody(std::size_t bytes, XPCFrameSink& sink);
     bool claim(std::size_t count);
     bool finish(XPCRef<XPCDictionary> frame, XPCFrameSink& sink);
-    XPCReadResult abandon(XPCReadResult result);
 
     std::uint64_t complete_ = 0; // frames
     // The size that the next body is guessed to have; 0: not a large one.

@@ -6,6 +6,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <new>
 #include <sys/socket.h>
 #include <sys/uio.h>
 #include <utility>
@@ -104,8 +105,7 @@ bool XPCFrameWriter::enqueue(XPCDictionary& dictionary, XPCFrameKind kind, std::
     Item item{XPCRef<XPCDictionary>::retained(&dictionary), headerFor(dictionary, kind, replyId), 0, {}};
     if (!mayWait(item))
         return false;
-    append(std::move(item));
-    return true;
+    return append(std::move(item));
 }
 
 bool XPCFrameWriter::mayWait(const Item& item) const {
@@ -114,19 +114,27 @@ bool XPCFrameWriter::mayWait(const Item& item) const {
 }
 
 void XPCFrameWriter::enqueueBarrier(dispatch_block_t barrier) {
-    append({{}, {}, 0, std::move(barrier)});
+    if (!append({{}, {}, 0, std::move(barrier)}))
+        throw std::bad_alloc();
 }
 
-void XPCFrameWriter::append(Item item) {
+// False, with nothing changed, when memory is short.
+bool XPCFrameWriter::append(Item item) {
     if (first_ >= kSpentItems && first_ * 2 >= queue_.size()) {
         queue_.erase(queue_.begin(), queue_.begin() + static_cast<std::ptrdiff_t>(first_));
         first_ = 0;
     }
-    waitingBytes_ += item.cost();
-    queue_.push_back(std::move(item));
+    const std::size_t cost = item.cost();
+    try {
+        queue_.push_back(std::move(item));
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    waitingBytes_ += cost;
     const std::size_t held = (queue_.size() - first_) * (sizeof item + sizeof *item.dictionary);
     if (held > hold_.bytes() + kHoldStep)
         hold_ = XPCHold(held);
+    return true;
 }
 
 XPCWriteResult XPCFrameWriter::send(int socket, XPCDictionary& dictionary, XPCFrameKind kind,
@@ -149,10 +157,7 @@ XPCWriteResult XPCFrameWriter::send(int socket, XPCDictionary& dictionary, XPCFr
             return XPCWriteResult::Drained;
         if (written < 0 || static_cast<std::size_t>(written) != gathering.bytes) {
             Item rest{XPCRef<XPCDictionary>::retained(&dictionary), header, taken, {}};
-            if (!mayWait(rest))
-                return XPCWriteResult::Failed;
-            append(std::move(rest));
-            return XPCWriteResult::Blocked;
+            return mayWait(rest) && append(std::move(rest)) ? XPCWriteResult::Blocked : XPCWriteResult::Failed;
         }
     }
 }

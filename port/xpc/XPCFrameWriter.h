@@ -17,7 +17,9 @@ namespace port {
 enum class XPCWriteResult {
     Drained, // nothing waits
     Blocked, // the socket takes no more now: call `flush` when it is writable
-    Failed,  // the peer is gone, or the send queue is full because it does not read: close the connection
+    // The peer is gone, the send queue is full because it does not read, or there is no memory for what it has not
+    // read yet: close the connection.
+    Failed,
 };
 
 class XPCFrameWriter {
@@ -28,8 +30,8 @@ public:
     std::size_t waitingBytes() const { return waitingBytes_; }
 
     // Queues a frame of the sealed dictionary, which is retained until it is written. False, with nothing
-    // queued, when more than kSendQueueBytes would wait, but an empty queue takes any one message; and when all
-    // messages hold too much (see XPCHold).
+    // queued, when more than kSendQueueBytes would wait, but an empty queue takes any one message; when all
+    // messages hold too much (see XPCHold); and when memory is short.
     bool enqueue(XPCDictionary& dictionary, XPCFrameKind kind, std::uint64_t replyId);
     // Queues a barrier; on an empty queue the caller runs it instead.
     void enqueueBarrier(dispatch_block_t barrier);
@@ -53,7 +55,7 @@ private:
         std::size_t cost() const;
     };
     bool mayWait(const Item& item) const;
-    void append(Item item);
+    bool append(Item item);
     ssize_t writeFront(int socket, std::size_t& wanted) const;
     void popWritten(std::size_t bytes, std::vector<dispatch_block_t>& reached);
     void popBarriers(std::vector<dispatch_block_t>& reached);

@@ -63,7 +63,7 @@ void _xpc_connection_s::injectError(xpc_object_t error) {
 void _xpc_connection_s::finish() {
     if (finishing_.exchange(true))
         return;
-    const bool mustSchedule = queue_.add(port::Task([this] {
+    const bool mustSchedule = queue_.addLast(port::Task([this] {
         dropped_ = false;
         deliver(XPC_ERROR_CONNECTION_INVALID);
         dropped_ = true;

@@ -1,5 +1,6 @@
 #include "xpc/XPCInput.h"
 
+#include <new>
 #include <utility>
 
 namespace port {
@@ -35,7 +36,11 @@ bool XPCInput::takeUp(bool mayRead) {
 }
 
 XPCReadResult XPCInput::read(int socket, XPCFrameSink& sink) {
-    return reader_.readFrom(socket, XPCScratch::ofThisThread(), sink);
+    try {
+        return reader_.readFrom(socket, XPCScratch::ofThisThread(), sink);
+    } catch (const std::bad_alloc&) {
+        return reader_.abandon(XPCReadResult::Refused);
+    }
 }
 
 XPCInput::Next XPCInput::end(XPCReadResult result, unsigned reads, bool mayRead, XPCFrameClock::Time now,

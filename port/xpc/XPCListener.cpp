@@ -13,6 +13,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <fcntl.h>
+#include <new>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <utility>
@@ -66,6 +67,7 @@ XPCRef<XPCListener> XPCListener::create(std::unique_ptr<XPCEndpoint> endpoint, d
     if (endpoint == nullptr)
         return {};
     XPCRef<XPCListener> listener(new XPCListener(std::move(endpoint), target));
+    listener->enter();
     // Here, where it can be told that the kernel refuses: a service that is up must be heard.
     if (listener->epoll_.add(listener->endpoint_->socket(), 0, listener->key_))
         return listener;
@@ -79,7 +81,11 @@ XPCListener::XPCListener(std::unique_ptr<XPCEndpoint> endpoint, dispatch_queue_t
     : _xpc_connection_s(target),
       epoll_(target == dispatch_get_main_queue() ? MainLoop::shared().epoll() : WorkerPool::shared().epoll()),
       forMain_(target == dispatch_get_main_queue()), user_(::geteuid()), endpoint_(std::move(endpoint)),
-      spare_(spareDescriptor()), key_(SourceTable::shared().add(*this)) {
+      spare_(spareDescriptor()) {}
+
+// Behind the constructor, so that one who finds no memory half-way is taken out again by the destructor.
+void XPCListener::enter() {
+    key_ = SourceTable::shared().add(*this);
     Listening::shared().add(endpoint_.get());
     // What a crowd of peers has left behind would stay for as long as the service is quiet.
     WorkerPool::whenLastLeaves(giveHeapBack);
@@ -129,11 +135,14 @@ void XPCListener::close() {
         WorkerPool::shared().endWatch(WorkerPool::Watcher::MainLoop);
 }
 
-// One connection an event, so that no flood of connections holds the thread.
+// One connection an event, so that no flood of connections holds the thread. A peer for which there is no memory
+// is turned away.
 SourceResult XPCListener::ready(std::uint32_t /*events*/) {
-    UniqueFd socket = accept();
-    if (socket)
-        offer(std::move(socket));
+    try {
+        if (UniqueFd socket = accept())
+            offer(std::move(socket));
+    } catch (const std::bad_alloc&) {
+    }
     return SourceResult::Done;
 }
 
@@ -175,8 +184,21 @@ void XPCListener::offer(UniqueFd socket) {
     pid_t pid = 0;
     if (!xpcPeerIsOurs(socket.get(), pid, user_) || !XPCPeers::shared().enter(pid))
         return Closer::shared().end(std::move(socket));
-    queue().append(
-        Task([this, peer = XPCConnection::ofPeer(std::move(socket), pid)] { deliver(peer.get()); }));
+    XPCRef<XPCConnection> peer;
+    try {
+        peer = XPCConnection::ofPeer(std::move(socket), pid);
+    } catch (const std::bad_alloc&) {
+        return XPCPeers::shared().leave(pid);
+    }
+    queue().append(Task([this, peer = std::move(peer)] { introduce(*peer); }));
+}
+
+void XPCListener::introduce(XPCConnection& peer) {
+    try {
+        deliver(&peer);
+    } catch (const std::bad_alloc&) {
+        peer.cancel();
+    }
 }
 
 void XPCListener::send(XPCDictionary& /*message*/) {}

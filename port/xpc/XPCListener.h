@@ -14,6 +14,8 @@
 
 namespace port {
 
+class XPCConnection;
+
 class XPCListener final : public _xpc_connection_s, private Source {
 public:
     // New connections arrive on `target`. Null with errno when the name cannot be taken.
@@ -34,6 +36,7 @@ private:
     XPCListener(std::unique_ptr<XPCEndpoint> endpoint, dispatch_queue_t target);
     ~XPCListener();
     void dispose() noexcept override { delete this; }
+    void enter();
 
     bool pin() noexcept override { return retainUnlessGone(); }
     void unpin() noexcept override { release(); }
@@ -43,6 +46,7 @@ private:
     UniqueFd accept();
     bool turnAway();
     void offer(UniqueFd socket);
+    void introduce(XPCConnection& peer);
     void close();
 
     Epoll& epoll_; // the main loop's when new connections are for the main queue
@@ -51,7 +55,7 @@ private:
     std::mutex mutex_;
     std::unique_ptr<XPCEndpoint> endpoint_;
     UniqueFd spare_; // given up to accept, and turn away, a peer when no descriptor is left
-    SourceKey key_;
+    SourceKey key_ = kNoSource;
     unsigned suspensions_ = 1;
 };
 

@@ -3,6 +3,8 @@
 #include "dispatch/Queue.h"
 #include "xpc/XPCHandle.h"
 
+#include <new>
+#include <port/no_memory.h>
 #include <utility>
 
 namespace port {
@@ -45,8 +47,13 @@ XPCReplyHandler::~XPCReplyHandler() {
 }
 
 void XPCReplyHandler::answer(XPCRef<XPCObject> connection, XPCRef<XPCObject> reply) {
-    if (handler_)
+    if (!handler_)
+        return;
+    try {
         queue_->append(Task(Answer{std::move(connection), std::move(reply), std::move(handler_)}));
+    } catch (const std::bad_alloc&) {
+        port_end_without_memory();
+    }
 }
 
 std::uint64_t XPCReplyTable::add(XPCReplyHandler handler) {

@@ -27,7 +27,8 @@ public:
 
     explicit operator bool() const { return queue_ != nullptr; }
     // Puts the call in line. The connection, which may be null, is the `current` one meanwhile. To be called
-    // without a lock, once.
+    // without a lock, once. A call for which there is no memory ends the process: who waits for it would wait
+    // for ever.
     void answer(XPCRef<XPCObject> connection, XPCRef<XPCObject> reply);
 
 private:

@@ -10,7 +10,7 @@
 // Thread-safety: counts, and every method unless it says otherwise, may be used from any thread. One `NSRef`
 // belongs to one thread.
 //
-// Failure: nothing throws. A missing object is a null `NSRef`.
+// Failure: nothing is thrown but std::bad_alloc. A missing object is a null `NSRef`.
 #pragma once
 
 #include <atomic>

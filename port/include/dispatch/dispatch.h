@@ -3,7 +3,8 @@
 //
 // Thread-safety: every function may be called from any thread.
 // A serial queue runs one block at a time, in order. Blocks must not throw: an exception that leaves a block
-// ends the process.
+// ends the process, std::bad_alloc with "out of memory" on standard error and status 71. The functions throw nothing
+// but that, and without descriptors they work slowly: the loops look for work every few milliseconds then.
 #pragma once
 
 #include <cstdint>

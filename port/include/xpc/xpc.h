@@ -8,9 +8,18 @@
 // Ownership: `create` and `copy` functions return a reference that the caller releases. Events and replies
 // belong to the runtime and live for the duration of the handler unless retained.
 //
-// Failure: no function throws. Setters on a poisoned or sealed dictionary do nothing; getters answer a
+// Failure: a function that has no memory for what the program wants of it throws std::bad_alloc; nothing else is
+// thrown. Setters on a poisoned or sealed dictionary do nothing; getters answer a
 // neutral value for an absent key or another type. Sending has no failure result: a peer that is gone shows
 // up later as an error event.
+//
+// Memory: what a peer's connection or message has no memory for costs that connection, which is closed as if the
+// peer had gone. The same holds for a std::bad_alloc that leaves the handler of a peer's message, or of a new
+// peer. One that leaves any other handler, and a reply handler that cannot be put in line, ends the process with
+// "out of memory" on standard error and status 71.
+//
+// Descriptors: where none is left a listener is null with EMFILE or ENFILE, a client's connection is "invalid" and
+// tries again no more, and a setter that needs one poisons its dictionary.
 #pragma once
 
 #include <cstddef>
@@ -58,8 +67,9 @@ void xpc_release(xpc_object_t object);
 xpc_type_t xpc_get_type(xpc_object_t object);
 
 // Dictionaries. Keys are bytes, compared exactly. Setters copy text, bytes and the 16 bytes of a UUID and
-// duplicate a descriptor; the same key replaces. A setter that cannot store poisons the dictionary: it is
-// never sent half-built. A bad descriptor stores nothing. A dictionary that was sent is sealed.
+// duplicate a descriptor; the same key replaces. A setter that cannot store (a limit, no memory, no
+// descriptor left) poisons the dictionary: it is never sent half-built, and a reply that cannot be sent ends the
+// connection of who waits for it. A bad descriptor stores nothing. A dictionary that was sent is sealed.
 xpc_object_t xpc_dictionary_create(const char* const* keys, const xpc_object_t* values, std::size_t count);
 xpc_object_t xpc_dictionary_create_reply(xpc_object_t original);
 xpc_connection_t xpc_dictionary_get_remote_connection(xpc_object_t dictionary);
