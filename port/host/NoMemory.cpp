@@ -27,10 +27,10 @@ void port_end_without_memory() noexcept {
 void port_end_by_exception() noexcept {
     if (std::current_exception() == nullptr) {
         // Nothing could be thrown, perhaps because there is no memory for the exception itself.
-        void* const probe = ::operator new(1, std::nothrow);
+        void* const volatile probe = std::malloc(1);
         if (probe == nullptr)
             port_end_without_memory();
-        ::operator delete(probe);
+        std::free(probe);
     } else {
         try {
             throw;

@@ -11,6 +11,7 @@
 #include <dispatch/dispatch.h>
 #include <gtest/gtest.h>
 #include <mutex>
+#include <port/UniqueFd.h>
 #include <random>
 #include <semaphore>
 #include <string>
