@@ -21,11 +21,19 @@ bool SaveSettings(const std::string&) {
     return settings->synchronize();
 }
 
+// What is left out is told as an error, whatever the result is.
+class Listener : public LProcessInterfaceVoid {
+public:
+    void SetError(const char*) override { bTold = true; }
+    bool bTold = false;
+};
+
 bool CopyTree(const std::string& sFolder) {
-    LProcessInterfaceVoid process;
+    Listener process;
     const std::string sFrom = sFolder + "/from";
     const std::string sTo = sFolder + "/to";
-    return Process(process, LProcessCopyFolder{sFrom.c_str(), sTo.c_str()}) == LProcessFinished;
+    return Process(process, LProcessCopyFolder{sFrom.c_str(), sTo.c_str()}) == LProcessFinished &&
+           !process.bTold;
 }
 
 bool SaveText(const std::string& sFolder) {
