@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <port/transfer.h>
 #include <unistd.h>
 
 namespace {
@@ -27,5 +28,5 @@ void HelperReport(const char* szFormat, ...) {
     std::replace_if(szLine + kPrefix, szLine + dwEnd, IsControl, '?');
     szLine[dwEnd] = '\n';
     // Nobody to tell it to when this fails.
-    [[maybe_unused]] const ssize_t nWritten = write(STDERR_FILENO, szLine, dwEnd + 1);
+    static_cast<void>(port_write_all(STDERR_FILENO, szLine, dwEnd + 1));
 }

@@ -100,8 +100,12 @@ bool hear(int peer, std::int32_t& number) {
         ::_exit(0);
     resetSignals();
     std::int32_t word = 0;
-    if (!tell(launch.launcher, ::getpid()) || !hear(launch.launcher, word))
+    if (!tell(launch.launcher, ::getpid()))
         ::_exit(1);
+    if (!hear(launch.launcher, word)) { // one that lives is not to take this end for that of an execution
+        errno = EIO;
+        fail(launch.launcher);
+    }
     // A home that is gone is no reason not to start.
     if (::chdir(launch.workingFolder) != 0 && ::chdir("/") != 0)
         fail(launch.launcher);

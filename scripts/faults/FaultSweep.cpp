@@ -207,6 +207,11 @@ bool IsFault(const Place& place, const char* szCall) {
     return strcmp(place.pPlan->szCall, szCall) == 0;
 }
 
+// Whether nothing may be said any more.
+bool IsLineLost(const Place& place) {
+    return IsFault(place, "write") && place.pPlan->nError == ENOSPC;
+}
+
 bool IsNoMemory(int nStatus) {
     return nStatus == PORT_STATUS_NO_MEMORY;
 }
@@ -356,7 +361,7 @@ std::string Helper(const Place& place) {
             return sFault;
     } else if (helper.Status() == kRunsOn) {
         return "runs, and does not serve: " + place.Said();
-    } else if (place.Said().empty() && !IsFault(place, "write")) {
+    } else if (place.Said().empty() && !IsLineLost(place)) {
         return "ended without a word, " + std::to_string(helper.Status());
     }
     return JudgeEnd(helper.Wait(), place.Said(), {0, 69, 77});
@@ -393,9 +398,9 @@ std::string Login(const Place& place) {
     if (!IsSettingOn() || Stored(LHelperIdentifier, LSettingMainAppPath) != bundle.parent_path().string() ||
         Stored(LHelperIdentifier, "kept") != "yes")
         return "the setting was forgotten: " + sSaid;
-    if (bTold != bRan)
+    if (bTold != bRan && !IsLineLost(place))
         return (bRan ? "launched in silence: " : "says launched: ") + sSaid;
-    if (!bWord && nStatus == 0)
+    if (!bWord && nStatus == 0 && !IsLineLost(place))
         return "no word about the launch: " + sSaid;
     return JudgeEnd(nStatus, place.Said(), {0, 69, 77});
 }
@@ -415,7 +420,7 @@ std::string Ctl(const Place& place) {
         return "settings lost";
     if (nStatus == 0 && !IsSettingOn())
         return "says on, and it is not";
-    if (nStatus != 0 && place.Said().empty() && !IsFault(place, "write"))
+    if (nStatus != 0 && place.Said().empty() && !IsLineLost(place))
         return "failed in silence, " + std::to_string(nStatus);
     return JudgeEnd(nStatus, place.Said(), {0, 66, 69, 71, 73, 74, 75, 77});
 }
