@@ -7,6 +7,9 @@
 // Lifetime: called until the destructor of the endpoint has returned; `LXPCBase` tells what that allows to an
 // implementation and to its destructor.
 //
+// An implementation throws nothing. Of what `new` throws nevertheless a message, or a new peer, costs its connection,
+// which is closed; in any other event it ends the process with "out of memory" and status 71.
+//
 // Connections and messages are handles: the XPC object carried in a long. A connection handle of -1 or 0
 // means none. Items and a message handle live for the duration of the call.
 #pragma once
