@@ -17,15 +17,15 @@ constexpr char kSuite[] = "fuzzed";
 constexpr char kAsked[] = "asked"; // the corpus has it
 
 const std::string& folder() {
-    static const std::string path = [] {
+    static const std::string& path = *new std::string([]() -> std::string {
         char name[] = "/dev/shm/fuzz-settings-XXXXXX";
-        const char* const made = mkdtemp(name);
+        char* const made = mkdtemp(name);
         if (made == nullptr)
             std::abort();
         setenv("XDG_CONFIG_HOME", made, 1);
         std::atexit([] { std::filesystem::remove_all(folder()); });
-        return std::string(made);
-    }();
+        return made;
+    }());
     return path;
 }
 

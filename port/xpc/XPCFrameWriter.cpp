@@ -157,7 +157,8 @@ XPCWriteResult XPCFrameWriter::send(int socket, XPCDictionary& dictionary, XPCFr
             return XPCWriteResult::Drained;
         if (written < 0 || static_cast<std::size_t>(written) != gathering.bytes) {
             Item rest{XPCRef<XPCDictionary>::retained(&dictionary), header, taken, {}};
-            return mayWait(rest) && append(std::move(rest)) ? XPCWriteResult::Blocked : XPCWriteResult::Failed;
+            return mayWait(rest) && append(std::move(rest)) ? XPCWriteResult::Blocked
+                                                            : XPCWriteResult::Failed;
         }
     }
 }
