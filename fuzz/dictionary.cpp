@@ -144,7 +144,10 @@ void checkAll(xpc_object_t dictionary, const Model& model) {
 }
 
 struct Sink final : port::XPCFrameSink {
-    void frameReceived(port::XPCRef<port::XPCDictionary> frame) override { arrived = std::move(frame); }
+    bool frameReceived(port::XPCRef<port::XPCDictionary> frame) override {
+        arrived = std::move(frame);
+        return true;
+    }
     port::XPCRef<port::XPCDictionary> arrived;
 };
 

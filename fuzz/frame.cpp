@@ -44,11 +44,12 @@ void readValue(xpc_object_t dictionary, const char* key) {
 
 class Sink final : public port::XPCFrameSink {
 public:
-    void frameReceived(port::XPCRef<port::XPCDictionary> frame) override {
+    bool frameReceived(port::XPCRef<port::XPCDictionary> frame) override {
         const auto body = frame->body();
         require(port::bodyIsValid(frame->header(), body));
         for (std::size_t at = 0; at < body.size(); at += port::XPCEntryHeader::at(&body[at]).totalBytes())
             readValue(frame.get(), reinterpret_cast<const char*>(&body[at]) + sizeof(port::XPCEntryHeader));
+        return true;
     }
 };
 

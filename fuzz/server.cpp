@@ -136,10 +136,11 @@ class Answers final : public port::XPCFrameSink {
 public:
     explicit Answers(int peerSocket) : peer(peerSocket) {}
 
-    void frameReceived(port::XPCRef<port::XPCDictionary> frame) override {
+    bool frameReceived(port::XPCRef<port::XPCDictionary> frame) override {
         if (frame->kind() != port::XPCFrameKind::Reply || !port::bodyIsValid(frame->header(), frame->body()))
             abort();
         ended |= frame->replyId() == kOwnQuestion;
+        return true;
     }
     // True once the own question was answered, or the server has closed the connection.
     bool HaveEnded() {
