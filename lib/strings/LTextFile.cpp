@@ -267,10 +267,10 @@ int AppendBytes(const char* path, const char* pBytes, unsigned long dwSize) {
     return file.IsOpen() && file.Append(pBytes, dwSize) ? LFile::SetFileAttributeTextEncodingUTF8(path) : -1;
 }
 
-// The lock of the old file keeps other savers out; a new one appears whole.
+// The lock of the old file keeps other savers out; a new one appears whole. What may not be written is not replaced.
 bool SaveBytesSafely(const char* path, const char* pBytes, unsigned long dwSize) {
     const OutputFile old(path, 0);
-    if (!port_replace_file(path, pBytes, dwSize, true))
+    if ((!old.IsOpen() && errno != ENOENT) || !port_replace_file(path, pBytes, dwSize, true))
         return false;
     LFile::SetFileAttributeTextEncodingUTF8(path);
     return true;

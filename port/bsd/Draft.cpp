@@ -5,10 +5,10 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <memory>
 #include <string_view>
 #include <sys/xattr.h>
 #include <unistd.h>
-#include <vector>
 
 #include "host/SystemCalls.h"
 
@@ -50,16 +50,16 @@ void Draft::copyAttributes(int from) const {
     const ssize_t needed = ::flistxattr(from, nullptr, 0);
     if (needed <= 0 || static_cast<std::size_t>(needed) > kMaxAttributeNames)
         return;
-    std::vector<char> names(static_cast<std::size_t>(needed));
-    std::vector<char> value(kMaxAttributeValue);
-    const ssize_t size = ::flistxattr(from, names.data(), names.size());
+    const auto names = std::make_unique_for_overwrite<char[]>(static_cast<std::size_t>(needed));
+    const auto value = std::make_unique_for_overwrite<char[]>(kMaxAttributeValue);
+    const ssize_t size = ::flistxattr(from, names.get(), static_cast<std::size_t>(needed));
     if (size <= 0)
         return;
-    const char* const end = names.data() + size;
-    for (const char* name = names.data(); name < end; name += std::strlen(name) + 1) {
-        const ssize_t length = isGivenOn(name) ? ::fgetxattr(from, name, value.data(), value.size()) : -1;
+    const char* const end = names.get() + size;
+    for (const char* name = names.get(); name < end; name += std::strlen(name) + 1) {
+        const ssize_t length = isGivenOn(name) ? ::fgetxattr(from, name, value.get(), kMaxAttributeValue) : -1;
         if (length >= 0)
-            ::fsetxattr(fd_.get(), name, value.data(), static_cast<std::size_t>(length), 0);
+            ::fsetxattr(fd_.get(), name, value.get(), static_cast<std::size_t>(length), 0);
     }
 }
 

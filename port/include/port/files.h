@@ -15,9 +15,9 @@
 // For opening a folder only to reach what is in it; needs no permission to read it.
 constexpr int O_SEARCH = O_PATH;
 
-// Copies a regular file, with its permissions (0777; the bits that lend the owner's rights stay behind), times
-// and extended attributes, as far as the file system keeps them and this process may set them, into a folder under
-// a name, replacing what has that name. What is a hole in the source stays one. The data go into a file without a
+// Copies a regular file, with its permissions (0777; the bits that lend the owner's rights stay behind), times,
+// users' extended attributes and access list, as far as the file system keeps them, into a folder under a name,
+// replacing what has that name. What is a hole in the source stays one. The data go into a file without a
 // name, which takes the name when it is whole: the target is the old file or the new one, never a part, and a copy
 // that is killed leaves nothing behind. (Where the file system has no such files, and for the moment in which a
 // target is replaced, it has a name of its own in the folder, ".copy-PID-N".) False when the source is no regular
@@ -30,7 +30,7 @@ bool port_copy_file(int fromFolder, const char* from, int toFolder, const char* 
 bool port_copy_link(int fromFolder, const char* from, int toFolder, const char* to);
 
 // Gives the file at `path`, links followed, these bytes as its content. They go into a new file, as above, which has
-// the permissions, the owner and the attributes of the old one and takes its name; a file that was not there gets
+// the permissions, the owner, the users' attributes and the access list of the old one and takes its name; a file that was not there gets
 // 0666 under the process's mask. With `flush` bytes and name are on the disk when this returns. False with errno:
 // nothing changed, or, when only the last flush failed, the new content stands but may not survive a power cut.
 // EPERM: the owner or the group cannot be kept; EINVAL: something other than a file has the name.
