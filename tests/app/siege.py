@@ -20,6 +20,7 @@ import time
 
 SERVICE = "Q4KX2M9T7W.com.brelvanic.loginhelper.zubeqfree214"
 SHARE = 32
+PATIENCE = 5  # s, on a machine with much to do
 PROCESSES = 8
 HELD_LIMIT = 300 << 20
 KEPT_LIMIT = 2 << 20
@@ -65,16 +66,17 @@ class Honest:
         for _ in range(count):
             start = time.monotonic()
             self.peer.sendall(TEST)
-            self.peer.recv(4096)
+            if not self.peer.recv(4096):
+                raise ConnectionError("an honest peer was closed")
             self.times.append(time.monotonic() - start)
             time.sleep(0.002)
 
-    def report(self, name, limit):
+    def report(self, name):
         times = sorted(self.times)
         percentile = times[int(len(times) * 0.99)]
         self.times = []
         tell(name, f"99th percentile {percentile * 1e3:.1f} ms, longest {times[-1] * 1e3:.1f} ms of {len(times)}",
-             percentile <= limit)
+             percentile <= PATIENCE)
 
 
 def never_read(path, ready):
@@ -144,7 +146,7 @@ def siege(path, pid, honest, sanitized):
     tell("never read", f"{PROCESSES * SHARE - 1} connections sent {sent >> 20} MiB", True)
     tell("held", f"{held / 2**20:.1f} MiB, {before / 2**20:.1f} MiB before", sanitized or held < HELD_LIMIT)
     honest.ask(100)
-    honest.report("asked meanwhile", 0.5)
+    honest.report("asked meanwhile")
     for child in besiegers:
         os.kill(child, signal.SIGKILL)
         os.waitpid(child, 0)
@@ -175,7 +177,7 @@ def garbage(path, pid, honest, before):
                 for sender, _ in pairs:
                     sender.close()
         honest.ask(20)
-    honest.report("asked beside garbage", 0.5)
+    honest.report("asked beside garbage")
     end = time.monotonic() + 20
     while (left := descriptors(pid)) > before and time.monotonic() < end:
         time.sleep(0.1)
