@@ -1,5 +1,6 @@
 // Character sets: UTF-8 to UTF-32 and back, and to 16-bit units, in five kinds of text and in one short
-// string. The floor moves the same bytes; the peers are the host's converter and a loop over the bytes.
+// string. The floor moves the same bytes; the peers are the host's converter and a loop over the bytes. And
+// walks over UTF-8 that convert nothing, beside such a loop.
 #include "Driver.h"
 
 #include "strings/LCharsets.h"
@@ -277,7 +278,39 @@ Case CharsetsCase(const Direction& direction, const char* textName, std::shared_
     return result;
 }
 
+// ---- Walks ----
+
+std::size_t CountByteWise(const char* text) {
+    std::size_t count = 0;
+    for (; *text != 0; ++text)
+        count += (*text & 0xC0) != 0x80;
+    return count;
+}
+
+Case WalkCase(const char* textName, std::shared_ptr<const Text> text) {
+    Case result{std::string("charsets/walk over UTF-8, ") + textName, "GB/s", Better::Higher, {}, 7};
+    const auto add = [&result, text](const char* name, auto walk) {
+        result.rows.push_back({name, [text, walk] {
+                                   return gigabytesPerSecond(text->utf8.size(),
+                                                             [&] { keep(walk(text->utf8.c_str())); });
+                               }});
+    };
+    const std::size_t count = text->utf32.size() - 1;
+    const auto wide = std::make_shared<std::vector<wchar_t>>(text->utf32.size());
+    add("byte-wise loop, counting", CountByteWise);
+    add("byte-wise loop, decoding", [wide](const char* s) { return DecodeByteWise(wide->data(), s); });
+    add("utf8strlen", [](const char* s) { return utf8strlen(s); });
+    add("LCharsetsUTF8CharIndexToByteIndex",
+        [count](const char* s) { return LCharsetsUTF8CharIndexToByteIndex(s, count); });
+    add("LCharsetsUTF8ByteIndexToCharIndex",
+        [size = text->utf8.size()](const char* s) { return LCharsetsUTF8ByteIndexToCharIndex(s, size); });
+    add("LCharsetsIsUTF8", [](const char* s) { return LCharsetsIsUTF8(s); });
+    return result;
+}
+
 const Register charsets{[](std::vector<Case>& cases) {
+    for (const Script& script : kScripts)
+        cases.push_back(WalkCase(script.name, std::make_shared<Text>(MakeText(script, kTextBytes))));
     for (const Direction& direction : kDirections)
         for (const Script& script : kScripts)
             cases.push_back(CharsetsCase(direction, script.name,

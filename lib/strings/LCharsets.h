@@ -25,7 +25,8 @@ constexpr int LCharsetsInvalid = 2;
 // ---- UTF-8 and UTF-32 ----
 
 // Decodes until the terminator. `limit` counts source bytes: a sequence of which the last byte would be
-// number `limit` or beyond is not decoded, so dst never takes more than limit - 1 values and the terminator.
+// number `limit` or beyond is not decoded, so dst never takes more than limit - 1 values and the terminator;
+// nothing behind that is written, and utf8strlen(src) + 1 values are room enough.
 // LCharsetsDone; LCharsetsLimitReached, tested first, by the length that the lead byte announces; or
 // LCharsetsInvalid at the first sequence that is not well-formed, one cut short by the terminator included.
 int LCopyUTF32FromUTF8Native(wchar_t* dst, const char* src, unsigned long limit);

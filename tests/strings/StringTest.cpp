@@ -36,7 +36,8 @@ TEST(LString, GrowsOnlyWhenItMayAndMust) {
 
 TEST(LString, FormatsUpToTheLargestSize) {
     String text;
-    text = "kept, and overwritten";
+    text.GrowToSize(260);
+    std::memset(text.GetData(), '#', 259); // no terminator is there by chance
     text.SetLength(0);
     LStringLongTemplateAppender<char> writer(text);
     writer.AddChars("so far", 6);
