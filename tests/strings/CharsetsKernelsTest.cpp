@@ -174,20 +174,24 @@ TEST(CharsetsKernels, CountCharactersOfRandomText) {
         const std::string text = RandomText(random, random() % (round % 40 == 0 ? 13000 : 100));
         char* const source = Before<char>(sourceEnd, text.size() + 1);
         std::copy_n(text.c_str(), text.size() + 1, source);
-        std::vector<std::size_t> starts;
-        for (std::size_t at = 0; at < text.size();) {
-            starts.push_back(at);
-            const int ones = std::countl_one(static_cast<unsigned char>(text[at]));
-            at += static_cast<std::size_t>(std::clamp(ones, 1, 6));
+        std::vector<std::size_t> bounds = {0};
+        while (bounds.back() < text.size()) {
+            const int ones = std::countl_one(static_cast<unsigned char>(text[bounds.back()]));
+            bounds.push_back(bounds.back() + static_cast<std::size_t>(std::clamp(ones, 1, 6)));
         }
-        const std::size_t byte = random() % (text.size() + 9), index = random() % (starts.size() + 3);
-        std::vector<std::uint32_t> values;
-        const std::size_t sound = OracleDecode(text, values);
-        const auto before = std::lower_bound(starts.begin(), starts.end(), byte) - starts.begin();
-        ASSERT_EQ(utf8strlen(source), starts.size());
+        const std::size_t chars = bounds.size() - 1, index = random() % (chars + 3);
+        const std::size_t byte = random() % (text.size() + 9);
+        const auto before = std::lower_bound(bounds.begin(), bounds.end() - 1, byte) - bounds.begin();
+        ASSERT_EQ(utf8strlen(source), chars);
         ASSERT_EQ(LCharsetsUTF8ByteIndexToCharIndex(source, byte), static_cast<std::size_t>(before));
         ASSERT_EQ(LCharsetsUTF8CharIndexToByteIndex(source, index),
-                  index < starts.size() ? starts[index] : text.size());
+                  index < chars ? bounds[index] : text.size());
+        char* const target = Before<char>(targetEnd, byte + 1);
+        const auto beyond = std::upper_bound(bounds.begin(), bounds.end(), std::min(byte, text.size()));
+        ASSERT_EQ(utf8strlcpy(target, source, byte + 1), beyond[-1]);
+        ASSERT_EQ(target, text.substr(0, beyond[-1]));
+        std::vector<std::uint32_t> values;
+        const std::size_t sound = OracleDecode(text, values);
         ASSERT_EQ(LCharsetsUTF8SoundLength(source, text.size()), sound);
         ASSERT_EQ(LCharsetsIsUTF8(source), sound == text.size());
     }

@@ -46,7 +46,6 @@ TEST(LString, FormatsUpToTheLargestSize) {
     ExpectHolds(text, "so far", 260);
     EXPECT_EQ(writer.GetGrownCapacity(260UL << 20, 260UL << 20), 260UL << 22);
     EXPECT_EQ(writer.GetGrownCapacity(260UL << 22, 260UL << 22), (1UL << 32) - 1);
-    EXPECT_EQ(writer.GetGrownCapacity(260UL << 22, 1UL << 33), (1UL << 33) + 1); // which is refused
 }
 
 // Often about as long as the capacity that formatting starts with.
@@ -112,10 +111,8 @@ TEST(LArray, HasNothingWhenMovedFrom) {
     LVector<int> vector, second;
     vector.SetSize(3);
     (second = std::move(vector)).SetSize(2);
-    array = LArray<int>(std::move(array));
-    EXPECT_EQ(array.GetCount() + vector.GetSize() + 10 * other.GetCount() + 10 * second.GetSize(), 50U);
-    vector.SetSize(3);
-    EXPECT_NE(vector.GetData(), nullptr);
+    EXPECT_EQ(array.GetCount() + vector.GetSize(), 0U);
+    EXPECT_EQ(other.GetCount() + second.GetSize(), 5U);
 }
 
 TEST(LStringList, FollowsTheModel) {
