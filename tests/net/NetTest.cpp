@@ -143,17 +143,16 @@ TEST(ProcessSocketTest, StopsWithinASliceInEveryState) {
 
 TEST(ProcessSocketTest, SendsWhileItReceives) {
     const Python echo({"b = c.recv(99999)\nwhile b: c.sendall(b); b = c.recv(99999)"});
-    const LIPSocketTCP socket = echo.Connect();
-    std::string sSent;
-    std::thread sender([&] { sSent = Perform(socket, "s8388608", 20000); });
-    EXPECT_EQ(Perform(socket, "b8388608", 20000).size(), 2 + 8388608U);
-    sender.join();
-    EXPECT_EQ(sSent, "0|");
-    const LSignalObject other;
-    const LSignalObjectRef readable = socket.GetReadableSignal();
-    EXPECT_FALSE(readable.WaitSignalDual(other, 0));
-    Perform(socket, "s1");
-    EXPECT_TRUE(readable.WaitSignalDual(other, 5000) && readable.IsSignaled());
+    Worker sender;
+    sender.socket = echo.Connect();
+    sender.sWhat = "s8388608";
+    sender.Start(31);
+    EXPECT_EQ(Perform(sender.socket, "b8388608", 20000).size(), 2 + 8388608U);
+    EXPECT_TRUE(sender.GetFinishedSignal().WaitSignal(5000) && sender.sResult == "0|");
+    const LSignalObjectRef readable = sender.socket.GetReadableSignal();
+    EXPECT_FALSE(readable.WaitSignalDual(LSignalObject(), 0));
+    Perform(sender.socket, "s1");
+    EXPECT_TRUE(readable.WaitSignalDual(LSignalObject(), 5000) && readable.IsSignaled());
 }
 
 TEST(ProcessSocketTest, ConnectsToTheFirstAddressThatAnswers) {

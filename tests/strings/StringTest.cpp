@@ -34,18 +34,16 @@ TEST(LString, GrowsOnlyWhenItMayAndMust) {
     EXPECT_THROW(LStringLongTemplate<wchar_t>().GrowToSize(1UL << 30), std::bad_alloc);
 }
 
-TEST(LString, FormatsUpToTheLargestSize) {
+TEST(LString, IsTerminatedWhenFormattingFails) {
     String text;
     text.GrowToSize(260);
     std::memset(text.GetData(), '#', 259); // no terminator is there by chance
     text.SetLength(0);
     LStringLongTemplateAppender<char> writer(text);
-    writer.AddChars("so far", 6);
-    const volatile unsigned long nTooMany = (1UL << 32) - 6;
-    EXPECT_THROW(writer.AddChars("", nTooMany), std::bad_alloc);
+    const volatile unsigned long nMany = (1UL << 32) - 1;
+    EXPECT_THROW((writer.AddChars("so far", 6), writer.AddChars("", nMany)), std::bad_alloc);
     ExpectHolds(text, "so far", 260);
-    EXPECT_EQ(writer.GetGrownCapacity(260UL << 20, 260UL << 20), 260UL << 22);
-    EXPECT_EQ(writer.GetGrownCapacity(260UL << 22, 260UL << 22), (1UL << 32) - 1);
+    EXPECT_EQ(writer.GetGrownCapacity(260UL << 22, 260UL << 22), nMany); // four times is too much
 }
 
 // Often about as long as the capacity that formatting starts with.
