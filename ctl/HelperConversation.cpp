@@ -19,10 +19,12 @@ int MillisecondsUntil(Clock::time_point deadline) {
     return static_cast<int>(left.count());
 }
 
-// Why nobody answers: a connection without a descriptor is as invalid as one to nobody.
+// Why nobody answers: a connection for which this process has no descriptor is as invalid as one to nobody.
 HelperAnswer WhyUnreachable(const char* szService) {
-    return port_service_process(szService) == -1 && IsShortage(errno) ? HelperAnswer::Unasked
-                                                                      : HelperAnswer::Unreachable;
+    const bool bServed = port_service_process(szService) != -1;
+    if (bServed)
+        errno = EAGAIN; // a connection can be made, but could not be kept
+    return bServed || IsShortage(errno) ? HelperAnswer::Unasked : HelperAnswer::Unreachable;
 }
 
 } // namespace

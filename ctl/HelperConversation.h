@@ -13,7 +13,7 @@ enum class HelperAnswer {
     Silent,      // no reply in time
     Unreachable, // nobody serves the name
     Ended,       // the helper went away before it replied
-    Unasked      // the system has no descriptor or no memory for a question; errno tells
+    Unasked      // this process can have no connection, whoever serves; errno tells why
 };
 
 // Whether that value of errno says that the system has no descriptor or no memory left.
