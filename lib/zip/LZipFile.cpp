@@ -23,7 +23,7 @@ constexpr char kZipTool[] = "/usr/bin/zip";
 constexpr char kUnzipTool[] = "/usr/bin/unzip";
 constexpr unsigned int kPauseAfterSave = 1000; // milliseconds
 // The system takes 128 KiB in one argument, and what follows the names has its place too.
-constexpr std::size_t kLongestLine = 120 * 1024;
+constexpr std::size_t kLongestLine = 120'000;
 constexpr mode_t kFileMode = 0666;
 constexpr int kMakeLocked = O_RDWR | O_CREAT | O_TRUNC | O_EXLOCK | O_NONBLOCK;
 constexpr const char* kExclusions[] = {"*.DS_Store*", "*.svn*", "*.git*"};
