@@ -17,15 +17,15 @@ using State = XPCConnectionState;
 constexpr pid_t kLargestPid = 99999; // of the platform
 constexpr pid_t kNoForcedPid = -1;
 
-constinit std::atomic<pid_t> pidForNewPeers{kNoForcedPid};
+constinit std::atomic<pid_t> pidOfPeers{kNoForcedPid};
 
 // Larger ids are folded into the platform's range; 0, a peer of another pid namespace, stays.
 pid_t platformPid(pid_t pid) {
     return pid > kLargestPid ? 1 + (pid - 1) % kLargestPid : pid;
 }
 
-pid_t pidOfNewPeer(pid_t pid) {
-    const pid_t forced = pidForNewPeers;
+pid_t pidOfPeer(pid_t pid) {
+    const pid_t forced = pidOfPeers;
     return forced != kNoForcedPid ? forced : platformPid(pid);
 }
 
@@ -40,7 +40,7 @@ XPCRef<XPCConnection> XPCConnection::ofPeer(UniqueFd socket, pid_t pid) {
 }
 
 void XPCConnection::forcePid(pid_t pid) {
-    pidForNewPeers = pid;
+    pidOfPeers = pid;
 }
 
 XPCConnection::XPCConnection(Kind kind, std::string name, dispatch_queue_t target)
@@ -48,8 +48,8 @@ XPCConnection::XPCConnection(Kind kind, std::string name, dispatch_queue_t targe
       socket_(XPCWatchedSocket::Side::Client), gathering_(target == nullptr) {}
 
 XPCConnection::XPCConnection(UniqueFd socket, pid_t pid)
-    : _xpc_connection_s(nullptr), process_(pid), peerPid_(pidOfNewPeer(pid)),
-      socket_(XPCWatchedSocket::Side::Peer, std::move(socket)), gathering_(true) {}
+    : _xpc_connection_s(nullptr), process_(pid), socket_(XPCWatchedSocket::Side::Peer, std::move(socket)),
+      gathering_(true) {}
 
 // Only a connection that was never resumed can have something waiting here: else it keeps itself.
 XPCConnection::~XPCConnection() {
@@ -65,7 +65,7 @@ XPCConnection::~XPCConnection() {
 
 pid_t XPCConnection::peerPid() const {
     if (!isClient())
-        return peerPid_;
+        return pidOfPeer(process_);
     const std::lock_guard lock(mutex_);
     pid_t pid = 0;
     if (socket_.isOpen())
@@ -161,7 +161,8 @@ SourceResult XPCConnection::ready(std::uint32_t events) {
     {
         const std::lock_guard lock(mutex_);
         const bool hungUp = (events & (EPOLLHUP | EPOLLRDHUP | EPOLLERR)) != 0;
-        hungUp_ |= hungUp;
+        if (hungUp)
+            input_.setLast();
         if ((events & EPOLLOUT) != 0 && state_ == State::Open && socket_.isBlocked())
             flush();
         if ((events & ~std::uint32_t{EPOLLOUT}) != 0 && state_ == State::Open)
@@ -311,7 +312,7 @@ void XPCConnection::giveUp() {
 // peer who asks and does not read the answers; a client goes on reading, else both ends might wait for each other.
 bool XPCConnection::mayRead() const {
     return !queue().isHeldBack(kFramesPerTurn) &&
-           (isClient() || hungUp_ || writer_.waitingBytes() <= kUnreadBytes);
+           (isClient() || input_.isLast() || writer_.waitingBytes() <= kUnreadBytes);
 }
 
 bool XPCConnection::mayFlush() const {

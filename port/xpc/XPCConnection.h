@@ -34,7 +34,7 @@ public:
     static XPCRef<XPCConnection> toService(Kind kind, const char* name, dispatch_queue_t target);
     // The server's end of an accepted connection; its peer has been checked, and has entered XPCPeers.
     static XPCRef<XPCConnection> ofPeer(UniqueFd socket, pid_t pid);
-    // What `peerPid` of those made from now on answers; -1: the real id.
+    // What `peerPid` of accepted peers answers; -1: the real id.
     static void forcePid(pid_t pid);
 
     void resume() override;
@@ -94,13 +94,11 @@ private:
     void giveUp();
 
     const pid_t process_ = 0; // an accepted peer's
-    const pid_t peerPid_ = 0; // the same, as the platform tells it
     mutable std::mutex mutex_;
     XPCConnectionState state_;
     std::optional<XPCConnector> connector_; // a client's
     XPCWatchedSocket socket_;
     XPCInput input_;
-    bool hungUp_ = false; // the peer sends nothing more
     XPCFrameWriter writer_;
     XPCGathering gathering_;
     XPCReplyTable replies_;

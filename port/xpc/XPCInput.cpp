@@ -67,6 +67,7 @@ bool XPCInput::expired(XPCFrameClock::Time now, XPCFrameClock::Call& call) {
 
 void XPCInput::stop() {
     phase_ = Phase::Idle;
+    isLast_ = false;
     clock_.stop();
 }
 

@@ -31,6 +31,9 @@ public:
 
     bool isReading() const { return phase_ == Phase::Reading; }
     bool isHeld() const { return phase_ == Phase::Held; }
+    // The peer has hung up: what is in the socket is all that comes.
+    bool isLast() const { return isLast_; }
+    void setLast() { isLast_ = true; }
 
     // An event came. True when the calling thread is now the one that reads; `hungUp`: to the very end.
     bool begin(bool hungUp, bool mayRead);
@@ -54,6 +57,7 @@ private:
     XPCFrameReader reader_;
     XPCFrameClock clock_;
     Phase phase_ = Phase::Idle;
+    bool isLast_ = false;
     bool again_ = false; // an event came while somebody read: a socket found empty is looked at once more
 };
 

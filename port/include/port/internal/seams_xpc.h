@@ -5,8 +5,7 @@
 #include <sys/types.h>
 #include <xpc/xpc.h>
 
-// The peer id that `xpc_connection_get_pid` reports, unfolded, for the connections accepted from now on;
-// -1 returns to the real one.
+// The peer id that `xpc_connection_get_pid` reports, unfolded, for accepted connections; -1 returns to the real one.
 void port_set_raw_peer_pid(pid_t pid);
 
 // Delivers an error object to a connection's or a listener's handler, as the runtime would.
