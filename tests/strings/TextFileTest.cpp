@@ -119,7 +119,7 @@ TEST_F(TextFileTest, SavesAndMarks) {
     }
 }
 
-// Which call fails, and the error.
+// Which call fails, after how many that do not, and the error.
 Call failing;
 int nBefore, nError;
 
@@ -137,8 +137,8 @@ TEST_F(TextFileTest, TheOldTextStaysWhenTheNewOneCannotBeSaved) {
     chmod("old", 0640);
     const int nMarked = setxattr("old", "user.note", "1", 1, 0);
     const std::vector<std::function<int(const char*)>> savers = {save, append, units, safely};
-    for (const auto& [eCall, nCalls, nErrno] : {std::tuple{Call::Write, 0, ENOSPC},
-                                                {Call::Write, 0, EIO},
+    for (const auto& [eCall, nCalls, nErrno] : {std::tuple{Call::Write, 1, ENOSPC},
+                                                {Call::Write, 1, EIO},
                                                 {Call::Rename, 0, EIO},
                                                 {Call::Fsync, 0, EIO}})
         for (std::size_t i = 0; i < savers.size(); ++i)
@@ -150,7 +150,7 @@ TEST_F(TextFileTest, TheOldTextStaysWhenTheNewOneCannotBeSaved) {
                     continue;
                 std::tie(failing, nBefore, nError) = std::tuple(eCall, nCalls, nErrno);
                 port::sys::setHook([](Call call) -> port::sys::Verdict {
-                    return {call == failing && nBefore-- == 0 ? nError : 0, 2};
+                    return {call == failing && nBefore-- <= 0 ? nError : 0, 2};
                 });
                 EXPECT_EQ(savers[i](szName), -1) << i << szName << static_cast<int>(eCall);
                 port::sys::setHook(nullptr);
