@@ -187,11 +187,12 @@ struct Peer final : LXPCEventNotify {
 };
 
 constexpr unsigned long kTogglers = 64 / 2; // connections of each of two processes: one may not have them all
+constexpr int kWaiting = 16;                // questions of each at a time
 constexpr std::size_t kQuestions = 1000;
 constexpr auto kWarmUp = std::chrono::milliseconds(500);
 constexpr auto kPause = std::chrono::milliseconds(2); // between two questions
 
-// Each connection asks for the other setting as soon as one is saved.
+// Each connection asks for the other setting as soon as one is saved, with more questions on their way.
 void toggle() {
     if (fork() == 0)
         prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -210,7 +211,8 @@ void toggle() {
     };
     const LXPCData off = Peer::flag(LKeyLaunchAtLogin, false);
     for (unsigned long number = 1; number <= kTogglers; ++number)
-        peer.client.SendMessage(LHelperServiceName, number, &off, 1, true);
+        for (int waiting = 0; waiting < kWaiting; ++waiting)
+            peer.client.SendMessage(LHelperServiceName, number, &off, 1, true);
     dispatch_main();
 }
 
