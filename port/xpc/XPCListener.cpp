@@ -102,7 +102,7 @@ void XPCListener::resume() {
         if (suspensions_ != 0 && --suspensions_ == 0 && endpoint_ != nullptr) {
             if (!forMain_)
                 WorkerPool::shared().beginWatch(WorkerPool::Watcher::MainLoop);
-            epoll_.modify(endpoint_->socket(), EPOLLIN, key_);
+            hear();
         }
     }
     queue().resume();
@@ -177,7 +177,12 @@ void XPCListener::expired() {
     if (!spare_)
         spare_ = spareDescriptor();
     if (endpoint_ != nullptr && suspensions_ == 0)
-        epoll_.modify(endpoint_->socket(), EPOLLIN, key_);
+        hear();
+}
+
+void XPCListener::hear() {
+    if (!epoll_.modify(endpoint_->socket(), EPOLLIN, key_))
+        WorkerPool::shared().callAt(WorkerPool::Clock::now() + kPause, key_);
 }
 
 void XPCListener::offer(UniqueFd socket) {

@@ -47,6 +47,7 @@ private:
     bool turnAway();
     void offer(UniqueFd socket);
     void introduce(XPCConnection& peer);
+    void hear(); // under the lock, with an endpoint; else again in a moment
     void close();
 
     Epoll& epoll_; // the main loop's when new connections are for the main queue

@@ -23,7 +23,7 @@
 #include <unistd.h>
 #include <vector>
 
-#include <Foundation/Foundation.h>
+#include <AppKit/AppKit.h>
 #include <LoginHelperContract.h>
 #include <port/no_memory.h>
 
@@ -185,7 +185,7 @@ std::string CtlSaid(const Place& place) {
 }
 
 int Ctl(const Place& place, std::initializer_list<std::string> words) {
-    std::vector<std::string> all{LOGINHELPERCTL, "--timeout", "2500"};
+    std::vector<std::string> all{LOGINHELPERCTL, "--timeout", place.pPlan->bForGood ? "300" : "3000"};
     all.insert(all.end(), words);
     return RunPlainly(place, std::move(all));
 }
@@ -332,9 +332,8 @@ std::string AskHelper(const Place& place, Program& helper) {
                                                            {"disable"},       {"query"}, {"test"}};
     for (const auto& words : commands) {
         const int nStatus = Ctl(place, words);
-        // Without a descriptor for good the peer cannot even be turned away: it waits as long as it wants to.
-        const bool bMayWait = place.pPlan->bForGood && IsFault(place, FaultPlan::szDescriptors);
-        if (nStatus != 0 && nStatus != 69 && nStatus != 73 && !(bMayWait && nStatus == 75))
+        // Without a descriptor or a thread for good a peer cannot even be turned away: it waits as long as it wants to.
+        if (nStatus != 0 && nStatus != 69 && nStatus != 73 && !(place.pPlan->bForGood && nStatus == 75))
             return *words.begin() + ": " + std::to_string(nStatus) + ", " + CtlSaid(place);
         if (nStatus == 0)
             continue;
@@ -364,13 +363,16 @@ std::string Helper(const Place& place) {
     } else if (place.Said().empty() && !IsLineLost(place)) {
         return "ended without a word, " + std::to_string(helper.Status());
     }
-    return JudgeEnd(helper.Wait(), place.Said(), {0, 69, 77});
+    const int nStatus = helper.Wait();
+    return JudgeEnd(nStatus, place.Said(), {0, 69, 77});
 }
 
 // A login with the setting on: the application is launched, or a line says why not, and the setting stays.
 std::string Login(const Place& place) {
     const int nTurn = open("/tmp", O_RDONLY | O_DIRECTORY | O_CLOEXEC); // as the suite's logins take turns
     flock(nTurn, LOCK_EX);
+    while (!NSRunningApplication::runningApplicationsWithBundleIdentifier(LMainAppIdentifier).empty())
+        std::this_thread::sleep_for(1ms);
     strcpy(place.pPlan->szProgram, "loginhelper");
     const fs::path bundle = place.Home() / "Zubeq Free.app" / "Contents";
     fs::create_directories(bundle / "MacOS");
