@@ -55,8 +55,8 @@ public:
     // Makes the instance, unless there is one, and loads the bookmarks. One whose file is known to be gone is
     // removed from the settings; one whose file cannot be looked for now, or has a longer path than an item takes,
     // is left there without an item; one whose file was renamed, moved or replaced is renewed. Other processes'
-    // keys stay. Files that are elsewhere are looked for about a second in all; whose bookmarks were not come to
-    // by then are looked for the next time.
+    // keys stay. For files that are elsewhere folders are read for about a second in all, a file system that hangs
+    // aside; what was not come to by then is looked for the next time.
     static void Create();
     // Stops all access; the keys and bookmarks stay in the settings.
     static void Destroy();

@@ -73,8 +73,9 @@ public:
     void SetNoExclusionList(bool bWithout) { bNoExclusionList = bWithout; }
     // Links are then followed, not stored.
     void SetNoLinkStoring(bool bWithout) { bNoLinkStoring = bWithout; }
-    // The bytes that extracting one archive may write, whatever the archive says of its sizes. A tool that passes
-    // them is ended within a tenth of a second; extracting has then failed, and what was extracted stays.
+    // The bytes that extracting one archive may write, whatever the archive says of its sizes; the tool's messages
+    // count. A tool that passes them is ended within a tenth of a second; extracting has then failed, and what was
+    // extracted stays. Where the system does not tell what a program writes there is no limit.
     void SetUnpackLimit(unsigned long long qwBytes) { qwUnpackLimit = qwBytes; }
     // Kept, and without effect.
     void SetOption(char option) { cOption = option; }
