@@ -95,7 +95,7 @@ public:
 
 private:
     // Terminated first, for the case that there is no memory.
-    void _Grow(unsigned long dwNewLength) {
+    [[gnu::noinline]] void _Grow(unsigned long dwNewLength) {
         lsTarget.SetLength(lsTarget.dwLength);
         lsTarget.GrowToSize(GetGrownCapacity(lsTarget.dwCapacity, dwNewLength));
     }

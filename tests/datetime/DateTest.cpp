@@ -158,8 +158,7 @@ TEST(DateTest, TextsInTheOrderOfTheLocale) {
 
 // Against a clock that is turned from the start, hour by hour.
 TEST(DateTest, Schedules) {
-    static_assert(!std::is_convertible_v<long, LDateTime> && !std::is_convertible_v<long, LDayTime> &&
-                  !std::is_convertible_v<unsigned, LWeekDay>);
+    static_assert(!std::is_convertible_v<int, LDateTime> && !std::is_convertible_v<int, LDayTime>);
     const auto test = [](long nNow, long nHour, long nStart, long nEnd, unsigned today, long nUntil = 2000) {
         return LDateTime::TestScheduleDetails(LDateTime(nNow), LDayTime(nHour), LWeekDay(today),
                                               LDateTime(1000), LDateTime(nUntil), LDayTime(nStart),

@@ -41,7 +41,8 @@ struct LStringDirective {
     template <typename NextNumber>
     static LStringDirective Read(const char* p, NextNumber nextNumber) {
         LStringDirective directive{p};
-        for (const char*& pNext = directive.pConversion; IsPart(*pNext); ++pNext) {
+        const char* pNext = p;
+        for (; IsPart(*pNext); ++pNext) {
             if ((*pNext >= '0' && *pNext <= '9') || *pNext == '.') {
                 if (pNext - p < kMostLength)
                     directive._AddDigitOrDot(*pNext);
@@ -53,6 +54,7 @@ struct LStringDirective {
             else
                 directive._AddFlagOrLength(*pNext);
         }
+        directive.pConversion = pNext;
         return directive;
     }
 
