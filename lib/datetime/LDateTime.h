@@ -5,7 +5,7 @@
 // otherwise nothing blocks.
 //
 // The value 0 means that no date is set, so the first second of 1970 (UTC) cannot be told from none: its text
-// is empty, and SetDayTime takes it for none. Years are those of the Gregorian calendar, months and days count
+// is empty, and SetDayTime replaces it. Years are those of the Gregorian calendar, months and days count
 // from 1. Texts are ASCII and terminated; output buffers belong to the caller and hold LDateTimeTextSize
 // bytes, or LPathBufferSize for a combined form. Nothing reports errors: of text the part that can be read
 // counts, fields out of their ranges are carried over (the 32nd of January is the 1st of February), and what

@@ -1,7 +1,7 @@
 // TCP sockets: the owner of a descriptor, and the value that the operations on a connection take.
 //
-// Thread-safety: as plain values. One thread may receive from a socket or wait for it while another sends on it;
-// beyond these two, one operation is under way at a time, and none while the socket is closed or moved.
+// Thread-safety: as plain values. One thread may receive from a socket or wait for it while another sends on
+// it; beyond these two, one operation is under way at a time, and none while the socket is closed or moved.
 #pragma once
 
 #include <port/UniqueFd.h>

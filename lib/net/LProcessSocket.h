@@ -8,10 +8,10 @@
 // operation, and a slice in which something moves costs nothing. There is no value without a limit, and
 // for connecting and receiving one above 0xFFFFFF37 allows a single slice.
 //
-// Thread-safety: an operation touches only the socket given to it. One thread may receive from a socket or wait
-// for it while another sends on it; two that receive, or two that send, may not. Sockets of any making will do, no operation relies on their being non-blocking; but a descriptor
-// above 1023, which `select` cannot watch, fails. POSIX signals neither end a wait nor lengthen it; sending
-// raises no SIGPIPE.
+// Thread-safety: an operation touches only the socket given to it. One thread may receive from a socket or
+// wait for it while another sends on it; two that receive, or two that send, may not. Sockets of any making
+// will do, no operation relies on their being non-blocking; but a descriptor above 1023, which `select` cannot
+// watch, fails. POSIX signals neither end a wait nor lengthen it; sending raises no SIGPIPE.
 #pragma once
 
 #include "net/LIPAddress.h"

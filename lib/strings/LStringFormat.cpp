@@ -16,7 +16,7 @@ namespace {
 constexpr int kConversionBufferSize = 260;
 // Of a longer conversion only as much is made as shows: no part of it is longer than all that is kept.
 constexpr int kMostShown = kConversionBufferSize - 1;
-// A double ends after 1074 decimal places, and has at most 309 digits before them: what is beyond does not show.
+// A double ends after 1074 decimal places, and has at most 309 digits before them: more does not show.
 constexpr int kMostDoublePrecision = 1100;
 constexpr int kMostDigits = 22; // of a 64-bit number, octal
 constexpr int kMostSign = 3;    // a sign and "0x"
@@ -89,8 +89,8 @@ char* FillBehind(char* p, long nCount, char nFill) {
     return p;
 }
 
-// Puts zeros and a sign before the text, fills up to the width, with zeros behind the sign or with spaces, and
-// hands on as much as shows.
+// Puts zeros and a sign before the text, fills up to the width, with zeros behind the sign or with spaces,
+// and hands on as much as shows.
 template <typename Writer>
 void AddField(Writer& writer, const LStringDirective& directive, Field& field, std::string_view sSign,
               long nZeros, bool bZeroFill) {

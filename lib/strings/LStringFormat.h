@@ -12,10 +12,10 @@
 // "%-8s" fills up, "%.*s" and "%-.3s" cut and read no further; "%8s" and "%.3s" still copy the whole text.
 //
 // One conversion writes at most 259 characters (%s any number). %n, %p, %ls, %lc, any other conversion
-// character and a second dot take one argument (%s and %e their own) and write nothing; %m takes none and
+// character, and a number with a second dot take their one argument and write nothing; %m takes none and
 // writes nothing. Numbers are not grouped: the flag "'" changes nothing. An unfinished conversion at the end
-// of the format writes nothing. So whatever the compiler's check of a format accepts, numbered arguments but
-// for, takes the arguments that it should.
+// of the format writes nothing. So whatever the compiler's check of a format accepts takes the arguments that
+// it should, but for numbered ones ("%1$d").
 //
 // Thread-safety: reentrant; writers and strings are guarded by their owners.
 // Nothing reports errors: a fixed target cuts, a growable one grows or throws std::bad_alloc. No argument may

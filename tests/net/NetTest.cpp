@@ -186,8 +186,8 @@ TEST(ProcessSocketTest, DescriptorsThatSelectCannotWatchFail) {
     EXPECT_EQ(port::UniqueFd(dup(STDERR_FILENO)).get(), FD_SETSIZE + 1); // none was left open
 }
 
-// Answers lines with the same lines, a thread for each client. What it does instead of waiting before it listens
-// anew may be given.
+// Answers lines with the same lines, a thread for each client. What it does instead of waiting before it
+// listens anew may be given.
 struct Echo : LTCPListener {
     struct Client : LDetachedThread {
         void ThreadFunction() override {

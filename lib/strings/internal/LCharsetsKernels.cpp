@@ -65,8 +65,8 @@ std::size_t BytesBeforeFirst(std::uint64_t nTopBits) {
     return static_cast<std::size_t>(nBits) / 8;
 }
 
-// The first nRun ASCII bytes of a word, at most seven; nothing behind them is written. How long runs are cannot be
-// predicted: what is not to be stored goes elsewhere, without a jump.
+// The first nRun ASCII bytes of a word, at most seven; nothing behind them is written. How long runs are cannot
+// be predicted: what is not to be stored goes elsewhere, without a jump.
 template <typename TUnit>
 void WidenRun(TUnit* dst, const unsigned char* src, std::size_t nRun) {
     TUnit elsewhere[4];

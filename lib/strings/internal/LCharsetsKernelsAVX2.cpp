@@ -3,8 +3,8 @@
 // Shuffles take their pattern from a table, eight bytes to a pattern. The ends of a text are left to the
 // portable form.
 //
-// What is inline elsewhere is not used here: without optimisation it would be emitted for the vector unit, and
-// the linker might take that for the whole program.
+// What is inline elsewhere is not used here: without optimisation it would be emitted for the vector unit,
+// and the linker might take that for the whole program.
 #include "strings/internal/LCharsetsKernels.h"
 
 #include <cstdint>

@@ -3,8 +3,8 @@
 // and joined; the joined values are judged by their length. Masked loads and stores take the ends of a text
 // the same way as its middle.
 //
-// What is inline elsewhere is not used here: without optimisation it would be emitted for the vector unit, and
-// the linker might take that for the whole program.
+// What is inline elsewhere is not used here: without optimisation it would be emitted for the vector unit,
+// and the linker might take that for the whole program.
 #include "strings/internal/LCharsetsKernels.h"
 
 #include <cstdint>
