@@ -1,9 +1,9 @@
 #include <port/net.h>
 
-#include <cstring>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <port/bsd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -43,9 +43,9 @@ bool port_local_bind(int socket, const char* path) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     constexpr mode_t kOurs = S_IRUSR | S_IWUSR;
-    if (std::strlen(path) >= sizeof address.sun_path || fchmod(socket, kOurs) != 0)
+    if (strlcpy(address.sun_path, path, sizeof address.sun_path) >= sizeof address.sun_path ||
+        fchmod(socket, kOurs) != 0)
         return false;
-    std::strcpy(address.sun_path, path);
     if (bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
         return false;
     [[maybe_unused]] const int ignored = fchmodat(AT_FDCWD, path, kOurs, AT_SYMLINK_NOFOLLOW);
