@@ -23,6 +23,28 @@ void writeFile(const std::string& path, const std::string& text = "") {
     std::ofstream(path) << text;
 }
 
+// What happens in a folder from now on.
+class Watch {
+public:
+    Watch(const std::string& path, std::uint32_t events) {
+        inotify_add_watch(fd.get(), path.c_str(), events);
+    }
+    long count(std::uint32_t wanted) const {
+        alignas(inotify_event) char bytes[1 << 16];
+        const ssize_t size = read(fd.get(), bytes, sizeof bytes);
+        long found = 0;
+        for (ssize_t at = 0; at < size;) {
+            const auto* event = reinterpret_cast<const inotify_event*>(bytes + at);
+            found += (event->mask & wanted) != 0;
+            at += static_cast<ssize_t>(sizeof *event + event->len);
+        }
+        return found;
+    }
+
+private:
+    const port::UniqueFd fd{inotify_init1(IN_NONBLOCK)};
+};
+
 class Bookmarks : public testing::Test {
 protected:
     using Arguments = std::vector<std::string>;
@@ -205,17 +227,13 @@ TEST_F(Bookmarks, PathsAreBytesAndNeverCut) {
 
 TEST_F(Bookmarks, OneLookAtAFolderAndNotForEver) {
     run(makeFiles(30));
-    const port::UniqueFd watch(inotify_init1(IN_NONBLOCK));
     port::BookmarkRecord record;
     ASSERT_TRUE(port::makeBookmark(root + "/0", record));
     fs::remove_all(root);
     fs::create_directory(root);
-    inotify_add_watch(watch.get(), root.c_str(), IN_OPEN | IN_ACCESS);
+    const Watch watch(root, IN_OPEN | IN_ACCESS);
     EXPECT_EQ(run({}, false), "");
-    inotify_event events[1000];
-    const ssize_t size = read(watch.get(), events, sizeof events);
-    EXPECT_EQ(1, std::count_if(events, events + size / static_cast<ssize_t>(sizeof *events),
-                               [](const auto& event) { return (event.mask & IN_ACCESS) != 0; }));
+    EXPECT_EQ(watch.count(IN_ACCESS), 1);
     EXPECT_EQ(countOfKeys(), 0U);
     std::string path;
     bool stale = false;
@@ -243,7 +261,9 @@ TEST_F(Bookmarks, AThousandOfThem) {
         fs::rename(root + "/" + std::to_string(i), root + "/x" + std::to_string(i));
         fs::remove(root + "/" + std::to_string(i + 1));
     }
+    const Watch watch(memory.root, IN_MOVE);
     const std::string said = run();
+    EXPECT_EQ(watch.count(IN_MOVED_TO), 1) << "saves";
     EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 900);
     EXPECT_NE(said.find(root + "/x990 1 990\n"), said.npos);
     EXPECT_EQ(countOfKeys(), 900U);
