@@ -68,9 +68,12 @@ char* StoreDigits(char* pEnd, char nConversion, std::uint64_t qwValue) {
 
 // Where one conversion is made: its text, with room for what is filled up on either side.
 struct Field {
-    // Before the start there is room for spaces, a sign, zeros and digits, behind it for a text and spaces.
-    char szRoom[4 * kMostShown + kMostSign + kMostDigits];
-    char* const pStart = szRoom + 2 * kMostShown + kMostSign + kMostDigits;
+    static constexpr std::size_t kBefore =
+        2UL * kMostShown + kMostSign + kMostDigits;          // spaces, sign, zeros, digits
+    static constexpr std::size_t kBehind = 2UL * kMostShown; // a text, spaces
+
+    char szRoom[kBefore + kBehind];
+    char* const pStart = szRoom + kBefore;
     char* p = pStart;
     char* pEnd = pStart;
     long nUnseen = 0; // characters behind the end that count for the width and do not show
@@ -303,9 +306,10 @@ std::uint32_t tplprintf(Writer& writer, const T* format, va_list arguments) {
         case 'F':
         case 'G':
         case 'A':
-            if (directive.bLongDouble)
-                AddDouble(writer, directive, nConversion, va_arg(arguments, long double));
-            else
+            if (directive.bLongDouble) {
+                const long double nLong = va_arg(arguments, long double);
+                AddDouble(writer, directive, nConversion, nLong);
+            } else
                 AddDouble(writer, directive, nConversion, va_arg(arguments, double));
             break;
         default:
