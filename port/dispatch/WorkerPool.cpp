@@ -85,8 +85,10 @@ void WorkerPool::hurry() {
 void WorkerPool::callAt(Clock::time_point when, SourceKey key) {
     Lock lock(mutex_);
     deadlines_.add(when, key);
-    if (!returning)
-        summon(std::move(lock)); // whoever comes waits anew, with the right patience
+    // Whoever comes waits anew, with the right patience. A leader that returns does, unless it was slow enough to
+    // lose the lead: then another one waits already.
+    if (!returning || wait_.isOn())
+        summon(std::move(lock));
 }
 
 // Sees to it that a worker comes for what is in line. A leader that waits takes it all; if it gets stuck, its

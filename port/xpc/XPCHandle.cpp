@@ -45,12 +45,17 @@ void _xpc_connection_s::suspend() {
 }
 
 void _xpc_connection_s::deliver(xpc_object_t event) {
+    if (!dropped_)
+        call(event);
+}
+
+void _xpc_connection_s::call(xpc_object_t event) {
     Handler handler;
     {
         const std::lock_guard lock(handlerMutex_);
         handler = handler_;
     }
-    if (handler == nullptr || !*handler || dropped_)
+    if (handler == nullptr || !*handler)
         return;
     const port::XPCCurrent scope(this);
     (*handler)(event);
@@ -64,9 +69,9 @@ void _xpc_connection_s::finish() {
     if (finishing_.exchange(true))
         return;
     const bool mustSchedule = queue_.addLast(port::Task([this] {
-        dropped_ = false;
-        deliver(XPC_ERROR_CONNECTION_INVALID);
-        dropped_ = true;
+        // Another thread may cancel now and drop the events: this one is delivered all the same.
+        dropEvents();
+        call(XPC_ERROR_CONNECTION_INVALID);
         Handler last;
         const std::lock_guard lock(handlerMutex_);
         handler_.swap(last);

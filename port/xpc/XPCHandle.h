@@ -48,7 +48,7 @@ protected:
     virtual void queueTurnBegins() {}
     virtual void queueRanEmpty() {}
 
-    // Calls the handler, on the queue.
+    // Calls the handler, on the queue, unless events are dropped.
     void deliver(xpc_object_t event);
     // Puts the last event, "invalid", in line, once. From the time it has run, no handler is called.
     void finish();
@@ -72,6 +72,7 @@ protected:
 
 private:
     using Handler = std::shared_ptr<const xpc_handler_t>;
+    void call(xpc_object_t event);
 
     std::mutex handlerMutex_;
     Handler handler_;
