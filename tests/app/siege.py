@@ -20,7 +20,7 @@ import time
 
 SERVICE = "Q4KX2M9T7W.com.brelvanic.loginhelper.zubeqfree214"
 SHARE = 32
-PATIENCE = 5  # s, on a machine with much to do
+PATIENCE = 10  # s for an answer, on a machine with much to do
 PROCESSES = 8
 HELD_LIMIT = 300 << 20
 KEPT_LIMIT = 2 << 20
@@ -73,10 +73,9 @@ class Honest:
 
     def report(self, name):
         times = sorted(self.times)
-        percentile = times[int(len(times) * 0.99)]
         self.times = []
-        tell(name, f"99th percentile {percentile * 1e3:.1f} ms, longest {times[-1] * 1e3:.1f} ms of {len(times)}",
-             percentile <= PATIENCE)
+        tell(name, f"99th percentile {times[len(times) * 99 // 100] * 1e3:.1f} ms, longest {times[-1] * 1e3:.1f} ms of {len(times)}",
+             times[-1] <= PATIENCE)
 
 
 def never_read(path, ready):
@@ -232,16 +231,18 @@ def main():
     with tempfile.TemporaryDirectory() as place:
         environment = dict(os.environ, HOME=place, XDG_RUNTIME_DIR=place, XDG_CONFIG_HOME=place)
         with subprocess.Popen([helper, "--serve"], env=environment, stderr=subprocess.PIPE, text=True) as service:
-            print(service.stderr.readline(), end="")
-            path = f"{place}/port-xpc/{SERVICE}.sock"
-            honest = Honest(path)
-            honest.ask(100)
-            before = descriptors(service.pid)
-            greedy(path)
-            garbage(path, service.pid, honest, before)
-            storm(path, 4, 10_000)
-            siege(path, service.pid, honest, sanitized)
-            service.kill()
+            try:
+                print(service.stderr.readline(), end="")
+                path = f"{place}/port-xpc/{SERVICE}.sock"
+                honest = Honest(path)
+                honest.ask(100)
+                before = descriptors(service.pid)
+                greedy(path)
+                garbage(path, service.pid, honest, before)
+                storm(path, 4, 10_000)
+                siege(path, service.pid, honest, sanitized)
+            finally:
+                service.kill()
             said = service.stderr.read()
     tell("said", said.strip(), said.count("has 32 connections") == 1)
     sys.exit(1 if failures else 0)
