@@ -11,6 +11,11 @@
 namespace port {
 namespace {
 
+bool isEmpty(int socket) {
+    int unread = 0;
+    return ::ioctl(socket, FIONREAD, &unread) == 0 && unread == 0;
+}
+
 void dropNow(int descriptor) {
     constexpr linger kNone{};
     ::setsockopt(descriptor, SOL_SOCKET, SO_LINGER, &kNone, sizeof kNone);
@@ -64,10 +69,11 @@ void Closer::drop(UniqueFd descriptor) {
 }
 
 // Most connections have nothing unread: the caller closes those. The other side sees the end now, whoever closes.
-void Closer::end(UniqueFd socket) {
-    int unread = 0;
+void Closer::end(UniqueFd socket, bool quiet) {
+    if (quiet && isEmpty(socket.get()))
+        return;
     ::shutdown(socket.get(), SHUT_RDWR);
-    if (::ioctl(socket.get(), FIONREAD, &unread) != 0 || unread != 0)
+    if (!isEmpty(socket.get()))
         take(std::move(socket), Manner::End);
 }
 

@@ -25,8 +25,9 @@ public:
     void close(UniqueFd descriptor);
     // One that nobody wanted: what a socket still has to send is not waited for.
     void drop(UniqueFd descriptor);
-    // Ends a connection to another process, and drops the descriptors that lie unread in it.
-    void end(UniqueFd socket);
+    // Ends a connection to another process, and drops the descriptors that lie unread in it. `quiet`: nothing more
+    // comes, the other side has ended or is trusted not to send at this very moment, and need not be kept from it.
+    void end(UniqueFd socket, bool quiet = false);
 
 private:
     enum class Manner { Close, Drop, End };

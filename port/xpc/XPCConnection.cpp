@@ -183,7 +183,7 @@ SourceResult XPCConnection::readOn() {
     for (unsigned reads = 0; next == XPCInput::Next::ReadOn;) {
         const XPCReadResult result = input_.read(socket_.fd(), *this);
         if (result == XPCReadResult::Closed || result == XPCReadResult::Refused) {
-            lost();
+            lost(result == XPCReadResult::Closed);
             return SourceResult::Done;
         }
         next = endReading(result, ++reads);
@@ -236,13 +236,13 @@ void XPCConnection::deliverMessage(XPCDictionary& message) {
 }
 
 // The link is gone, found by the thread that reads.
-void XPCConnection::lost() {
+void XPCConnection::lost(bool hungUp) {
     Leftovers left;
     bool comesBack = false;
     {
         const std::lock_guard lock(mutex_);
         input_.stop();
-        socket_.close();
+        socket_.close(hungUp);
         if (state_ == State::Over)
             return;
         comesBack = isClient();

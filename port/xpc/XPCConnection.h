@@ -70,7 +70,7 @@ private:
     XPCInput::Next endReading(XPCReadResult result, unsigned reads);
     bool frameReceived(XPCRef<XPCDictionary> frame) override;
     void deliverMessage(XPCDictionary& message);
-    void lost();
+    void lost(bool hungUp);
     void continueInput();
     void takeUpInput();
     void putReadingInLine();

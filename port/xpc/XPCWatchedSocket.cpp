@@ -65,10 +65,11 @@ void XPCWatchedSocket::shutDown() {
     ::shutdown(fd(), SHUT_RDWR);
 }
 
-void XPCWatchedSocket::close() {
+// A client trusts its service that far: to shut down first would wake both sides.
+void XPCWatchedSocket::close(bool hungUp) {
     if (!isOpen())
         return;
-    Closer::shared().end(std::move(socket_));
+    Closer::shared().end(std::move(socket_), hungUp || isClient());
     if (key_ != kNoSource)
         WorkerPool::shared().endWatch(watcher());
 }

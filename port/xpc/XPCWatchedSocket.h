@@ -44,7 +44,8 @@ public:
     void setBlocked(bool blocked);
     // Both sides see the end; what the other has sent can still be read.
     void shutDown();
-    void close();
+    // `hungUp`: the other side has ended already.
+    void close(bool hungUp = false);
 
 private:
     bool isClient() const { return side_ == Side::Client; }
