@@ -1,6 +1,7 @@
 #include <AppKit/AppKit.h>
 
 #include <exception>
+#include <port/heap.h>
 #include <port/no_memory.h>
 #include <string>
 #include <sysexits.h>
@@ -29,6 +30,7 @@ NSApplicationDelegate* MakeServingHelper() {
 } // namespace
 
 int main(int argc, char* argv[]) {
+    port_share_heap();
     // A login has none, and need not bring their reader to memory.
     const LHelperMode eMode = argc > 1 ? ParseHelperArguments(argc, argv) : LHelperMode::Login;
     if (std::string sWhy; FindForeignFolder(sWhy)) {

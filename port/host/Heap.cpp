@@ -1,6 +1,7 @@
 #include "host/Heap.h"
 
 #include <malloc.h>
+#include <port/heap.h>
 
 namespace port {
 
@@ -9,3 +10,8 @@ void giveHeapBack() {
 }
 
 } // namespace port
+
+// Of a heap that is not the first the runtime keeps some megabytes, whatever it is asked to give back.
+void port_share_heap() {
+    ::mallopt(M_ARENA_MAX, 1);
+}
