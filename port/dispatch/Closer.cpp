@@ -77,6 +77,8 @@ void Closer::end(UniqueFd socket, bool quiet) {
         take(std::move(socket), Manner::End);
 }
 
+// Under the lock no thread can end between the count and the start of one. What nobody takes over is closed by
+// the caller, when the lock is gone.
 void Closer::take(UniqueFd descriptor, Manner manner) {
     const std::lock_guard lock(mutex_);
     if (!descriptor || count_ == waiting_.size())
@@ -95,6 +97,8 @@ void* Closer::threadMain(void* closer) {
     return nullptr;
 }
 
+// On a thread of the closer, which may be stuck in one close for ever; so the lock is never held in it. The
+// look that finds nothing and the end of the thread are one step under the lock.
 void Closer::work() {
     std::unique_lock lock(mutex_);
     for (; count_ != 0; lock.lock()) {

@@ -27,6 +27,7 @@ bool Epoll::open() {
     epoll_event event{.events = EPOLLIN | EPOLLET, .data = {.u64 = kWakeKey}};
     if (!wake || ::epoll_ctl(set.get(), EPOLL_CTL_ADD, wake.get(), &event) != 0)
         return false;
+    // The eventfd first: whoever sees the set can be woken in it.
     wake_ = wake.release();
     epoll_ = set.release();
     if (missed_)
@@ -34,6 +35,7 @@ bool Epoll::open() {
     return true;
 }
 
+// Without the lock once it is open, for then neither descriptor changes any more.
 int Epoll::fd() {
     const int set = epoll_.load(std::memory_order_acquire);
     return set != -1 || !open() ? set : epoll_.load(std::memory_order_acquire);
@@ -71,6 +73,7 @@ std::size_t Epoll::wait(std::span<epoll_event> events, int milliseconds) {
         if (!open())
             std::this_thread::sleep_for(
                 std::chrono::milliseconds(milliseconds < 0 ? kLook : std::min(milliseconds, kLook)));
+        // Opened just now, or still not: the caller looks at its line, and comes again.
         return 0;
     }
     const int count = ::epoll_wait(set, events.data(), static_cast<int>(events.size()), milliseconds);

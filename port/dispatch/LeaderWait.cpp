@@ -14,6 +14,9 @@ constexpr std::chrono::microseconds kAwake{150};
 
 } // namespace
 
+// The state is set before the lock goes: who puts work in line from then on sees a wait and ends it, even if
+// the kernel has not been entered yet, for the eventfd keeps the call. A call that comes after the wait is over
+// ends the next one for nothing.
 LeaderWait::Result LeaderWait::wait(std::span<epoll_event> events, int milliseconds, Lock& lock) {
     const bool isShort = std::exchange(nextIsShort_, false);
     state_ = isShort ? State::Short : State::Long;
@@ -47,6 +50,8 @@ std::size_t LeaderWait::look(std::span<epoll_event> events, Lock& lock) {
     return count;
 }
 
+// Under the pool's lock, so there is one first. The others rely on it: the worker that is called looks at the
+// line under that lock.
 bool LeaderWait::end() {
     if (!isOn())
         return false;

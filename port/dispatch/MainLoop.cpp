@@ -43,6 +43,8 @@ private:
 
 } // namespace
 
+// On any thread. The eventfd is written only when somebody waits, once for all that is put in line during that
+// wait, and without the lock, which the woken thread takes first.
 void MainQueue::append(Task task) {
     bool call = false;
     {
@@ -59,6 +61,7 @@ void MainQueue::suspend() {
     ++suspensions_;
 }
 
+// The loop is called even if nobody waits: that is rare, and costs one empty turn.
 void MainQueue::resume() {
     {
         const std::lock_guard lock(mutex_);
@@ -72,6 +75,7 @@ bool MainQueue::wantsTurn() const {
     return !running_ && suspensions_ == 0 && !tasks_.isEmpty();
 }
 
+// `running_` stays until the task is through: a loop entered from inside it finds nothing to run.
 bool MainQueue::next(Task& task) {
     const std::lock_guard lock(mutex_);
     if (!wantsTurn())
@@ -85,9 +89,11 @@ bool MainQueue::runTurn() {
     Task task;
     std::size_t count = 0;
     for (; count < kTasksPerTurn && next(task); ++count) {
+        // This thread cannot look at the workers' set while it is in the program's code: a worker has to.
         if (count == 0)
             WorkerPool::mainLoopIsBusy();
         task();
+        // What the task holds goes before the next one may run: its destructors are part of the turn.
         task.reset();
         const std::lock_guard lock(mutex_);
         running_ = false;
@@ -95,6 +101,7 @@ bool MainQueue::runTurn() {
     return count != 0;
 }
 
+// Look and announcement under one lock: a task is either seen here, or its sender sees the waiter.
 bool MainQueue::beginWait() {
     const std::lock_guard lock(mutex_);
     if (wantsTurn())
@@ -119,6 +126,8 @@ void MainLoop::wake() {
     epoll_.wake();
 }
 
+// The queue comes before and behind the wait: what a source puts in line, a reply for one, runs in the same
+// turn.
 bool MainLoop::runOnce(int milliseconds) {
     const Deadline deadline =
         milliseconds < 0 ? Deadline(Deadline::kForever) : Deadline(std::chrono::milliseconds(milliseconds));
@@ -144,6 +153,7 @@ void MainLoop::runTurn() {
 
 // One wait and what it brought.
 bool MainLoop::serve(int milliseconds) {
+    // Before the wait: whoever sets it later wakes that, and the next turn sees it.
     const bool poolCalls = poolCalls_;
     const bool mayWait = milliseconds != 0 && queue_.beginWait();
     if (poolCalls && static_cast<unsigned>(milliseconds) > kPoolRetry) // no limit is above it too
@@ -153,6 +163,7 @@ bool MainLoop::serve(int milliseconds) {
     std::size_t count = 0;
     do {
         count = epoll_.wait(events, mayWait && count == 0 ? milliseconds : 0);
+        // Before the sources are told: what they put in line on this thread need not wake it.
         if (mayWait && count != kEventsPerWait)
             queue_.endWait();
         for (const epoll_event& event : std::span(events.data(), count))
@@ -163,6 +174,8 @@ bool MainLoop::serve(int milliseconds) {
     return handled;
 }
 
+// On the thread inside the loop, without a lock. The watch of the pool is spent with its event; where no worker
+// can be made, callPoolAgain has the loop ask anew.
 bool MainLoop::deliver(const epoll_event& event) {
     if (event.data.u64 == kPoolKey) {
         WorkerPool::shared().inputWaits();
@@ -176,6 +189,7 @@ bool MainLoop::deliver(const epoll_event& event) {
     return called;
 }
 
+// The source is in the table before the kernel knows its key, so that no event finds nobody.
 bool MainLoop::addSource(int fd, std::function<void()> callback) {
     auto* const source = new CallbackSource(std::move(callback));
     const SourceKey key = SourceTable::shared().add(*source);

@@ -41,6 +41,8 @@ SerialQueue::~SerialQueue() {
         target_->release();
 }
 
+// The pool is called without the queue's lock, which the worker that comes takes at once. Who orders what it adds by
+// a lock of its own calls `add` under that and `schedule` behind it.
 bool SerialQueue::add(Task task) {
     const std::lock_guard lock(mutex_);
     tasks_.push(std::move(task));
@@ -84,6 +86,7 @@ bool SerialQueue::mustSchedule() {
     return true;
 }
 
+// Once for each time that `mustSchedule` said so; no two turns of it are in line.
 void SerialQueue::schedule(Urgency urgency) {
     if (target_ == nullptr)
         WorkerPool::shared().submit(*this, urgency);
@@ -95,6 +98,8 @@ void SerialQueue::schedule(Urgency urgency) {
 bool SerialQueue::next(Task& task) {
     const std::lock_guard lock(mutex_);
     if (suspensions_ != 0 || !hasTask()) {
+        // Under the same lock as the look: who adds a task from here on puts the queue in line again, and its
+        // next turn may begin on another worker while this one still ends.
         active_ = false;
         return false;
     }
@@ -107,6 +112,7 @@ void SerialQueue::run() {
     const bool ended = runTasks();
     // On a target queue other tasks follow.
     const WorkerPool::Returning scope(target_ == nullptr);
+    // One that has more to do stays active, and keeps its reference.
     if (!ended)
         return schedule();
     turnEnds();

@@ -30,6 +30,8 @@ SourceTable::Slot* SourceTable::find(SourceKey key) {
     return &slots_[index];
 }
 
+// The destructors of sources call this. Whoever is in `pin` meanwhile holds the lock: it is waited for, and
+// has found that the last reference is gone.
 void SourceTable::remove(SourceKey key) {
     const std::lock_guard lock(mutex_);
     Slot* slot = find(key);

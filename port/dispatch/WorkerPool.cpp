@@ -25,6 +25,7 @@ constexpr auto kMonitorTick = 5ms;    // how long a handler may hold the lead
 constexpr unsigned kRunsPerLook = 32; // between two looks at new input
 constexpr std::size_t kEventsPerWait = 32;
 
+// Of the thread, so that whatever it calls, however deep, finds it without being told.
 thread_local bool returning = false;
 
 // How many sources are watched, by whom; asked before there is a pool.
@@ -49,12 +50,14 @@ WorkerPool::Returning::~Returning() {
     returning = before_;
 }
 
+// Never destroyed: workers are inside of it when the process exits on another thread.
 WorkerPool& WorkerPool::shared() {
     static WorkerPool& pool = *new WorkerPool;
     return pool;
 }
 
 WorkerPool::WorkerPool() : usualWorkers_(std::max(2U, std::thread::hardware_concurrency())) {
+    // There is no worker yet; the first one takes the set out of the main loop again.
     MainLoop::shared().watchPool(epoll().fd());
 }
 
@@ -63,6 +66,8 @@ unsigned WorkerPool::workerCount() {
     return workers_;
 }
 
+// On any thread, at times with a connection's lock held: so the pool calls no source and no work under its own.
+// For work that may come soon a short wait is let run out; its worker then looks at the line.
 void WorkerPool::submit(Runnable& work, Urgency urgency) {
     Lock lock(mutex_);
     line_.push(work);
@@ -117,6 +122,8 @@ bool WorkerPool::spawn() {
     return made;
 }
 
+// `isLast` is read under the lock under which this worker left the count. The call comes without it: it may
+// last, and a new worker may be at work by then.
 void* WorkerPool::threadMain(void* pool) {
     auto& self = *static_cast<WorkerPool*>(pool);
     try {
@@ -160,6 +167,7 @@ bool WorkerPool::mayTakeWork() const {
     return !line_.isEmpty() && running_ < usualWorkers_;
 }
 
+// A leader that was stuck finds out when its turn is over.
 void WorkerPool::takeLead(const Worker& self) {
     leader_ = &self;
     ++progress_;
@@ -191,6 +199,7 @@ void WorkerPool::runNext(Worker& self, Lock& lock) {
 // One wait as the leader. False when the thread has given up the lead and must end.
 bool WorkerPool::lead(Worker& self, Lock& lock) {
     std::array<epoll_event, kEventsPerWait> events;
+    // Without the lock: here the leader sleeps, until input, the time of a deadline, or `summon`.
     const auto [count, wasShort] = wait_.wait(events, patience(self), lock);
     ++progress_;
     if (count == 0)
@@ -202,7 +211,9 @@ bool WorkerPool::lead(Worker& self, Lock& lock) {
     return true;
 }
 
-// The wait brought no event. False as above: then the main loop looks at the set from now on.
+// The wait brought no event. False as above: then the main loop looks at the set from now on. From the last look
+// at the line until this worker is off the count the lock is held: what is submitted before is seen here, and who
+// comes later finds no worker and makes one. Input that is there by then calls the main loop at once.
 bool WorkerPool::staysAfterQuiet(Worker& self, bool wasShort, Lock& lock) {
     if (!line_.isEmpty())
         callMonitor();
@@ -222,7 +233,8 @@ int WorkerPool::patience(const Worker& self) const {
     return self.stays ? -1 : kLeaderLife;
 }
 
-// Tells the sources what is ready: they read, and put what they have read in line.
+// Tells the sources what is ready: they read, and put what they have read in line. Who does it may have lost the
+// lead meanwhile, so two threads may tell a source at the same time.
 void WorkerPool::deliver(std::span<const epoll_event> events, Lock& lock) {
     bool moreIsNear = false;
     lock.unlock();
@@ -238,6 +250,8 @@ void WorkerPool::deliver(std::span<const epoll_event> events, Lock& lock) {
         wait_.makeNextAwake();
 }
 
+// Taken out under the lock, so that no other worker calls them too; called without it, for a source takes its own
+// lock, under which others submit. One that is gone by then is not found under its key.
 void WorkerPool::callDue(Lock& lock) {
     if (deadlines_.isEmpty())
         return;
@@ -263,6 +277,7 @@ bool WorkerPool::rest(const Worker& self, Lock& lock) {
         return true;
     }
     ++parked_;
+    // One call may meet the end of the time: then the line, or the missing monitor, tells that it was meant.
     const bool called = parking_.wait_for(lock, kIdleLife) == std::cv_status::no_timeout;
     --parked_;
     return called || !line_.isEmpty() || monitor_ == Monitor::Called;
@@ -276,6 +291,7 @@ void WorkerPool::callMonitor() {
     bringMonitor();
 }
 
+// Nobody comes while all kMaxWorkers are in handlers: then the first one that is through monitors, in `rest`.
 void WorkerPool::bringMonitor() {
     if (parked_ != 0)
         parking_.notify_one();
@@ -284,6 +300,9 @@ void WorkerPool::bringMonitor() {
 }
 
 // Until the leader waits, or is stuck and this worker leads, or there is work for it.
+// It shares `parking_` with the parked: a call that reaches it instead of one of them makes it work, and it
+// calls the next monitor as it goes. Progress within a tick, or a wait in the kernel, means that the leader is
+// not stuck.
 void WorkerPool::monitor(const Worker& self, Lock& lock) {
     monitor_ = Monitor::Runs;
     while (!mayTakeWork()) {
@@ -299,6 +318,8 @@ void WorkerPool::monitor(const Worker& self, Lock& lock) {
         callMonitor(); // this one is going to work
 }
 
+// The count comes first: a leader that looks at it later stays, and one that left without is off the other count
+// when the lock is had here.
 void WorkerPool::beginWatch(Watcher watcher) {
     ++watchedBy(watcher);
     const bool isNeeded = isWorkerNeeded();
