@@ -90,8 +90,8 @@ void WorkerPool::hurry() {
 void WorkerPool::callAt(Clock::time_point when, SourceKey key) {
     Lock lock(mutex_);
     deadlines_.add(when, key);
-    // Whoever comes waits anew, with the right patience. A leader that returns does, unless it was slow enough to
-    // lose the lead: then another one waits already.
+    // Whoever comes waits anew, with the right patience. A leader that returns does; a worker that was slow enough to
+    // lose the lead, or never had it, does not, and another one may be in the wait already.
     if (!returning || wait_.isOn())
         summon(std::move(lock));
 }

@@ -52,6 +52,8 @@ XPCConnection::XPCConnection(UniqueFd socket, pid_t pid)
       gathering_(true) {}
 
 // Only a connection that was never resumed can have something waiting here: else it keeps itself.
+// On whatever thread lets go of the last reference, without a lock: nobody else knows the connection, and the
+// table of sources no longer pins it.
 XPCConnection::~XPCConnection() {
     std::vector<dispatch_block_t> barriers;
     writer_.clear(barriers);
@@ -88,6 +90,8 @@ void XPCConnection::resume() {
     continueInput();
 }
 
+// Any thread, a handler of this connection included. Events are dropped before the state changes: one that is
+// being read meanwhile goes into the queue, and no further.
 void XPCConnection::cancel() {
     Leftovers left;
     dropEvents();
@@ -119,6 +123,8 @@ void XPCConnection::send(XPCDictionary& message) {
     settle(std::move(left));
 }
 
+// The handler is in the table before the frame is in the socket: the reply may be read on another thread before
+// `sendmsg` is back here. One that cannot be sent is answered behind the lock, by `settle`.
 void XPCConnection::sendWithReply(XPCDictionary& message, dispatch_queue_t queue, xpc_handler_t handler) {
     XPCReplyHandler waiting(queue, std::move(handler));
     Leftovers left;
@@ -134,6 +140,8 @@ void XPCConnection::sendWithReply(XPCDictionary& message, dispatch_queue_t queue
     settle(std::move(left));
 }
 
+// The look at what is still to be written, and the place in the queue, are one step under the lock: no barrier
+// passes what was sent before it.
 void XPCConnection::sendBarrier(dispatch_block_t barrier) {
     bool starts = false;
     bool hurries = false;
@@ -160,6 +168,8 @@ SourceResult XPCConnection::ready(std::uint32_t events) {
     bool reads = false;
     {
         const std::lock_guard lock(mutex_);
+        // The event may be one of the socket before, that another thread has closed since: a look at the new
+        // one does no harm.
         const bool hungUp = (events & (EPOLLHUP | EPOLLRDHUP | EPOLLERR)) != 0;
         if (hungUp)
             input_.setLast();
@@ -178,6 +188,8 @@ void XPCConnection::run() {
     release();
 }
 
+// On the one thread that `begin` or `takeUp` has made the reader, without the lock: senders go on meanwhile.
+// Nobody closes the socket under it; who ends the connection shuts it down, and this thread finds that.
 SourceResult XPCConnection::readOn() {
     auto next = XPCInput::Next::ReadOn;
     for (unsigned reads = 0; next == XPCInput::Next::ReadOn;) {
@@ -191,6 +203,8 @@ SourceResult XPCConnection::readOn() {
     return next == XPCInput::Next::DoneForNow ? SourceResult::MoreIsNear : SourceResult::Done;
 }
 
+// State, queue and phase are looked at under the one lock that `continueInput` takes too: either this thread
+// sees the room in the queue, or the queue's turn finds the input held and takes it up.
 XPCInput::Next XPCConnection::endReading(XPCReadResult result, unsigned reads) {
     const std::lock_guard lock(mutex_);
     if (state_ == State::Over) {
@@ -206,6 +220,8 @@ XPCInput::Next XPCConnection::endReading(XPCReadResult result, unsigned reads) {
     return next;
 }
 
+// Still on the reader, without the lock. The queue is a member, and keeps the connection while it is in line or
+// runs: so the task holds no reference.
 bool XPCConnection::frameReceived(XPCRef<XPCDictionary> frame) {
     if (refusesDescriptors() && frame->passesDescriptors())
         return false;
@@ -225,6 +241,7 @@ bool XPCConnection::frameReceived(XPCRef<XPCDictionary> frame) {
 }
 
 // The memory that a peer's message costs is missing to that peer alone.
+// On the worker that has the queue's turn, without a lock.
 void XPCConnection::deliverMessage(XPCDictionary& message) {
     message.setRemoteConnection(this);
     try {
@@ -255,6 +272,7 @@ void XPCConnection::lost(bool hungUp) {
         injectError(XPC_ERROR_CONNECTION_INTERRUPTED);
 }
 
+// On the thread that resumes, or on the one whose turn of the queue has ended.
 void XPCConnection::continueInput() {
     const std::lock_guard lock(mutex_);
     takeUpInput();
@@ -266,6 +284,8 @@ void XPCConnection::takeUpInput() {
         putReadingInLine();
 }
 
+// Under the lock, and the pool's inside of it: in this order always, for the pool calls nobody under its own.
+// The reference is the one that `run` gives back.
 void XPCConnection::putReadingInLine() {
     retain();
     WorkerPool::shared().submit(*this);
@@ -279,6 +299,7 @@ void XPCConnection::queueTurnBegins() {
         flush();
 }
 
+// On a worker, pinned: the next attempt to connect, or the end of a frame's time.
 void XPCConnection::expired() {
     Leftovers left;
     {
@@ -335,6 +356,8 @@ void XPCConnection::connect(Leftovers& left) {
     }
 }
 
+// The state first: an event may come on another thread as soon as the socket is watched, and waits for the
+// lock. What was sent before goes out here.
 void XPCConnection::open(UniqueFd socket, Leftovers& left) {
     state_.become(State::Open);
     if (!socket_.watch(std::move(socket)))
@@ -342,6 +365,8 @@ void XPCConnection::open(UniqueFd socket, Leftovers& left) {
     flush();
 }
 
+// Under the lock. What waits already goes first: only past an empty queue is a frame written by itself; else it
+// joins the queue, which is written at once unless the socket takes nothing now or a turn is to come for it.
 void XPCConnection::write(XPCDictionary& message, XPCFrameKind kind, std::uint64_t replyId, Leftovers& left) {
     if (state_ == State::Interrupted)
         connect(left);
@@ -390,6 +415,7 @@ void XPCConnection::keepWhileBusy() {
     }
 }
 
+// A barrier runs even if what was sent before it was not written: whoever waits for it must not wait for ever.
 void XPCConnection::dropWaiting(Leftovers& left, xpc_object_t error) {
     std::vector<dispatch_block_t> barriers;
     writer_.clear(barriers);
@@ -400,6 +426,7 @@ void XPCConnection::dropWaiting(Leftovers& left, xpc_object_t error) {
     keepWhileBusy();
 }
 
+// A descriptor that is closed while another thread reads from it could be another file's by then.
 void XPCConnection::endForGood(Leftovers& left) {
     if (input_.isReading())
         socket_.shutDown(); // the reader closes it
@@ -410,6 +437,7 @@ void XPCConnection::endForGood(Leftovers& left) {
     left.ended = true;
 }
 
+// Behind the lock: the queues may wake threads that want it, and what a handler holds may call back.
 void XPCConnection::settle(Leftovers left) {
     for (XPCReplyHandler& waiting : left.replies)
         waiting.answer(XPCRef<XPCObject>::retained(this), XPCRef<XPCObject>(XPCObject::from(left.error)));

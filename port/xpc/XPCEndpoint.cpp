@@ -43,6 +43,8 @@ bool connectTo(int socket, const std::string& path) {
     return ::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
 
+// Held as long as the name is served, and never unlinked: two processes could else lock two files of one name.
+// The kernel lets it go with its last descriptor, however the process ends.
 UniqueFd takeLock(const std::string& path) {
     UniqueFd lock(sys::open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW, 0600));
     if (lock && ::flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
@@ -146,6 +148,7 @@ std::unique_ptr<XPCEndpoint> XPCEndpoint::listen(std::string_view name) {
     std::unique_ptr<XPCEndpoint> endpoint(new XPCEndpoint);
     endpoint->path_ = path;
     endpoint->socket_ = handedOverSocket(name, path);
+    // Before the path is looked at: who has the lock is alone in judging and replacing what stands there.
     endpoint->lock_ = takeLock(xpcServicePath(folder, name, ".lock"));
     // The service manager has put its socket at the path, so nobody reaches a holder of the lock any more: to
     // leave the name to that one would leave those who call without an answer.
@@ -184,6 +187,8 @@ bool XPCEndpoint::bind(const std::string& draft) {
     return true;
 }
 
+// By device and inode: somebody else's socket may have replaced ours meanwhile. It may run twice, at exit and
+// in a destructor.
 void XPCEndpoint::unlinkOwn() {
     struct stat status {};
     if (bound_ && ::lstat(path_.c_str(), &status) == 0 && status.st_dev == device_ && status.st_ino == inode_)
@@ -191,6 +196,7 @@ void XPCEndpoint::unlinkOwn() {
     bound_ = false;
 }
 
+// The folder is checked, and the peer asked: neither a foreign folder nor a foreign service gets what is sent.
 UniqueFd xpcConnect(std::string_view name) {
     const std::string folder = xpcRuntimeFolder();
     const std::string path = xpcServicePath(folder, name, ".sock");

@@ -26,6 +26,8 @@ void freeWithThread(XPCScratch* scratch) {
 
 } // namespace
 
+// One for the thread, not for the connection: hundreds of peers are read by a few threads, and nothing stays in
+// it between reads.
 XPCScratch& XPCScratch::ofThisThread() {
     if (scratchOfThread == nullptr) {
         auto fresh = std::make_unique_for_overwrite<XPCScratch>();
@@ -40,6 +42,7 @@ void XPCFrameReader::Places::add(void* start, std::size_t size) {
     room += size;
 }
 
+// No memory for the guess is no failure: the bytes go through the scratch then.
 void XPCFrameReader::lay(Places& places, XPCScratch& scratch) {
     if (body_ != nullptr)
         places.add(body_.get() + bodyFill_, header_.bodyBytes - bodyFill_);
@@ -170,6 +173,8 @@ bool XPCFrameReader::consumeHeader(std::span<const std::byte>& bytes) {
     return openHeader(whole);
 }
 
+// Copied, for the bytes may stand at any address. Its limits are asked before its size is believed, and the
+// descriptors that it tells of came with its first byte.
 bool XPCFrameReader::openHeader(const std::byte* bytes) {
     std::memcpy(&header_, bytes, sizeof header_);
     return header_.isValid() && claim(header_.descriptorCount);
@@ -214,6 +219,8 @@ bool XPCFrameReader::claim(std::size_t count) {
     return true;
 }
 
+// Nobody has asked for these descriptors, and their close may last as long as the sender likes: the closer does
+// it, not the thread that reads.
 XPCReadResult XPCFrameReader::abandon(XPCReadResult result) {
     headerFill_ = 0;
     body_.reset();

@@ -53,7 +53,7 @@ public:
     ~XPCFrameReader() { abandon(XPCReadResult::Closed); }
 
     // One `recvmsg` on a non-blocking socket. After Closed or Refused every descriptor received for an
-    // unfinished frame is closed and the reader is of no further use.
+    // unfinished frame is closed, and the reader is ready for another socket.
     XPCReadResult readFrom(int socket, XPCScratch& scratch, XPCFrameSink& sink);
     // The frame on its way, or the last one, is large: the next bytes may come soon.
     bool isInStream() const { return body_ != nullptr || guess_ != 0; }

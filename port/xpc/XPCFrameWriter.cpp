@@ -137,6 +137,7 @@ bool XPCFrameWriter::append(Item item) {
     return true;
 }
 
+// Under the connection's lock: MSG_DONTWAIT keeps it short.
 XPCWriteResult XPCFrameWriter::send(int socket, XPCDictionary& dictionary, XPCFrameKind kind,
                                     std::uint64_t replyId) {
     if (!isEmpty())
@@ -147,6 +148,7 @@ XPCWriteResult XPCFrameWriter::send(int socket, XPCDictionary& dictionary, XPCFr
         Gathering gathering;
         gathering.addFrame(header, dictionary, taken);
         gathering.limitToPiece();
+        // Once a byte of the frame is out its descriptors are as well.
         if (taken == 0)
             gathering.attachments = attachmentsOf(dictionary);
         const ssize_t written = gathering.send(socket);
@@ -170,6 +172,7 @@ XPCWriteResult XPCFrameWriter::flush(int socket, std::vector<dispatch_block_t>& 
         if (written < 0)
             return wouldBlock() ? XPCWriteResult::Blocked : XPCWriteResult::Failed;
         popWritten(static_cast<std::size_t>(written), reached);
+        // A short write filled the socket: asking again would only be told so.
         if (static_cast<std::size_t>(written) < wanted)
             return XPCWriteResult::Blocked;
     }
@@ -207,6 +210,7 @@ ssize_t XPCFrameWriter::writeFront(int socket, std::size_t& wanted) const {
     return gathering.send(socket);
 }
 
+// A barrier between two frames of one call is reached when the one before it is out.
 void XPCFrameWriter::popWritten(std::size_t bytes, std::vector<dispatch_block_t>& reached) {
     while (bytes != 0) {
         popBarriers(reached);
@@ -228,6 +232,7 @@ void XPCFrameWriter::popBarriers(std::vector<dispatch_block_t>& reached) {
     }
 }
 
+// The dictionary goes at once, not with the spent places: it may be large, or hold descriptors.
 void XPCFrameWriter::pop() {
     waitingBytes_ -= queue_[first_].cost();
     queue_[first_] = Item();

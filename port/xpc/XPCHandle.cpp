@@ -10,6 +10,7 @@ thread_local _xpc_connection_s* currentConnection = nullptr;
 
 namespace port {
 
+// A handler may enter the main loop, and another handler run inside of it: so what was current before is kept.
 XPCCurrent::XPCCurrent(_xpc_connection_s* connection)
     : before_(std::exchange(currentConnection, connection)) {}
 
@@ -49,6 +50,8 @@ void _xpc_connection_s::deliver(xpc_object_t event) {
         call(event);
 }
 
+// The handler is called without the lock, through a share of its own: it may set another one, or cancel, and
+// the one that runs stays alive.
 void _xpc_connection_s::call(xpc_object_t event) {
     Handler handler;
     {
@@ -65,6 +68,9 @@ void _xpc_connection_s::injectError(xpc_object_t error) {
     queue_.append(port::Task([this, error] { deliver(error); }));
 }
 
+// From any thread, once for all of them. The last task needs no memory, so the end is told even when there is
+// none left. The handler goes behind the lock (`last` is older than it): what it holds may be the last
+// reference to anything.
 void _xpc_connection_s::finish() {
     if (finishing_.exchange(true))
         return;

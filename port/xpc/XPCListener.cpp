@@ -32,6 +32,7 @@ struct Listening {
         static Listening& listening = *new Listening;
         return listening;
     }
+    // Registered at the first listener, so that a process without one has no work at its end.
     void add(XPCEndpoint* endpoint) {
         static const int registered = std::atexit([] { shared().unlinkAll(); });
         static_cast<void>(registered);
@@ -96,6 +97,8 @@ XPCListener::~XPCListener() {
     close();
 }
 
+// The listener's lock is held over the calls of the pool and the kernel, so that suspensions and watch cannot
+// part; the queue is resumed behind it, for its turn may begin at once.
 void XPCListener::resume() {
     {
         const std::lock_guard lock(mutex_);
@@ -128,6 +131,7 @@ void XPCListener::close() {
     const std::lock_guard lock(mutex_);
     if (endpoint_ == nullptr)
         return;
+    // Out of the list first: the end of the process may look through it on another thread.
     Listening::shared().remove(endpoint_.get());
     endpoint_->unlinkOwn();
     endpoint_.reset();
@@ -146,6 +150,8 @@ SourceResult XPCListener::ready(std::uint32_t /*events*/) {
     return SourceResult::Done;
 }
 
+// On the main thread or on the leader, and perhaps on two workers at once. The lock keeps the endpoint while it
+// is used; EAGAIN is a peer that the other one got, or that has gone.
 UniqueFd XPCListener::accept() {
     const std::lock_guard lock(mutex_);
     if (endpoint_ == nullptr)
@@ -163,6 +169,7 @@ UniqueFd XPCListener::accept() {
 bool XPCListener::turnAway() {
     if ((errno != EMFILE && errno != ENFILE) || !spare_)
         return false;
+    // Another thread may take the place that becomes free: then nobody is accepted, and the pause helps.
     spare_.reset();
     UniqueFd socket(sys::accept4(endpoint_->socket(), nullptr, nullptr, SOCK_NONBLOCK));
     const bool accepted = bool(socket);
@@ -185,6 +192,7 @@ void XPCListener::hear() {
         WorkerPool::shared().callAt(WorkerPool::Clock::now() + kPause, key_);
 }
 
+// The place among the peers is taken before there is a connection, whose destructor gives it back.
 void XPCListener::offer(UniqueFd socket) {
     pid_t pid = 0;
     if (!xpcPeerIsOurs(socket.get(), pid, user_) || !XPCPeers::shared().enter(pid))
@@ -198,6 +206,7 @@ void XPCListener::offer(UniqueFd socket) {
     queue().append(Task([this, peer = std::move(peer)] { introduce(*peer); }));
 }
 
+// On the listener's queue. A peer that the handler does not retain goes with the task.
 void XPCListener::introduce(XPCConnection& peer) {
     try {
         deliver(&peer);

@@ -17,6 +17,7 @@ struct Answer {
     XPCRef<XPCObject> reply;
     xpc_handler_t handler;
 
+    // On the handler's queue, mostly the main one. Both references live until the handler has returned.
     void operator()() {
         if (XPCDictionary* const dictionary = XPCDictionary::from(reply.get()))
             dictionary->setRemoteConnection(connection.get());
@@ -46,6 +47,7 @@ XPCReplyHandler::~XPCReplyHandler() {
         queue_->release();
 }
 
+// Without a lock: the queue takes its own, and may wake a thread that takes the connection's next.
 void XPCReplyHandler::answer(XPCRef<XPCObject> connection, XPCRef<XPCObject> reply) {
     if (!handler_)
         return;
@@ -61,6 +63,7 @@ std::uint64_t XPCReplyTable::add(XPCReplyHandler handler) {
     return frontId_ + waiting_.size() - 1;
 }
 
+// The id comes from the peer: one that is unknown, or was answered before, gives an empty handler.
 XPCReplyHandler XPCReplyTable::take(std::uint64_t id) {
     if (id < frontId_ || id - frontId_ >= waiting_.size())
         return {};

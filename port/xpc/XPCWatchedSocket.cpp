@@ -12,6 +12,8 @@ namespace {
 
 constexpr int kBusySendBuffer = 1 << 20; // bytes
 
+// Edge-triggered: an event comes once, so a reader that stops before the socket is empty has to remember it
+// (XPCInput).
 constexpr std::uint32_t kClientEvents = EPOLLIN | EPOLLET | EPOLLEXCLUSIVE;
 constexpr std::uint32_t kPeerEvents = EPOLLIN | EPOLLRDHUP | EPOLLET;
 // An exclusive watch cannot ask for output, so a blocked client has a plain one.
@@ -21,6 +23,7 @@ constexpr std::uint32_t kBlockedEvents = EPOLLIN | EPOLLOUT | EPOLLRDHUP | EPOLL
 
 XPCWatchedSocket::XPCWatchedSocket(Side side, UniqueFd socket) : side_(side), socket_(std::move(socket)) {}
 
+// Out of the table first: from then on no event of either set finds the source.
 XPCWatchedSocket::~XPCWatchedSocket() {
     SourceTable::shared().remove(key_);
     close();
@@ -39,6 +42,8 @@ bool XPCWatchedSocket::watch(UniqueFd socket) {
         socket_ = std::move(socket);
     blocked_ = false;
     WorkerPool& pool = WorkerPool::shared();
+    // Before the sets: the first event must find somebody who looks. A refusal leaves it to `close` to take
+    // this back.
     pool.beginWatch(watcher());
     return isClient() ? MainLoop::shared().epoll().add(fd(), kClientEvents, key_) &&
                             pool.epoll().add(fd(), kClientEvents, key_)
@@ -57,6 +62,8 @@ void XPCWatchedSocket::setBlocked(bool blocked) {
         return;
     }
     // The kernel does not change an exclusive watch, nor a watch into one.
+    // What comes between the two calls is not lost: adding reports what is ready by then. The main loop's watch
+    // stays, so input still wakes a main thread that waits.
     epoll.remove(fd());
     epoll.add(fd(), blocked ? kBlockedEvents : kClientEvents, key_);
 }
@@ -65,7 +72,9 @@ void XPCWatchedSocket::shutDown() {
     ::shutdown(fd(), SHUT_RDWR);
 }
 
-// A client trusts its service that far: to shut down first would wake both sides.
+// A client trusts its service that far: to shut down first would wake both sides. Where something lies unread the
+// closer keeps the descriptor, and so its place in the sets, for a while: late events find a connection that is
+// not open, or look at the next socket in vain.
 void XPCWatchedSocket::close(bool hungUp) {
     if (!isOpen())
         return;

@@ -4,7 +4,7 @@
 // the main thread if it waits there, which then gets its reply without a change of threads, else a worker, never
 // both. Output is watched for, by the workers, only while the socket takes no more.
 //
-// Invariants: what is in a set is open; closing takes it out of both. While it is open and was given a source,
+// Invariants: what is in a set is open; closing takes it out of both, when the closer closes it. While it is open and was given a source,
 // the pool is told that somebody has to watch.
 //
 // Thread-safety: the connection's lock covers it. The thread that reads the socket does so without the lock; it
