@@ -44,6 +44,7 @@ void WriteSignal(int nSignal) {
     [[maybe_unused]] const ssize_t nWritten = write(STDERR_FILENO, szText, dwLength);
 }
 
+// On SIGALRM, on any thread, inside of an `exit` that is stuck: so nothing but the bare end.
 void EndAtOnce(int) {
     _exit(nLateStatus.load());
 }
@@ -65,6 +66,7 @@ bool BeginEnding(int nStatusWhenLate) {
     sigset_t alarmOnly;
     sigemptyset(&alarmOnly);
     sigaddset(&alarmOnly, SIGALRM);
+    // This thread has all signals blocked, being in a handler, and the others may block what they like.
     pthread_sigmask(SIG_UNBLOCK, &alarmOnly, nullptr);
     alarm(LExitTimeLimit);
     exit(nStatus);
@@ -111,6 +113,7 @@ LDebugLoadTime::LDebugLoadTime() {
         Install(nSignal, action);
 }
 
+// On the thread that it is for: each has its own place for one.
 LDebugSignalStack::LDebugSignalStack() {
     if (&LNoSignalHandlers == nullptr)
         SetSignalStack(bytes);
@@ -140,6 +143,8 @@ void LDebugSignalHandler(int nSignal, __siginfo* pInfo, void*) {
     EndProcess(LExitStatusFatalSignal);
 }
 
+// On any thread that does not block the signal, or from the main loop of an application that defers it. One
+// that comes during an end is dropped: the first decides.
 void LIntTermSignalHandler(int nSignal, __siginfo*, void*) {
     if ((nSignal == SIGINT || nSignal == SIGTERM) && BeginEnding(LExitStatusLate + nSignal))
         EndProcess(LExitStatusTerminated);

@@ -44,6 +44,8 @@ const char* TextOrEmpty(const char* szText) {
     return szText == nullptr ? "" : szText;
 }
 
+// Without the lock it is reliable for the calling thread's own entry only: nobody else gives that away, and the
+// number in use never falls below it.
 int FindEntry(std::uint32_t dwThread) {
     const int nUsed = gnDebugThreads.load();
     for (int i = 0; i < nUsed; ++i)
@@ -52,6 +54,7 @@ int FindEntry(std::uint32_t dwThread) {
     return -1;
 }
 
+// Reserved under the lock, filled without it: neither free nor anybody's, it is found by nobody meanwhile.
 int ReserveEntry() {
     const LLockScope scope(loDebugThreads);
     int nEntry = FindEntry(LDebugThreadFree);
@@ -133,6 +136,7 @@ void LDebugThreadDataStartThread(const char* szName) {
     else
         strlcpy(entry.szTag, szName, LDebugTagNameLength + 1);
     entry.szLastDialog[0] = '\0';
+    // Last: the entry is whole when it can be found.
     entry.dwThread.store(dwThread);
 }
 

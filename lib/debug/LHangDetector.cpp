@@ -69,6 +69,8 @@ void LHangDetector::_MakePath() {
     LFile::_MakeFilePath(szPath, szFolder, szName, "");
 }
 
+// Made and locked in one call: a marker that stands and is not locked is of a run that is over. The descriptor
+// is kept for life, and the lock with it, until the process ends in whatever way.
 void LHangDetector::InitAndTest() {
     unsigned char marker[kMarkerSize];
     ComposeMarker(marker);
@@ -78,6 +80,7 @@ void LHangDetector::InitAndTest() {
         port_open(szPath, O_RDWR | O_CREAT | O_EXCL | O_TRUNC | O_EXLOCK | O_NONBLOCK, kMarkerMode));
     if (!fdMarker)
         return _ReportStale();
+    // A forked child has the descriptor too; the marker is not its own to delete.
     nProcess = getpid();
     [[maybe_unused]] const ssize_t nWritten = port_write(fdMarker.get(), marker, sizeof marker);
 }

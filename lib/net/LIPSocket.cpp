@@ -15,6 +15,7 @@ LIPAddressWithPort LIPSocketTCPRef::GetPeerAddress() const {
 bool LIPSocketTCP::Create() {
     Close();
     port::UniqueFd made(port_tcp_socket());
+    // The waits are `select`s, for the socket and a stop together.
     if (!LSignalObjectRef::FitsSelect(made.get()))
         return false;
     const int nSendBuffer = 32768;

@@ -117,6 +117,8 @@ bool BeginConnect(int nDescriptor, const LIPAddressWithPort& address, bool& bCon
            nError == 0;
 }
 
+// The socket does not block, so the connecting goes on in the kernel while this thread waits in slices, and
+// asks between them whether it is to stop.
 int Connect(LProcessInterface& process, LIPSocketTCP& socket, const LIPAddressWithPort& address,
             unsigned int timeout) {
     bool bConnected;
@@ -206,6 +208,7 @@ int ProcessRecvBytes(LProcessInterface& process, LIPSocketTCPRef socket, void* p
     if (static_cast<long>(dwSize) <= 0)
         return LProcessFinished;
     auto* pBytes = static_cast<unsigned char*>(pBuffer);
+    // Each part has the whole time-out: it is the silence that is limited, not the transfer.
     while (dwReceived < dwSize) {
         unsigned long dwPart;
         const int nResult =
@@ -224,6 +227,8 @@ int ProcessRecvByte(LProcessInterface& process, LIPSocketTCPRef socket, unsigned
     return ProcessRecvReady(process, socket, &byte, 1, dwReceived, timeout);
 }
 
+// Looked at before it is taken: what stands behind the terminator stays in the socket for the next call. Nobody
+// else receives in between, so what was seen is still there.
 int ProcessRecvToCharacter(LProcessInterface& process, LIPSocketTCPRef socket, void* pBuffer,
                            unsigned long dwSize, unsigned long& dwReceived, const char* szTerminators,
                            unsigned int timeout) {

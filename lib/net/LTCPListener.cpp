@@ -29,6 +29,7 @@ void LTCPListener::ThreadFunction() {
     const DebugEntry entry("LTCPListener");
     do {
         LIPSocketTCP listening;
+        // Behind the socket, so it runs before that is closed: nobody is told of a port that is gone.
         const LAtEnd closed([this] { bListening.store(false); });
         bListening.store(_Listen(listening));
         if (IsListening())
@@ -36,6 +37,7 @@ void LTCPListener::ThreadFunction() {
     } while (!ProcessWait(kListenAnewTime));
 }
 
+// SO_REUSEADDR, for connections of a run before may linger on the port for minutes.
 bool LTCPListener::_Listen(LIPSocketTCP& socket) const {
     if (!socket.Create())
         return false;
@@ -46,6 +48,8 @@ bool LTCPListener::_Listen(LIPSocketTCP& socket) const {
            listen(socket.GetDescriptor(), kBacklog) == 0;
 }
 
+// On the listener's thread. One that has gone between the wait and the accept is no failure; any other, such as
+// a want of descriptors, would come again at once, so the port is given up for a while.
 void LTCPListener::_AcceptConnections(LIPSocketTCPRef listening) {
     while (_WaitForConnection(listening)) {
         const int nConnection = port_tcp_accept(listening.GetDescriptor());

@@ -23,6 +23,8 @@ struct LDetachedThreadStart {
     LLockObject starterBusy; // held by the starter as long as it uses the thread object
 };
 
+// Whoever takes a thread out of the list deletes it: the thread itself at its end, or its owner. The list is
+// under the lock, so it is one of them only; the count keeps the owner until the deletion is over.
 bool LDetachedThreadsState::Leave(LDetachedThread* pThread) {
     const LLockScope scope(lock);
     if (loThreads.Detach(pThread) == nullptr)
@@ -37,6 +39,7 @@ void LDetachedThreadsState::Delete(LDetachedThread* pLeft) {
     delete pLeft;
     const LLockScope scope(lock);
     if (--nLeaving == 0)
+        // Under the lock: a `Reset` cannot fall between the count and the signal.
         noneLeaving.Signal();
 }
 
@@ -49,6 +52,7 @@ LDetachedThread* LDetachedThreadsState::TakeFirst() {
     return loThreads.Detach(pFirst);
 }
 
+// The signal alone does not tell: another thread may be leaving again by the time that the wait is over.
 void LDetachedThreadsState::WaitForLeaving() {
     for (;;) {
         {
@@ -82,6 +86,7 @@ bool LDetachedThread::StartDetached(LDetachedThreadsOwner& owner, int nNewPriori
     if (!_CreateListed(*state, handedOver.get(), nNewPriority))
         return false;
     static_cast<void>(handedOver.release());
+    // From here on the thread may have ended; `busy` keeps it from deleting this object.
     _WaitStarted(nNewPriority);
     return true;
 }
@@ -99,6 +104,7 @@ void* LDetachedThread::_ThreadCallback(void* pStart) {
 // one that somebody else has taken nothing is touched after the finished signal. Leaving comes first: after the
 // signal another thread may stand at the same address.
 void LDetachedThread::_EndDetached(LDetachedThreadStart& start) {
+    // Nothing is guarded by it: having had it means that StartDetached is through.
     start.starterBusy.Lock();
     start.starterBusy.Unlock();
     const bool bLeft = start.pState->Leave(start.pThread);
@@ -130,6 +136,8 @@ void LDetachedThreadsOwner::StopThreadsSoon() {
         pThread->StopThreadSoon();
 }
 
+// All are asked before the first is waited for, so that they end side by side. Those that have left the list by
+// themselves are waited for last.
 void LDetachedThreadsOwner::StopThreadsNow() {
     StopThreadsSoon();
     while (LDetachedThread* pThread = pState->TakeFirst())

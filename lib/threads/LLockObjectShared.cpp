@@ -7,6 +7,8 @@ LLockObjectShared::~LLockObjectShared() {
         LSleepMilliseconds(1);
 }
 
+// The exclusive holder has the mutex all the time, so this waits for it. The signal is reset before the count
+// rises: the count's fall to 0, which sets it, comes later.
 void LLockObjectShared::LockShared() {
     const LLockScope scope(mutex);
     released.Reset();
@@ -41,6 +43,8 @@ void LLockObjectShared::_ArmReleased() {
         released.Signal();
 }
 
+// The mutex is free during the wait, so that new shared holders may come in, and is had again before the count
+// is looked at.
 void LLockObjectShared::LockExclusive() {
     mutex.Lock();
     while (_GetShared() > 0) {
@@ -51,6 +55,8 @@ void LLockObjectShared::LockExclusive() {
     }
 }
 
+// The mutex first, then out of the count: nobody comes in between. It is kept during the wait, for those that
+// leave do without it.
 void LLockObjectShared::UpgradeLock() {
     mutex.Lock();
     _LeaveShared();
@@ -60,6 +66,7 @@ void LLockObjectShared::UpgradeLock() {
     }
 }
 
+// Counted as shared before the mutex goes: who waits for the lock alone finds the count.
 void LLockObjectShared::DowngradeLock() {
     released.Reset();
     qwHolders.fetch_add(1);

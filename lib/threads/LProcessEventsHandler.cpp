@@ -37,6 +37,7 @@ bool IsTaken(EventRef pMarker) {
     return GetEventParameter(pMarker, kTakenParameter, typeSInt32, nullptr, 0, nullptr, nullptr) == noErr;
 }
 
+// On the main thread, asleep in its loop until an event or the time. The handler may wait in here itself.
 Slice ProcessEvent(EventTimeout dTimeout) {
     Slice slice;
     EventRef pEvent = nullptr;
@@ -156,6 +157,7 @@ int WaitSignal(const LProcessEventsHandler& handler, const Signal& signal, unsig
     const LDeadline deadline = DeadlineOf(timeout);
     const DescriptorWatch watch(DescriptorsOf(signal));
     do {
+        // Armed before the look: a signal that is set behind the look posts a wake-up, and ends the wait below.
         watch.Arm();
         if (signal.IsSignaled())
             return LProcessWaitSignaled;
@@ -215,6 +217,8 @@ bool LProcessEventsHandler::ClearEventQueue() {
     return LProcessClearEventQueue();
 }
 
+// On the main thread, from its loop: what ends the wait must be an event, for ReceiveNextEvent returns for
+// nothing else.
 void LProcessEventsHandler::SocketCallBack(__CFSocket* pSocket, unsigned long, const __CFData*, const void*,
                                            void*) {
     const SInt32 nDescriptor = CFSocketGetNative(pSocket);
@@ -254,6 +258,8 @@ bool LProcessClearEventQueue() {
     return bDispatched;
 }
 
+// What was posted before the marker comes out before it. The reference is kept until the marker has come out,
+// perhaps in another wait.
 bool LProcessClearCurrentEvents() {
     EventRef pMarker = nullptr;
     CreateEvent(nullptr, kMarkerClass, kMarkerKind, 0, kEventAttributeUserEvent, &pMarker);

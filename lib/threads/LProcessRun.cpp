@@ -35,6 +35,8 @@ template <typename>
 void* ProcessRunThreadCallback(void* pData) {
     const std::unique_ptr<ProcessRunData> data(static_cast<ProcessRunData*>(pData));
     Run(*data);
+    // The results are written: the pipe of the signal orders them before the requester's look. The data stays
+    // until that one has let go, so that neither side frees it under the other.
     data->done.Signal();
     while (!data->release.IsSignaled())
         data->release.WaitInLoop();
@@ -42,6 +44,8 @@ void* ProcessRunThreadCallback(void* pData) {
 }
 template void* ProcessRunThreadCallback<>(void*);
 
+// On the requester's thread; the worker waits for the command. Who is told to stop leaves command and worker to
+// themselves: `release` is the last that it touches.
 int ProcessRunCommand(LProcessInterface& process, const char* szCommand, int& nExitCode) {
     nExitCode = -1;
     auto data = std::make_unique<ProcessRunData>();

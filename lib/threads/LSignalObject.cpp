@@ -23,6 +23,7 @@ void LSignalObjectRef::Signal() const {
     [[maybe_unused]] const ssize_t nWritten = port_order_write(nRead, nWrite, &byte, 1);
 }
 
+// Who resets a signal and then looks at what it announces loses nothing: what is set later is a new byte.
 void LSignalObjectRef::Reset() const {
     char bytes[64];
     ssize_t nGot;
@@ -112,6 +113,8 @@ LSignalObject::~LSignalObject() {
     close(nWrite);
 }
 
+// A signal without a pipe, or one above what `select` takes, cannot be waited on: the caller's loop then looks
+// every millisecond instead of spinning.
 void LSignalObject::WaitInLoop() const {
     if (!WaitSignal(LNoTimeLimit))
         LSleepMilliseconds(kPollMilliseconds);
@@ -140,6 +143,7 @@ void LSignalObjectGroup::Add(LSignalObjectGroup& other) {
             return;
 }
 
+// `select` writes into its set; the group is to be used again.
 bool LSignalObjectGroup::Select(unsigned int timeout) const {
     fd_set copy = set;
     return LSignalObjectRef::SelectReadable(nHighest, copy, timeout) > 0;

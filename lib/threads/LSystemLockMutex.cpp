@@ -52,6 +52,7 @@ LSystemLockMutex::~LSystemLockMutex() {
         Release();
 }
 
+// SEM_UNDO, with taking and giving back alike: the kernel undoes what a process that dies has left.
 int LSystemLockMutex::_Operate(short nChange, short nFlags) const {
     sembuf operation{0, nChange, nFlags};
     return semop(nSemaphores, &operation, 1);

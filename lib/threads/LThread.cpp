@@ -41,6 +41,8 @@ void LThread::_StopAndWait() {
         WaitUntilSet(finished);
 }
 
+// Under the start lock until the new thread has begun, so that two starts make one thread. `bRunning` goes
+// before the finished signal is set: a thread that does not run may still have to be waited for.
 void LThread::Start(int nNewPriority) {
     const LLockScope scope(startLock);
     if (bRunning.load())
@@ -63,6 +65,7 @@ void LThread::_Prepare(int nNewPriority) {
 // A thread that nobody could stop or wait for is not made.
 bool LThread::_Create(void* (*pEntry)(void*), void* pArgument) {
     bCreated = stop.IsUsable() && finished.IsUsable() && started->IsUsable();
+    // Before the thread is there: it may be through, and have taken it back, before pthread_create returns.
     bRunning.store(bCreated);
     pthread_t made;
     if (bCreated && pthread_create(&made, nullptr, pEntry, pArgument) == 0)
@@ -73,6 +76,8 @@ bool LThread::_Create(void* (*pEntry)(void*), void* pArgument) {
     return false;
 }
 
+// On the starter. The signal goes under the handle lock, under which the new thread sets it: it is not
+// destroyed while it is being set.
 void LThread::_WaitStarted(int nNewPriority) {
     const LSignalObjectRef begun = *started;
     while (ProcessWaitSignal(begun, LNoTimeLimit) == LProcessWaitFailed && !begun.IsSignaled()) {
@@ -84,6 +89,8 @@ void LThread::_WaitStarted(int nNewPriority) {
     SetPriority(nNewPriority);
 }
 
+// On the new thread. Nothing of the object is touched behind the finished signal: who waits for that may
+// destroy it at once.
 void* LThread::_ThreadCallback(void* pThread) {
     auto* pSelf = static_cast<LThread*>(pThread);
     const LAtEnd finished([pSelf] { pSelf->_SetFinished(); });
@@ -115,6 +122,7 @@ void LThread::_SetEnded() {
     dwMachThread.store(kNoMachThread);
 }
 
+// The handle lock keeps the thread from ending, and its number from naming another one, until the call is over.
 void LThread::SetPriority(int nNewPriority) {
     const LLockScope scope(handleLock);
     const mach_port_t machThread = dwMachThread.load();

@@ -84,7 +84,7 @@ private:
     void _SetStarted();
     int _Wait(int nHighest, fd_set& set, unsigned int timeout) const;
 
-    std::atomic<pthread_t> thread{}; // written under the handle lock
+    std::atomic<pthread_t> thread{}; // set by the thread itself, cleared under the handle lock
     std::atomic<std::uint32_t> dwMachThread{0xFFFFFFFFU};
     std::atomic<int> nPriority{0};
     std::atomic<bool> bRunning{false};

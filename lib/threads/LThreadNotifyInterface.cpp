@@ -46,6 +46,8 @@ void LThreadNotifyInterface::SetError(const char* szText) {
     _Post(CodeError, szText, std::strlen(szText) + 1);
 }
 
+// On the reporting thread. The text is not in the event: a delivery brings what is newest then, however many
+// are queued.
 void LThreadNotifyInterface::SetStatus(const char* szText, int nLine) {
     if (nLine < 0 || nLine >= kStatusLines)
         return;
@@ -71,6 +73,7 @@ void LThreadNotifyInterface::SetProgressIndeterminateOff() {
     _Post(CodeIndeterminateOff, nullptr, 0);
 }
 
+// On the main thread. The receiver is there: the notifications are closed before it may go.
 void LThreadNotifyInterface::EvQueuedNotifyData(unsigned int dwCode, const void* pData,
                                                 unsigned long dwSize) {
     switch (dwCode) {

@@ -71,6 +71,8 @@ bool LThreadRunOnMainThread::_Post(EventRef pEvent) {
     const LLockScope scope(lock);
     if (bClosing || !bEnabled)
         return false;
+    // Before it is queued: the main thread may handle it, and count it off, before this call is back. Who
+    // closes the target needs the lock, and so waits until nothing of it is used here.
     IncRefCount();
     if (PostEventToQueue(pMainQueue, pEvent, kEventPriorityStandard) == noErr)
         return true;

@@ -6,6 +6,7 @@
 
 LXPCBase::LXPCBase(std::shared_ptr<LXPCEndpointState> pShared) : pState(std::move(pShared)) {}
 
+// Again, behind the destructors of derived classes: a second time it costs a look.
 LXPCBase::~LXPCBase() {
     _CloseEvents();
 }
@@ -15,11 +16,13 @@ bool LXPCBase::EndEvents() {
     return !pState->gate.IsBusy();
 }
 
+// Closed first: the number of events that run only falls from then on, and the wait ends.
 void LXPCBase::_CloseEvents() {
     pState->gate.Close();
     pState->gate.WaitForOthers();
 }
 
+// Without a lock: events, which read the list on other threads, come after `resume`, and keys before.
 void LXPCBase::AddKey(const char* szKey, LXPCDataType eType) {
     pState->loKeys.AddHead(new LXPCDictionaryKeyListable(szKey, eType));
 }

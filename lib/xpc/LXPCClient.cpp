@@ -40,6 +40,7 @@ bool LXPCConnectionClient::Matches(const char* szServiceName, unsigned long dwSe
 
 LXPCClient::LXPCClient(LXPCEventNotify* pSink) : LXPCBase(std::make_shared<LXPCEndpointState>(pSink)) {}
 
+// The events end first, for they may use the records.
 LXPCClient::~LXPCClient() {
     _CloseEvents();
     loConnections.Clear();
@@ -53,6 +54,8 @@ bool LXPCClient::Connect(const char* szServiceName, unsigned long dwNumber, bool
         return false;
     auto pRecord = std::make_unique<LXPCConnectionClient>(LXPCHandle(pConnection), szServiceName, dwNumber);
     LXPCConnectionClient& record = *pRecord;
+    // Listed before it runs: the first event may come on a worker before this call returns, and ask for the
+    // connection.
     loConnections.AddHead(pRecord.release());
     SetupConnectionHandlerAndResume(record);
     return true;

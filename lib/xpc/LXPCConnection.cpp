@@ -20,6 +20,7 @@ void LXPCConnection::Resume() {
         xpc_connection_resume(LXPCConnectionObject(nConnection));
 }
 
+// Where it is called from an event, that one is the last until the resume; from elsewhere one may still run.
 void LXPCConnection::Suspend() {
     if (bSuspended)
         return;

@@ -12,6 +12,8 @@ LXPCLateReply::LXPCLateReply(const LXPCBase& endpoint, long connection, long mes
     pState = endpoint.pState;
     xpc_retain(LXPCObject(message));
     xpc_retain(LXPCObject(connection));
+    // Inside of the event, so no other one of this connection begins until the reply is sent. The references
+    // keep both while the endpoint may forget them.
     xpc_connection_suspend(LXPCConnectionObject(connection));
 }
 
@@ -30,6 +32,7 @@ void LXPCLateReply::Send(const LList<LXPCDataListable>& loItems) {
     _GoOn();
 }
 
+// The connection goes on before it is let go: a suspended one would never deliver its end.
 void LXPCLateReply::_GoOn() {
     pState.reset();
     xpc_connection_resume(LXPCConnectionObject(nConnection));

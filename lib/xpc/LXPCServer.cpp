@@ -27,6 +27,7 @@ LXPCServerBase::~LXPCServerBase() {
         const std::lock_guard guard(mutexCurrent);
         pServer = nullptr;
     }
+    // Without the mutex, for the wait may be long, and new peers look for the current server meanwhile.
     _CloseEvents();
     pServerState->Close();
 }
@@ -40,6 +41,8 @@ void LXPCServerBase::Disconnect(long connection) {
     pServerState->Drop(connection);
 }
 
+// A share of the state, not the server: that may be destroyed as soon as the mutex is free, and its gate then
+// refuses the peer.
 std::shared_ptr<LXPCServerState> LXPCServerBase::_GetCurrentState() {
     const std::lock_guard guard(mutexCurrent);
     const LXPCServerBase* pCurrent = pServer;
@@ -60,6 +63,8 @@ bool LXPCMachServer::Start(const char* szServiceName) {
                                                                     XPC_CONNECTION_MACH_SERVICE_LISTENER);
     if (pListener == nullptr)
         return false;
+    // On the main queue. The listener is never cancelled, so the handler may outlive the server: it has a share
+    // of the state.
     xpc_connection_set_event_handler(pListener, [pState = _GetState()](xpc_object_t pEvent) {
         LXPCServerState::Accept(pState, static_cast<xpc_connection_t>(pEvent));
     });

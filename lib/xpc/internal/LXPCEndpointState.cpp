@@ -23,6 +23,8 @@ void SendBarrier(const LXPCEndpointStatePtr& pState, long connection) {
 
 } // namespace
 
+// On the connection's own queue; a reply on the main queue. No lock is held, so the sink may do anything, short
+// of waiting for what waits for it.
 void LXPCEndpointState::Handle(void* pObject, bool bReply) {
     const xpc_type_t pType = xpc_get_type(pObject);
     const long connection = LXPCHandle(xpc_dictionary_get_remote_connection(pObject));

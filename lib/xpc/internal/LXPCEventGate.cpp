@@ -18,11 +18,14 @@ bool LXPCEventGate::_Enter() {
     return false;
 }
 
+// Release: what the event has done happens before the end of the wait that sees it gone. The gate is still
+// touched after the count, when the endpoint may be gone; the event's share of the state keeps it.
 void LXPCEventGate::_Leave() {
     if ((dwState.fetch_sub(1, std::memory_order_release) & kClosedBit) != 0)
         dwState.notify_all();
 }
 
+// The bit and the number are one word: an event is either counted before the bit is set, or sees it.
 void LXPCEventGate::Close() {
     dwState.fetch_or(kClosedBit, std::memory_order_relaxed);
 }
@@ -31,6 +34,7 @@ bool LXPCEventGate::IsBusy() const {
     return (dwState.load(std::memory_order_acquire) & ~kClosedBit) > LXPCEventScope::CountOnThisThread(*this);
 }
 
+// Events further out on this very thread are not waited for: they are what called the destructor.
 void LXPCEventGate::WaitForOthers() const {
     const std::uint32_t dwLeft = kClosedBit | LXPCEventScope::CountOnThisThread(*this);
     for (std::uint32_t dwSeen; (dwSeen = dwState.load(std::memory_order_acquire)) != dwLeft;)
@@ -48,6 +52,7 @@ LXPCEventScope::~LXPCEventScope() {
         gate._Leave();
 }
 
+// The chain is the thread's own, so it needs no lock. It has the events of other endpoints in it, too.
 std::uint32_t LXPCEventScope::CountOnThisThread(const LXPCEventGate& eventGate) {
     std::uint32_t dwCount = 0;
     for (const LXPCEventScope* pScope = pInnermost; pScope != nullptr; pScope = pScope->pOuter)

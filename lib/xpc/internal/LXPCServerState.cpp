@@ -28,6 +28,8 @@ bool TakesDescriptors(const LList<LXPCDictionaryKeyListable>& loKeys) {
 
 } // namespace
 
+// On the main queue, or on the thread of whoever hands a peer over. The scope lasts to the end, so that Close
+// finds the record in the list, or `_Add` finds it closed.
 void LXPCServerState::Accept(const std::shared_ptr<LXPCServerState>& pState, _xpc_connection_s* pConnection) {
     // The listener's own errors arrive here too.
     const LXPCEventScope scope(pState->gate);
@@ -45,6 +47,8 @@ void LXPCServerState::Accept(const std::shared_ptr<LXPCServerState>& pState, _xp
     pState->_Add(std::move(pRecord));
 }
 
+// Destroyed without the mutex: the record cancels its connection, whose last event may come at once on another
+// thread and ask for this.
 void LXPCServerState::Drop(long connection) {
     delete _DetachByHandle(connection);
 }
@@ -64,6 +68,7 @@ void LXPCServerState::_Add(std::unique_ptr<LXPCConnection> pRecord) {
     loConnections.AddHead(pRecord.release());
 }
 
+// The flag with each, under the mutex: a peer that is being accepted is not added behind the last one.
 LXPCConnection* LXPCServerState::_DetachFirst() {
     const std::lock_guard guard(mutexConnections);
     bClosed = true;
