@@ -39,6 +39,8 @@ void BeginEnding() {
 }
 
 // True when no event is in the server any more, nor in the sink, and none will be.
+// On any thread: a peer's event, the main loop, or the end of the process. EndEvents does not wait, for the
+// event that runs elsewhere may itself be about to end the process; what it is in then stays.
 bool DestroyServer() {
     if (!IsOSMacLionOrLater())
         return true;
@@ -113,6 +115,7 @@ LXPCMachServer* LLoginHelper::getXPCServer() const {
     return pXPCServer.Get();
 }
 
+// Called from events too, on a worker; `exit` then runs while the main thread is in its loop.
 void LLoginHelper::shutdownHelper() {
     DestroyServer();
     exit(EXIT_SUCCESS);
@@ -149,6 +152,7 @@ void LLoginHelper::launchMainApp(const LLoginFacts& facts, const LLoginVerdict& 
 }
 
 void LLoginHelper::_CreateSink() {
+    // Before the server, whose events use it, and for as long as one may run.
     pXpcNotifyee.Reset(new LLoginHelperNotify(this));
 }
 

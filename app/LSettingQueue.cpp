@@ -40,6 +40,8 @@ void Answer(LSettingChange& change) {
     change.reply.Send(loReply);
 }
 
+// On a worker, on the setting's own queue: one save at a time. The mutex is free while the disk works, so that
+// events go on; a change that comes meanwhile finds the list empty, and asks for the next save.
 void SaveWaiting() {
     std::vector<LSettingChange> changes;
     {
@@ -51,12 +53,15 @@ void SaveWaiting() {
         Apply(change, defaults);
     if (!defaults.synchronize())
         HelperReport("the settings could not be saved: %s", strerror(errno));
+    // Only now, when the save has ended. Sending lets the connection go on.
     for (LSettingChange& change : changes)
         Answer(change);
 }
 
 } // namespace
 
+// On the worker of a peer's event, several at a time. The save that is asked for waits for the mutex, so it
+// finds the change though that is added last.
 void QueueSettingChange(LSettingChange change) {
     Waiting& waiting = GetWaiting();
     const std::lock_guard lock(waiting.mutex);
