@@ -69,8 +69,8 @@ void LHangDetector::_MakePath() {
     LFile::_MakeFilePath(szPath, szFolder, szName, "");
 }
 
-// Made and locked in one call: a marker that stands and is not locked is of a run that is over. The descriptor
-// is kept for life, and the lock with it, until the process ends in whatever way.
+// Made and locked in one step: a marker that stands and is not locked is of a run that is over. The descriptor
+// is kept, and the lock with it, until `Destroy` or until the process ends in whatever way.
 void LHangDetector::InitAndTest() {
     unsigned char marker[kMarkerSize];
     ComposeMarker(marker);
