@@ -164,6 +164,7 @@ int ProcessSend(LProcessInterface& process, LIPSocketTCPRef socket, const void* 
                 unsigned int timeout) {
     const int nDescriptor = socket.GetDescriptor();
     const auto* pNext = static_cast<const unsigned char*>(pData);
+    // Sending does not wrap the time-out, as connecting and receiving do.
     IdleSlices slices(timeout);
     while (!process.IsToStop()) {
         if (!LSignalObjectRef::FitsSelect(nDescriptor))

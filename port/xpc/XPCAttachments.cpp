@@ -61,6 +61,7 @@ bool XPCAttachments::append(UniqueFd descriptor, Origin origin) {
     return false;
 }
 
+// Any thread; the flag decides only how the descriptor is closed, so no order is asked of it.
 int XPCAttachments::duplicate(std::size_t index) const {
     Slot& slot = slots_->slot[index];
     slot.inUse.store(true, std::memory_order_relaxed);

@@ -82,6 +82,7 @@ UniqueFd inherited(const char* variable) {
     const auto result = std::from_chars(text, end, fd);
     const bool sound = result.ec == std::errc() && result.ptr == end && fd > STDERR_FILENO &&
                        ::fcntl(fd, F_SETFD, FD_CLOEXEC) == 0;
+    // Not for the programs that this one starts.
     ::unsetenv(variable);
     return UniqueFd(sound ? fd : -1);
 }
@@ -109,8 +110,10 @@ bool xpcLaunchBundled(const std::string& name) {
     const std::string program = programOf(name);
     if (program.empty())
         return false;
+    // The socket listens before the program runs, so that nobody is refused meanwhile.
     const auto endpoint = XPCEndpoint::listen(name);
     if (endpoint == nullptr)
+        // Somebody else has just started it: then it is on its way.
         return errno == EADDRINUSE;
     // The service holds the lock through its own copy of the descriptor.
     return endpoint->lock() >= 0 && start(program, endpoint->socket(), endpoint->lock());

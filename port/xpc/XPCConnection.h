@@ -65,7 +65,7 @@ private:
     void expired() override;
     void run() override;
 
-    // Reading, without the lock.
+    // Reading, without the lock but for `takeUpInput` and `putReadingInLine`.
     SourceResult readOn();
     XPCInput::Next endReading(XPCReadResult result, unsigned reads);
     bool frameReceived(XPCRef<XPCDictionary> frame) override;

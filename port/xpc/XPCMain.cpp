@@ -17,6 +17,7 @@ void xpc_main(xpc_connection_handler_t handler) {
         if (xpc_get_type(event) == XPC_TYPE_CONNECTION)
             handler(static_cast<xpc_connection_t>(event));
     });
+    // The handler first: peers that wait in the backlog come as soon as the loop runs.
     listener->resume();
     dispatch_main();
 }

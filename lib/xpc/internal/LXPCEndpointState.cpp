@@ -50,6 +50,7 @@ void LXPCSendMessage(const LXPCEndpointStatePtr& pState, long connection,
     SetXPCDictionary(pMessage.get(), loItems);
     xpc_connection_t pConnection = LXPCConnectionObject(connection);
     if (!bWantReply) {
+        // Message, then barrier, on one thread: the barrier's turn comes when the message is out, or given up.
         xpc_connection_send_message(pConnection, pMessage.get());
         SendBarrier(pState, connection);
         return;
