@@ -90,7 +90,9 @@ inline XPCBody makeXPCBody(std::size_t bytes) {
 }
 // The same for what a peer sends: null too when peers make this process hold too much.
 inline XPCBody makeReceivedXPCBody(std::size_t bytes) {
-    return XPCHold::hasRoom(bytes) ? makeXPCBody(bytes) : XPCBody();
+    if (!XPCHold::hasRoom(bytes))
+        return {};
+    return makeXPCBody(bytes);
 }
 
 } // namespace port
