@@ -4,8 +4,8 @@
 // at once when it waits and after the call-back when one runs. While the port cannot be had, and after a
 // failed accept, it closes its socket and listens anew every 30 seconds; `IsListening` tells.
 //
-// A client that is served by a thread of its own (`LDetachedThread`) costs five descriptors, and `select` can
-// watch 1024 in a process: some 200 clients at once. For more `StartDetached` makes no thread, and the
+// A client that is served by a thread of its own (`LDetachedThread`) costs seven descriptors, and `select` can
+// watch 1024 in a process: some 140 clients at once. For more `StartDetached` makes no thread, and the
 // call-back lets the connection go.
 //
 // Thread-safety: as LThread. A subclass stops and waits for the thread in its own destructor

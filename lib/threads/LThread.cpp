@@ -58,13 +58,13 @@ void LThread::Start(int nNewPriority) {
 void LThread::_Prepare(int nNewPriority) {
     stop.Reset();
     finished.Reset();
-    started = std::make_unique<LSignalObject>();
+    started.Reset();
     nPriority.store(nNewPriority);
 }
 
 // A thread that nobody could stop or wait for is not made.
 bool LThread::_Create(void* (*pEntry)(void*), void* pArgument) {
-    bCreated = stop.IsUsable() && finished.IsUsable() && started->IsUsable();
+    bCreated = stop.IsUsable() && finished.IsUsable() && started.IsUsable();
     // Before the thread is there: it may be through, and have taken it back, before pthread_create returns.
     bRunning.store(bCreated);
     pthread_t made;
@@ -72,19 +72,12 @@ bool LThread::_Create(void* (*pEntry)(void*), void* pArgument) {
         return true;
     bCreated = false;
     bRunning.store(false);
-    started.reset();
     return false;
 }
 
-// On the starter. The signal goes under the handle lock, under which the new thread sets it: it is not
-// destroyed while it is being set.
+// On the starter.
 void LThread::_WaitStarted(int nNewPriority) {
-    const LSignalObjectRef begun = *started;
-    while (ProcessWaitSignal(begun, LNoTimeLimit) == LProcessWaitFailed && !begun.IsSignaled()) {
-    }
-    {
-        const LLockScope scope(handleLock);
-        started.reset();
+    while (ProcessWaitSignal(started, LNoTimeLimit) == LProcessWaitFailed && !started.IsSignaled()) {
     }
     SetPriority(nNewPriority);
 }
@@ -103,15 +96,8 @@ void LThread::ThreadCallback() {
     const LAtEnd ended([this] { _SetEnded(); });
     dwMachThread.store(mach_thread_self());
     thread.store(pthread_self());
-    _SetStarted();
+    started.Signal();
     ThreadFunction();
-}
-
-// Nobody waits any more when the stop came first.
-void LThread::_SetStarted() {
-    const LLockScope scope(handleLock);
-    if (started != nullptr)
-        started->Signal();
 }
 
 // The thread records and clears its handle itself, and so can be detached by nobody else.

@@ -15,7 +15,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <memory>
 #include <pthread.h>
 #include <utility>
 
@@ -81,7 +80,6 @@ protected:
 
 private:
     static void* _ThreadCallback(void* pThread);
-    void _SetStarted();
     int _Wait(int nHighest, fd_set& set, unsigned int timeout) const;
 
     std::atomic<pthread_t> thread{}; // set by the thread itself, cleared under the handle lock
@@ -90,7 +88,7 @@ private:
     std::atomic<bool> bRunning{false};
     LSignalObject stop;
     LSignalObject finished;
-    std::unique_ptr<LSignalObject> started; // while it is waited for; changed under the handle lock
+    LSignalObject started;
     LLockObject startLock;
     LLockObject handleLock; // a handle is used only while the thread that it names cannot end
     bool bCreated = false;  // there was a thread, and its end is told by the finished signal

@@ -57,7 +57,8 @@ void Draft::copyAttributes(int from) const {
         return;
     const char* const end = names.get() + size;
     for (const char* name = names.get(); name < end; name += std::strlen(name) + 1) {
-        const ssize_t length = isGivenOn(name) ? ::fgetxattr(from, name, value.get(), kMaxAttributeValue) : -1;
+        const ssize_t length =
+            isGivenOn(name) ? ::fgetxattr(from, name, value.get(), kMaxAttributeValue) : -1;
         if (length >= 0)
             ::fsetxattr(fd_.get(), name, value.get(), static_cast<std::size_t>(length), 0);
     }
