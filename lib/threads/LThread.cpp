@@ -92,7 +92,8 @@ void* LThread::_ThreadCallback(void* pThread) {
 }
 
 void LThread::ThreadCallback() {
-    const LDebugSignalStack signalStack;
+    // Not to be zeroed: without a fault its pages are not touched.
+    __attribute__((uninitialized)) const LDebugSignalStack signalStack;
     const LAtEnd ended([this] { _SetEnded(); });
     dwMachThread.store(mach_thread_self());
     thread.store(pthread_self());
