@@ -75,7 +75,8 @@ public:
     void SetNoLinkStoring(bool bWithout) { bNoLinkStoring = bWithout; }
     // The bytes that extracting one archive may write, whatever the archive says of its sizes; the tool's messages
     // count. A tool that passes them is ended within a tenth of a second; extracting has then failed, and what was
-    // extracted stays. Where the system does not tell what a program writes there is no limit.
+    // extracted stays. Where the system does not tell what a program writes there is no limit; and
+    // only root is told it of one that has ended: for others a tool that needs less than a tenth of a second has none.
     void SetUnpackLimit(unsigned long long qwBytes) { qwUnpackLimit = qwBytes; }
     // Kept, and without effect.
     void SetOption(char option) { cOption = option; }

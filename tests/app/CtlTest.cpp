@@ -37,7 +37,7 @@ TEST(Ctl, CommandLines) {
         {"query --json >/dev/full", 74, ""},
         // A search for leaks needs descriptors of its own.
         {"-V; export ASAN_OPTIONS=detect_leaks=0; sh -c 'ulimit -n 5; exec \"$0\" quit --service Mute' "
-         "'" LOGINHELPERCTL "'",
+         "\"" LOGINHELPERCTL "\"",
          71, "the helper cannot be asked: "},
     };
     for (const auto& [words, status, part] : rows) {

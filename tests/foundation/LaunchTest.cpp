@@ -15,7 +15,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kIdentifier = "com.example.probe";
+// Of this process alone: tests run side by side.
+const std::string identifier = "com.example.probe" + std::to_string(getpid());
 
 class Launch : public testing::Test {
 protected:
@@ -24,15 +25,15 @@ protected:
             kill(application->processIdentifier(), SIGKILL);
     }
 
-    static std::vector<NSRef<NSRunningApplication>> running(const char* identifier = kIdentifier) {
-        return NSRunningApplication::runningApplicationsWithBundleIdentifier(identifier);
+    static std::vector<NSRef<NSRunningApplication>> running(const char* of = identifier.c_str()) {
+        return NSRunningApplication::runningApplicationsWithBundleIdentifier(of);
     }
     static bool launch(const std::string& path) {
         return NSWorkspace::sharedWorkspace()->launchApplication(path.c_str());
     }
     std::string makeBundle(const std::string& name, const std::string& entries = "",
                            const std::string& program = HostPath("foundation_host")) const {
-        return MakeBundleAt(place.Path(), name, program, Entry("CFBundleIdentifier", kIdentifier) + entries);
+        return MakeBundleAt(place.Path(), name, program, Entry("CFBundleIdentifier", identifier) + entries);
     }
 
     PrivatePlace place;
