@@ -18,9 +18,9 @@
 //
 // What is saved goes into a new file beside the old one, which then takes its name, permissions, owner, access list
 // and users' attributes, but not the time at which the old one was made: the old text stays when the disk is full or
-// fails, and when the process ends. A link is followed. Where that cannot be, because the file has more names than one, its
-// folder cannot be written or its owner cannot be kept, it is written over once there is room for the whole new text;
-// a disk that fails meanwhile, or the end of the process, leaves a part then.
+// fails, and when the process ends. A link is followed. Where that cannot be, because the file has more names than
+// one, its folder cannot be written or its owner cannot be kept, it is written over once there is room for the whole
+// new text; a disk that fails meanwhile, or the end of the process, leaves a part then.
 #pragma once
 
 #include "strings/LString.h"

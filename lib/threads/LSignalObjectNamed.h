@@ -2,10 +2,10 @@
 //
 // Thread-safety: an object belongs to one thread.
 //
-// One process waits, another signals. The socket file, mode 0600 whatever the process's mask, exists from the first wait until the destruction of an
-// object that was signalled; a file left behind by a process that ended, or by a wait that timed out, makes
-// waits on that name fail until somebody removes it. A name whose path has more than 103 bytes is refused:
-// waits fail and signalling does nothing.
+// One process waits, another signals. The socket file, mode 0600 whatever the process's mask, exists from the first
+// wait until the destruction of an object that was signalled; a file left behind by a process that ended, or by a
+// wait that timed out, makes waits on that name fail until somebody removes it. A name whose path has more than 103
+// bytes is refused: waits fail and signalling does nothing.
 #pragma once
 
 #include <port/UniqueFd.h>

@@ -1,9 +1,9 @@
 #include "dispatch/Closer.h"
 
 #include "host/DetachedThread.h"
+#include "host/PassedDescriptors.h"
 #include "host/SystemCalls.h"
 
-#include <cstring>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <utility>
@@ -22,25 +22,12 @@ void dropNow(int descriptor) {
     ::close(descriptor);
 }
 
-void dropAll(msghdr& message) {
-    for (cmsghdr* part = CMSG_FIRSTHDR(&message); part != nullptr; part = CMSG_NXTHDR(&message, part)) {
-        if (part->cmsg_level != SOL_SOCKET || part->cmsg_type != SCM_RIGHTS)
-            continue;
-        const std::size_t count = (part->cmsg_len - CMSG_LEN(0)) / sizeof(int);
-        for (std::size_t i = 0; i < count; ++i) {
-            int descriptor = -1;
-            std::memcpy(&descriptor, CMSG_DATA(part) + i * sizeof descriptor, sizeof descriptor);
-            dropNow(descriptor);
-        }
-    }
-}
-
 // What the kernel would close by itself it would wait for, one after another.
 void dropUnread(int socket) {
     ssize_t got = 0;
     do {
         char bytes[4096];
-        alignas(cmsghdr) char control[CMSG_SPACE(Closer::kMostPassed * sizeof(int))];
+        alignas(cmsghdr) char control[CMSG_SPACE(kMostPassed * sizeof(int))];
         iovec place{bytes, sizeof bytes};
         msghdr message{};
         message.msg_iov = &place;
@@ -49,7 +36,7 @@ void dropUnread(int socket) {
         message.msg_controllen = sizeof control;
         got = sys::recvmsg(socket, &message, MSG_DONTWAIT);
         if (got > 0)
-            dropAll(message);
+            forEachPassed(message, dropNow);
     } while (got > 0);
 }
 

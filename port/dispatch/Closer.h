@@ -15,7 +15,6 @@ namespace port {
 
 class Closer {
 public:
-    static constexpr std::size_t kMostPassed = 253; // descriptors that the kernel lets travel together
     static constexpr unsigned kMostThreads = 16;
     static constexpr std::size_t kMostWaiting = 4096;
 

@@ -1,6 +1,7 @@
 #include "xpc/XPCFrameReader.h"
 
 #include "dispatch/Closer.h"
+#include "host/PassedDescriptors.h"
 #include "host/SystemCalls.h"
 
 #include <algorithm>
@@ -60,7 +61,7 @@ XPCReadResult XPCFrameReader::readFrom(int socket, XPCScratch& scratch, XPCFrame
     Places places;
     lay(places, scratch);
     // Room for all that may come: what finds none the kernel closes, which may last.
-    alignas(cmsghdr) char control[CMSG_SPACE(Closer::kMostPassed * sizeof(int))];
+    alignas(cmsghdr) char control[CMSG_SPACE(kMostPassed * sizeof(int))];
     msghdr message{};
     message.msg_iov = places.parts.data();
     message.msg_iovlen = places.count;
@@ -81,23 +82,16 @@ XPCReadResult XPCFrameReader::readFrom(int socket, XPCScratch& scratch, XPCFrame
 
 // Every descriptor gets an owner before any is judged.
 bool XPCFrameReader::takeDescriptors(msghdr& message) {
-    bool sound = (message.msg_flags & MSG_CTRUNC) == 0;
-    for (cmsghdr* part = CMSG_FIRSTHDR(&message); part != nullptr; part = CMSG_NXTHDR(&message, part)) {
-        if (part->cmsg_level != SOL_SOCKET || part->cmsg_type != SCM_RIGHTS)
-            continue;
-        const std::size_t count = (part->cmsg_len - CMSG_LEN(0)) / sizeof(int);
-        sound &= count <= kMaxDescriptors;
-        for (std::size_t i = 0; i < count; ++i) {
-            int fd = -1;
-            std::memcpy(&fd, CMSG_DATA(part) + i * sizeof fd, sizeof fd);
-            UniqueFd owner(fd);
-            if (waitingCount_ < waiting_.size())
-                waiting_[waitingCount_++] = std::move(owner);
-            else
-                Closer::shared().drop(std::move(owner));
-        }
-    }
-    return sound;
+    std::size_t count = 0;
+    forEachPassed(message, [&](int descriptor) {
+        UniqueFd owner(descriptor);
+        ++count;
+        if (waitingCount_ < waiting_.size())
+            waiting_[waitingCount_++] = std::move(owner);
+        else
+            Closer::shared().drop(std::move(owner));
+    });
+    return (message.msg_flags & MSG_CTRUNC) == 0 && count <= kMaxDescriptors;
 }
 
 bool XPCFrameReader::advance(std::size_t bytes, Places& places, XPCScratch& scratch, XPCFrameSink& sink) {

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <unistd.h>
+#include <utility>
 
 namespace port {
 
@@ -10,23 +11,26 @@ XPCPeers& XPCPeers::shared() {
     return peers;
 }
 
+// The line is written without the lock: who reads it may be slow, and peers that leave need the lock.
 bool XPCPeers::enter(pid_t process) {
-    const std::lock_guard lock(mutex_);
-    if (count_ == kMaxConnections)
-        return false;
-    Process& own = find(process);
-    if (own.connections == kMaxProcessConnections) {
-        if (!told_)
-            ::dprintf(STDERR_FILENO, "xpc: process %d has %zu connections, further ones are closed\n",
-                      static_cast<int>(process), own.connections);
-        told_ = true;
-        return false;
+    {
+        const std::lock_guard lock(mutex_);
+        if (count_ == kMaxConnections)
+            return false;
+        Process& own = find(process);
+        if (own.connections != kMaxProcessConnections) {
+            own.id = process;
+            ++own.connections;
+            ++count_;
+            ++ever_;
+            return true;
+        }
+        if (std::exchange(told_, true))
+            return false;
     }
-    own.id = process;
-    ++own.connections;
-    ++count_;
-    ++ever_;
-    return true;
+    ::dprintf(STDERR_FILENO, "xpc: process %d has %zu connections, further ones are closed\n",
+              static_cast<int>(process), kMaxProcessConnections);
+    return false;
 }
 
 void XPCPeers::leave(pid_t process) {

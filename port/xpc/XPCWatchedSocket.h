@@ -4,8 +4,8 @@
 // the main thread if it waits there, which then gets its reply without a change of threads, else a worker, never
 // both. Output is watched for, by the workers, only while the socket takes no more.
 //
-// Invariants: what is in a set is open; closing takes it out of both, when the closer closes it. While it is open and was given a source,
-// the pool is told that somebody has to watch.
+// Invariants: what is in a set is open; closing takes it out of both, when the closer closes it. While it is open and
+// was given a source, the pool is told that somebody has to watch.
 //
 // Thread-safety: the connection's lock covers it. The thread that reads the socket does so without the lock; it
 // is the connection's business not to close it meanwhile.

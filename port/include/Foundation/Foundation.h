@@ -227,8 +227,8 @@ public:
     // meanwhile, and takes their changes in. The new file replaces the old one whole and is on the disk when
     // this returns; when nothing differs, nothing is written. False, with errno, when the file could not be
     // read, locked (waits up to 5 s for another process) or written: the file is as it was, or, where only the
-    // disk does not tell that it has it, the new one already; the changes stay pending. A file that is no property list is renamed to `<file>.corrupt-<time>` when there are changes
-    // to write, with one line on standard error.
+    // disk does not tell that it has it, the new one already; the changes stay pending. A file that is no property
+    // list is renamed to `<file>.corrupt-<time>` when there are changes to write, with one line on standard error.
     bool synchronize();
 
     // False when the settings file cannot be read: every key is absent then, which says nothing about the

@@ -30,10 +30,11 @@ bool port_copy_file(int fromFolder, const char* from, int toFolder, const char* 
 bool port_copy_link(int fromFolder, const char* from, int toFolder, const char* to);
 
 // Gives the file at `path`, links followed, these bytes as its content. They go into a new file, as above, which has
-// the permissions, the owner, the users' attributes and the access list of the old one and takes its name; a file that was not there gets
-// 0666 under the process's mask. With `flush` bytes and name are on the disk when this returns. False with errno:
-// nothing changed, or, when only the last flush failed, the new content stands but may not survive a power cut.
-// EPERM: the owner or the group cannot be kept; EINVAL: something other than a file has the name.
+// the permissions, the owner, the users' attributes and the access list of the old one and takes its name; a file
+// that was not there gets 0666 under the process's mask. With `flush` bytes and name are on the disk when this
+// returns. False with errno: nothing changed, or, when only the last flush failed, the new content stands but may not
+// survive a power cut. EPERM: the owner or the group cannot be kept; EINVAL: something other than a file has the
+// name.
 bool port_replace_file(const char* path, const void* bytes, std::size_t size, bool flush);
 
 // `openat` of a path, links on the way and at its end followed, that never leaves the folder: EXDEV when it would, by
