@@ -1,7 +1,7 @@
 #!/bin/sh
 # Installs the build tree into a private prefix, moves that, and builds against it as outside programs do: through
-# find_package a program with names of its own and every C++ block of the README, through pkg-config the former.
-# The blocks are run and must print what the README says. A host project that adds the sources gets the library alone.
+# find_package a program with names of its own and every C++ block of the documents, through pkg-config the former.
+# The blocks are run and must print what the documents say. A host project that adds the sources gets the library alone.
 # usage: check.sh BUILD-DIR SOURCE-DIR
 set -eu
 build=$1
@@ -32,13 +32,13 @@ DESTDIR="$work/root" quietly cmake --build "$build" --target uninstall
 [ -z "$(find "$work/root" ! -type d)" ]
 
 mv "$work/a place" "$work/prefix"
-mkdir "$work/readme"
-python3 "$source/readme.py" extract "$top/README.md" "$work/readme"
+mkdir "$work/blocks"
+python3 "$source/blocks.py" extract "$work/blocks" "$top/docs/tour.md"
 quietly cmake -S "$source" -B "$work/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$work/prefix" \
-    -DREADME="$work/readme" ${CXXFLAGS:+-DCMAKE_CXX_FLAGS="$CXXFLAGS"}
+    -DBLOCKS="$work/blocks" ${CXXFLAGS:+-DCMAKE_CXX_FLAGS="$CXXFLAGS"}
 quietly cmake --build "$work/cmake"
 "$work/cmake/names"
-python3 "$source/readme.py" run "$work/readme" "$work/cmake" "$work/prefix" \
+python3 "$source/blocks.py" run "$work/blocks" "$work/cmake" "$work/prefix" \
     "$build/examples/mainapp/Zubeq Free.app/Contents/MacOS/Zubeq Free"
 
 PKG_CONFIG_PATH=$(dirname "$(find "$work/prefix" -name lfoundation.pc)")

@@ -1,6 +1,6 @@
 #!/bin/sh
 # Does what the README says under "Linking the library", word by word: its shell and CMake blocks, with a block of
-# its tour as the program. Where a prefix is given it stands for /usr/local, and only there.
+# the tour as the program. Where a prefix is given it stands for /usr/local, and only there.
 # usage: readme_shell.sh SOURCE-DIR [PREFIX]
 set -eu
 source=$(cd "$1" && pwd)
@@ -15,14 +15,14 @@ block() {
         /^```/ { inside = !inside && $0 == start && ++count == number; next }
         inside'
 }
-section() { awk -v heading="## $1" '/^## / { on = $0 == heading } on' "$source/README.md"; }
-linking() { section "Linking the library" | block "$@" | sed "s|/usr/local|$prefix|g"; }
+section() { awk -v heading="## $2" '/^## / { on = $0 == heading } on' "$source/$1"; }
+linking() { section README.md "Linking the library" | block "$@" | sed "s|/usr/local|$prefix|g"; }
 
 linking sh 1 >"$work/install.sh"
 linking cmake 1 >"$work/CMakeLists.txt"
 linking sh 2 >"$work/compile.sh"
-section "A short tour" | block cpp 2 >"$work/app.cpp"
-section "A short tour" | block text 2 >"$work/expected"
+section docs/tour.md "Text and paths" | block cpp 1 >"$work/app.cpp"
+section docs/tour.md "Text and paths" | block text 1 >"$work/expected"
 
 cd "$source"
 sh -e "$work/install.sh"
