@@ -1,26 +1,28 @@
 """The C++ blocks of documents: each is a program, and the text block below it is what it prints.
 
 blocks.py extract FOLDER DOCUMENT...
-    writes them as FOLDER/DOCUMENT_NUMBER.cpp and .txt, the document's name without its end
+    writes them as FOLDER/DOCUMENT_CHAPTER.cpp and .txt; a chapter has one at most
 blocks.py run FOLDER PROGRAMS PREFIX MAIN-APPLICATION
     runs the programs of these names in PROGRAMS, each in a folder of its own, while the helper that is installed in
     PREFIX serves
 """
 import contextlib, difflib, fcntl, os, pathlib, re, subprocess, sys, tempfile, time
 
-BLOCK = re.compile(r"^```(\w+)\n(.*?)^```$", re.M | re.S)
+CHAPTER = re.compile(r"^#+ (.*)$", re.M)
+BLOCK = re.compile(r"^```cpp\n(.*?)^```$(?:\n\n[^`]*?^```text\n(.*?)^```$)?", re.M | re.S)
 
 def extract(folder, *documents):
     for document in map(pathlib.Path, documents):
-        blocks = BLOCK.findall(document.read_text())
-        programs = [i for i, (language, _) in enumerate(blocks) if language == "cpp"]
-        if not programs:
-            sys.exit(f"no C++ block found in {document}")
-        for number, i in enumerate(programs, 1):
-            if blocks[i + 1 : i + 2] == [] or blocks[i + 1][0] != "text":
-                sys.exit(f"{document}: C++ block {number} has no text block below it with what it prints")
-            for end, (_, text) in zip(("cpp", "txt"), blocks[i : i + 2]):
-                pathlib.Path(folder, f"{document.stem}_{number}.{end}").write_text(text)
+        text = document.read_text()
+        for block in BLOCK.finditer(text):
+            chapter = CHAPTER.findall(text, 0, block.start())[-1]
+            name = re.sub(r"\W+", "_", f"{document.stem}_{chapter}".lower())
+            if block[2] is None:
+                sys.exit(f"{document}: no text block tells what the program under '{chapter}' prints")
+            if pathlib.Path(folder, f"{name}.cpp").exists():
+                sys.exit(f"{document}: more than one program under '{chapter}'")
+            pathlib.Path(folder, f"{name}.cpp").write_text(block[1])
+            pathlib.Path(folder, f"{name}.txt").write_text(block[2])
 
 @contextlib.contextmanager
 def only_one():
