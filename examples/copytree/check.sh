@@ -1,6 +1,7 @@
 #!/bin/sh
 # usage: check.sh COPYTREE
-# Copies a small tree and compares, stops the copy of a large file by Ctrl-C, and lets one fail.
+# Copies a small tree and compares, stops the copy of a large file by Ctrl-C, looks at the line of a narrow terminal,
+# and lets one fail.
 set -eu
 place=$(mktemp -d)
 trap 'rm -rf "$place"' EXIT
@@ -11,7 +12,7 @@ echo two >"$place/from/a folder/.hidden"
 head -c 1000000 /dev/urandom >"$place/from/a folder/below/third"
 "$1" "$place/from" "$place/to/there" >"$place/printed"
 diff -r "$place/from" "$place/to/there"
-tr '\r' '\n' <"$place/printed" | tail -n 1 | grep -q '100 %'
+tail -n 1 "$place/printed" | grep -qx '3 files'
 
 mkdir "$place/large"
 truncate -s 20G "$place/large/file"
@@ -24,6 +25,15 @@ status=0
 wait $! || status=$?
 [ $status = 130 ]
 [ ! -e "$place/stopped/file" ]
+grep -qx "stopped after 0 files, which are in $place/stopped" "$place/printed"
+
+if command -v script >/dev/null; then
+    mkdir "$place/narrow"
+    truncate -s 5G "$place/narrow/näme, which is longer than the line"
+    script -qec "stty cols 40; '$1' '$place/narrow' '$place/line'" /dev/null | tr '\r' '\n' | grep '%' >"$place/printed"
+    grep -q 'files/s .* left' "$place/printed"
+    ! grep -q '.\{44\}' "$place/printed" # with the code that clears the rest of the line
+fi
 
 status=0
 "$1" "$place/none" "$place/nowhere" 2>"$place/errors" >"$place/printed" || status=$?

@@ -1,8 +1,7 @@
 // Copies a folder with everything below it, on a thread of its own, while the main thread shows how far it is;
 // Ctrl-C stops it.
-#include <algorithm>
+#include <atomic>
 #include <cstdio>
-#include <cstring>
 
 #include <base/LLimits.h>
 #include <files/LFile.h>
@@ -11,6 +10,7 @@
 #include <threads/LThreadNotifyInterface.h>
 
 #include "../Example.h"
+#include "../ProgressLine.h"
 
 namespace {
 
@@ -18,51 +18,51 @@ constexpr Example example{"copytree", "Usage: copytree FROM TO\n"
                                       "Copies what is in the folder FROM into the folder TO, which is made "
                                       "when it is missing; Ctrl-C stops.\n"};
 
-// What the user sees: one line that is drawn again and again. It is called on the main thread only.
+// The files that were begun; the thread counts, the display reads.
+std::atomic<unsigned long> dwFiles = 0;
+
+// What the user sees. It is called on the main thread only.
 class Display : public LProcessInterfaceVoid {
 public:
     void SetProgress(double dFraction) override {
         dShown = dFraction;
-        Draw();
+        line.Show(dShown, dwFiles, szFile);
     }
-    void SetStatus(const char* szText, int nLine) override {
-        if (nLine == 0) {
-            std::printf("%s\n", szText);
-            return;
-        }
-        strlcpy(szFile, szText, sizeof szFile);
-        Draw();
+    void SetStatus(const char* szText, int) override { strlcpy(szFile, szText, sizeof szFile); }
+    void SetError(const char* szText) override {
+        line.Clear();
+        std::fprintf(stderr, "copytree: %s\n", szText);
     }
-    void SetError(const char* szText) override { std::fprintf(stderr, "\ncopytree: %s\n", szText); }
+    void Clear() { line.Clear(); }
 
 private:
-    void Draw() const {
-        constexpr int nWidth = 40;
-        const int nDone = std::clamp(static_cast<int>(dShown * nWidth), 0, nWidth);
-        std::printf("\r[%.*s%*s] %3.0f %%  %.30s\033[K", nDone, "########################################",
-                    nWidth - nDone, "", dShown * 100, szFile);
-        std::fflush(stdout);
-    }
-
+    ProgressLine line;
     double dShown = 0;
     char szFile[LPathBufferSize] = "";
 };
 
-// The copy reports each level of folders one line further down; the display has one line for all of them.
-class OneLine : public LProcessInterfaceNested {
+// The copy reports each level of folders one line further down, and for each file what is done, then its name; the
+// display wants the names.
+class NamesOnly : public LProcessInterfaceNested {
 public:
     using LProcessInterfaceNested::LProcessInterfaceNested;
-    void SetStatus(const char* szText, int) override { pParent->SetStatus(szText, 1); }
+    void SetStatus(const char* szText, int) override {
+        if (bName) {
+            ++dwFiles;
+            pParent->SetStatus(szText, 0);
+        }
+        bName = !bName;
+    }
+
+private:
+    bool bName = false;
 };
 
 int CopyFolders(LProcessInterface& process, const LProcessCopyFolder& copy) {
-    process.SetStatusF(0, "%s to %s", copy.szSource, copy.szTarget);
     LFile::CreateFolderTree(copy.szTarget);
-    OneLine names(process);
+    NamesOnly names(process);
     const int nResult = Process(names, copy);
-    if (nResult == LProcessFinished)
-        process.SetProgress(1.0);
-    else if (nResult == LProcessFailed)
+    if (nResult == LProcessFailed)
         process.SetErrorF("cannot copy %s", copy.szSource);
     return nResult;
 }
@@ -75,10 +75,19 @@ int Copy(const LProcessCopyFolder& folders) {
     LThreadOf thread([&](LProcessInterface& process) { nResult = CopyFolders(process, folders); }, &display);
     thread.Start(31);
     const StopOnInterrupt interrupt(thread);
+    std::printf("copying %s to %s, Ctrl-C stops\n", folders.szSource, folders.szTarget);
+    std::fflush(stdout);
     thread.WaitAndDeliver();
-    std::printf(nResult == LProcessStopped ? "\nstopped\n" : "\n");
-    if (nResult == LProcessStopped)
+    display.Clear();
+    if (nResult == LProcessStopped) {
+        // The file that the copy was at has been removed again.
+        const unsigned long dwWhole = dwFiles > 0 ? dwFiles - 1 : 0;
+        std::printf("stopped after %lu files, which are in %s\n", dwWhole, folders.szTarget);
         return StopOnInterrupt::nStatus;
+    }
+    std::printf(nResult == LProcessFinished ? "%lu files\n"
+                                            : "%lu files, without those that are named above\n",
+                dwFiles.load());
     return nResult == LProcessFinished ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 

@@ -2,6 +2,7 @@
 // that it runs.
 #include <cstdio>
 #include <cstring>
+#include <unistd.h>
 
 #include <base/LLimits.h>
 #include <files/LFile.h>
@@ -25,14 +26,24 @@ public:
     // The work uses this object's own members, so the thread ends before they go.
     ~PackThread() override { _StopAndWait(); }
 
-    int nResult = LProcessFailed;
+    // Says what was done, when the thread has ended. The status of the program.
+    int Tell() const {
+        const char* const szArchive = ppArguments[bExtract ? 1 : 0];
+        if (nResult == LProcessStopped && bExtract)
+            printf("stopped; what was extracted before is in %s\n", ppArguments[2]);
+        else if (nResult == LProcessStopped)
+            printf("stopped after %d of %d files, which are in %s\n", nBegun - 1, nCount - 1, szArchive);
+        else if (nResult == LProcessFinished && !bExtract)
+            printf("%d files in %s\n", nBegun, szArchive);
+        else if (nResult == LProcessFinished)
+            printf("%s is in %s\n", szArchive, ppArguments[2]);
+        if (nResult == LProcessStopped)
+            return StopOnInterrupt::nStatus;
+        return nResult == LProcessFinished ? EXIT_SUCCESS : EXIT_FAILURE;
+    }
 
 private:
-    void ThreadFunction() override {
-        nResult = strcmp(ppArguments[0], "-x") == 0 ? Extract(ppArguments[1], ppArguments[2]) : Add();
-        if (nResult == LProcessFinished)
-            SetProgress(1);
-    }
+    void ThreadFunction() override { nResult = bExtract ? Extract(ppArguments[1], ppArguments[2]) : Add(); }
 
     // The tool runs in the folder of each file, so the archive's path must not depend on where that is.
     int Add() {
@@ -49,18 +60,21 @@ private:
         return Process(*this, LProcessZipFileExtractAll(szArchive, szFolder));
     }
 
-    void SetStatus(const char* szText, int) override { printf("%s\n", szText); }
-    void SetProgress(double dFraction) override {
-        constexpr int nWidth = 40;
-        const int nDone = static_cast<int>(dFraction * nWidth);
-        printf("[%.*s%*s] %3.0f %%\n", nDone, "########################################", nWidth - nDone, "",
-               dFraction * 100);
-        fflush(stdout);
+    // The tool names what it does, a line each; a bar between its lines would be in their way.
+    void SetStatus(const char* szText, int) override {
+        ++nBegun;
+        if (!bExtract && isatty(STDOUT_FILENO)) {
+            printf("%d of %d: %s\n", nBegun, nCount - 1, szText);
+            fflush(stdout);
+        }
     }
     void SetError(const char* szText) override { fprintf(stderr, "pack: %s\n", szText); }
 
-    char** ppArguments;
-    int nCount;
+    char** const ppArguments;
+    const int nCount;
+    const bool bExtract = strcmp(ppArguments[0], "-x") == 0;
+    int nBegun = 0;
+    int nResult = LProcessFailed;
 };
 
 } // namespace
@@ -74,7 +88,5 @@ int main(int argc, char** argv) {
     const StopOnInterrupt interrupt(pack);
     while (!pack.GetFinishedSignal().IsSignaled())
         pack.GetFinishedSignal().WaitSignal(LNoTimeLimit);
-    if (pack.nResult == LProcessStopped)
-        return StopOnInterrupt::nStatus;
-    return pack.nResult == LProcessFinished ? EXIT_SUCCESS : EXIT_FAILURE;
+    return pack.Tell();
 }
