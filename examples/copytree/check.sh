@@ -28,11 +28,10 @@ wait $! || status=$?
 grep -qx "stopped after 0 files, which are in $place/stopped" "$place/printed"
 
 if command -v script >/dev/null; then
-    mkdir "$place/narrow"
-    truncate -s 5G "$place/narrow/näme, which is longer than the line"
-    script -qec "stty cols 40; '$1' '$place/narrow' '$place/line'" /dev/null | tr '\r' '\n' | grep '%' >"$place/printed"
+    mv "$place/large/file" "$place/large/näme, which is longer than the line"
+    script -qec "stty cols 40; '$1' '$place/large' '$place/line'" /dev/null | tr '\r' '\n' | grep '%' >"$place/printed"
     grep -q 'files/s .* left' "$place/printed"
-    ! grep -q '.\{44\}' "$place/printed" # with the code that clears the rest of the line
+    if grep '.\{44\}' "$place/printed"; then exit 1; fi # with the code that clears the rest of the line
 fi
 
 status=0
