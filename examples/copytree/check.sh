@@ -16,6 +16,7 @@ tail -n 1 "$place/printed" | grep -qx '3 files'
 
 mkdir "$place/large"
 truncate -s 20G "$place/large/file"
+rm "$place/printed"
 "$1" "$place/large" "$place/stopped" >"$place/printed" &
 until [ -s "$place/printed" ]; do # it shows when it is at work
     sleep 0.01
