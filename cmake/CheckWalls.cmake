@@ -1,5 +1,6 @@
 # Looks at every source and header of lib/, port/ and app/: includes only what its room stands on, and outside of
-# port/ nothing that only this system has. One line for each fault; fails when there is one.
+# port/ nothing that only this system has; a public header exports what it declares. One line for each fault; fails
+# when there is one.
 # usage: cmake -DROOT=SOURCES -DLIST=ROOMS [-DFILES=FILE;...] -P CheckWalls.cmake    (FILES: only these)
 cmake_minimum_required(VERSION 3.25)
 
@@ -54,6 +55,13 @@ foreach(file IN LISTS FILES)
       message("${name} names what only port/ may: ${line}")
       math(EXPR faults "${faults} + 1")
     endforeach()
+  endif()
+  if(name MATCHES "(^|/)(lib|port/include)/.*\\.h$" AND NOT name MATCHES "/internal/")
+    file(STRINGS "${file}" lines REGEX "^#pragma GCC visibility")
+    if(NOT "${lines}" STREQUAL "#pragma GCC visibility push(default);#pragma GCC visibility pop")
+      message("${name} does not export what it declares: one visibility push(default) and its pop")
+      math(EXPR faults "${faults} + 1")
+    endif()
   endif()
 endforeach()
 if(faults)

@@ -8,7 +8,10 @@ set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 
+# Public headers export what they declare, and nothing else is (cmake/CheckWalls.cmake). A call from inside the
+# library is to its own function all the same, and may be inlined.
 add_library(lfoundation_house INTERFACE)
+target_compile_options(lfoundation_house INTERFACE -fno-semantic-interposition)
 target_compile_options(lfoundation_house INTERFACE
   -Wall -Wextra -Wshadow -Wconversion -Wundef -Wformat=2 -Wcast-qual -Wmissing-declarations
   -Wnon-virtual-dtor)

@@ -3,6 +3,8 @@
 // Thread-safety: as a local variable.
 #pragma once
 
+#pragma GCC visibility push(default)
+
 template <typename TFunction>
 class LAtEnd {
 public:
@@ -14,3 +16,5 @@ public:
 private:
     TFunction function;
 };
+
+#pragma GCC visibility pop

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <ctime>
 
+#pragma GCC visibility push(default)
+
 class LDeadline {
 public:
     // Begins now. Milliseconds; 0xFFFFFFFF never passes.
@@ -31,3 +33,5 @@ private:
     unsigned int dwTimeout;
     std::uint64_t qwStart;
 };
+
+#pragma GCC visibility pop

@@ -6,6 +6,8 @@
 
 #include <cstddef>
 
+#pragma GCC visibility push(default)
+
 template <typename T>
 class LList {
 public:
@@ -84,3 +86,5 @@ private:
     LList<T>& loElements;
     T* pCurrent;
 };
+
+#pragma GCC visibility pop

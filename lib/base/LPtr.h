@@ -6,6 +6,8 @@
 
 #include <utility>
 
+#pragma GCC visibility push(default)
+
 template <typename T>
 class LPtr {
 public:
@@ -30,3 +32,5 @@ public:
 private:
     T* pHeld = nullptr;
 };
+
+#pragma GCC visibility pop

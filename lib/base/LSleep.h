@@ -3,5 +3,9 @@
 // Thread-safety: reentrant.
 #pragma once
 
+#pragma GCC visibility push(default)
+
 // Blocks the calling thread for the whole time.
 void LSleepMilliseconds(unsigned int milliseconds);
+
+#pragma GCC visibility pop

@@ -6,9 +6,13 @@
 // functions of these names.
 #pragma once
 
+#pragma GCC visibility push(default)
+
 template <typename = void>
 bool IsOSMacLeopardOrLater(); // 10.5
 template <typename = void>
 bool IsOSMacSnowLeopardOrLater(); // 10.6
 template <typename = void>
 bool IsOSMacLionOrLater(); // 10.7
+
+#pragma GCC visibility pop

@@ -22,6 +22,8 @@
 
 #include <cstdint>
 
+#pragma GCC visibility push(default)
+
 constexpr unsigned long LDateTimeTextSize = 32; // bytes, terminator included: any date or any time
 
 // The order of a date's parts.
@@ -134,3 +136,5 @@ public:
 // The order that the locale's date format has, one of the three above; what the format lacks counts as
 // standing first.
 int LGetLocaleDateFormatOrder();
+
+#pragma GCC visibility pop

@@ -17,6 +17,8 @@
 #include <cstdint>
 #include <port/bsd.h>
 
+#pragma GCC visibility push(default)
+
 // Statuses that the process ends with.
 constexpr int LExitStatusFatalSignal = 666; // a parent sees the low byte, 154
 constexpr int LExitStatusTerminated = 0;
@@ -67,3 +69,5 @@ inline namespace lfoundation {
 extern LDebugLoadTime gLDebugLoadTime;
 }
 [[gnu::used]] inline LDebugLoadTime* const pLDebugLoadTime = &gLDebugLoadTime;
+
+#pragma GCC visibility pop

@@ -15,6 +15,8 @@
 #include "base/LLimits.h"
 #include "threads/LLockObject.h"
 
+#pragma GCC visibility push(default)
+
 constexpr int LDebugMaxThreads = 64;             // entries; a thread more than that has none
 constexpr unsigned long LDebugTagSize = 8;       // bytes, terminator included, as the two below
 constexpr unsigned long LDebugDialogSize = 32;   //
@@ -85,3 +87,5 @@ void LDebugGenerateXIString(char* szOut, const char* szText1, const char* szText
 // A template, so that it yields to a program's own function of that name.
 template <typename = void>
 void OutputDebugStringF(const char* szFormat, ...) __attribute__((format(printf, 1, 2)));
+
+#pragma GCC visibility pop

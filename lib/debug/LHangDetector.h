@@ -9,6 +9,8 @@
 
 #include "base/LLimits.h"
 
+#pragma GCC visibility push(default)
+
 class LHangDetector {
 public:
     LHangDetector() = default;
@@ -44,3 +46,5 @@ extern LHangDetector gLHangDetector;
 // InitAndTest and Destroy of the process's detector.
 void LDebugHangDetectorInit();
 void LDebugHangDetectorDestroy();
+
+#pragma GCC visibility pop

@@ -10,6 +10,8 @@
 // overlap unless an operation says so. Of the operations on paths only GetHumanReadableDriveFromPath blocks.
 #pragma once
 
+#pragma GCC visibility push(default)
+
 class LFile {
 public:
     LFile() = delete;
@@ -273,3 +275,5 @@ int tstrcmpend(const char* szText, const char* szEnding);
 // folder, made when it is missing. szOut is LPathBufferSize bytes.
 template <typename = void>
 void GetUserSpecialFolder(char* szOut, unsigned int dwDirectory, const char* szFallback);
+
+#pragma GCC visibility pop

@@ -11,6 +11,8 @@
 #include "base/LLimits.h"
 #include "files/LFile.h"
 
+#pragma GCC visibility push(default)
+
 class LFile::FolderIterator {
 public:
     FolderIterator();
@@ -65,3 +67,5 @@ class LFile::FolderIteratorAllFiles : public LFile::FolderIterator {
 public:
     bool _Matches(const char*) const override { return true; }
 };
+
+#pragma GCC visibility pop

@@ -8,6 +8,8 @@
 // LProcessFailed (threads/LProcessInterface.h). Whether to stop is asked before every piece.
 #pragma once
 
+#pragma GCC visibility push(default)
+
 class LProcessInterface;
 class LReadFileRef;
 class LWriteFileRef;
@@ -63,3 +65,5 @@ int Process(LProcessInterface& process, const LProcessCopyFile& copy);
 // is no source, or when it is the target. A source that cannot be listed is told by SetError, but counts as empty:
 // LProcessFinished.
 int Process(LProcessInterface& process, const LProcessCopyFolder& copy);
+
+#pragma GCC visibility pop

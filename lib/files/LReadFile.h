@@ -9,6 +9,8 @@
 
 #include "strings/LString.h"
 
+#pragma GCC visibility push(default)
+
 class LReadFileRef {
 public:
     explicit LReadFileRef(int nFileDescriptor = -1) : nDescriptor(nFileDescriptor) {}
@@ -35,3 +37,5 @@ public:
 private:
     int nDescriptor;
 };
+
+#pragma GCC visibility pop

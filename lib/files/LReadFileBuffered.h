@@ -10,6 +10,8 @@
 #include <cstdint>
 #include <cstring>
 
+#pragma GCC visibility push(default)
+
 constexpr std::uint32_t LReadFileBufferSize = 8192; // bytes read ahead
 constexpr unsigned long LReadFileDirect = 257;      // from so many bytes on they go straight to the caller
 
@@ -82,3 +84,5 @@ private:
     std::uint32_t dwPosition = 0;
     std::uint32_t dwCount = 0;
 };
+
+#pragma GCC visibility pop

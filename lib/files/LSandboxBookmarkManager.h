@@ -16,6 +16,8 @@
 #include "strings/LString.h"
 #include "strings/LStringList.h"
 
+#pragma GCC visibility push(default)
+
 // One granted path. Its destruction stops the access, if it was started.
 class LSandboxBookmarkItem {
 public:
@@ -150,3 +152,5 @@ private:
 // texts, a description and its patterns ("*.mp4;*.mov"), ended by an empty text. The extension "*" is left out,
 // and so is one that is no well-formed UTF-8; of a longer one 259 bytes are taken.
 void ParseFileTypes(NSMutableArray* pTypes, const char* szFilter);
+
+#pragma GCC visibility pop

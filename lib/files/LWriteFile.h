@@ -12,6 +12,8 @@
 
 #include <cstdint>
 
+#pragma GCC visibility push(default)
+
 constexpr unsigned char LStringLenLong = 255; // the short length that a long one follows
 
 class LWriteFileRef {
@@ -40,3 +42,5 @@ private:
 // Formats with the grammar of LStringFormat.h and writes the text by one call. Returns the length of the text,
 // whether or not it could be written.
 __attribute__((format(printf, 2, 3))) std::uint32_t fprintf(LWriteFileRef file, const char* format, ...);
+
+#pragma GCC visibility pop

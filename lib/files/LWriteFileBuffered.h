@@ -13,6 +13,8 @@
 #include <cstdint>
 #include <cstring>
 
+#pragma GCC visibility push(default)
+
 constexpr std::uint32_t LWriteFileBufferSize = 8192; // bytes that are written at once
 
 class LWriteFileBuffered {
@@ -58,3 +60,5 @@ private:
 // Formats with the grammar of LStringFormat.h. Returns the length of the text, whether or not it can be written.
 __attribute__((format(printf, 2, 3))) std::uint32_t fprintf(LWriteFileBuffered& file, const char* format,
                                                             ...);
+
+#pragma GCC visibility pop

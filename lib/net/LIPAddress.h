@@ -6,6 +6,8 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 
+#pragma GCC visibility push(default)
+
 // Bytes of an address as text, terminator included.
 constexpr unsigned long LIPAddressTextSize = INET_ADDRSTRLEN;
 
@@ -49,3 +51,5 @@ private:
     unsigned int dwCount = 0;
     in_addr addresses[LIPAddressMaximum];
 };
+
+#pragma GCC visibility pop

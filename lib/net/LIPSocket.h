@@ -9,6 +9,8 @@
 #include "net/LIPAddress.h"
 #include "threads/LSignalObject.h"
 
+#pragma GCC visibility push(default)
+
 // A socket that belongs to somebody else; -1 when there is none.
 class LIPSocketTCPRef {
 public:
@@ -52,3 +54,5 @@ public:
 private:
     port::UniqueFd descriptor;
 };
+
+#pragma GCC visibility pop

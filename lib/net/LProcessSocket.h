@@ -18,6 +18,8 @@
 #include "net/LIPSocket.h"
 #include "threads/LProcessInterface.h"
 
+#pragma GCC visibility push(default)
+
 // Closes what the socket holds and connects a new one. Unless the result is 0 the socket is closed and -1.
 // An unresolved address fails at once. An error that the network reports after connecting has begun may show
 // only at the first sending or receiving.
@@ -63,3 +65,5 @@ int ProcessRecvToCharacter(LProcessInterface& process, LIPSocketTCPRef socket, v
 // it was stopped.
 int ProcessRecvAll(LProcessInterface& process, LIPSocketTCPRef socket, void* pBuffer, unsigned long dwSize,
                    unsigned long& dwReceived, unsigned int timeout);
+
+#pragma GCC visibility pop

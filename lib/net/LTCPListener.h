@@ -17,6 +17,8 @@
 #include "net/LIPSocket.h"
 #include "threads/LThread.h"
 
+#pragma GCC visibility push(default)
+
 class LTCPListener : public LThread {
 public:
     // The port in the host's byte order. Nothing is opened before `Start`.
@@ -40,3 +42,5 @@ private:
     unsigned short wPort;
     std::atomic<bool> bListening{false};
 };
+
+#pragma GCC visibility pop

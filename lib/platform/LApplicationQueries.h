@@ -8,6 +8,8 @@
 
 #include <CoreServices/CoreServices.h>
 
+#pragma GCC visibility push(default)
+
 // True when a process of any user has that command name. Command names have at most 16 characters: of a longer
 // name the first 16 count. Exact comparison.
 bool LIsApplicationRunning(const char* szName);
@@ -35,3 +37,5 @@ void LRevealInFinder(const char* szPath);
 
 // Opens the system's address book.
 void LOpenAddressBook();
+
+#pragma GCC visibility pop

@@ -5,6 +5,8 @@
 
 #include "platform/LCFRef.h"
 
+#pragma GCC visibility push(default)
+
 class LCFBundle {
 public:
     // Takes over a reference that the caller owns; null for none.
@@ -23,3 +25,5 @@ public:
 private:
     LCFRef<CFBundleRef> pHeld;
 };
+
+#pragma GCC visibility pop

@@ -7,6 +7,8 @@
 
 #include <utility>
 
+#pragma GCC visibility push(default)
+
 // T is a reference type of the platform, such as CFStringRef; null means none.
 template <typename T>
 class LCFRef {
@@ -31,3 +33,5 @@ public:
 private:
     T pHeld = nullptr;
 };
+
+#pragma GCC visibility pop

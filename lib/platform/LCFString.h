@@ -8,6 +8,8 @@
 #include "platform/LCFRef.h"
 #include "strings/LString.h"
 
+#pragma GCC visibility push(default)
+
 class LCFString {
 public:
     LCFString() = default;
@@ -35,3 +37,5 @@ public:
 private:
     LCFRef<CFStringRef> pHeld;
 };
+
+#pragma GCC visibility pop

@@ -5,6 +5,8 @@
 
 #include "platform/LCFRef.h"
 
+#pragma GCC visibility push(default)
+
 class LCFURL {
 public:
     LCFURL() = default;
@@ -27,3 +29,5 @@ public:
 private:
     LCFRef<CFURLRef> pHeld;
 };
+
+#pragma GCC visibility pop

@@ -8,6 +8,8 @@
 
 #include "strings/LStringList.h"
 
+#pragma GCC visibility push(default)
+
 // True when the processor can run 64-bit programs; false before system version 10.5, without asking it.
 bool LIsOS64Bit();
 
@@ -25,3 +27,5 @@ std::uint64_t LMemoryGetPhysicalMemorySize();
 
 // Always 0: the load is not measured.
 unsigned long LMemoryGetPhysicalMemoryLoad();
+
+#pragma GCC visibility pop

@@ -13,6 +13,8 @@
 #include <port/UniqueFd.h>
 #include <sys/types.h>
 
+#pragma GCC visibility push(default)
+
 // One stream of a command.
 class LPipeStream {
 public:
@@ -78,3 +80,5 @@ private:
     port::UniqueFd writeEnd;
     pid_t process = -1;
 };
+
+#pragma GCC visibility pop

@@ -9,6 +9,8 @@
 #include <atomic>
 #include <port/process.h>
 
+#pragma GCC visibility push(default)
+
 constexpr int LMaximumNumberOfOpenFiles = 1024; // the soft limit that a program of the library gets
 
 // The program's arguments as the library keeps them: pointers to the texts that main was given, and a null
@@ -75,3 +77,5 @@ int LGetBSDProcessUid(const char* name);
 
 // Once a process was found its id is the answer for ever, whatever name is asked for.
 int LGetProcessUid(const char* name);
+
+#pragma GCC visibility pop

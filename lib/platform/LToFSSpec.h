@@ -5,6 +5,8 @@
 
 #include <CoreServices/CoreServices.h>
 
+#pragma GCC visibility push(default)
+
 class LToFSSpec {
 public:
     FSSpec fsSpec = {};
@@ -23,3 +25,5 @@ public:
     // is not valid or names the root itself. A size of 0 writes nothing.
     void GetString(char* szOut, unsigned long dwSize) const;
 };
+
+#pragma GCC visibility pop

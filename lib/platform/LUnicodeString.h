@@ -5,6 +5,8 @@
 
 #include "strings/LString.h"
 
+#pragma GCC visibility push(default)
+
 class LUnicodeString {
 public:
     // The text stays the caller's and outlives the view. Null reads as empty.
@@ -17,3 +19,5 @@ public:
 private:
     const unsigned short* pHeld;
 };
+
+#pragma GCC visibility pop

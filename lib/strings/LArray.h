@@ -10,6 +10,8 @@
 #include <type_traits>
 #include <utility>
 
+#pragma GCC visibility push(default)
+
 // `count` elements, each zero-filled.
 template <typename T>
 class LArray {
@@ -73,3 +75,5 @@ private:
     std::unique_ptr<T[]> pItems;
     unsigned long dwSize = 0;
 };
+
+#pragma GCC visibility pop

@@ -17,6 +17,8 @@
 
 #include "strings/LString.h"
 
+#pragma GCC visibility push(default)
+
 // What the UTF-8 and UTF-32 core returns.
 constexpr int LCharsetsDone = 0;
 constexpr int LCharsetsLimitReached = 1;
@@ -163,3 +165,5 @@ void LCopyAnsiFromUnicode(LStringLongTemplate<char>& dst, const LStringLongTempl
 void LCopyAnsiFromUTF8(char* dst, const char* src, unsigned long n);
 // All of src must fit n - 1 units; the UTF-8 is then cut as by LCopyUTF8FromUnicode.
 void LCopyUTF8FromAnsi(char* dst, const char* src, unsigned long n);
+
+#pragma GCC visibility pop

@@ -4,6 +4,8 @@
 // and may be the text itself; a null text is read as empty.
 #pragma once
 
+#pragma GCC visibility push(default)
+
 // Copies the text without its marks: a single "&" goes, "&&" becomes one "&".
 void LStripAmpersand(char* out, const char* text);
 
@@ -19,3 +21,5 @@ char* LPrepareForMenuItem(char* out, const char* text);
 
 // LStripAmpersand into out.
 void LPrepareForDisplay(char* out, const char* text);
+
+#pragma GCC visibility pop

@@ -14,6 +14,8 @@
 #include <new>
 #include <utility>
 
+#pragma GCC visibility push(default)
+
 // What readers get in place of a string that has no array.
 template <typename T>
 inline constexpr T LStringEmptyText[1] = {};
@@ -154,3 +156,5 @@ public:
 private:
     T szText[LPathBufferSize] = {};
 };
+
+#pragma GCC visibility pop

@@ -30,6 +30,8 @@
 #include <cstring>
 #include <string>
 
+#pragma GCC visibility push(default)
+
 // Units that a string has at least before anything is formatted into it, and the factor by which a full one
 // grows.
 constexpr unsigned long LStringFormatStartCapacity = 260;
@@ -175,3 +177,5 @@ void tplstrcpy(Writer& writer, const T* s) {
 // Prints to standard output with the platform's vprintf, all of its grammar. Returns what vprintf returns.
 template <typename = void>
 __attribute__((format(printf, 1, 2))) int tprintf(const char* format, ...);
+
+#pragma GCC visibility pop

@@ -10,6 +10,8 @@
 #include <new>
 #include <utility>
 
+#pragma GCC visibility push(default)
+
 // Strings that fit into a new list.
 constexpr std::uint32_t LStringListStartCapacity = 255;
 
@@ -76,3 +78,5 @@ private:
     std::uint32_t dwCount = 0;
     std::uint32_t dwCapacity;
 };
+
+#pragma GCC visibility pop

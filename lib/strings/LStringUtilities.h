@@ -14,6 +14,8 @@
 
 #include <cstdint>
 
+#pragma GCC visibility push(default)
+
 // Bytes of "name=" that LRemoveHTTPItem looks for; the rest of a longer name is ignored.
 constexpr unsigned long LHTTPItemKeyLength = 261;
 
@@ -127,3 +129,5 @@ void randomize();
 // Returns the length. Two calls within one millisecond give the same letters, in two processes too; and who
 // knows the time can guess them: no protection for secrets.
 unsigned long LStringGenerateRandomPassword(char* out, unsigned long length);
+
+#pragma GCC visibility pop

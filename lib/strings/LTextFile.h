@@ -25,6 +25,8 @@
 
 #include "strings/LString.h"
 
+#pragma GCC visibility push(default)
+
 // The bytes as they are, a mark and zero bytes included. 1; 0 when the file cannot be opened, and the text is as
 // it was.
 int LLoadText(const char* path, LStringLongTemplate<char>& text);
@@ -62,3 +64,5 @@ bool LSaveTextSafe(const char* path, const LStringLongTemplate<char>& text);
 // text up to its first 0 byte; a sequence that is not well-formed ends it. The file is not marked as UTF-8. 0, or -1
 // when the text was not saved.
 int LSaveTextAsUnicodeBOM(const char* path, const LStringLongTemplate<char>& text);
+
+#pragma GCC visibility pop

@@ -8,9 +8,12 @@
 #include "base/LList.h"
 #include "threads/LThread.h"
 
-class LDetachedThreadsOwner;
 struct LDetachedThreadsState;
 struct LDetachedThreadStart;
+
+#pragma GCC visibility push(default)
+
+class LDetachedThreadsOwner;
 
 // A thread that its owner deletes as soon as its work has ended. Made with `new`. The owner stops it before it
 // deletes it, so that a subclass need not.
@@ -56,3 +59,5 @@ private:
     friend class LDetachedThread;
     std::shared_ptr<LDetachedThreadsState> pState;
 };
+
+#pragma GCC visibility pop

@@ -5,6 +5,8 @@
 
 #include "base/LLimits.h"
 
+#pragma GCC visibility push(default)
+
 class LLockFile {
 public:
     LLockFile() { szPath[0] = '\0'; }
@@ -36,3 +38,5 @@ private:
 // that name.
 template <typename = void>
 int flocktimed(int nDescriptor, int nOperation, unsigned int timeout);
+
+#pragma GCC visibility pop

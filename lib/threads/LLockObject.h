@@ -5,6 +5,8 @@
 
 #include <pthread.h>
 
+#pragma GCC visibility push(default)
+
 class LLockObject {
 public:
     LLockObject() {
@@ -38,3 +40,5 @@ public:
 private:
     TLock& lock;
 };
+
+#pragma GCC visibility pop

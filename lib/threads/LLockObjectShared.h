@@ -14,6 +14,8 @@
 #include "threads/LLockObject.h"
 #include "threads/LSignalObject.h"
 
+#pragma GCC visibility push(default)
+
 class LLockObjectShared {
 public:
     LLockObjectShared() = default;
@@ -49,3 +51,5 @@ private:
     std::atomic<std::int64_t> qwHolders{
         0}; // the shared ones; above 32 bits those that are setting the signal
 };
+
+#pragma GCC visibility pop

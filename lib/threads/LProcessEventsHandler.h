@@ -16,6 +16,8 @@
 
 #include "threads/LProcessInterface.h"
 
+#pragma GCC visibility push(default)
+
 class LProcessEventsHandler {
 public:
     // Asked between events, and before the first one.
@@ -66,3 +68,5 @@ bool LProcessClearEventQueue();
 // Dispatches the events that were posted before the call, without waiting. Those posted meanwhile stay queued.
 // True when an event was dispatched.
 bool LProcessClearCurrentEvents();
+
+#pragma GCC visibility pop

@@ -9,6 +9,8 @@
 
 #include "threads/LSignalObject.h"
 
+#pragma GCC visibility push(default)
+
 // Results of cancellable operations.
 constexpr int LProcessFinished = 0;
 constexpr int LProcessStopped = 1;
@@ -103,3 +105,5 @@ private:
     double dOffset;
     double dRange;
 };
+
+#pragma GCC visibility pop

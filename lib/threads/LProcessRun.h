@@ -13,6 +13,8 @@
 #include "threads/LProcessInterface.h"
 #include "threads/LSignalObject.h"
 
+#pragma GCC visibility push(default)
+
 struct ProcessRunData {
     LStringLongTemplate<char> sCommand;
     LSignalObject done;
@@ -31,3 +33,5 @@ void* ProcessRunThreadCallback(void* pData);
 // command ended abnormally); LProcessStopped when the work is to stop, while the command runs on by itself;
 // LProcessFailed when it could not be run. `nExitCode` is -1 in the last two cases.
 int ProcessRunCommand(LProcessInterface& process, const char* szCommand, int& nExitCode);
+
+#pragma GCC visibility pop

@@ -11,6 +11,8 @@
 
 #include "threads/LThreadRunOnMainThread.h"
 
+#pragma GCC visibility push(default)
+
 class LThreadQueuedNotify {
 public:
     LThreadQueuedNotify() = default;
@@ -70,3 +72,5 @@ private:
     std::unique_ptr<unsigned char[]> pData;
     unsigned long dwSize;
 };
+
+#pragma GCC visibility pop

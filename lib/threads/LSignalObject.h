@@ -13,6 +13,8 @@
 
 #include <sys/select.h>
 
+#pragma GCC visibility push(default)
+
 constexpr unsigned int LNoTimeLimit = 0xFFFFFFFFU;
 
 // A handle to a signal, freely copied, owning nothing; it must not outlive the signal.
@@ -108,3 +110,5 @@ private:
 };
 
 constexpr int LSignalObjectGroupMaximum = 256;
+
+#pragma GCC visibility pop

@@ -10,6 +10,8 @@
 
 #include <port/UniqueFd.h>
 
+#pragma GCC visibility push(default)
+
 constexpr unsigned long LSignalPathSize = 104; // of the platform's socket address, terminator included
 
 class LSignalObjectNamed {
@@ -34,3 +36,5 @@ private:
     char szPath[LSignalPathSize];
     port::UniqueFd connection; // of the last successful wait
 };
+
+#pragma GCC visibility pop

@@ -8,6 +8,8 @@
 
 #include <sys/types.h>
 
+#pragma GCC visibility push(default)
+
 class LSystemLockMutex {
 public:
     // Opens the semaphore of the name, making it when there is none. An object whose semaphore cannot be had
@@ -41,3 +43,5 @@ private:
     int nSemaphores = -1;
     bool bHeld = false;
 };
+
+#pragma GCC visibility pop

@@ -22,6 +22,8 @@
 #include "threads/LProcessInterface.h"
 #include "threads/LSignalObject.h"
 
+#pragma GCC visibility push(default)
+
 class LThread : public LProcessInterface {
 public:
     LThread() = default;
@@ -114,3 +116,5 @@ private:
 
 template <typename TWork>
 LThreadOf(TWork) -> LThreadOf<TWork>;
+
+#pragma GCC visibility pop

@@ -21,6 +21,8 @@
 #include "threads/LQueuedNotify.h"
 #include "threads/LThread.h"
 
+#pragma GCC visibility push(default)
+
 class LThreadNotifyInterface : public LThread, public LQueuedNotifyDataHandler {
 public:
     // The receiver outlives this object. Without `bDeliver` all reports are dropped.
@@ -56,3 +58,5 @@ private:
 //   LThreadOf copy([](LProcessInterface& process) { ... }, &display);
 template <typename TWork, std::derived_from<LProcessInterface> TReceiver>
 LThreadOf(TWork, TReceiver*) -> LThreadOf<TWork, LThreadNotifyInterface>;
+
+#pragma GCC visibility pop

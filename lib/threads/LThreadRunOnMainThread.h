@@ -16,6 +16,8 @@
 #include "base/LMainThread.h"
 #include "threads/LLockObject.h"
 
+#pragma GCC visibility push(default)
+
 // A unit of work. It is deleted after its function has run, or without that when its target is closed.
 class LThreadRunOnMainThreadData {
 public:
@@ -84,3 +86,5 @@ private:
     LLockObject lock; // of the two flags, and of a post from its look at them to the queue
     Count* const pCount;
 };
+
+#pragma GCC visibility pop

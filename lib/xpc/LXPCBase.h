@@ -25,6 +25,8 @@
 
 struct LXPCEndpointState;
 
+#pragma GCC visibility push(default)
+
 class LXPCBase {
 public:
     LXPCBase(const LXPCBase&) = delete;
@@ -70,3 +72,5 @@ private:
 
 // Tells the sink which error it is, by identity with the platform's error objects.
 void ErrorHandler(void* pError, long connection, LXPCEventNotify* pNotify);
+
+#pragma GCC visibility pop

@@ -10,6 +10,8 @@
 
 #include "xpc/LXPCBase.h"
 
+#pragma GCC visibility push(default)
+
 // A connection under its name and number.
 class LXPCConnectionClient : public LXPCConnection {
 public:
@@ -56,3 +58,5 @@ private:
 
     LList<LXPCConnectionClient> loConnections;
 };
+
+#pragma GCC visibility pop

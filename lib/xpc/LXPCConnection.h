@@ -3,6 +3,8 @@
 // Thread-safety: none; the list that owns the record guards it.
 #pragma once
 
+#pragma GCC visibility push(default)
+
 class LXPCConnection {
 public:
     // The handle is an XPC connection carried in a long, -1 for none; it is borrowed, no reference is taken.
@@ -42,3 +44,5 @@ private:
     bool bSuspended = true;
     unsigned long dwRetainCount = 0;
 };
+
+#pragma GCC visibility pop

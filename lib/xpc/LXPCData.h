@@ -23,6 +23,8 @@
 #include "base/LLimits.h"
 #include "base/LList.h"
 
+#pragma GCC visibility push(default)
+
 enum LXPCDataType : std::int32_t {
     LXPCDataTypeNone = 0, // neither sent nor received, like any value outside 1 to 9
     LXPCDataTypeBool = 1,
@@ -87,3 +89,5 @@ void GetXPCDictionary(void* pDictionary, LList<LXPCDictionaryKeyListable>& loKey
 
 // A new item with the name and the type of the key, in no list; the caller owns it.
 LXPCDataListable* CreateXPCData(const LXPCDictionaryKeyListable& key, long nValue, unsigned long dwSize);
+
+#pragma GCC visibility pop

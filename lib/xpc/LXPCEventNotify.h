@@ -18,6 +18,8 @@
 
 #include "xpc/LXPCData.h"
 
+#pragma GCC visibility push(default)
+
 enum LXPCErrorType : std::int32_t {
     LXPCErrorTypeOther = 0,
     LXPCErrorTypeConnectionInvalid = 1,     // the service is not there, or the connection has ended for good
@@ -52,3 +54,5 @@ public:
 protected:
     ~LXPCServerEventNotify() = default;
 };
+
+#pragma GCC visibility pop

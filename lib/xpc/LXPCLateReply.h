@@ -8,6 +8,8 @@
 
 #include "xpc/LXPCBase.h"
 
+#pragma GCC visibility push(default)
+
 class LXPCLateReply {
 public:
     // Inside `EvMessageReceived`, with the endpoint of the event and its two handles. From here on the connection
@@ -30,3 +32,5 @@ private:
     long nConnection;                          // a reference each
     long nMessage;
 };
+
+#pragma GCC visibility pop

@@ -15,6 +15,8 @@
 
 class LXPCServerState;
 
+#pragma GCC visibility push(default)
+
 class LXPCServerBase : public LXPCBase {
 public:
     explicit LXPCServerBase(LXPCServerEventNotify* pSink);
@@ -69,3 +71,5 @@ public:
     // dispatch queue; the call never returns.
     bool Start(const char* szServiceName);
 };
+
+#pragma GCC visibility pop

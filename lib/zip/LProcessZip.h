@@ -10,6 +10,8 @@
 #include "base/LList.h"
 #include "zip/LZipFile.h"
 
+#pragma GCC visibility push(default)
+
 class LProcessInterface;
 
 struct LProcessZipFileAdd {
@@ -39,3 +41,5 @@ int Process(LProcessInterface& process, const LProcessZipFileAdd& add);
 // Extracts everything, and replaces what is there. Fails with an error text when
 // the archive cannot be extracted.
 int Process(LProcessInterface& process, const LProcessZipFileExtractAll& extract);
+
+#pragma GCC visibility pop

@@ -27,8 +27,11 @@
 #include "base/LLimits.h"
 #include "base/LList.h"
 
-class LProcessInterface;
 class LZipCommand;
+
+#pragma GCC visibility push(default)
+
+class LProcessInterface;
 
 // What an archive may unpack to unless SetUnpackLimit says otherwise: 64 GiB, in bytes.
 constexpr unsigned long long LZipUnpackLimit = 64ULL << 30;
@@ -182,3 +185,5 @@ private:
     LList<LZipFileName> loNames;
     int nCount = 0;
 };
+
+#pragma GCC visibility pop

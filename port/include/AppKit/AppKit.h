@@ -9,6 +9,8 @@
 
 #include <Foundation/Foundation.h>
 
+#pragma GCC visibility push(default)
+
 // What an application wants to hear; called on the main thread.
 class NSApplicationDelegate {
 public:
@@ -89,3 +91,5 @@ public:
     // without a session bus, or when no viewer takes the request; blocks until one has, up to 6 s.
     bool selectFile(const char* fullPath, const char* rootFullPath);
 };
+
+#pragma GCC visibility pop

@@ -31,6 +31,8 @@ using EventTargetRef = struct OpaqueEventTargetRef*;
 using EventHandlerRef = struct OpaqueEventHandlerRef*;
 using EventHandlerCallRef = struct OpaqueEventHandlerCallRef*;
 
+#pragma GCC visibility push(default)
+
 // A handler answers noErr when the event is handled, eventNotHandledErr to leave it to older handlers. The
 // call reference is null: handlers do not call one another. The event stays the dispatcher's.
 using EventHandlerProcPtr = OSStatus (*)(EventHandlerCallRef call, EventRef event, void* userData);
@@ -130,3 +132,5 @@ OSStatus InstallEventHandler(EventTargetRef target, EventHandlerUPP handler, Ite
 
 // From now on the handler is not called, not even by a dispatch that is under way. paramErr: null.
 OSStatus RemoveEventHandler(EventHandlerRef handler);
+
+#pragma GCC visibility pop

@@ -14,6 +14,8 @@ using CFRunLoopSourceRef = struct __CFRunLoopSource*;
 using CFRunLoopMode = CFStringRef;
 using CFTimeInterval = double; // seconds
 
+#pragma GCC visibility push(default)
+
 extern const CFRunLoopMode kCFRunLoopDefaultMode;
 extern const CFRunLoopMode kCFRunLoopCommonModes;
 
@@ -46,3 +48,5 @@ void CFRunLoopWakeUp(CFRunLoopRef loop);
 // removed, and any other mode, change nothing.
 void CFRunLoopAddSource(CFRunLoopRef loop, CFRunLoopSourceRef source, CFRunLoopMode mode);
 void CFRunLoopRemoveSource(CFRunLoopRef loop, CFRunLoopSourceRef source, CFRunLoopMode mode);
+
+#pragma GCC visibility pop

@@ -7,6 +7,9 @@
 #include <CoreFoundation/CFRunLoop.h>
 
 using CFSocketRef = struct __CFSocket*;
+
+#pragma GCC visibility push(default)
+
 using CFSocketNativeHandle = int;
 using CFSocketCallBackType = CFOptionFlags;
 
@@ -51,3 +54,5 @@ void CFSocketInvalidate(CFSocketRef socket);
 // The source that puts the socket into the run loop; it retains the socket. The order is ignored. The caller
 // releases it.
 CFRunLoopSourceRef CFSocketCreateRunLoopSource(CFAllocatorRef allocator, CFSocketRef socket, CFIndex order);
+
+#pragma GCC visibility pop

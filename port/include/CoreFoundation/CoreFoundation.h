@@ -50,6 +50,8 @@ using CFURLRef = const struct __CFURL*;
 using CFPropertyListRef =
     CFTypeRef; // a string, data, number, boolean or date, or an array or dictionary of these
 
+#pragma GCC visibility push(default)
+
 // --- Every object ---------------------------------------------------------------------------------------
 
 // Returns the object itself.
@@ -290,3 +292,5 @@ CFPropertyListRef CFPreferencesCopyAppValue(CFStringRef key, CFStringRef applica
 // The same; null for another user than the current one and another host than any.
 CFPropertyListRef CFPreferencesCopyValue(CFStringRef key, CFStringRef applicationID, CFStringRef userName,
                                          CFStringRef hostName);
+
+#pragma GCC visibility pop

@@ -13,6 +13,8 @@
 
 #include <cstdint>
 
+#pragma GCC visibility push(default)
+
 using SInt16 = std::int16_t;
 using SInt32 = std::int32_t;
 using UInt16 = std::uint16_t;
@@ -219,3 +221,5 @@ constexpr OSStatus kLSApplicationNotFoundErr = -10814;
 // `launched` may be null. kLSApplicationNotFoundErr when it is none or does not start; *launched is then
 // unchanged.
 OSStatus LSOpenFSRef(const FSRef* ref, FSRef* launched);
+
+#pragma GCC visibility pop

@@ -24,6 +24,13 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 
+namespace port {
+class BookmarkSearch;
+class SettingsStore;
+} // namespace port
+
+#pragma GCC visibility push(default)
+
 // The root of counted objects. A new one has the count 1, which belongs to its maker.
 class NSObject {
 public:
@@ -116,11 +123,6 @@ private:
 
 enum NSURLBookmarkCreationOptions : unsigned long { NSURLBookmarkCreationWithSecurityScope = 1UL << 11 };
 enum NSURLBookmarkResolutionOptions : unsigned long { NSURLBookmarkResolutionWithSecurityScope = 1UL << 10 };
-
-namespace port {
-class BookmarkSearch;
-class SettingsStore;
-} // namespace port
 
 // The URL of a file or folder, which need not exist.
 //
@@ -316,3 +318,5 @@ public:
     // Null where the system does not tell a process its program.
     NSRef<NSString> bundlePath() const;
 };
+
+#pragma GCC visibility pop

@@ -23,6 +23,8 @@ using io_object_t = struct _IOObject*;
 using io_iterator_t = io_object_t;
 using io_registry_entry_t = io_object_t;
 
+#pragma GCC visibility push(default)
+
 // The query for the services of a class, to be consumed by IOServiceGetMatchingServices. Not null.
 CFMutableDictionaryRef IOServiceMatching(const char* className);
 
@@ -42,3 +44,5 @@ kern_return_t IOObjectRelease(io_object_t object); // not null
 // kIOReturnError for a device that has gone.
 kern_return_t IORegistryEntryCreateCFProperties(io_registry_entry_t entry, CFMutableDictionaryRef* properties,
                                                 CFAllocatorRef allocator, IOOptionBits options);
+
+#pragma GCC visibility pop

@@ -14,6 +14,8 @@ struct dispatch_queue_s;
 using dispatch_queue_t = dispatch_queue_s*;
 using dispatch_block_t = std::function<void()>;
 
+#pragma GCC visibility push(default)
+
 // The serial queue of the main thread, drained by `dispatch_main`, by the application's run loop and by
 // `port_main_queue_drain`. Never released.
 dispatch_queue_t dispatch_get_main_queue();
@@ -34,3 +36,5 @@ void dispatch_resume(dispatch_queue_t queue);
 
 // Gives the calling thread to the main queue for ever; the process ends by `exit`.
 [[noreturn]] void dispatch_main();
+
+#pragma GCC visibility pop

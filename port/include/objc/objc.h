@@ -2,6 +2,10 @@
 // YES and NO are names that programs have of their own.
 #pragma once
 
+#pragma GCC visibility push(default)
+
 using BOOL = bool;
 constexpr BOOL YES = true;
 constexpr BOOL NO = false;
+
+#pragma GCC visibility pop

@@ -6,6 +6,8 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
+#pragma GCC visibility push(default)
+
 namespace port {
 
 // The kernel copies where it can, what it cannot is read and written. A hole of the source stays one in the target.
@@ -41,3 +43,5 @@ private:
 };
 
 } // namespace port
+
+#pragma GCC visibility pop

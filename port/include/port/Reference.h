@@ -6,6 +6,8 @@
 #include <type_traits>
 #include <utility>
 
+#pragma GCC visibility push(default)
+
 namespace port {
 
 // How objects that count by themselves are counted.
@@ -55,3 +57,5 @@ private:
 };
 
 } // namespace port
+
+#pragma GCC visibility pop

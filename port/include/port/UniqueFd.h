@@ -6,6 +6,8 @@
 #include <unistd.h>
 #include <utility>
 
+#pragma GCC visibility push(default)
+
 namespace port {
 
 class UniqueFd {
@@ -36,3 +38,5 @@ private:
 };
 
 } // namespace port
+
+#pragma GCC visibility pop

@@ -9,6 +9,8 @@
 #include <cstddef>
 #include <sys/types.h>
 
+#pragma GCC visibility push(default)
+
 // Copies at most size - 1 bytes of `source` and terminates when size is not 0. Returns strlen(source): a
 // result >= size tells that the text was cut.
 template <typename = void>
@@ -59,3 +61,5 @@ void port_open_standard_descriptors();
 
 // What a signal handler with three arguments is told.
 using __siginfo = siginfo_t;
+
+#pragma GCC visibility pop

@@ -12,6 +12,8 @@
 #include <fcntl.h>
 #include <sys/types.h>
 
+#pragma GCC visibility push(default)
+
 // For opening a folder only to reach what is in it; needs no permission to read it.
 constexpr int O_SEARCH = O_PATH;
 
@@ -60,3 +62,5 @@ bool port_birth_time(int folder, const char* name, std::int64_t* seconds);
 // where the file is missing or the file system has no user attributes.
 int port_setxattr(const char* path, const char* name, const void* value, std::size_t size,
                   std::uint32_t position, int options);
+
+#pragma GCC visibility pop

@@ -3,6 +3,8 @@
 // Thread-safety: as the C library's `setlocale`: for the start of a program.
 #pragma once
 
+#pragma GCC visibility push(default)
+
 // All categories, for the calls below. The C library's own categories keep their numbers, but for LC_CTYPE,
 // which is 0 there and cannot be had by itself.
 constexpr int PORT_LC_ALL = 0;
@@ -12,3 +14,5 @@ constexpr int PORT_LC_ALL = 0;
 // character set. The locale's name, valid until the next change, or null, and nothing is changed, when the
 // system does not have it.
 const char* port_setlocale(int category, const char* name);
+
+#pragma GCC visibility pop

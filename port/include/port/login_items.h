@@ -7,6 +7,8 @@
 
 #include <cstddef>
 
+#pragma GCC visibility push(default)
+
 constexpr std::size_t PORT_LOGIN_ITEM_PATH_SIZE = 4096; // bytes, terminator included
 
 enum port_login_item_state_t {
@@ -34,3 +36,5 @@ void port_user_unit(const char* name, port_login_item_t* item);
 
 // Whether this system has a service manager that starts units: without one they count for nothing.
 bool port_service_manager_runs();
+
+#pragma GCC visibility pop

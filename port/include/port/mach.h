@@ -5,6 +5,8 @@
 
 #include <cstdint>
 
+#pragma GCC visibility push(default)
+
 using mach_port_t = std::uint32_t;
 using kern_return_t = int;
 constexpr kern_return_t KERN_SUCCESS = 0;
@@ -39,3 +41,5 @@ kern_return_t thread_policy_set(mach_port_t thread, int policy,
 // Takes that back: the thread is scheduled as the process's main thread is. What SCHED_OTHER is here, whatever
 // the priority: the system has no others.
 void port_thread_set_normal(mach_port_t thread);
+
+#pragma GCC visibility pop

@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <sys/types.h>
 
+#pragma GCC visibility push(default)
+
 // A new IPv4 TCP socket, and the next connection of a listening one; both belong to the caller.
 int port_tcp_socket();
 int port_tcp_accept(int listening);
@@ -24,3 +26,5 @@ bool port_local_bind(int socket, const char* path);
 // that is gone is EPIPE.
 ssize_t port_send(int socket, const void* bytes, std::size_t size);
 ssize_t port_recv(int socket, void* buffer, std::size_t size, int flags);
+
+#pragma GCC visibility pop

@@ -3,6 +3,8 @@
 // Thread-safety: any thread, and a signal handler.
 #pragma once
 
+#pragma GCC visibility push(default)
+
 // The status that it ends with; EX_OSERR of <sysexits.h>.
 constexpr int PORT_STATUS_NO_MEMORY = 71;
 
@@ -13,3 +15,5 @@ constexpr int PORT_STATUS_NO_MEMORY = 71;
 // For std::set_terminate: an exception that nobody caught ends the program as above when it is std::bad_alloc, and
 // else with "NAME: ended by an exception" and an abort.
 [[noreturn]] void port_end_by_exception() noexcept;
+
+#pragma GCC visibility pop

@@ -5,6 +5,8 @@
 
 #include <port/UniqueFd.h>
 
+#pragma GCC visibility push(default)
+
 // `pipe`, with O_NONBLOCK or nothing as flags for both ends. 0, or -1 with errno and the ends as they were.
 int port_pipe(int (&ends)[2], int flags = 0);
 
@@ -27,3 +29,5 @@ struct Pipe {
 };
 
 } // namespace port
+
+#pragma GCC visibility pop

@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <sys/types.h>
 
+#pragma GCC visibility push(default)
+
 constexpr int MAXCOMLEN = 16; // bytes of a command name, without the terminator
 
 // States of a process.
@@ -60,3 +62,5 @@ int sysctl(const int* name, unsigned nameLength, void* oldValue, std::size_t* ol
 template <typename = void>
 int sysctlbyname(const char* name, void* oldValue, std::size_t* oldLength, const void* newValue,
                  std::size_t newLength);
+
+#pragma GCC visibility pop

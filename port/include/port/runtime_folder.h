@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <sys/types.h>
 
+#pragma GCC visibility push(default)
+
 // Writes the folder's path, cut to `size` bytes. True when services can be reached there; false, with errno,
 // when the folder is missing (ENOENT), a link or no folder (ENOTDIR), another user's (EPERM), or open to
 // others (EACCES). Creates nothing.
@@ -22,3 +24,5 @@ pid_t port_service_process(const char* name);
 // `milliseconds` for another holder. The descriptor, close-on-exec, or -1 with errno: EWOULDBLOCK when the
 // lock stayed with somebody else, else why the folder or the file cannot be used.
 int port_lock_in_runtime_folder(const char* name, unsigned milliseconds);
+
+#pragma GCC visibility pop

@@ -11,6 +11,8 @@
 #include <port/UniqueFd.h>
 #include <sys/types.h>
 
+#pragma GCC visibility push(default)
+
 // Runs the line through "/bin/sh" and blocks until it ends. The status as `waitpid` gives it, -1 with errno
 // when the shell could not be started or its status cannot be had.
 int port_system(const char* commandLine);
@@ -59,3 +61,5 @@ private:
 };
 
 } // namespace port
+
+#pragma GCC visibility pop

@@ -8,6 +8,8 @@
 
 #include <ctime>
 
+#pragma GCC visibility push(default)
+
 // The local fields of a time. Returns `result`, or null with errno when the year does not fit: the fields are
 // then not defined.
 tm* port_localtime_r(const std::time_t* time, tm* result);
@@ -16,3 +18,5 @@ tm* port_localtime_r(const std::time_t* time, tm* result);
 // how an hour that occurs twice or never is meant, a negative one leaves that to the system. -1 when there is
 // no such time, and also for the second before 1970.
 std::time_t port_mktime(tm* fields);
+
+#pragma GCC visibility pop

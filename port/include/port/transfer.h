@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <sys/types.h>
 
+#pragma GCC visibility push(default)
+
 // As `read` and `write`; a call that a signal interrupts before it moved anything is begun anew.
 ssize_t port_read(int fd, void* buffer, std::size_t size);
 ssize_t port_write(int fd, const void* bytes, std::size_t size);
@@ -16,3 +18,5 @@ bool port_write_all(int fd, const void* bytes, std::size_t size);
 // Takes room on the disk for the first `size` bytes of a file, whose length stays. False with errno when there is none;
 // true also for what is no file on a disk, and where the file system cannot tell.
 bool port_reserve(int fd, std::size_t size);
+
+#pragma GCC visibility pop

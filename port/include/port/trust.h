@@ -6,6 +6,8 @@
 
 #include <cstddef>
 
+#pragma GCC visibility push(default)
+
 // True when the item at the path and every folder and symbolic link on the way to it, back to the root, belong
 // to this user or to root, and nobody else may write there. The path is absolute; links are followed.
 //
@@ -17,3 +19,5 @@
 // False leaves the path of the first item that failed in `item` (cut to `size` bytes) and errno: EPERM when
 // others may change it, else why it could not be looked at.
 bool port_only_ours(const char* path, char* item, std::size_t size);
+
+#pragma GCC visibility pop

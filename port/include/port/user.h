@@ -8,6 +8,8 @@
 #include <sys/types.h>
 #include <vector>
 
+#pragma GCC visibility push(default)
+
 namespace port {
 
 struct UserEntry {
@@ -27,3 +29,5 @@ std::optional<UserEntry> userNamed(const char* name);
 std::optional<GroupEntry> groupEntry(gid_t group);
 
 } // namespace port
+
+#pragma GCC visibility pop

@@ -30,12 +30,15 @@
 #include <sys/types.h>
 
 using xpc_object_t = void*;
+struct _xpc_error_s;
 struct _xpc_type_s;
 using xpc_type_t = const _xpc_type_s*;
 struct _xpc_connection_s;
 using xpc_connection_t = _xpc_connection_s*;
 using xpc_handler_t = std::function<void(xpc_object_t)>;
 using xpc_connection_handler_t = void (*)(xpc_connection_t);
+
+#pragma GCC visibility push(default)
 
 extern const xpc_type_t XPC_TYPE_CONNECTION;
 extern const xpc_type_t XPC_TYPE_DICTIONARY;
@@ -51,7 +54,6 @@ extern const xpc_type_t XPC_TYPE_STRING;
 extern const xpc_type_t XPC_TYPE_FD;
 
 // The three error objects, told apart by identity; retaining and releasing them is harmless.
-struct _xpc_error_s;
 extern _xpc_error_s _xpc_error_connection_invalid;
 extern _xpc_error_s _xpc_error_connection_interrupted;
 extern _xpc_error_s _xpc_error_termination_imminent;
@@ -124,3 +126,5 @@ void xpc_connection_send_barrier(xpc_connection_t connection, dispatch_block_t b
 
 // Serves the bundled service of this process; never returns.
 [[noreturn]] void xpc_main(xpc_connection_handler_t handler);
+
+#pragma GCC visibility pop
