@@ -102,6 +102,14 @@ std::string __CFBundle::executablePath() {
     return isFile(path) ? path : std::string();
 }
 
+std::string __CFBundle::identifier() {
+    std::string text;
+    const auto value = port::asKind<CFStringRef>(info()->find(kCFBundleIdentifierKey), port::CFKind::String);
+    if (value != nullptr)
+        port::copyUtf8(value, text);
+    return text;
+}
+
 namespace port {
 
 std::string_view bundleFolderOfExecutable(std::string_view executable) {
@@ -113,10 +121,14 @@ std::string_view bundleFolderOfExecutable(std::string_view executable) {
     return name.ends_with(kBundleSuffix) && name.size() > kBundleSuffix.size() ? bundle : std::string_view();
 }
 
+CFRef<CFBundleRef> bundleAt(const std::string& path) {
+    return CFRef<CFBundleRef>(isFolder(path) ? new __CFBundle(path, {}, true) : nullptr);
+}
+
 } // namespace port
 
 CFBundleRef CFBundleCreate(CFAllocatorRef, CFURLRef url) {
-    return isFolder(url->path) ? new __CFBundle(url->path, {}, true) : nullptr;
+    return port::bundleAt(url->path).release();
 }
 
 CFBundleRef CFBundleGetMainBundle() {

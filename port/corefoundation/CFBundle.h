@@ -14,7 +14,8 @@ struct __CFBundle final : port::CFObject {
     __CFBundle(std::string path, std::string executable, bool isBundled);
 
     CFDictionaryRef info();
-    std::string executablePath();
+    std::string executablePath(); // empty when there is none
+    std::string identifier();     // empty when there is none, or it is no Unicode
 
     const std::string folder;
     const bool bundled;
@@ -29,5 +30,8 @@ namespace port {
 
 // "/x/Y.app" of "/x/Y.app/Contents/MacOS/name"; empty for any other path.
 std::string_view bundleFolderOfExecutable(std::string_view executable);
+
+// The bundle at an absolute path without a slash at its end; null when there is no folder.
+CFRef<CFBundleRef> bundleAt(const std::string& path);
 
 } // namespace port

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "corefoundation/CFObject.h"
+#include "corefoundation/CFBundle.h"
 #include "coreservices/Launcher.h"
 #include "coreservices/RunningBundles.h"
 #include "host/UserFolders.h"
@@ -14,6 +14,8 @@
 
 namespace port {
 namespace {
+
+constexpr const char* kLaunchMark = "LAUNCHED_AT_LOGIN=1";
 
 bool isRunning(const std::string& bundlePath) {
     bool running = false;
@@ -26,16 +28,9 @@ bool isRunning(const std::string& bundlePath) {
 
 // Empty, with errno, when the folder is no bundle with a program.
 std::string programOf(const std::string& bundlePath) {
-    const CFRef<CFURLRef> url(CFURLCreateFromFileSystemRepresentation(
-        kCFAllocatorDefault, reinterpret_cast<const UInt8*>(bundlePath.data()),
-        static_cast<CFIndex>(bundlePath.size()), true));
-    const CFRef<CFBundleRef> bundle(url ? CFBundleCreate(kCFAllocatorDefault, url.get()) : nullptr);
+    const CFRef<CFBundleRef> bundle = bundleAt(bundlePath);
     errno = ENOENT; // unless the look at the program says more
-    const CFRef<CFURLRef> program(bundle ? CFBundleCopyExecutableURL(bundle.get()) : nullptr);
-    UInt8 path[PATH_MAX];
-    if (!program || !CFURLGetFileSystemRepresentation(program.get(), true, path, sizeof path))
-        return "";
-    return reinterpret_cast<const char*>(path);
+    return bundle ? bundle->executablePath() : "";
 }
 
 // The file name without ".app".
@@ -56,7 +51,7 @@ bool launchApplication(const char* fullPath) {
         return true;
     const std::string program = programOf(bundle);
     if (!program.empty())
-        errno = launchDetached(program, homeFolder(), nameOf(bundle));
+        errno = launchDetached(program, homeFolder(), {nameOf(bundle), kLaunchMark});
     return !program.empty() && errno == 0;
 }
 

@@ -23,12 +23,10 @@
 namespace port {
 namespace {
 
-constexpr const char* kLaunchMark = "LAUNCHED_AT_LOGIN=1";
-
-// Addressed to this process alone: sockets and notifications of its service manager.
-constexpr std::string_view kPrivateVariables[] = {"LAUNCHED_AT_LOGIN", "LISTEN_PID",    "LISTEN_FDS",
-                                                  "LISTEN_FDNAMES",    "NOTIFY_SOCKET", "INVOCATION_ID",
-                                                  "WATCHDOG_PID",      "WATCHDOG_USEC", "XPC_SERVICE_FD"};
+// Addressed to this process alone: by its launcher, and sockets and notifications of its service manager.
+constexpr std::string_view kPrivateVariables[] = {
+    "LAUNCHED_AT_LOGIN", "PORT_LOGIN_ITEM_ENABLED", "LISTEN_PID",   "LISTEN_FDS",    "LISTEN_FDNAMES",
+    "NOTIFY_SOCKET",     "INVOCATION_ID",           "WATCHDOG_PID", "WATCHDOG_USEC", "XPC_SERVICE_FD"};
 
 // Not `spawn`: the new process is moved to a place of its own, and asked whether it may go on, before it is executed.
 //
@@ -40,6 +38,7 @@ struct Launch {
     std::array<char*, 2> arguments;
     const std::vector<char*>& environment;
     int launcher; // closed by a successful exec
+    bool keepsTerminal;
 };
 
 // What the launcher and the new process tell each other, as numbers: the process its id, the launcher that it
@@ -57,18 +56,19 @@ void resetSignals() {
 }
 
 // A pipe or a socket may lose its reader before the program ends, and would end it then.
-bool isLasting(int descriptor) {
+bool isLasting(int descriptor, bool keepsTerminal) {
     struct stat status;
-    return ::fstat(descriptor, &status) == 0 && (S_ISREG(status.st_mode) || S_ISCHR(status.st_mode));
+    return ::fstat(descriptor, &status) == 0 && (S_ISREG(status.st_mode) || S_ISCHR(status.st_mode)) &&
+           (keepsTerminal || ::isatty(descriptor) == 0);
 }
 
-bool arrangeDescriptors() {
+bool arrangeDescriptors(bool keepsTerminal) {
     // Not close-on-exec: where this process lacks one of the three, the empty device itself stands in for it.
     const int empty = ::open("/dev/null", O_RDWR);
     if (empty < 0 || ::dup2(empty, STDIN_FILENO) < 0)
         return false;
     for (const int output : {STDOUT_FILENO, STDERR_FILENO})
-        if (!isLasting(output) && ::dup2(empty, output) < 0)
+        if (!isLasting(output, keepsTerminal) && ::dup2(empty, output) < 0)
             return false;
     // Also what somebody opened without close-on-exec stays behind.
     return ::close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC) == 0;
@@ -109,7 +109,7 @@ bool hear(int peer, std::int32_t& number) {
     // A home that is gone is no reason not to start.
     if (::chdir(launch.workingFolder) != 0 && ::chdir("/") != 0)
         fail(launch.launcher);
-    if (arrangeDescriptors())
+    if (arrangeDescriptors(launch.keepsTerminal))
         ::execve(launch.program, launch.arguments.data(), launch.environment.data());
     fail(launch.launcher);
 }
@@ -144,8 +144,7 @@ bool endsWithin(pid_t child, std::chrono::milliseconds limit) {
 
 } // namespace
 
-int launchDetached(const std::string& program, const std::string& workingFolder,
-                   std::string_view application) {
+int launchDetached(const std::string& program, const std::string& workingFolder, const LaunchOptions& kind) {
     int ends[2];
     if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
         return errno;
@@ -153,13 +152,14 @@ int launchDetached(const std::string& program, const std::string& workingFolder,
     UniqueFd launcher(ends[1]);
     SpawnOptions options;
     options.without.assign(std::begin(kPrivateVariables), std::end(kPrivateVariables));
-    options.with = {kLaunchMark};
+    options.with = {kind.mark};
     const std::vector<char*> environment = environmentFor(options);
     const Launch launch{program.c_str(),
                         workingFolder.c_str(),
                         {const_cast<char*>(program.c_str()), nullptr}, // exec reads it only
                         environment,
-                        launcher.get()};
+                        launcher.get(),
+                        kind.keepsTerminal};
     const pid_t child = ::fork();
     if (child < 0)
         return errno;
@@ -168,7 +168,7 @@ int launchDetached(const std::string& program, const std::string& workingFolder,
         runChild(launch);
     }
     launcher.reset();
-    const int error = guide(process.get(), application);
+    const int error = guide(process.get(), kind.application);
     int status = 0;
     awaitEnd(child, status);
     return error;

@@ -2,7 +2,7 @@
 
 #include <unistd.h>
 
-#include "corefoundation/CFObject.h"
+#include "corefoundation/CFBundle.h"
 #include "coreservices/RunningBundles.h"
 
 namespace {
@@ -10,13 +10,9 @@ namespace {
 using port::CFRef;
 
 // The bundle at a path; our own is already at hand, with what was read of it.
-CFRef<CFBundleRef> bundleAt(const std::string& path, pid_t process) {
-    if (process == ::getpid())
-        return CFRef<CFBundleRef>::retained(CFBundleGetMainBundle());
-    const CFRef<CFURLRef> url(CFURLCreateFromFileSystemRepresentation(
-        kCFAllocatorDefault, reinterpret_cast<const UInt8*>(path.data()), static_cast<CFIndex>(path.size()),
-        true));
-    return CFRef<CFBundleRef>(url ? CFBundleCreate(kCFAllocatorDefault, url.get()) : nullptr);
+CFRef<CFBundleRef> bundleOf(pid_t process, const std::string& path) {
+    return process == ::getpid() ? CFRef<CFBundleRef>::retained(CFBundleGetMainBundle())
+                                 : port::bundleAt(path);
 }
 
 NSRef<NSString> textOf(CFBundleRef bundle, CFStringRef key) {
@@ -44,7 +40,7 @@ std::vector<NSRef<NSRunningApplication>>
 NSRunningApplication::runningApplicationsWithBundleIdentifier(const char* identifier) {
     std::vector<NSRef<NSRunningApplication>> found;
     port::forEachRunningBundle([&](pid_t process, const std::string& path) {
-        const CFRef<CFBundleRef> bundle = bundleAt(path, process);
+        const CFRef<CFBundleRef> bundle = bundleOf(process, path);
         const NSRef<NSString> itsIdentifier =
             bundle ? textOf(bundle.get(), kCFBundleIdentifierKey) : NSRef<NSString>();
         if (itsIdentifier && itsIdentifier->isEqualToString(identifier))

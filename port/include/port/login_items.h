@@ -23,11 +23,13 @@ struct port_login_item_t {
     port_login_item_state_t state;
     char path[PORT_LOGIN_ITEM_PATH_SIZE];    // the file that counts; empty for a missing one
     char program[PORT_LOGIN_ITEM_PATH_SIZE]; // what it starts, as it is written there; empty: it tells none
+    const char* line; // what masks an entry or switches it off, such as "Hidden=true"; or null
 };
 
 // The autostart entry of that file name, such as "x.desktop": the first one in $XDG_CONFIG_HOME/autostart and
 // the folders of $XDG_CONFIG_DIRS. "Hidden" masks it, as one that starts nothing does;
-// "X-GNOME-Autostart-enabled=false" switches it off, "X-systemd-skip" leaves it to the service manager.
+// "X-GNOME-Autostart-enabled=false" or "X-MATE-Autostart-enabled=false" switches it off, and so do "OnlyShowIn" and
+// "NotShowIn" in the session of another desktop; "X-systemd-skip" leaves it to the service manager.
 void port_session_entry(const char* name, port_login_item_t* item);
 
 // The unit of that file name, such as "x.service": the first one in the folders of user units. A link to the

@@ -1,26 +1,23 @@
-#include <port/bsd.h>
-#include <port/login_items.h>
+#include "servicemanagement/LoginItems.h"
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <dirent.h>
-#include <fstream>
 #include <memory>
-#include <string>
+#include <port/bsd.h>
 #include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 #include "host/UserFolders.h"
+#include "servicemanagement/DesktopEntry.h"
 
 namespace port {
 namespace {
 
 using Folders = std::vector<std::string>;
-
-constexpr std::size_t kMaxLines = 1000; // of a file; neither kind has more than a few dozen
 
 bool exists(const std::string& path) {
     struct stat status;
@@ -49,7 +46,9 @@ void appendList(Folders& folders, const char* variable, const char* usual, const
 }
 
 Folders entryFolders() {
-    Folders folders = {configurationFolder() + "/autostart"};
+    Folders folders;
+    if (std::string own = userEntryFolder(); !own.empty())
+        folders.push_back(std::move(own));
     appendList(folders, "XDG_CONFIG_DIRS", "/etc/xdg", "/autostart");
     return folders;
 }
@@ -79,51 +78,37 @@ std::string firstIn(const Folders& folders, const std::string& name) {
     return "";
 }
 
-// The last value of the key in the section, without the blanks around it; empty when there is none.
-std::string valueIn(const std::string& path, std::string_view section, std::string_view key) {
-    constexpr const char* kBlanks = " \t\r";
-    std::ifstream file(path);
-    std::string line;
-    std::string value;
-    bool inSection = false;
-    for (std::size_t count = 0; count < kMaxLines && std::getline(file, line); ++count) {
-        if (line.starts_with('['))
-            inSection = std::string_view(line).starts_with(section);
-        const std::size_t equals = line.find('=');
-        if (!inSection || equals == line.npos ||
-            line.substr(0, line.find_last_not_of(kBlanks, equals - 1) + 1) != key)
-            continue;
-        const std::size_t first = line.find_first_not_of(kBlanks, equals + 1);
-        value = first == line.npos ? "" : line.substr(first, line.find_last_not_of(kBlanks) + 1 - first);
+// Whether one of the names with semicolons is that of the desktop that runs; nobody knows where none does.
+bool namesDesktop(std::string_view names) {
+    const char* const value = std::getenv("XDG_CURRENT_DESKTOP");
+    std::string_view desktops = value != nullptr ? value : "";
+    const std::string list = ";" + std::string(names) + ";";
+    while (!desktops.empty()) {
+        const std::size_t length = std::min(desktops.find(':'), desktops.size());
+        if (list.find(";" + std::string(desktops.substr(0, length)) + ";") != list.npos)
+            return true;
+        desktops.remove_prefix(std::min(length + 1, desktops.size()));
     }
-    return value;
+    return false;
 }
 
-// The program of a command line: its first word, whose quotes and backslashes both kinds of files write alike.
-std::string programOf(std::string_view command) {
-    // Marks of a unit: how the program is started.
-    command.remove_prefix(std::min(command.find_first_not_of("@-:+!|"), command.size()));
-    const bool quoted = command.starts_with('"');
-    std::string program;
-    for (std::size_t i = quoted ? 1 : 0; i < command.size() && command[i] != (quoted ? '"' : ' '); ++i) {
-        // "%%" is the mark itself; other marks name what only the service manager knows.
-        if ((command[i] == '\\' || command.substr(i, 2) == "%%") && i + 1 < command.size())
-            ++i;
-        program += command[i];
-    }
-    return program;
-}
-
-port_login_item_state_t entryState(const std::string& path) {
-    const auto is = [&](const char* key, const char* value) {
-        return valueIn(path, "[Desktop Entry]", key) == value;
-    };
-    if (is("Hidden", "true") || is("Exec", ""))
-        return PORT_LOGIN_ITEM_MASKED;
-    if (is("X-GNOME-Autostart-enabled", "false"))
-        return PORT_LOGIN_ITEM_OFF;
-    return is("X-systemd-skip", "true") && port_service_manager_runs() ? PORT_LOGIN_ITEM_LEFT
-                                                                       : PORT_LOGIN_ITEM_ON;
+// The line of the entry that keeps the session from starting it, with what it makes of the entry; null for none.
+std::pair<const char*, port_login_item_state_t> switchedOffBy(const std::string& path) {
+    const auto value = [&](const char* key) { return valueIn(path, kDesktopEntry, key); };
+    if (value("Hidden") == "true")
+        return {"Hidden=true", PORT_LOGIN_ITEM_MASKED};
+    if (value("Exec").empty())
+        return {"Exec=", PORT_LOGIN_ITEM_MASKED};
+    if (value("X-GNOME-Autostart-enabled") == "false")
+        return {"X-GNOME-Autostart-enabled=false", PORT_LOGIN_ITEM_OFF};
+    if (value("X-MATE-Autostart-enabled") == "false")
+        return {"X-MATE-Autostart-enabled=false", PORT_LOGIN_ITEM_OFF};
+    const std::string only = value("OnlyShowIn");
+    if (!only.empty() && std::getenv("XDG_CURRENT_DESKTOP") != nullptr && !namesDesktop(only))
+        return {"OnlyShowIn", PORT_LOGIN_ITEM_OFF};
+    if (namesDesktop(value("NotShowIn")))
+        return {"NotShowIn", PORT_LOGIN_ITEM_OFF};
+    return {nullptr, PORT_LOGIN_ITEM_ON};
 }
 
 // Whether a folder like "x.target.wants" beside the units has a link of the unit's name.
@@ -152,18 +137,36 @@ port_login_item_state_t unitState(const Folders& folders, const std::string& pat
 
 void store(port_login_item_t& item, port_login_item_state_t state, const std::string& path,
            const std::string& command) {
+    item = {};
     item.state = state;
     strlcpy(item.path, path.c_str(), sizeof item.path);
     strlcpy(item.program, programOf(command).c_str(), sizeof item.program);
 }
 
 } // namespace
+
+std::string userEntryFolder() {
+    const std::string folder = configurationFolder();
+    return folder.empty() ? "" : folder + "/autostart";
+}
+
+void lookAtEntry(const std::string& path, port_login_item_t& item) {
+    if (path.empty() || !exists(path)) {
+        store(item, PORT_LOGIN_ITEM_MISSING, "", "");
+        return;
+    }
+    auto [line, state] = switchedOffBy(path);
+    if (line == nullptr && valueIn(path, kDesktopEntry, "X-systemd-skip") == "true" &&
+        port_service_manager_runs())
+        state = PORT_LOGIN_ITEM_LEFT;
+    store(item, state, path, unescaped(valueIn(path, kDesktopEntry, "Exec")));
+    item.line = line;
+}
+
 } // namespace port
 
 void port_session_entry(const char* name, port_login_item_t* item) {
-    const std::string path = port::firstIn(port::entryFolders(), name);
-    port::store(*item, path.empty() ? PORT_LOGIN_ITEM_MISSING : port::entryState(path), path,
-                port::valueIn(path, "[Desktop Entry]", "Exec"));
+    port::lookAtEntry(port::firstIn(port::entryFolders(), name), *item);
 }
 
 void port_user_unit(const char* name, port_login_item_t* item) {
