@@ -2,6 +2,7 @@
 
 #include <exception>
 #include <port/heap.h>
+#include <port/login_helper.h>
 #include <port/no_memory.h>
 #include <string>
 #include <sysexits.h>
@@ -10,6 +11,7 @@
 #include "HelperArguments.h"
 #include "HelperReport.h"
 #include "LServingHelper.h"
+#include "LoginDecision.h"
 #include "debug/LDebugSignals.h" // brings the library's signal handlers
 
 // The runtime's own would print the exception's type, and brings a demangler for that.
@@ -27,12 +29,20 @@ NSApplicationDelegate* MakeServingHelper() {
     return new LServingHelper;
 }
 
+// A login has no arguments, and need not bring their reader to memory. One whom a person has just switched on is
+// there to be talked to: a launch would be no login's.
+LHelperMode ModeOf(int argc, char* argv[]) {
+    if (argc > 1)
+        return ParseHelperArguments(argc, argv);
+    return port_started_by_enabling() && !IsMainApplicationRunning() ? LHelperMode::Serve
+                                                                     : LHelperMode::Login;
+}
+
 } // namespace
 
 int main(int argc, char* argv[]) {
     port_share_heap();
-    // A login has none, and need not bring their reader to memory.
-    const LHelperMode eMode = argc > 1 ? ParseHelperArguments(argc, argv) : LHelperMode::Login;
+    const LHelperMode eMode = ModeOf(argc, argv);
     if (std::string sWhy; FindForeignFolder(sWhy)) {
         HelperReport("%s", sWhy.c_str());
         return EX_NOPERM;

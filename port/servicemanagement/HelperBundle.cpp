@@ -29,8 +29,9 @@ std::string folderOf(const std::string& path) {
     return path.substr(0, path.rfind('/'));
 }
 
+// In the folder, or the folder itself.
 bool isIn(const std::string& path, const std::string& folder) {
-    return !folder.empty() && path.starts_with(folder + "/");
+    return !folder.empty() && (path + "/").starts_with(folder + "/");
 }
 
 // The display name, else the name; empty when the bundle has neither.
@@ -51,7 +52,7 @@ HelperBundle helperAt(const std::string& path, const std::string& identifier) {
     const CFRef<CFBundleRef> bundle = bundleAt(real);
     if (!bundle || bundle->identifier() != identifier)
         return {};
-    const CFBundleRef own = CFBundleGetMainBundle();
+    CFBundleRef own = CFBundleGetMainBundle();
     const std::string application = own != nullptr ? nameOf(own) : "";
     return {real, bundle->executablePath(), application.empty() ? nameOf(bundle.get()) : application};
 }
@@ -72,16 +73,19 @@ HelperBundle helperIn(const std::string& folder, const std::string& identifier) 
 // The folder on the way to the program that may be emptied before the next login, though the entry stays; empty when
 // there is none. Where home itself is temporary, the entry goes with the program.
 std::string temporaryFolderOf(const std::string& program, const std::string& entryFolder) {
-    const std::string settings = realPath(folderOf(entryFolder));
+    std::string settings = entryFolder;
+    while (!settings.empty() && realPath(settings).empty())
+        settings = folderOf(settings); // is to be made
+    settings = realPath(settings);
     const auto outlasts = [&](const std::string& folder) { return !isIn(settings, folder); };
     for (const char* variable : {"TMPDIR", "XDG_RUNTIME_DIR"}) {
         const char* const value = std::getenv(variable);
-        const std::string folder = value != nullptr && value[0] == '/' ? realPath(value) : "";
+        std::string folder = value != nullptr && value[0] == '/' ? realPath(value) : "";
         if (isIn(program, folder) && outlasts(folder))
             return folder;
     }
     for (std::size_t end = program.find('/', 1); end != program.npos; end = program.find('/', end + 1)) {
-        const std::string folder = program.substr(0, end);
+        std::string folder = program.substr(0, end);
         struct stat status;
         if (::lstat(folder.c_str(), &status) == 0 && (status.st_mode & S_ISVTX) != 0 && outlasts(folder))
             return folder;
@@ -93,7 +97,7 @@ std::string temporaryFolderOf(const std::string& program, const std::string& ent
 
 HelperBundle findHelperBundle(const std::string& identifier, const std::string& entryProgram) {
     HelperBundle found;
-    if (const CFBundleRef own = CFBundleGetMainBundle(); own != nullptr && own->bundled)
+    if (CFBundleRef own = CFBundleGetMainBundle(); own != nullptr && own->bundled)
         found = helperIn(own->folder + "/Contents/Library/LoginItems", identifier);
     if (found.path.empty())
         found = helperIn(folderOf(folderOf(ownExecutable())) + "/libexec", identifier);

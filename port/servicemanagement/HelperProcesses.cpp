@@ -79,7 +79,8 @@ std::vector<HelperProcess> runningHelpers(const std::string& identifier, const s
     std::vector<HelperProcess> helpers;
     forEachRunningBundle([&](pid_t process, const std::string& path) {
         const CFRef<CFBundleRef> bundle = bundleAt(path);
-        if ((bundle ? bundle->identifier() == identifier : path == entryBundle) && isOfThisLogin(process))
+        const bool isMeant = path == entryBundle || (bundle && bundle->identifier() == identifier);
+        if (isMeant && isOfThisLogin(process))
             helpers.push_back({process, path});
         return true;
     });

@@ -16,8 +16,8 @@ struct HelperProcess {
     std::string bundle; // that it was started from
 };
 
-// Those that run out of a bundle with that identifier, or out of the bundle of a program that is gone (which may be
-// empty), and see the same runtime folder as this process: another login of the user, or a home made for a trial, has
+// Those that run out of a bundle with that identifier, or out of the bundle of the program that the entry starts (which
+// may be empty, and gone), and see the same runtime folder as this process: another login of the user, or a home made for a trial, has
 // its own.
 std::vector<HelperProcess> runningHelpers(const std::string& identifier, const std::string& entryProgram);
 
