@@ -18,8 +18,8 @@ int serve() {
                        kCFStringEncodingUTF8);
     if (!port_started_by_enabling())
         return pause();
-    const xpc_connection_t service = xpc_connection_create_mach_service(name, dispatch_get_main_queue(),
-                                                                        XPC_CONNECTION_MACH_SERVICE_LISTENER);
+    xpc_connection_t service = xpc_connection_create_mach_service(name, dispatch_get_main_queue(),
+                                                                  XPC_CONNECTION_MACH_SERVICE_LISTENER);
     xpc_connection_set_event_handler(service, [](xpc_object_t) {});
     xpc_connection_resume(service);
     dispatch_main();
@@ -36,8 +36,11 @@ int main(int argc, char* argv[]) {
         const CFStringRef identifier =
             CFStringCreateWithCString(kCFAllocatorDefault, argv[2], kCFStringEncodingUTF8);
         done = SMLoginItemSetEnabled(identifier, std::strcmp(argv[1], "on") == 0);
+        const int error = errno;
+        if (identifier != nullptr)
+            CFRelease(identifier);
         if (!done)
-            std::printf("%s: ", std::strerror(errno));
+            std::printf("%s: ", std::strerror(error));
     }
     port_login_helper_t helper;
     port_login_helper(argv[2], &helper);
