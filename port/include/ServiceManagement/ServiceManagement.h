@@ -7,6 +7,8 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 
+#pragma GCC visibility push(default)
+
 // Switches the helper application with that bundle identifier on or off as a login item of this user. It is the
 // bundle of that identifier in Contents/Library/LoginItems of this process's main bundle; else, the first of these:
 // in the folder "../libexec" beside this program, where an installation has it; where the user's entry says; in
@@ -33,3 +35,5 @@
 // Blocks with the disk, up to 7 s for a helper that is to end, up to 5 s for one that is to serve, and up to 15 s for
 // another call.
 Boolean SMLoginItemSetEnabled(CFStringRef identifier, Boolean enabled);
+
+#pragma GCC visibility pop

@@ -9,6 +9,8 @@
 #include <port/login_items.h>
 #include <sys/types.h>
 
+#pragma GCC visibility push(default)
+
 struct port_login_helper_t {
     // The user's own entry: ON or LEFT when the helper is registered, MASKED or OFF when the user has switched it
     // off. What is installed for all users is not looked at.
@@ -31,3 +33,5 @@ void port_login_helper(const char* identifier, port_login_helper_t* helper);
 
 // Whether this process was started because its login item was switched on, and not by a login.
 bool port_started_by_enabling();
+
+#pragma GCC visibility pop
