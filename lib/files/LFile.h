@@ -119,7 +119,9 @@ public:
     // Copies what is in a folder into another one, which is made when it is missing; folders that exist are
     // merged into, files are replaced, each as by CopyFile. Links are copied as links, never followed, but for the
     // two folders themselves; pipes and devices are left out, and what cannot be copied. A folder that is made has
-    // mode 0777 under the process's mask and the time of the copy. Nothing when the source is no folder.
+    // mode 0777 under the process's mask and the time of the copy, and takes its name when it is whole, with all that
+    // is below it: until then it is ".copy-PID-N" beside it, which is left behind when the process is killed. Nothing
+    // when the source is no folder.
     static void CopyFolderFiles(const char* szFrom, const char* szTo);
 
     // Makes the folder and its missing parents, mode 0777 under the process's mask. Slashes at the end and repeated
@@ -254,6 +256,8 @@ private:
         PlaceData,
     };
     static void _GetPlace(char* szOut, Place ePlace);
+    // Makes what is missing of the folders above a path. False when a folder cannot be made, or the path is too long.
+    static bool _MakeParents(const char* szPath);
 };
 
 template <>

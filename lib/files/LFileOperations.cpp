@@ -30,9 +30,12 @@ bool IsTooLong(const char* szPath) {
 
 } // namespace
 
+// What is missing is so by every name; only a path that the system refuses may be known to it in another form.
 bool LFile::Exists(const char* szPath) {
     if (access(szPath, F_OK) == 0)
         return true;
+    if (errno == ENOENT)
+        return false;
     LCFURL url;
     url.CreateFromFullPath(szPath);
     FSRef reference;
@@ -68,6 +71,10 @@ bool LFile::CopyFile(const char* szFrom, const char* szTo) {
 }
 
 bool LFile::CreateFolderTree(const char* szPath) {
+    return _MakeParents(szPath) && mkdir(szPath, 0777) == 0;
+}
+
+bool LFile::_MakeParents(const char* szPath) {
     if (IsTooLong(szPath))
         return false;
     char szFolder[LPathBufferSize];
@@ -76,9 +83,7 @@ bool LFile::CreateFolderTree(const char* szPath) {
     while (dwLength > 1 && szFolder[dwLength - 1] == '/')
         szFolder[--dwLength] = '\0';
     _GetFolderFromPath(szParent, szFolder);
-    if (szParent[0] != '\0' && !Exists(szParent) && !CreateFolderTree(szParent))
-        return false;
-    return mkdir(szFolder, 0777) == 0;
+    return szParent[0] == '\0' || Exists(szParent) || CreateFolderTree(szParent);
 }
 
 void LFile::DeleteOldFiles(const char* szFolder, const char* szPattern, int nDays) {

@@ -1,7 +1,7 @@
 // The operations on whole trees.
 #include "files/LFile.h"
 
-#include <cstring>
+#include <cerrno>
 #include <dirent.h>
 #include <fcntl.h>
 #include <port/UniqueFd.h>
@@ -11,10 +11,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "files/internal/LNewFolder.h"
 #include "files/internal/LTreeTarget.h"
 #include "files/internal/LTreeWalk.h"
 
 namespace {
+
+constexpr mode_t kAllPermissions = 0777;
 
 // A path as its parent's descriptor and its last name, so that the root of a tree is worked on like every
 // entry below it. Separators at the end would make the system follow a link there.
@@ -35,7 +38,6 @@ public:
     bool IsReachable() const { return bReachable; }
     int GetParent() const { return parent ? parent.get() : AT_FDCWD; }
     const char* GetName() const { return sName.c_str(); }
-    bool Remove() const { return bReachable && unlinkat(GetParent(), GetName(), AT_REMOVEDIR) == 0; }
 
 private:
     std::string sName;
@@ -59,13 +61,16 @@ private:
     const bool bClearFlags;
 };
 
-bool Delete(const char* szPath, Deletion deletion) {
+bool Delete(int nParent, const char* szName, Deletion deletion) {
+    LTreeWalk(deletion).Walk(nParent, szName);
+    return unlinkat(nParent, szName, AT_REMOVEDIR) == 0;
+}
+
+bool Delete(const char* szPath, const Deletion& deletion) {
     if (szPath[0] == '\0')
         return false;
     const Root root(szPath);
-    if (root.IsReachable())
-        LTreeWalk(deletion).Walk(root.GetParent(), root.GetName());
-    return root.Remove();
+    return root.IsReachable() && Delete(root.GetParent(), root.GetName(), deletion);
 }
 
 // A link is never changed through, whatever takes the place of the entry meanwhile.
@@ -87,9 +92,21 @@ public:
     void LeaveFolder(int, const char*) override {}
 };
 
+// A folder that is missing in the target takes its name when it is whole; so what is below it need not be cared for one
+// by one.
 class Copying final : public LTreeVisitor {
 public:
+    // Into a folder that is there, or into one that is made.
     bool OpenTarget(const char* szTo) { return target.Open(szTo); }
+    bool MakeTarget(int nParent, const char* szName) {
+        return newFolder.Make(nParent, szName) &&
+               target.Open(newFolder.GetParent(), newFolder.GetOwnName(), false) && _EnterNew();
+    }
+    // Behind the walk.
+    void Finish() {
+        if (newFolder.IsMade())
+            _GiveName();
+    }
 
     void VisitFile(int nFolder, const char* szName, unsigned char cType) override {
         if (!target.IsOpen())
@@ -97,21 +114,69 @@ public:
         if (cType == DT_LNK)
             port_copy_link(nFolder, szName, target.GetTop(), szName);
         else if (cType == DT_REG)
-            port_copy_file(nFolder, szName, target.GetTop(), szName);
+            _CopyFile(nFolder, szName);
     }
     bool EnterFolder(int nFolder, const char* szName) override {
         struct stat status;
-        return target.IsOpen() && fstatat(nFolder, szName, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-               target.Enter(szName, status);
+        if (!target.IsOpen() || fstatat(nFolder, szName, &status, AT_SYMLINK_NOFOLLOW) != 0)
+            return false;
+        if (newFolder.IsMade() || bMerging || target.IsRoot(status) ||
+            !newFolder.Make(target.GetTop(), szName)) {
+            const bool bEntered = target.Enter(szName, status);
+            nLevelsOfNew += bEntered && newFolder.IsMade() ? 1 : 0;
+            return bEntered;
+        }
+        if (target.Enter(newFolder.GetOwnName(), status))
+            return _EnterNew();
+        _GiveName();
+        return false;
     }
     void LeaveFolder(int, const char*) override {
         if (target.IsOpen())
             target.Leave();
+        if (newFolder.IsMade() && --nLevelsOfNew == 0)
+            _GiveName();
     }
 
 private:
+    bool _EnterNew() {
+        nLevelsOfNew = 1;
+        nGranted = target.GetMode() & kAllPermissions;
+        return true;
+    }
+
+    void _CopyFile(int nFolder, const char* szName) {
+        const int nTarget = target.GetTop();
+        if (!newFolder.IsMade() ||
+            (!port_copy_new_file(nFolder, szName, nTarget, szName, nGranted) && errno == EEXIST))
+            port_copy_file(nFolder, szName, nTarget, szName);
+    }
+
+    // Where the name was given to something else meanwhile, or cannot be taken, the copy goes the long way.
+    void _GiveName() {
+        if (newFolder.TakeName())
+            return;
+        const int nParent = newFolder.GetParent();
+        Copying merging;
+        merging.bMerging = true;
+        mkdirat(nParent, newFolder.GetName(), kAllPermissions);
+        if (merging.target.Open(nParent, newFolder.GetName(), false))
+            LTreeWalk(merging).Walk(nParent, newFolder.GetOwnName());
+        Delete(nParent, newFolder.GetOwnName(), Deletion(true, false));
+        newFolder.Forget();
+    }
+
     LTreeTarget target;
+    LNewFolder newFolder;
+    unsigned long nLevelsOfNew = 0; // folders that the work is in, from the new one down
+    mode_t nGranted = 0;
+    bool bMerging = false; // into what is there, by the names alone
 };
+
+bool MakeTarget(const char* szTo, Copying& copying) {
+    const Root root(szTo);
+    return root.IsReachable() && copying.MakeTarget(root.GetParent(), root.GetName());
+}
 
 bool ReadsAsFolder(const char* szPath) {
     struct stat status;
@@ -142,9 +207,11 @@ void LFile::SetFolderSecurityAllAccess(const char* szPath) {
 }
 
 void LFile::CopyFolderFiles(const char* szFrom, const char* szTo) {
-    if (!ReadsAsFolder(szFrom) || (!ReadsAsFolder(szTo) && !CreateFolderTree(szTo)))
+    if (!ReadsAsFolder(szFrom))
         return;
     Copying copying;
-    if (copying.OpenTarget(szTo))
-        LTreeWalk(copying).Walk(AT_FDCWD, szFrom, true);
+    if (ReadsAsFolder(szTo) ? !copying.OpenTarget(szTo) : !_MakeParents(szTo) || !MakeTarget(szTo, copying))
+        return;
+    LTreeWalk(copying).Walk(AT_FDCWD, szFrom, true);
+    copying.Finish();
 }

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "bsd/Draft.h"
+#include "bsd/FileAttributes.h"
 #include "host/AtomicFile.h"
 #include "host/SystemCalls.h"
 
@@ -21,18 +22,29 @@ constexpr off_t kLargeFile = off_t{1} << 20; // from here it pays to look at the
 constexpr mode_t kPermissionBits = 0777;     // the copy is its maker's: it does not lend his rights to others
 constexpr mode_t kWhileCopying = 0600;
 constexpr mode_t kNewFileMode = 0666;
-constexpr char kLinkPrefix[] = ".copy-";
+constexpr char kOwnPrefix[] = ".copy-";
 
-// A size of 0 may be what a file tells that is made up while it is read, so the end is looked for then.
-bool copyContents(int from, const struct stat& source, const Draft& to) {
-    DataCopy data(from, source, to.fd());
+// Without blocking: a pipe in the place of the file must not hold the copy up before it is recognised.
+bool openSource(int folder, const char* name, UniqueFd& source, struct stat& status) {
+    source.reset(sys::openat(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
+    if (!source || ::fstat(source.get(), &status) != 0)
+        return false;
+    errno = EINVAL;
+    return S_ISREG(status.st_mode);
+}
+
+// With `permissions` those of the source are set, too. A size of 0 may be what a file tells that is made up while it
+// is read, so the end is looked for then.
+bool copyContents(int from, const struct stat& source, int to, bool permissions) {
+    DataCopy data(from, source, to);
     if (data.move(source.st_size != 0 ? source.st_size : std::numeric_limits<off_t>::max()) < 0 ||
         !data.finish())
         return false;
-    to.copyAttributes(from);
-    static_cast<void>(::fchmod(to.fd(), source.st_mode & kPermissionBits));
+    copyAttributes(from, to);
+    if (permissions)
+        static_cast<void>(::fchmod(to, source.st_mode & kPermissionBits));
     const timespec times[2] = {source.st_atim, source.st_mtim};
-    static_cast<void>(::futimens(to.fd(), times));
+    static_cast<void>(::futimens(to, times));
     return true;
 }
 
@@ -67,7 +79,7 @@ bool takeAfter(const Draft& draft, int former, const struct stat& status) {
     if ((now.st_uid != status.st_uid || now.st_gid != status.st_gid) &&
         ::fchown(draft.fd(), status.st_uid, status.st_gid) != 0)
         return false;
-    draft.copyAttributes(former);
+    copyAttributes(former, draft.fd());
     return ::fchmod(draft.fd(), status.st_mode & kPermissionBits) == 0;
 }
 
@@ -77,21 +89,43 @@ bool takeAfter(const Draft& draft, int former, const struct stat& status) {
 // Whether the name is free is learned by taking it.
 bool port_copy_file(int fromFolder, const char* from, int toFolder, const char* to) {
     using namespace port;
-    // Without blocking: a pipe in the place of the file must not hold the copy up before it is recognised.
-    const UniqueFd source(sys::openat(fromFolder, from, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
+    UniqueFd source;
     struct stat status;
-    if (!source || ::fstat(source.get(), &status) != 0)
+    if (!openSource(fromFolder, from, source, status))
         return false;
-    if (!S_ISREG(status.st_mode)) {
-        errno = EINVAL;
-        return false;
-    }
     if (status.st_size >= kLargeFile && !mayReplace(toFolder, to, status))
         return false;
     Draft draft(toFolder, to);
-    if (!draft.open(kWhileCopying) || !copyContents(source.get(), status, draft))
+    if (!draft.open(kWhileCopying) || !copyContents(source.get(), status, draft.fd(), true))
         return false;
     return draft.takeFreeName() || (errno == EEXIST && mayReplace(toFolder, to, status) && draft.replace());
+}
+
+// To be told the permissions twice costs a call a file.
+bool port_copy_new_file(int fromFolder, const char* from, int toFolder, const char* to, mode_t granted) {
+    using namespace port;
+    UniqueFd source;
+    struct stat status;
+    if (!openSource(fromFolder, from, source, status))
+        return false;
+    const mode_t wanted = status.st_mode & kPermissionBits;
+    const mode_t made = wanted | kWhileCopying;
+    const UniqueFd target(sys::openat(toFolder, to, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, made));
+    if (!target)
+        return false;
+    if (copyContents(source.get(), status, target.get(), (made & granted) != wanted))
+        return true;
+    const int error = errno;
+    ::unlinkat(toFolder, to, 0);
+    errno = error;
+    return false;
+}
+
+bool port_make_own_folder(int folder, std::string& name) {
+    port::OwnName own(folder, port::kOwnPrefix);
+    const bool made = own.take([folder](const char* free) { return ::mkdirat(folder, free, 0777) == 0; });
+    name = own.release();
+    return made;
 }
 
 bool port_copy_link(int fromFolder, const char* from, int toFolder, const char* to) {
@@ -106,7 +140,7 @@ bool port_copy_link(int fromFolder, const char* from, int toFolder, const char* 
         return true;
     struct stat source;
     const std::string target(to);
-    OwnName replacement(toFolder, target.substr(0, target.rfind('/') + 1) + kLinkPrefix);
+    OwnName replacement(toFolder, target.substr(0, target.rfind('/') + 1) + kOwnPrefix);
     return errno == EEXIST && ::fstatat(fromFolder, from, &source, AT_SYMLINK_NOFOLLOW) == 0 &&
            mayReplace(toFolder, to, source) && replacement.take(make) && replacement.renameTo(to);
 }

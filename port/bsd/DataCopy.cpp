@@ -70,7 +70,7 @@ off_t DataCopy::moveData(off_t size) {
 }
 
 off_t DataCopy::moveByHand(off_t size) const {
-    std::array<char, kBuffer> buffer;
+    __attribute__((uninitialized)) std::array<char, kBuffer> buffer; // most files fill little of it
     off_t moved = 0;
     while (moved < size) {
         const off_t wanted = std::min<off_t>(size - moved, kBuffer);

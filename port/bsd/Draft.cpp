@@ -3,11 +3,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <fcntl.h>
-#include <memory>
-#include <string_view>
-#include <sys/xattr.h>
 #include <unistd.h>
 
 #include "host/SystemCalls.h"
@@ -15,19 +11,12 @@
 namespace port {
 namespace {
 
-constexpr std::size_t kMaxAttributeNames = std::size_t{64} << 10;
-constexpr std::size_t kMaxAttributeValue = std::size_t{64} << 10;
 constexpr char kNamePrefix[] = ".copy-";
 constexpr char kOwnDescriptors[] = "/proc/self/fd";
 
 bool canBeNamedLater() {
     static const bool reachable = ::access(kOwnDescriptors, X_OK) == 0;
     return reachable;
-}
-
-// Others grant rights (a program's capabilities) or belong to the file system.
-bool isGivenOn(std::string_view attribute) {
-    return attribute.starts_with("user.") || attribute.starts_with("system.posix_acl_");
 }
 
 } // namespace
@@ -44,24 +33,6 @@ bool Draft::open(mode_t mode) {
         fd_.reset(sys::openat(name_.folder(), name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, mode));
         return static_cast<bool>(fd_);
     });
-}
-
-void Draft::copyAttributes(int from) const {
-    const ssize_t needed = ::flistxattr(from, nullptr, 0);
-    if (needed <= 0 || static_cast<std::size_t>(needed) > kMaxAttributeNames)
-        return;
-    const auto names = std::make_unique_for_overwrite<char[]>(static_cast<std::size_t>(needed));
-    const auto value = std::make_unique_for_overwrite<char[]>(kMaxAttributeValue);
-    const ssize_t size = ::flistxattr(from, names.get(), static_cast<std::size_t>(needed));
-    if (size <= 0)
-        return;
-    const char* const end = names.get() + size;
-    for (const char* name = names.get(); name < end; name += std::strlen(name) + 1) {
-        const ssize_t length =
-            isGivenOn(name) ? ::fgetxattr(from, name, value.get(), kMaxAttributeValue) : -1;
-        if (length >= 0)
-            ::fsetxattr(fd_.get(), name, value.get(), static_cast<std::size_t>(length), 0);
-    }
 }
 
 bool Draft::takeFreeName() {

@@ -23,10 +23,6 @@ public:
     bool open(mode_t mode);
     int fd() const { return fd_.get(); }
 
-    // Gives it the users' extended attributes and the access list of an open file. What the file system refuses of
-    // these is left out: a file without them is better than none.
-    void copyAttributes(int from) const;
-
     // False with EEXIST when the name is taken, or may be.
     bool takeFreeName();
     // Replaces what has the name, but no folder.

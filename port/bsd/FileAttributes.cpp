@@ -1,10 +1,14 @@
-#include <port/files.h>
+#include "bsd/FileAttributes.h"
 
 #include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <linux/fs.h>
+#include <memory>
 #include <port/UniqueFd.h>
+#include <port/files.h>
 #include <string>
+#include <string_view>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
@@ -13,6 +17,8 @@
 
 namespace {
 
+constexpr std::size_t kMaxAttributeNames = std::size_t{64} << 10;
+constexpr std::size_t kMaxAttributeValue = std::size_t{64} << 10;
 constexpr int kImmutable = FS_IMMUTABLE_FL | FS_APPEND_FL;
 
 // Only a regular file is opened: opening a device or a pipe would do something to it.
@@ -23,7 +29,30 @@ port::UniqueFd openRegular(int folder, const char* name) {
     return port::UniqueFd(port::sys::openat(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
 }
 
+// Others grant rights (a program's capabilities) or belong to the file system.
+bool isGivenOn(std::string_view attribute) {
+    return attribute.starts_with("user.") || attribute.starts_with("system.posix_acl_");
+}
+
 } // namespace
+
+void port::copyAttributes(int from, int to) {
+    const ssize_t needed = ::flistxattr(from, nullptr, 0);
+    if (needed <= 0 || static_cast<std::size_t>(needed) > kMaxAttributeNames)
+        return;
+    const auto names = std::make_unique_for_overwrite<char[]>(static_cast<std::size_t>(needed));
+    const auto value = std::make_unique_for_overwrite<char[]>(kMaxAttributeValue);
+    const ssize_t size = ::flistxattr(from, names.get(), static_cast<std::size_t>(needed));
+    if (size <= 0)
+        return;
+    const char* const end = names.get() + size;
+    for (const char* name = names.get(); name < end; name += std::strlen(name) + 1) {
+        const ssize_t length =
+            isGivenOn(name) ? ::fgetxattr(from, name, value.get(), kMaxAttributeValue) : -1;
+        if (length >= 0)
+            ::fsetxattr(to, name, value.get(), static_cast<std::size_t>(length), 0);
+    }
+}
 
 unsigned port_file_flags(int folder, const char* name) {
     struct statx status;

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 
 namespace port {
 
@@ -38,6 +39,8 @@ public:
         }
         return false;
     }
+    // The name, which is the caller's to remove from now on.
+    std::string release() { return std::exchange(name_, {}); }
     // Replaces what has the target's name in the folder. False with errno.
     bool renameTo(const char* target);
 

@@ -7,6 +7,7 @@
 #include <string>
 
 #include <Foundation/Foundation.h>
+#include <files/LFile.h>
 #include <files/LProcessCopy.h>
 #include <port/no_memory.h>
 #include <strings/LTextFile.h>
@@ -36,6 +37,12 @@ bool CopyTree(const std::string& sFolder) {
            !process.bTold;
 }
 
+// It tells nobody what it has left out.
+bool CopyFolder(const std::string& sFolder) {
+    LFile::CopyFolderFiles((sFolder + "/from").c_str(), (sFolder + "/to").c_str());
+    return false;
+}
+
 bool SaveText(const std::string& sFolder) {
     return LSaveText((sFolder + "/text").c_str(), std::string(20000, 'n').c_str()) == 0;
 }
@@ -48,7 +55,11 @@ bool AddToZip(const std::string& sFolder) {
 constexpr struct {
     const char* szName;
     bool (*pRun)(const std::string& sFolder);
-} kOperations[] = {{"settings", SaveSettings}, {"tree", CopyTree}, {"text", SaveText}, {"zip", AddToZip}};
+} kOperations[] = {{"settings", SaveSettings},
+                   {"tree", CopyTree},
+                   {"folder", CopyFolder},
+                   {"text", SaveText},
+                   {"zip", AddToZip}};
 
 } // namespace
 

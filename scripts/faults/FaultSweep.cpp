@@ -38,7 +38,8 @@ namespace fs = std::filesystem;
 constexpr auto kHang = 8s; // more than any limit of what is swept
 constexpr int kRunsOn = -1;
 constexpr std::uint64_t kMostCalls = 600; // of one function in one run
-constexpr char kSettings[] = "settings", kTree[] = "tree", kText[] = "text", kZip[] = "zip";
+constexpr char kSettings[] = "settings", kTree[] = "tree", kFolder[] = "folder", kText[] = "text",
+               kZip[] = "zip";
 
 constexpr struct {
     const char* szCall;
@@ -262,14 +263,14 @@ std::string TreeText(const fs::path& root) {
     return sAll;
 }
 
-std::string Tree(const Place& place) {
+// What a copy of a tree has left, and how it ended.
+std::string Copy(const Place& place, const char* szOperation) {
     const fs::path from = place.Home() / "from";
     fs::create_directories(from / "inner" / "empty");
-    fs::create_directory(place.Home() / "to");
     WriteText(from / "one", std::string(70000, '1'));
     WriteText(from / "inner" / "two", "2");
     const std::string sBefore = TreeText(from);
-    const int nStatus = RunOperation(place, kTree);
+    const int nStatus = RunOperation(place, szOperation);
     if (TreeText(from) != sBefore)
         return "the source was changed";
     if (nStatus == 0 && TreeText(place.Home() / "to") != sBefore)
@@ -280,7 +281,20 @@ std::string Tree(const Place& place) {
             !IsNoMemory(nStatus))
             return std::string("a torn copy: ") + szFile;
     }
+    for (const fs::path& path : fs::directory_iterator(place.Home()))
+        if (path.filename().string().starts_with(".copy-") && !IsNoMemory(nStatus))
+            return "left behind: " + path.filename().string();
     return JudgeEnd(nStatus, place.Said(), {0, 1});
+}
+
+std::string Tree(const Place& place) {
+    fs::create_directory(place.Home() / "to");
+    return Copy(place, kTree);
+}
+
+// Into a folder that is made for it.
+std::string Folder(const Place& place) {
+    return Copy(place, kFolder);
 }
 
 std::string Text(const Place& place) {
@@ -430,8 +444,8 @@ std::string Ctl(const Place& place) {
 constexpr struct {
     const char* szName;
     std::string (*pRun)(const Place& place);
-} kDrivers[] = {{kSettings, Settings}, {kTree, Tree},    {kText, Text}, {kZip, Zip},
-                {"helper", Helper},    {"login", Login}, {"ctl", Ctl}};
+} kDrivers[] = {{kSettings, Settings}, {kTree, Tree},      {kFolder, Folder}, {kText, Text},
+                {kZip, Zip},           {"helper", Helper}, {"login", Login},  {"ctl", Ctl}};
 
 // All places of one fault. How many rules were broken.
 unsigned Sweep(const Place& place, const char* szDriver, std::string (*pRun)(const Place&),

@@ -17,6 +17,16 @@
 #include <sys/xattr.h>
 #include <thread>
 
+// What comes before the next rename.
+static std::function<void()> beforeRename;
+extern "C" int __real_renameat(int, const char*, int, const char*);
+extern "C" int __wrap_renameat(int, const char*, int, const char*);
+extern "C" int __wrap_renameat(int nFrom, const char* szFrom, int nTo, const char* szTo) {
+    if (beforeRename)
+        std::exchange(beforeRename, {})();
+    return __real_renameat(nFrom, szFrom, nTo, szTo);
+}
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -77,13 +87,25 @@ TEST_F(FileTreeTest, DeletesATreeAndNothingBehindItsLinks) {
 TEST_F(FileTreeTest, CopiesATreeAsItIsAndOpensWhatIsClosed) {
     fs::create_directory(Path("outside"));
     MakeTree("tree");
-    chmod(Path("tree/a b").c_str(), 0741);
-    for (int i = 0; i < 2; ++i) // the second time it merges
+    const std::pair<const char*, mode_t> modes[] = {{"a b", 0741}, {"*", 0666}, {"-rf", 0400}};
+    for (const auto& [szName, nMode] : modes)
+        chmod(Path(std::string("tree/") + szName).c_str(), nMode);
+    beforeRename = [&] { // others make the folder before it takes its name
+        EXPECT_FALSE(fs::exists(Path("a/b/copy")));
+        fs::create_directories(Path("a/b/copy/sub"));
+        Write("a/b/copy/*", "old");
+    };
+    for (int i = 0; i < 2; ++i) { // the second time it merges
         LFile::CopyFolderFiles(Path("tree").c_str(), Path("a/b/copy").c_str());
+        LFile::CopyFolderFiles(Path("tree").c_str(), Path("a/b/other").c_str());
+        EXPECT_EQ(Entries(Path("a/b")), 2);
+    }
     fs::remove(Path("tree/pipe"));
-    const std::string sCompare = "diff -r --no-dereference " + Path("tree") + " " + Path("a/b/copy");
-    EXPECT_EQ(std::system(sCompare.c_str()), 0);
-    EXPECT_EQ(Mode("a/b/copy/a b"), 0741U);
+    for (const std::string szCopy : {"a/b/copy", "a/b/other"}) {
+        EXPECT_EQ(std::system(("diff -r --no-dereference " + Path("tree") + " " + Path(szCopy)).c_str()), 0);
+        for (const auto& [szName, nMode] : modes)
+            EXPECT_EQ(Mode(szCopy + "/" + szName), nMode) << szName;
+    }
     chmod(Path("tree/a b").c_str(), 0);
     chmod(Path("tree/sub").c_str(), 0);
     LFile::SetFolderSecurityAllAccess(Path("tree").c_str());
@@ -226,18 +248,25 @@ TEST_F(FileTreeTest, CopiesSurviveWhatTheFileSystemRefuses) {
 
 TEST_F(FileTreeTest, AKilledCopyLeavesAWholeFileOrNothing) {
     constexpr std::uintmax_t dwSize = std::uintmax_t{16} << 20;
-    Write("from");
-    fs::resize_file(Path("from"), dwSize);
+    fs::create_directory(Path("from"));
+    Write("from/file", std::string(dwSize, 'x'));
     for (useconds_t i = 0; i < 20; ++i) {
         const pid_t child = fork();
-        if (child == 0)
-            _exit(LFile::CopyFile(Path("from").c_str(), Path("to").c_str()) ? 0 : 1);
-        usleep(i * 2000);
+        if (child == 0) {
+            if (i % 2 == 0)
+                LFile::CopyFile(Path("from/file").c_str(), Path("to").c_str());
+            LFile::CopyFolderFiles(Path("from").c_str(), Path("copy").c_str());
+            _exit(0);
+        }
+        usleep(i * 1000);
         kill(child, SIGKILL);
         waitpid(child, nullptr, 0);
-        EXPECT_TRUE(!fs::exists(Path("to")) || fs::file_size(Path("to")) == dwSize);
-        fs::remove(Path("to"));
-        EXPECT_EQ(Entries(root), 1);
+        for (const char* szCopy : {"to", "copy/file"})
+            EXPECT_TRUE(!fs::exists(Path(szCopy)) || fs::file_size(Path(szCopy)) == dwSize);
+        EXPECT_EQ(fs::exists(Path("copy")), fs::exists(Path("copy/file")));
+        for (const fs::path& path : std::vector<fs::path>(fs::directory_iterator(root), {}))
+            if (path.filename() != "from")
+                fs::remove_all(path);
     }
 }
 

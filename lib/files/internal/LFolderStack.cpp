@@ -13,12 +13,14 @@ constexpr int kOpenFolder = O_RDONLY | O_DIRECTORY | O_NONBLOCK;
 
 bool LFolderStack::Push(int nParent, const char* szName, bool bFollow) {
     const int nAbove = IsEmpty() ? nParent : GetTop();
-    Level level{port::UniqueFd(port_openat(nAbove, szName, kOpenFolder | (bFollow ? 0 : O_NOFOLLOW))), 0, 0};
+    Level level{port::UniqueFd(port_openat(nAbove, szName, kOpenFolder | (bFollow ? 0 : O_NOFOLLOW))), 0, 0,
+                0};
     struct stat status;
     if (!level.folder || fstat(level.folder.get(), &status) != 0)
         return false;
     level.device = status.st_dev;
     level.inode = status.st_ino;
+    level.mode = status.st_mode;
     loLevels.push_back(std::move(level));
     if (loLevels.size() > kMostOpen)
         loLevels[loLevels.size() - kMostOpen - 1].folder.reset();

@@ -30,12 +30,15 @@ public:
 
     dev_t GetDevice() const { return loLevels.back().device; }
     ino_t GetInode() const { return loLevels.back().inode; }
+    // Type and permissions.
+    mode_t GetMode() const { return loLevels.back().mode; }
 
 private:
     struct Level {
         port::UniqueFd folder;
         dev_t device;
         ino_t inode;
+        mode_t mode;
     };
 
     bool _Reopen(Level& level, int nChild) const;

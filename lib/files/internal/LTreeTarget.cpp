@@ -1,10 +1,9 @@
 #include "files/internal/LTreeTarget.h"
 
 #include <cerrno>
-#include <fcntl.h>
 
-bool LTreeTarget::Open(const char* szPath) {
-    if (!folders.Push(AT_FDCWD, szPath, true))
+bool LTreeTarget::Open(int nParent, const char* szName, bool bFollow) {
+    if (!folders.Push(nParent, szName, bFollow))
         return false;
     rootDevice = folders.GetDevice();
     rootInode = folders.GetInode();

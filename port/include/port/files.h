@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <fcntl.h>
+#include <string>
 #include <sys/types.h>
 
 #pragma GCC visibility push(default)
@@ -26,6 +27,15 @@ constexpr int O_SEARCH = O_PATH;
 // file (EINVAL, a link ELOOP; it is not read), when it and the target are the same file (EEXIST), when the target is
 // neither a file nor a link (EINVAL), or when anything fails on the way.
 bool port_copy_file(int fromFolder, const char* from, int toFolder, const char* to);
+
+// The same for a file that is new there, in a folder that nobody knows yet: it has its name from the start, which is
+// faster, and loses it again when the copy fails. `granted` are the permissions that a file keeps there of those that
+// it is made with: those of a folder that was made there with 0777. False with EEXIST when the name is taken.
+bool port_copy_new_file(int fromFolder, const char* from, int toFolder, const char* to, mode_t granted);
+
+// Makes a folder, 0777 under the process's mask, with a name of its own, ".copy-PID-N". `name` is empty when it cannot
+// be made: false then.
+bool port_make_own_folder(int folder, std::string& name);
 
 // Copies a symbolic link as a link, replacing a file or a link that has the target's name: the target is the old
 // one or the new one at every moment. False as above.
