@@ -6,9 +6,9 @@ void LThreadQueuedNotify::PostQueueNotify() {
     runner.RunOnMainThread(new LThreadQueuedNotifyData(*this));
 }
 
-void LQueuedNotifyDataHandler::PostNotifyFromSender(unsigned int dwCode, const void* pData,
+bool LQueuedNotifyDataHandler::PostNotifyFromSender(unsigned int dwCode, const void* pData,
                                                     unsigned long dwSize) {
-    runner.RunOnMainThread(new LQueuedNotifyDataHandlerData(*this, dwCode, pData, dwSize));
+    return runner.RunOnMainThread(new LQueuedNotifyDataHandlerData(*this, dwCode, pData, dwSize));
 }
 
 LQueuedNotifyDataHandlerData::LQueuedNotifyDataHandlerData(LQueuedNotifyDataHandler& receiver,

@@ -51,8 +51,8 @@ public:
     virtual void EvQueuedNotifyData(unsigned int dwCode, const void* pData, unsigned long dwSize) = 0;
 
     // Copies `dwSize` bytes of the data, so that the sender's buffer may be reused at once. Without data (null)
-    // the size is a plain number, delivered as it is.
-    void PostNotifyFromSender(unsigned int dwCode, const void* pData, unsigned long dwSize);
+    // the size is a plain number, delivered as it is. False when it is dropped.
+    bool PostNotifyFromSender(unsigned int dwCode, const void* pData, unsigned long dwSize);
     // Drops what was not yet delivered.
     void QueuedNotifyDataHandlerDestroy() { runner.ThreadRunOnMainThreadDestroy(); }
 

@@ -37,9 +37,8 @@ void LThreadNotifyInterface::WaitAndDeliver() {
     LProcessClearCurrentEvents();
 }
 
-void LThreadNotifyInterface::_Post(unsigned int dwCode, const void* pData, unsigned long dwSize) {
-    if (pPoster != nullptr)
-        pPoster->PostNotifyFromSender(dwCode, pData, dwSize);
+bool LThreadNotifyInterface::_Post(unsigned int dwCode, const void* pData, unsigned long dwSize) {
+    return pPoster != nullptr && pPoster->PostNotifyFromSender(dwCode, pData, dwSize);
 }
 
 void LThreadNotifyInterface::SetError(const char* szText) {
@@ -58,19 +57,48 @@ void LThreadNotifyInterface::SetStatus(const char* szText, int nLine) {
     _Post(CodeStatus + static_cast<unsigned int>(nLine), nullptr, 0);
 }
 
-// The size carries whole percents, negative ones wrapped.
+// The size carries whole percents, negative ones wrapped. A report is counted before it is queued, since the main thread
+// may be faster than the rest of this call.
 void LThreadNotifyInterface::SetProgress(double dFraction) {
-    if (std::fabs(dFraction) < kLargestFraction)
-        _Post(CodeProgress, nullptr,
-              static_cast<unsigned long>(static_cast<long long>(dFraction * kPercent)));
+    if (!(std::fabs(dFraction) < kLargestFraction))
+        return;
+    const auto dwPercent = static_cast<unsigned long>(static_cast<long long>(dFraction * kPercent));
+    {
+        const LLockScope scope(statusLock);
+        const bool bJoins = unread.nReports != 0 && !unread.bClosed &&
+                            (dwPercent == unread.dwNewest || unread.nReports == kMostUnread);
+        unread.dwNewest = dwPercent;
+        if (bJoins)
+            return;
+        ++unread.nReports;
+        unread.bClosed = false;
+    }
+    if (!_Post(CodeProgress, nullptr, dwPercent))
+        _TakeProgress(dwPercent);
+}
+
+// A report leaves those that are unread. Returns what it tells.
+unsigned long LThreadNotifyInterface::_TakeProgress(unsigned long dwPercent) {
+    const LLockScope scope(statusLock);
+    if (unread.nReports == 0) // it was not made by SetProgress
+        return dwPercent;
+    return --unread.nReports == 0 ? unread.dwNewest : dwPercent;
 }
 
 void LThreadNotifyInterface::SetProgressIndeterminateOn() {
-    _Post(CodeIndeterminateOn, nullptr, 0);
+    _PostIndeterminate(CodeIndeterminateOn);
 }
 
 void LThreadNotifyInterface::SetProgressIndeterminateOff() {
-    _Post(CodeIndeterminateOff, nullptr, 0);
+    _PostIndeterminate(CodeIndeterminateOff);
+}
+
+void LThreadNotifyInterface::_PostIndeterminate(unsigned int dwCode) {
+    {
+        const LLockScope scope(statusLock);
+        unread.bClosed = true;
+    }
+    _Post(dwCode, nullptr, 0);
 }
 
 // On the main thread. The receiver is there: the notifications are closed before it may go.
@@ -86,7 +114,7 @@ void LThreadNotifyInterface::EvQueuedNotifyData(unsigned int dwCode, const void*
         _DeliverStatus(static_cast<int>(dwCode - CodeStatus));
         break;
     case CodeProgress:
-        pReceiver->SetProgress(static_cast<double>(static_cast<long long>(dwSize)) * 0.01);
+        pReceiver->SetProgress(static_cast<double>(static_cast<long long>(_TakeProgress(dwSize))) * 0.01);
         break;
     case CodeIndeterminateOn:
         pReceiver->SetProgressIndeterminateOn();

@@ -6,7 +6,9 @@
 //
 // The thread never waits for the main thread. Status lines are coalesced: a report stores the newest text, and
 // each delivery brings the text that is newest then. Errors are delivered each with its own text, progress in
-// whole percent, truncated.
+// whole percent, truncated: while a report of it waits, another one of the same percent adds nothing, and when 128 wait
+// the last of them tells what is newest. So a worker that is much faster than the main thread does not fill its queue
+// with progress; status lines it may.
 //
 // Before the first report `LThreadRunOnMainThread::Init` has been called: what is reported without it is lost.
 // So is what was not yet delivered when the object is destroyed; `WaitAndDeliver` leaves nothing behind.
@@ -45,13 +47,24 @@ public:
 
 private:
     static constexpr int kStatusLines = 2;
+    static constexpr unsigned int kMostUnread = 128; // more than one run through the percents
 
-    void _Post(unsigned int dwCode, const void* pData, unsigned long dwSize);
+    // Reports of progress on their way to the main thread.
+    struct Unread {
+        unsigned int nReports = 0;
+        unsigned long dwNewest = 0; // percent that the last one tells
+        bool bClosed = false;       // something else was reported behind it: it cannot tell what comes later
+    };
+
+    bool _Post(unsigned int dwCode, const void* pData, unsigned long dwSize);
+    void _PostIndeterminate(unsigned int dwCode);
+    unsigned long _TakeProgress(unsigned long dwPercent);
     void _DeliverStatus(int nLine);
 
     LProcessInterface* pReceiver;
     LQueuedNotifyDataHandler* pPoster; // null: nothing is delivered
-    LLockObject statusLock;
+    LLockObject statusLock;            // of what follows
+    Unread unread;
     char szStatus[kStatusLines][LPathBufferSize] = {};
 };
 

@@ -55,15 +55,17 @@ void LThreadRunOnMainThread::Destroy() {
     pHandlerProcedure = nullptr;
 }
 
-void LThreadRunOnMainThread::RunOnMainThread(LThreadRunOnMainThreadData* pData) {
+bool LThreadRunOnMainThread::RunOnMainThread(LThreadRunOnMainThreadData* pData) {
     EventRef pEvent = nullptr;
     CreateEvent(nullptr, kEventClass, kEventKind, 0, kEventAttributeNone, &pEvent);
     SetPointer(pEvent, kTargetParameter, this);
     SetPointer(pEvent, kDataParameter, pData);
     // Once it is posted the event, its data and even this object may be gone.
-    if (!_Post(pEvent))
+    const bool bPosted = _Post(pEvent);
+    if (!bPosted)
         delete pData;
     ReleaseEvent(pEvent);
+    return bPosted;
 }
 
 // Under the lock from the test to the queue, so that nothing is queued after a close has looked through it.

@@ -45,8 +45,8 @@ public:
     virtual ~LThreadRunOnMainThread() { pCount->Release(); }
 
     // Takes the work over and runs it on the main thread, in the order of posting. A target that is being
-    // closed, and one that cannot post, deletes it at once.
-    void RunOnMainThread(LThreadRunOnMainThreadData* pData);
+    // closed, and one that cannot post, deletes it at once: false.
+    bool RunOnMainThread(LThreadRunOnMainThreadData* pData);
 
     // Closes the target: later posts are refused, and what is still queued is deleted without being run. A
     // second call does nothing.

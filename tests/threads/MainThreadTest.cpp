@@ -122,7 +122,7 @@ TEST_F(MainThreadTest, AClosedTargetRunsNothingAndAFunctionMayCloseAndDeleteItsO
 TEST_F(MainThreadTest, ReportsOfAThreadArriveAtItsReceiver) {
     const auto report = [](LProcessInterface& process) {
         EXPECT_FALSE(LIsMainThread());
-        for (const double dFraction : {0.999, 0.29, 0.57, 1.0, -0.5, 1.0 / 0.0})
+        for (const double dFraction : {0.999, 0.29, 0.57, 0.565, 1.0, -0.5, 1.0 / 0.0})
             process.SetProgress(dFraction);
         process.SetErrorF("%lld%s", 5000000000LL, std::string(9000, 'e').c_str());
         for (int i = 1; i <= 10; ++i)
@@ -131,13 +131,19 @@ TEST_F(MainThreadTest, ReportsOfAThreadArriveAtItsReceiver) {
         process.SetStatus("nowhere", 2);
         process.SetProgressIndeterminateOn();
         process.SetProgressIndeterminateOff();
+        process.SetProgress(-0.5); // again, since something else came between
+        for (int i = 0; i < 1001; ++i)
+            process.SetProgress(i == 1000 ? 0.3 : i % 2 * 0.1);
     };
     Recorder receiver;
     std::string sExpected =
         "|0.990000|0.280000|0.560000|1.000000|-0.500000|5000000000" + std::string(LProcessTextSize - 11, 'e');
     for (int i = 0; i < 10; ++i)
         sExpected += "|0 line 10";
-    sExpected += "|1" + std::string(259, 's') + "|on|off";
+    sExpected += "|1" + std::string(259, 's') + "|on|off|-0.500000";
+    for (int i = 6; i < 127; ++i)
+        sExpected += i % 2 == 0 ? "|0.000000" : "|0.100000";
+    sExpected += "|0.300000"; // in place of the last of so many
     LThreadOf reporter(report, &receiver), dropped(report, &receiver);
     LThreadOf<decltype(report), LThreadNotifyInterface> silent(report, &receiver, false);
     reporter.WaitAndDeliver(); // there is no thread yet
