@@ -1,6 +1,6 @@
 # Every header of lib/ and of the platform compiles alone: a source file that includes nothing else is made for
 # each, and the target lfoundation_headers_alone compiles them all. Nothing builds it but scripts/check and
-# `ctest -C headers -L headers`.
+# `ctest -C headers -L headers`, which also tells what each costs those who include it.
 file(GLOB_RECURSE headers CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR}
   ${PROJECT_SOURCE_DIR}/lib/*.h ${PROJECT_SOURCE_DIR}/port/include/*.h)
 
@@ -20,5 +20,6 @@ target_include_directories(lfoundation_headers_alone PRIVATE
 if(LFOUNDATION_TESTS)
   add_test(NAME headers.alone CONFIGURATIONS headers
     COMMAND ${CMAKE_COMMAND} --build ${PROJECT_BINARY_DIR} --target lfoundation_headers_alone)
-  set_tests_properties(headers.alone PROPERTIES LABELS headers TIMEOUT 600)
+  add_test(NAME headers.cost CONFIGURATIONS headers COMMAND ${PROJECT_SOURCE_DIR}/scripts/header-cost)
+  set_tests_properties(headers.alone headers.cost PROPERTIES LABELS headers TIMEOUT 600)
 endif()

@@ -2,6 +2,7 @@
 
 #include <CoreServices/CoreServices.h>
 
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -14,7 +15,7 @@
 #include "strings/LStringFormat.h"
 
 constinit LDebugThreadData lfoundation::gDebugThreadData[LDebugMaxThreads];
-constinit std::atomic<int> lfoundation::gnDebugThreads{0};
+constinit port::Atomic<int> lfoundation::gnDebugThreads{0};
 
 namespace {
 

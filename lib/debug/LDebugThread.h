@@ -9,8 +9,8 @@
 // A null text counts as empty; a text that does not fit is cut, by bytes.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
+#include <port/Atomic.h>
 
 #include "base/LLimits.h"
 #include "threads/LLockObject.h"
@@ -28,7 +28,7 @@ constexpr std::uint32_t LDebugThreadFree = 0xFFFFFFFFU;
 constexpr std::uint32_t LDebugThreadReserved = 0xFFFFFFFEU; // being filled
 
 struct LDebugThreadData {
-    std::atomic<std::uint32_t> dwThread{LDebugThreadFree}; // the Mach thread
+    port::Atomic<std::uint32_t> dwThread{LDebugThreadFree}; // the Mach thread
     char szLastDialog[LDebugDialogSize] = {};
     char szTag[LDebugTagSize] = {};
 };
@@ -36,7 +36,7 @@ struct LDebugThreadData {
 // The table, its lock, and how many entries from its beginning are in use.
 inline namespace lfoundation {
 extern LDebugThreadData gDebugThreadData[LDebugMaxThreads];
-extern std::atomic<int> gnDebugThreads;
+extern port::Atomic<int> gnDebugThreads;
 extern LLockObject loDebugThreads;
 } // namespace lfoundation
 

@@ -69,7 +69,7 @@ void LFile::GetUserFolder(char* szOut) {
 
 void LFile::GetUserFolderNonSandboxed(char* szOut) {
     const auto user = port::userEntry(getuid());
-    strlcpy(szOut, user ? user->home.c_str() : "", LPathBufferSize);
+    strlcpy(szOut, user ? user->pw_dir : "", LPathBufferSize);
 }
 
 void LFile::GetUserDataFolderApp(char* szOut) {

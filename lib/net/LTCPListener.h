@@ -12,7 +12,7 @@
 // (`_StopAndWait`), for the call-back is its own.
 #pragma once
 
-#include <atomic>
+#include <port/Atomic.h>
 
 #include "net/LIPSocket.h"
 #include "threads/LThread.h"
@@ -40,7 +40,7 @@ private:
     bool _WaitForConnection(LIPSocketTCPRef listening);
 
     unsigned short wPort;
-    std::atomic<bool> bListening{false};
+    port::Atomic<bool> bListening{false};
 };
 
 #pragma GCC visibility pop

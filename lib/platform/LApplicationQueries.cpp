@@ -69,9 +69,8 @@ bool SelectFirstFileIn(const NSURL& folder) {
     const NSFileManager* const pManager = NSFileManager::defaultManager();
     for (const NSRef<NSURL>& item : pManager->contentsOfDirectoryAtURL(folder)) {
         const char* const szPath = item->fileSystemRepresentation();
-        const std::optional<NSFileAttributes> attributes = pManager->attributesOfItemAtPath(szPath);
-        if (!attributes || attributes->fileType == NSFileType::Directory ||
-            attributes->fileType == NSFileType::SymbolicLink)
+        const NSFileType type = pManager->attributesOfItemAtPath(szPath).fileType;
+        if (type == NSFileType::None || type == NSFileType::Directory || type == NSFileType::SymbolicLink)
             continue;
         if (SelectInFinder(szPath))
             return true;

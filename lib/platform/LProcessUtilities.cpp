@@ -25,7 +25,7 @@
 
 int lfoundation::gargc = 0;
 char** lfoundation::gargv = nullptr;
-std::atomic<int> lfoundation::gGuiUid{-1};
+port::Atomic<int> lfoundation::gGuiUid{-1};
 
 namespace {
 
@@ -124,7 +124,7 @@ bool LIsUserAdministrator() {
     groups.resize(static_cast<std::size_t>(std::max(nGroups, 0)));
     return std::any_of(groups.begin(), groups.end(), [](gid_t group) {
         const auto entry = port::groupEntry(group);
-        return entry && entry->name == "admin";
+        return entry && std::strcmp(entry->gr_name, "admin") == 0;
     });
 }
 
@@ -141,9 +141,9 @@ bool LSwitchToUser() {
     if (!user)
         return false;
     // Once the user id is another's the groups cannot be changed any more.
-    if (geteuid() == 0 && (initgroups(user->name.c_str(), user->group) != 0 || setgid(user->group) != 0))
+    if (geteuid() == 0 && (initgroups(user->pw_name, user->pw_gid) != 0 || setgid(user->pw_gid) != 0))
         return false;
-    return setuid(user->user) == 0;
+    return setuid(user->pw_uid) == 0;
 }
 
 bool LSwitchToRoot() {

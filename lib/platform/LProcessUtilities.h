@@ -6,7 +6,7 @@
 // second at most, for a lock that all processes of the machine share.
 #pragma once
 
-#include <atomic>
+#include <port/Atomic.h>
 #include <port/process.h>
 
 #pragma GCC visibility push(default)
@@ -22,7 +22,7 @@ extern char** gargv;
 
 // What LGetProcessUid found; negative: nothing yet.
 inline namespace lfoundation {
-extern std::atomic<int> gGuiUid;
+extern port::Atomic<int> gGuiUid;
 }
 
 // --- Start ----------------------------------------------------------------------------------------------

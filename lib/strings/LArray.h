@@ -5,10 +5,8 @@
 // Moving takes the elements and leaves an array without any.
 #pragma once
 
-#include <algorithm>
-#include <memory>
-#include <type_traits>
-#include <utility>
+#include <cstring>
+#include <port/Unique.h>
 
 #pragma GCC visibility push(default)
 
@@ -32,7 +30,7 @@ public:
     const T& operator[](unsigned long index) const { return pItems[index]; }
 
 private:
-    std::unique_ptr<T[]> pItems;
+    port::Unique<T[]> pItems;
     unsigned long dwCount;
 };
 
@@ -62,17 +60,15 @@ public:
     void SetSize(unsigned long n) {
         if (n == dwSize)
             return;
-        std::unique_ptr<T[]> pNew;
-        if (n != 0) {
-            pNew.reset(new T[n]);
-            std::copy_n(pItems.get(), std::min(dwSize, n), pNew.get());
-        }
+        port::Unique<T[]> pNew(n != 0 ? new T[n] : nullptr);
+        if (const unsigned long dwKept = n < dwSize ? n : dwSize; dwKept != 0)
+            std::memcpy(pNew.get(), pItems.get(), dwKept * sizeof(T));
         pItems = std::move(pNew);
         dwSize = n;
     }
 
 private:
-    std::unique_ptr<T[]> pItems;
+    port::Unique<T[]> pItems;
     unsigned long dwSize = 0;
 };
 

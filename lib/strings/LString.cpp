@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstring>
 #include <functional>
+#include <utility>
 
 template class LStringLongBase<char>;
 template class LStringLongBase<unsigned short>;
@@ -18,8 +19,9 @@ void LStringLongTemplate<char>::Assign(LStringLongTemplate& other) {
 
 LStringLongTemplate<char>& LStringLongTemplate<char>::operator=(const char* s) {
     const unsigned long dwNewLength = s != nullptr ? std::strlen(s) : 0;
-    std::unique_ptr<char[]> pNew = _Allocate(dwNewLength + 1);
-    std::copy_n(s, dwNewLength, pNew.get());
+    port::Unique<char[]> pNew = _Allocate(dwNewLength + 1);
+    if (dwNewLength != 0)
+        std::memcpy(pNew.get(), s, dwNewLength);
     pNew[dwNewLength] = 0;
     pData = std::move(pNew);
     dwLength = static_cast<std::uint32_t>(dwNewLength);
@@ -29,10 +31,10 @@ LStringLongTemplate<char>& LStringLongTemplate<char>::operator=(const char* s) {
 
 void LStringLongTemplate<char>::Append(const char* s) {
     const unsigned long dwAdded = s != nullptr ? std::strlen(s) : 0;
-    const bool bOwn =
-        pData != nullptr && !std::less<>()(s, pData.get()) && std::less<>()(s, pData.get() + dwCapacity);
+    const bool bOwn = pData && !std::less<>()(s, pData.get()) && std::less<>()(s, pData.get() + dwCapacity);
     std::ptrdiff_t const nOffset = bOwn ? s - pData.get() : 0;
     GrowToSize(dwLength + dwAdded + 1);
-    std::copy_n(bOwn ? pData.get() + nOffset : s, dwAdded, pData.get() + dwLength);
+    if (dwAdded != 0)
+        std::memcpy(pData.get() + dwLength, bOwn ? pData.get() + nOffset : s, dwAdded);
     SetLength(dwLength + static_cast<std::uint32_t>(dwAdded));
 }

@@ -7,12 +7,10 @@
 
 #include "base/LLimits.h"
 
-#include <algorithm>
 #include <cstdint>
-#include <limits>
-#include <memory>
+#include <cstring>
 #include <new>
-#include <utility>
+#include <port/Unique.h>
 
 #pragma GCC visibility push(default)
 
@@ -21,7 +19,7 @@ template <typename T>
 inline constexpr T LStringEmptyText[1] = {};
 
 // Bytes of a string's array at most.
-constexpr unsigned long LStringMaximumSize = std::numeric_limits<std::uint32_t>::max();
+constexpr unsigned long LStringMaximumSize = UINT32_MAX;
 
 template <typename T>
 class LStringLongTemplateWriter;
@@ -43,7 +41,7 @@ public:
     T* GetData() { return pData.get(); }
     const T* GetData() const { return pData.get(); }
     // The text, never null: the shared empty text stands in for a missing array.
-    const T* GetText() const { return pData != nullptr ? pData.get() : LStringEmptyText<T>; }
+    const T* GetText() const { return pData ? pData.get() : LStringEmptyText<T>; }
     // Units before the terminator.
     std::uint32_t GetLength() const { return dwLength; }
     // Units allocated, the terminator's included.
@@ -52,7 +50,7 @@ public:
     // Ends the text after n units that the caller has stored. n is below the capacity; 0 is always allowed.
     void SetLength(std::uint32_t n) {
         dwLength = n;
-        if (pData != nullptr)
+        if (pData)
             pData[n] = 0;
     }
 
@@ -61,8 +59,9 @@ public:
     void GrowToSize(unsigned long n) {
         if (n <= dwCapacity)
             return;
-        std::unique_ptr<T[]> pNew = _Allocate(n);
-        std::copy_n(pData.get(), dwLength, pNew.get());
+        port::Unique<T[]> pNew = _Allocate(n);
+        if (pData)
+            std::memcpy(pNew.get(), pData.get(), dwLength * sizeof(T));
         pNew[dwLength] = 0;
         pData = std::move(pNew);
         dwCapacity = static_cast<std::uint32_t>(n);
@@ -71,13 +70,13 @@ public:
 protected:
     ~LStringLongBase() = default;
 
-    static std::unique_ptr<T[]> _Allocate(unsigned long n) {
+    static port::Unique<T[]> _Allocate(unsigned long n) {
         if (n > LStringMaximumSize / sizeof(T))
             throw std::bad_alloc();
-        return std::unique_ptr<T[]>(new T[n]);
+        return port::Unique<T[]>(new T[n]);
     }
 
-    std::unique_ptr<T[]> pData;
+    port::Unique<T[]> pData;
     std::uint32_t dwLength = 0;
     std::uint32_t dwCapacity = 0;
 

@@ -24,11 +24,9 @@
 
 #include "strings/LString.h"
 
-#include <algorithm>
 #include <cstdarg>
 #include <cstdint>
 #include <cstring>
-#include <string>
 
 #pragma GCC visibility push(default)
 
@@ -92,7 +90,9 @@ public:
     static constexpr unsigned long GetGrownCapacity(unsigned long dwCapacity, unsigned long dwLength) {
         while (dwCapacity <= dwLength)
             dwCapacity *= LStringFormatGrowth;
-        return std::max(std::min(dwCapacity, LStringMaximumSize / sizeof(T)), dwLength + 1);
+        if (dwCapacity > LStringMaximumSize / sizeof(T))
+            dwCapacity = LStringMaximumSize / sizeof(T);
+        return dwCapacity > dwLength ? dwCapacity : dwLength + 1;
     }
 
 private:
@@ -127,7 +127,7 @@ public:
 
     // AddChar for each of n characters, in one go.
     void AddChars(const T* pChars, unsigned long n) {
-        const unsigned long dwStored = std::min<unsigned long>(n, dwLimit - dwPosition);
+        const unsigned long dwStored = n < dwLimit - dwPosition ? n : dwLimit - dwPosition;
         LCopyRun(pChars, dwStored, pBuffer + dwPosition);
         dwPosition += static_cast<std::uint32_t>(dwStored);
     }
@@ -170,8 +170,12 @@ __attribute__((format(printf, 2, 3))) std::uint32_t sprintf(LFixedLengthStringWr
 // Feeds the text s to the writer, null as an empty one. Stores no terminator.
 template <typename Writer, typename T>
 void tplstrcpy(Writer& writer, const T* s) {
-    if (s != nullptr)
-        writer.AddChars(s, std::char_traits<T>::length(s));
+    if (s == nullptr)
+        return;
+    const T* pEnd = s;
+    while (*pEnd != 0)
+        ++pEnd;
+    writer.AddChars(s, static_cast<unsigned long>(pEnd - s));
 }
 
 // Prints to standard output with the platform's vprintf, all of its grammar. Returns what vprintf returns.

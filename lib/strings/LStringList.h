@@ -3,12 +3,10 @@
 // Thread-safety: none; the owner guards it.
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
-#include <limits>
-#include <memory>
+#include <cstring>
 #include <new>
-#include <utility>
+#include <port/Unique.h>
 
 #pragma GCC visibility push(default)
 
@@ -36,7 +34,7 @@ public:
     // fill; it stays the list's. Never null: an allocation that fails throws std::bad_alloc and leaves the
     // list as it was. A size of 0 counts as 1.
     T* Add(unsigned long size) {
-        std::unique_ptr<T[]> pNew(new T[std::max(size, 1UL)]);
+        port::Unique<T[]> pNew(new T[size != 0 ? size : 1]);
         pNew[0] = 0;
         if (dwCount == dwCapacity)
             _Grow();
@@ -51,7 +49,7 @@ public:
         if (index >= dwCount)
             return;
         delete[] pItems[index];
-        std::copy(&pItems[index + 1], &pItems[dwCount] + 1, &pItems[index]);
+        std::memmove(&pItems[index], &pItems[index + 1], (dwCount - index) * sizeof(T*));
         --dwCount;
     }
 
@@ -66,15 +64,15 @@ public:
 private:
     void _Grow() {
         const unsigned long dwSlots = 8UL * dwCount + 8;
-        if (dwSlots > std::numeric_limits<std::uint32_t>::max())
+        if (dwSlots > UINT32_MAX)
             throw std::bad_alloc();
-        std::unique_ptr<T*[]> pNew(new T*[dwSlots]);
-        std::copy_n(pItems.get(), dwCount, pNew.get());
+        port::Unique<T*[]> pNew(new T*[dwSlots]);
+        std::memcpy(pNew.get(), pItems.get(), dwCount * sizeof(T*));
         pItems = std::move(pNew);
         dwCapacity = static_cast<std::uint32_t>(dwSlots - 1);
     }
 
-    std::unique_ptr<T*[]> pItems;
+    port::Unique<T*[]> pItems;
     std::uint32_t dwCount = 0;
     std::uint32_t dwCapacity;
 };

@@ -1,10 +1,11 @@
 #include "threads/LDetachedThread.h"
 
 #include "base/LAtEnd.h"
+#include "base/internal/LCounted.h"
 
 // Shared by the owner and the threads that are about to end: a thread asks for its own deletion after its
 // work, when the owner may be gone already.
-struct LDetachedThreadsState {
+struct LDetachedThreadsState final : LCounted {
     LList<LDetachedThread> loThreads;
     LLockObject lock;
     LSignalObject noneLeaving;
@@ -17,9 +18,12 @@ struct LDetachedThreadsState {
 };
 
 // What a starting thread is handed: it outlives the thread object until both sides are through with it.
-struct LDetachedThreadStart {
-    LDetachedThread* pThread;
-    std::shared_ptr<LDetachedThreadsState> pState;
+struct LDetachedThreadStart final : LCounted {
+    LDetachedThreadStart(LDetachedThread* pStarted, const port::Reference<LDetachedThreadsState>& pShared)
+        : pThread(pStarted), pState(pShared) {}
+
+    LDetachedThread* const pThread;
+    const port::Reference<LDetachedThreadsState> pState;
     LLockObject starterBusy; // held by the starter as long as it uses the thread object
 };
 
@@ -77,13 +81,10 @@ bool LDetachedThread::_CreateListed(LDetachedThreadsState& state, void* pStart, 
 }
 
 bool LDetachedThread::StartDetached(LDetachedThreadsOwner& owner, int nNewPriority) {
-    const std::shared_ptr<LDetachedThreadsState> state = owner.pState;
-    const auto start = std::make_shared<LDetachedThreadStart>();
-    start->pThread = this;
-    start->pState = state;
-    auto handedOver = std::make_unique<std::shared_ptr<LDetachedThreadStart>>(start);
+    const port::Reference start(new LDetachedThreadStart(this, owner.pState));
+    port::Reference handedOver = start;
     const LLockScope busy(start->starterBusy);
-    if (!_CreateListed(*state, handedOver.get(), nNewPriority))
+    if (!_CreateListed(*start->pState, handedOver.get(), nNewPriority))
         return false;
     static_cast<void>(handedOver.release());
     // From here on the thread may have ended; `busy` keeps it from deleting this object.
@@ -92,11 +93,9 @@ bool LDetachedThread::StartDetached(LDetachedThreadsOwner& owner, int nNewPriori
 }
 
 void* LDetachedThread::_ThreadCallback(void* pStart) {
-    const std::unique_ptr<std::shared_ptr<LDetachedThreadStart>> handedOver(
-        static_cast<std::shared_ptr<LDetachedThreadStart>*>(pStart));
-    LDetachedThreadStart& start = **handedOver;
-    const LAtEnd ended([&start] { _EndDetached(start); });
-    start.pThread->ThreadCallback();
+    const port::Reference start(static_cast<LDetachedThreadStart*>(pStart));
+    const LAtEnd ended([&start] { _EndDetached(*start); });
+    start->pThread->ThreadCallback();
     return nullptr;
 }
 
@@ -113,7 +112,7 @@ void LDetachedThread::_EndDetached(LDetachedThreadStart& start) {
         start.pState->Delete(start.pThread);
 }
 
-LDetachedThreadsOwner::LDetachedThreadsOwner() : pState(std::make_shared<LDetachedThreadsState>()) {}
+LDetachedThreadsOwner::LDetachedThreadsOwner() : pState(new LDetachedThreadsState) {}
 
 LDetachedThreadsOwner::~LDetachedThreadsOwner() {
     StopThreadsNow();

@@ -3,7 +3,7 @@
 // Thread-safety: the owner may be used from any thread. An owner is destroyed by no thread of its own.
 #pragma once
 
-#include <memory>
+#include <port/Reference.h>
 
 #include "base/LList.h"
 #include "threads/LThread.h"
@@ -57,7 +57,7 @@ public:
 
 private:
     friend class LDetachedThread;
-    std::shared_ptr<LDetachedThreadsState> pState;
+    port::Reference<LDetachedThreadsState> pState;
 };
 
 #pragma GCC visibility pop

@@ -8,8 +8,8 @@
 // Whoever has left the lock last, and knows that nobody wants it any more, may destroy it.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
+#include <port/Atomic.h>
 
 #include "threads/LLockObject.h"
 #include "threads/LSignalObject.h"
@@ -48,7 +48,7 @@ private:
 
     LLockObject mutex;
     LSignalObject released;
-    std::atomic<std::int64_t> qwHolders{
+    port::Atomic<std::int64_t> qwHolders{
         0}; // the shared ones; above 32 bits those that are setting the signal
 };
 

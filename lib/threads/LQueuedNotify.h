@@ -7,7 +7,7 @@
 // closed object is dropped.
 #pragma once
 
-#include <memory>
+#include <port/Unique.h>
 
 #include "threads/LThreadRunOnMainThread.h"
 
@@ -69,7 +69,7 @@ public:
 private:
     LQueuedNotifyDataHandler& handler;
     unsigned int dwCode;
-    std::unique_ptr<unsigned char[]> pData;
+    port::Unique<unsigned char[]> pData;
     unsigned long dwSize;
 };
 

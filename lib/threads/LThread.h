@@ -13,8 +13,8 @@
 // then destroyed without a wait for the thread that exits.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
+#include <port/Atomic.h>
 #include <pthread.h>
 #include <utility>
 
@@ -84,10 +84,10 @@ private:
     static void* _ThreadCallback(void* pThread);
     int _Wait(int nHighest, fd_set& set, unsigned int timeout) const;
 
-    std::atomic<pthread_t> thread{}; // set by the thread itself, cleared under the handle lock
-    std::atomic<std::uint32_t> dwMachThread{0xFFFFFFFFU};
-    std::atomic<int> nPriority{0};
-    std::atomic<bool> bRunning{false};
+    port::Atomic<pthread_t> thread{}; // set by the thread itself, cleared under the handle lock
+    port::Atomic<std::uint32_t> dwMachThread{0xFFFFFFFFU};
+    port::Atomic<int> nPriority{0};
+    port::Atomic<bool> bRunning{false};
     LSignalObject stop;
     LSignalObject finished;
     LSignalObject started;

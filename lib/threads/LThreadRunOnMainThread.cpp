@@ -32,7 +32,7 @@ std::unique_ptr<LThreadRunOnMainThreadData> TakeData(EventRef pEvent) {
 
 } // namespace
 
-std::atomic<EventQueueRef> LThreadRunOnMainThread::pMainQueue{nullptr};
+port::Atomic<EventQueueRef> LThreadRunOnMainThread::pMainQueue{nullptr};
 EventHandlerUPP LThreadRunOnMainThread::pHandlerProcedure = nullptr;
 EventHandlerRef LThreadRunOnMainThread::pHandler = nullptr;
 
@@ -122,6 +122,6 @@ bool LThreadRunOnMainThread::FlushEventFromQueue(OpaqueEventRef* pEvent) {
 }
 
 void LThreadRunOnMainThread::Count::Release() {
-    if (nReferences.fetch_sub(1, std::memory_order_acq_rel) == 1)
+    if (nReferences.fetch_sub(1, port::Order::AcquireRelease) == 1)
         delete this;
 }

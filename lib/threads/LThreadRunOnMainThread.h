@@ -11,7 +11,7 @@
 
 #include <Carbon/Carbon.h>
 
-#include <atomic>
+#include <port/Atomic.h>
 
 #include "base/LMainThread.h"
 #include "threads/LLockObject.h"
@@ -67,17 +67,17 @@ private:
     // delete the target.
     class Count {
     public:
-        void Add() { nReferences.fetch_add(1, std::memory_order_relaxed); }
+        void Add() { nReferences.fetch_add(1, port::Order::Relaxed); }
         void Release();
-        int GetUnits() const { return nReferences.load(std::memory_order_relaxed) - 1; }
+        int GetUnits() const { return nReferences.load(port::Order::Relaxed) - 1; }
 
     private:
-        std::atomic<int> nReferences{1};
+        port::Atomic<int> nReferences{1};
     };
 
     bool _Post(EventRef pEvent);
 
-    static std::atomic<EventQueueRef> pMainQueue; // null before Init and after Destroy
+    static port::Atomic<EventQueueRef> pMainQueue; // null before Init and after Destroy
     static EventHandlerUPP pHandlerProcedure;
     static EventHandlerRef pHandler;
 

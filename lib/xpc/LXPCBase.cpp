@@ -4,7 +4,7 @@
 
 #include "xpc/internal/LXPCEndpointState.h"
 
-LXPCBase::LXPCBase(std::shared_ptr<LXPCEndpointState> pShared) : pState(std::move(pShared)) {}
+LXPCBase::LXPCBase(port::Reference<LXPCEndpointState> pShared) : pState(std::move(pShared)) {}
 
 // Again, behind the destructors of derived classes: a second time it costs a look.
 LXPCBase::~LXPCBase() {

@@ -17,7 +17,7 @@
 // waits for him: for a lock that he holds, for work of his thread, or for his own event to end.
 #pragma once
 
-#include <memory>
+#include <port/Reference.h>
 
 #include "xpc/LXPCConnection.h"
 #include "xpc/LXPCData.h"
@@ -59,7 +59,7 @@ public:
     bool EndEvents();
 
 protected:
-    explicit LXPCBase(std::shared_ptr<LXPCEndpointState> pShared);
+    explicit LXPCBase(port::Reference<LXPCEndpointState> pShared);
 
     // Ends the delivery of events and waits for those on other threads, as the destructor is to. Destructors of
     // derived classes call it first: the events may use the whole object until then.
@@ -67,7 +67,7 @@ protected:
 
 private:
     friend class LXPCLateReply;
-    std::shared_ptr<LXPCEndpointState> pState;
+    port::Reference<LXPCEndpointState> pState;
 };
 
 // Tells the sink which error it is, by identity with the platform's error objects.

@@ -38,7 +38,7 @@ bool LXPCConnectionClient::Matches(const char* szServiceName, unsigned long dwSe
     return dwNumber == dwServiceNumber && IsSameName(szName, szServiceName);
 }
 
-LXPCClient::LXPCClient(LXPCEventNotify* pSink) : LXPCBase(std::make_shared<LXPCEndpointState>(pSink)) {}
+LXPCClient::LXPCClient(LXPCEventNotify* pSink) : LXPCBase(port::Reference(new LXPCEndpointState(pSink))) {}
 
 // The events end first, for they may use the records.
 LXPCClient::~LXPCClient() {

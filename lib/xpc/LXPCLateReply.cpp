@@ -34,7 +34,7 @@ void LXPCLateReply::Send(const LList<LXPCDataListable>& loItems) {
 
 // The connection goes on before it is let go: a suspended one would never deliver its end.
 void LXPCLateReply::_GoOn() {
-    pState.reset();
+    pState = {};
     xpc_connection_resume(LXPCConnectionObject(nConnection));
     xpc_release(LXPCObject(nMessage));
     xpc_release(LXPCObject(nConnection));

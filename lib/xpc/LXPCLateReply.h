@@ -4,7 +4,7 @@
 // Thread-safety: a plain value; one thread at a time.
 #pragma once
 
-#include <memory>
+#include <port/Reference.h>
 
 #include "xpc/LXPCBase.h"
 
@@ -28,7 +28,7 @@ public:
 private:
     void _GoOn();
 
-    std::shared_ptr<LXPCEndpointState> pState; // null: done
+    port::Reference<LXPCEndpointState> pState; // null: done
     long nConnection;                          // a reference each
     long nMessage;
 };

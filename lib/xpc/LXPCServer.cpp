@@ -14,9 +14,9 @@ constinit std::mutex mutexCurrent;
 LXPCServerBase::LXPCServerBase(LXPCServerEventNotify* pSink) : LXPCServerBase(pSink, false) {}
 
 LXPCServerBase::LXPCServerBase(LXPCServerEventNotify* pSink, bool bCheckPeers)
-    : LXPCServerBase(std::make_shared<LXPCServerState>(pSink, bCheckPeers)) {}
+    : LXPCServerBase(port::Reference(new LXPCServerState(pSink, bCheckPeers))) {}
 
-LXPCServerBase::LXPCServerBase(std::shared_ptr<LXPCServerState> pShared)
+LXPCServerBase::LXPCServerBase(port::Reference<LXPCServerState> pShared)
     : LXPCBase(pShared), pServerState(std::move(pShared)) {
     const std::lock_guard guard(mutexCurrent);
     pServer = this;
@@ -33,7 +33,7 @@ LXPCServerBase::~LXPCServerBase() {
 }
 
 void LXPCServerBase::NewConnectionHandler(_xpc_connection_s* pConnection) {
-    const std::shared_ptr<LXPCServerState> pKept = pServerState; // the event may destroy the server
+    const port::Reference<LXPCServerState> pKept = pServerState; // the event may destroy the server
     LXPCServerState::Accept(pKept, pConnection);
 }
 
@@ -43,10 +43,10 @@ void LXPCServerBase::Disconnect(long connection) {
 
 // A share of the state, not the server: that may be destroyed as soon as the mutex is free, and its gate then
 // refuses the peer.
-std::shared_ptr<LXPCServerState> LXPCServerBase::_GetCurrentState() {
+port::Reference<LXPCServerState> LXPCServerBase::_GetCurrentState() {
     const std::lock_guard guard(mutexCurrent);
     const LXPCServerBase* pCurrent = pServer;
-    return pCurrent == nullptr ? nullptr : pCurrent->pServerState;
+    return pCurrent == nullptr ? port::Reference<LXPCServerState>() : pCurrent->pServerState;
 }
 
 void LXPCServer::Start() {
@@ -54,7 +54,7 @@ void LXPCServer::Start() {
 }
 
 void LXPCServer::StaticNewConnectionHandler(_xpc_connection_s* pConnection) {
-    if (const std::shared_ptr<LXPCServerState> pState = _GetCurrentState())
+    if (const port::Reference<LXPCServerState> pState = _GetCurrentState())
         LXPCServerState::Accept(pState, pConnection);
 }
 

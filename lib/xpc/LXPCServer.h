@@ -7,8 +7,7 @@
 // The sink is not owned and outlives the server. Keys are declared between construction and `Start`.
 #pragma once
 
-#include <atomic>
-#include <memory>
+#include <port/Atomic.h>
 #include <xpc/xpc.h>
 
 #include "xpc/LXPCBase.h"
@@ -35,18 +34,18 @@ public:
     void Disconnect(long connection);
 
     // The server that was constructed last; null once any server has been destroyed.
-    static inline std::atomic<LXPCServerBase*> pServer = nullptr;
+    static inline port::Atomic<LXPCServerBase*> pServer = nullptr;
 
 protected:
     LXPCServerBase(LXPCServerEventNotify* pSink, bool bCheckPeers);
     // What the events share, of this server and of the one in `pServer`; null for none.
-    const std::shared_ptr<LXPCServerState>& _GetState() const { return pServerState; }
-    static std::shared_ptr<LXPCServerState> _GetCurrentState();
+    const port::Reference<LXPCServerState>& _GetState() const { return pServerState; }
+    static port::Reference<LXPCServerState> _GetCurrentState();
 
 private:
-    explicit LXPCServerBase(std::shared_ptr<LXPCServerState> pShared);
+    explicit LXPCServerBase(port::Reference<LXPCServerState> pShared);
 
-    std::shared_ptr<LXPCServerState> pServerState;
+    port::Reference<LXPCServerState> pServerState;
 };
 
 // The server of an XPC service bundle; accepts every peer.

@@ -2,9 +2,9 @@
 #include <port/trust.h>
 #include <port/user.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cstring>
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
@@ -24,12 +24,15 @@ bool isOurs(uid_t user) {
 // group a group is, but one of the user's name is made for this user.
 bool isOwnGroup(gid_t group, uid_t user) {
     const auto owner = userEntry(user);
-    if (!owner || owner->group != group)
+    if (!owner || owner->pw_gid != group)
         return false;
     const auto found = groupEntry(group);
-    return found && found->name == owner->name &&
-           std::all_of(found->members.begin(), found->members.end(),
-                       [&](const std::string& name) { return name == owner->name; });
+    if (!found || std::strcmp(found->gr_name, owner->pw_name) != 0)
+        return false;
+    char** member = found->gr_mem;
+    while (*member != nullptr && std::strcmp(*member, owner->pw_name) == 0)
+        ++member;
+    return *member == nullptr;
 }
 
 // With a list the group's bits are those of its mask, and may be another user's.

@@ -185,7 +185,7 @@ OSErr FSFindFolder(SInt16 volume, OSType folderType, Boolean, FSRef* found) {
     if (!user)
         return fnfErr;
     for (const char* parent : {"/run/media/", "/media/"}) {
-        const std::string path = parent + user->name;
+        const std::string path = std::string(parent) + user->pw_name;
         Boolean isFolder = false;
         if (FSPathMakeRef(reinterpret_cast<const UInt8*>(path.c_str()), found, &isFolder) == noErr &&
             isFolder)

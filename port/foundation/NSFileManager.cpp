@@ -1,6 +1,7 @@
 #include <cstring>
 #include <dirent.h>
 #include <memory>
+#include <string>
 #include <sys/stat.h>
 
 #include <Foundation/Foundation.h>
@@ -15,24 +16,24 @@ bool NSFileManager::fileExistsAtPath(const char* path) const {
     return path != nullptr && ::stat(path, &status) == 0;
 }
 
-std::optional<NSFileAttributes> NSFileManager::attributesOfItemAtPath(const char* path) const {
+NSFileAttributes NSFileManager::attributesOfItemAtPath(const char* path) const {
     struct stat status;
     if (path == nullptr || ::lstat(path, &status) != 0)
-        return std::nullopt;
+        return {NSFileType::None};
     switch (status.st_mode & S_IFMT) {
     case S_IFREG:
-        return NSFileAttributes{NSFileType::Regular};
+        return {NSFileType::Regular};
     case S_IFDIR:
-        return NSFileAttributes{NSFileType::Directory};
+        return {NSFileType::Directory};
     case S_IFLNK:
-        return NSFileAttributes{NSFileType::SymbolicLink};
+        return {NSFileType::SymbolicLink};
     default:
-        return NSFileAttributes{NSFileType::Unknown};
+        return {NSFileType::Unknown};
     }
 }
 
-std::vector<NSRef<NSURL>> NSFileManager::contentsOfDirectoryAtURL(const NSURL& folder) const {
-    std::vector<NSRef<NSURL>> items;
+port::References<NSURL> NSFileManager::contentsOfDirectoryAtURL(const NSURL& folder) const {
+    port::References<NSURL> items;
     const std::unique_ptr<DIR, int (*)(DIR*)> open(::opendir(folder.fileSystemRepresentation()), ::closedir);
     if (open == nullptr)
         return items;

@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <string>
 #include <unordered_set>
-#include <vector>
 
 #include <Foundation/Foundation.h>
 
@@ -19,7 +18,7 @@ NSRef<NSMutableArray> NSMutableArray::array() {
 
 NSRef<NSMutableArray> NSMutableArray::mutableCopy() const {
     NSRef<NSMutableArray> copy = array();
-    copy->texts_ = texts_;
+    copy->addObjectsFromArray(*this);
     return copy;
 }
 
@@ -28,13 +27,14 @@ bool NSMutableArray::containsObject(const NSString& text) const {
 }
 
 void NSMutableArray::addObjectsFromArray(const NSMutableArray& other) {
-    const std::vector<NSRef<NSString>> added = other.texts_; // the array may be added to itself
-    texts_.insert(texts_.end(), added.begin(), added.end());
+    const unsigned long added = other.count(); // the array may be added to itself
+    for (unsigned long i = 0; i < added; ++i)
+        addObject(other.texts_[i]);
 }
 
 void NSMutableArray::removeObjectsInArray(const NSMutableArray& others) {
     std::unordered_set<std::string> removed;
     for (const NSRef<NSString>& text : others.texts_)
         removed.emplace(text->UTF8String());
-    std::erase_if(texts_, [&](const NSRef<NSString>& text) { return removed.contains(text->UTF8String()); });
+    texts_.removeIf([&](const NSRef<NSString>& text) { return removed.contains(text->UTF8String()); });
 }

@@ -1,7 +1,7 @@
 #include <Foundation/Foundation.h>
 
 void NSObject::release() const {
-    if (retainCount_.fetch_sub(1, std::memory_order_acq_rel) == 1)
+    if (retainCount_.fetch_sub(1, port::Order::AcquireRelease) == 1)
         const_cast<NSObject*>(this)->dealloc(); // every object is made by `new` and never constant
 }
 

@@ -36,15 +36,16 @@ NSRef<NSString> nameOf(CFBundleRef bundle, const std::string& path) {
 
 } // namespace
 
-std::vector<NSRef<NSRunningApplication>>
+port::References<NSRunningApplication>
 NSRunningApplication::runningApplicationsWithBundleIdentifier(const char* identifier) {
-    std::vector<NSRef<NSRunningApplication>> found;
+    port::References<NSRunningApplication> found;
     port::forEachRunningBundle([&](pid_t process, const std::string& path) {
         const CFRef<CFBundleRef> bundle = bundleOf(process, path);
         const NSRef<NSString> itsIdentifier =
             bundle ? textOf(bundle.get(), kCFBundleIdentifierKey) : NSRef<NSString>();
         if (itsIdentifier && itsIdentifier->isEqualToString(identifier))
-            found.emplace_back(new NSRunningApplication(nameOf(bundle.get(), path), process));
+            found.push_back(
+                NSRef<NSRunningApplication>(new NSRunningApplication(nameOf(bundle.get(), path), process)));
         return true;
     });
     return found;

@@ -1,4 +1,8 @@
+#include <cstring>
+#include <string>
+
 #include "corefoundation/CFObject.h"
+#include "foundation/Copied.h"
 #include <Foundation/Foundation.h>
 
 namespace {
@@ -11,6 +15,13 @@ bool isUtf8(const char* text) {
 }
 
 } // namespace
+
+NSString::NSString(const char* bytes, bool isText)
+    : bytes_(port::copied(bytes, std::strlen(bytes) + 1)), isText_(isText) {}
+
+bool NSString::isEqualToString(const char* text) const {
+    return std::strcmp(bytes_.get(), text) == 0;
+}
 
 NSRef<NSString> NSString::stringWithUTF8String(const char* text) {
     return text != nullptr && isUtf8(text) ? NSRef<NSString>(new NSString(text)) : NSRef<NSString>();
@@ -27,6 +38,5 @@ NSRef<NSString> NSString::stringWithCFString(CFStringRef text) {
     std::string utf8(static_cast<std::size_t>(CFStringGetLength(text)) * kMaxBytesAUnit + 1, '\0');
     if (!CFStringGetCString(text, utf8.data(), static_cast<CFIndex>(utf8.size()), kCFStringEncodingUTF8))
         return {};
-    utf8.resize(utf8.find('\0'));
-    return NSRef<NSString>(new NSString(std::move(utf8)));
+    return NSRef<NSString>(new NSString(utf8.c_str()));
 }

@@ -1,11 +1,11 @@
 #include <cerrno>
 #include <cstring>
-#include <memory>
 #include <unistd.h>
 #include <utility>
 
 #include "corefoundation/CFURL.h"
 #include "foundation/BookmarkSearch.h"
+#include "foundation/Copied.h"
 #include <Foundation/Foundation.h>
 
 namespace {
@@ -14,14 +14,16 @@ thread_local port::BookmarkSearch* sharedSearch = nullptr;
 
 } // namespace
 
+NSURL::NSURL(const char* path) : path_(port::copied(path, std::strlen(path) + 1)) {}
+
 NSRef<NSURL> NSURL::fileURLWithPath(const char* path) {
     const port::CFRef<CFURLRef> url = port::makeURL(path != nullptr ? path : "", false);
-    return url ? NSRef<NSURL>(new NSURL(url.get()->path)) : NSRef<NSURL>();
+    return url ? NSRef<NSURL>(new NSURL(url.get()->path.c_str())) : NSRef<NSURL>();
 }
 
 NSRef<NSData> NSURL::bookmarkDataWithOptions(NSURLBookmarkCreationOptions) const {
     port::BookmarkRecord record;
-    if (!port::makeBookmark(path_, record))
+    if (!port::makeBookmark(path_.get(), record))
         return {};
     const std::string bytes = port::encodeBookmark(record);
     return NSData::dataWithBytes(bytes.data(), bytes.size());
@@ -48,8 +50,7 @@ NSRef<NSURL> NSURL::URLByResolvingBookmarkData(const NSData& bookmark, NSURLBook
 }
 
 NSURL::port_SharedSearch::port_SharedSearch()
-    : search_(std::make_unique<port::BookmarkSearch>()), before_(std::exchange(sharedSearch, search_.get())) {
-}
+    : search_(new port::BookmarkSearch), before_(std::exchange(sharedSearch, search_.get())) {}
 
 NSURL::port_SharedSearch::~port_SharedSearch() {
     sharedSearch = before_;
@@ -61,5 +62,5 @@ bool NSURL::respondsToSelector(const char* selector) const {
 }
 
 bool NSURL::startAccessingSecurityScopedResource() {
-    return ::access(path_.c_str(), R_OK) == 0;
+    return ::access(path_.get(), R_OK) == 0;
 }

@@ -42,22 +42,25 @@ CFRef<CFTypeRef> dataFrom(const NSData& data) {
         CFDataCreate(kCFAllocatorDefault, data.bytes(), static_cast<CFIndex>(data.length())));
 }
 
+port::Unique<port::SettingsStore> storeAt(std::string file) {
+    return port::Unique<port::SettingsStore>(new port::SettingsStore(std::move(file)));
+}
+
 } // namespace
 
-NSUserDefaults::NSUserDefaults(std::string file)
-    : store_(std::make_unique<port::SettingsStore>(std::move(file))) {}
+NSUserDefaults::NSUserDefaults(port::Unique<port::SettingsStore> store) : store_(std::move(store)) {}
 
 NSUserDefaults::~NSUserDefaults() = default;
 
 NSUserDefaults* NSUserDefaults::standardUserDefaults() {
-    static NSUserDefaults& shared = *new NSUserDefaults(port::SettingsStore::ownPath());
+    static NSUserDefaults& shared = *new NSUserDefaults(storeAt(port::SettingsStore::ownPath()));
     return &shared;
 }
 
 NSRef<NSUserDefaults> NSUserDefaults::initWithSuiteName(const char* identifier) {
     if (identifier == nullptr || !port::SettingsStore::isFileName(identifier))
         return {};
-    return NSRef<NSUserDefaults>(new NSUserDefaults(port::SettingsStore::pathFor(identifier)));
+    return NSRef<NSUserDefaults>(new NSUserDefaults(storeAt(port::SettingsStore::pathFor(identifier))));
 }
 
 NSRef<NSString> NSUserDefaults::stringForKey(const char* key) const {

@@ -87,14 +87,14 @@ NSRef<NSString> NSHomeDirectory() {
     return home.empty() ? NSRef<NSString>() : NSString::stringWithFileSystemRepresentation(home.c_str());
 }
 
-std::vector<NSRef<NSString>> NSSearchPathForDirectoriesInDomains(NSSearchPathDirectory directory,
-                                                                 NSSearchPathDomainMask domain, bool) {
+port::References<NSString> NSSearchPathForDirectoriesInDomains(NSSearchPathDirectory directory,
+                                                               NSSearchPathDomainMask domain, bool) {
     std::string path;
     if (directory == NSApplicationDirectory)
         path = port::applicationsFolder(domain);
     else if (domain == NSUserDomainMask)
         path = port::searchPath(directory);
-    std::vector<NSRef<NSString>> found;
+    port::References<NSString> found;
     if (!path.empty())
         found.push_back(NSString::stringWithFileSystemRepresentation(path.c_str()));
     return found;

@@ -1,8 +1,7 @@
 #include <port/user.h>
 
 #include <cerrno>
-#include <grp.h>
-#include <pwd.h>
+#include <cstddef>
 
 namespace port {
 namespace {
@@ -10,48 +9,55 @@ namespace {
 constexpr std::size_t kFirstTextsSize = 1024; // bytes of the texts of one entry
 constexpr std::size_t kLargestTextsSize = std::size_t{1} << 20;
 
+char noText[] = "";
+char* noMembers[] = {nullptr};
+
+template <typename Field>
+void replaceNull(Field& field, Field instead) {
+    if (field == nullptr)
+        field = instead;
+}
+
+void fillIn(passwd& entry) {
+    replaceNull(entry.pw_name, noText);
+    replaceNull(entry.pw_dir, noText);
+}
+
+void fillIn(::group& entry) {
+    replaceNull(entry.gr_name, noText);
+    replaceNull(entry.gr_mem, noMembers);
+}
+
 // Asks a reentrant function of the database with as much memory for the texts as the entry wants.
 template <typename Entry, typename Ask>
-bool find(Entry& entry, std::vector<char>& texts, Ask ask) {
-    Entry* found = nullptr;
-    for (texts.resize(kFirstTextsSize); texts.size() <= kLargestTextsSize; texts.resize(2 * texts.size()))
-        if (ask(&entry, texts.data(), texts.size(), &found) != ERANGE)
+DatabaseEntry<Entry> find(Ask ask) {
+    for (std::size_t size = kFirstTextsSize; size <= kLargestTextsSize; size *= 2) {
+        Entry entry;
+        Entry* found = nullptr;
+        Unique<char[]> texts(new char[size]);
+        const int error = ask(&entry, texts.get(), size, &found);
+        if (found != nullptr) {
+            fillIn(entry);
+            return {entry, std::move(texts)};
+        }
+        if (error != ERANGE)
             break;
-    return found != nullptr;
-}
-
-std::string orEmpty(const char* text) {
-    return text != nullptr ? text : "";
-}
-
-template <typename Ask>
-std::optional<UserEntry> findUser(Ask ask) {
-    passwd entry;
-    std::vector<char> texts;
-    if (!find(entry, texts, ask))
-        return std::nullopt;
-    return UserEntry{orEmpty(entry.pw_name), entry.pw_uid, entry.pw_gid, orEmpty(entry.pw_dir)};
+    }
+    return {};
 }
 
 } // namespace
 
-std::optional<UserEntry> userEntry(uid_t user) {
-    return findUser([=](auto... place) { return ::getpwuid_r(user, place...); });
+UserEntry userEntry(uid_t user) {
+    return find<passwd>([=](auto... place) { return ::getpwuid_r(user, place...); });
 }
 
-std::optional<UserEntry> userNamed(const char* name) {
-    return findUser([=](auto... place) { return ::getpwnam_r(name, place...); });
+UserEntry userNamed(const char* name) {
+    return find<passwd>([=](auto... place) { return ::getpwnam_r(name, place...); });
 }
 
-std::optional<GroupEntry> groupEntry(gid_t group) {
-    ::group entry;
-    std::vector<char> texts;
-    if (!find(entry, texts, [=](auto... place) { return ::getgrgid_r(group, place...); }))
-        return std::nullopt;
-    GroupEntry result{orEmpty(entry.gr_name), {}};
-    for (char** name = entry.gr_mem; name != nullptr && *name != nullptr; ++name)
-        result.members.emplace_back(*name);
-    return result;
+GroupEntry groupEntry(gid_t group) {
+    return find<::group>([=](auto... place) { return ::getgrgid_r(group, place...); });
 }
 
 } // namespace port

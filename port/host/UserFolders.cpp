@@ -14,7 +14,7 @@ std::string absolutePathFrom(const char* variable) {
 
 std::string homeInUserDatabase() {
     const auto entry = userEntry(::getuid());
-    return entry && entry->home.starts_with('/') ? entry->home : "";
+    return entry && entry->pw_dir[0] == '/' ? entry->pw_dir : "";
 }
 
 } // namespace

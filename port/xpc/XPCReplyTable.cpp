@@ -38,7 +38,7 @@ XPCReplyHandler::XPCReplyHandler(XPCReplyHandler&& other) noexcept
 
 XPCReplyHandler& XPCReplyHandler::operator=(XPCReplyHandler&& other) noexcept {
     std::swap(queue_, other.queue_);
-    handler_.swap(other.handler_);
+    std::swap(handler_, other.handler_);
     return *this;
 }
 

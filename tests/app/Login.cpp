@@ -57,7 +57,7 @@ std::string Login::Said() const {
     return said;
 }
 
-std::vector<NSRef<NSRunningApplication>> Login::RunningApplications() {
+port::References<NSRunningApplication> Login::RunningApplications() {
     return NSRunningApplication::runningApplicationsWithBundleIdentifier(LMainAppIdentifier);
 }
 

@@ -31,7 +31,7 @@ public:
                                                      const char* argument = nullptr);
     // What the launched application has said.
     std::string Said() const;
-    static std::vector<NSRef<NSRunningApplication>> RunningApplications();
+    static port::References<NSRunningApplication> RunningApplications();
 
     // Runs loginhelperctl, or another program; the words are the shell's. Its status, and what it says on both outputs.
     static std::pair<int, std::string> Ctl(const std::string& words, const char* program = LOGINHELPERCTL);

@@ -290,7 +290,7 @@ TEST_F(Bookmarks, SurviveAKillAtAnyMoment) {
 // A URL of somebody else's that may know nothing of security scopes.
 class OtherURL final : public NSURL {
 public:
-    explicit OtherURL(std::string path) : NSURL(std::move(path)) {}
+    explicit OtherURL(const std::string& path) : NSURL(path.c_str()) {}
     bool respondsToSelector(const char*) const override { return scoped; }
     bool startAccessingSecurityScopedResource() override { return ++users < 0; } // NO, which must not matter
     void stopAccessingSecurityScopedResource() override { --users; }

@@ -25,7 +25,7 @@ protected:
             kill(application->processIdentifier(), SIGKILL);
     }
 
-    static std::vector<NSRef<NSRunningApplication>> running(const char* of = identifier.c_str()) {
+    static port::References<NSRunningApplication> running(const char* of = identifier.c_str()) {
         return NSRunningApplication::runningApplicationsWithBundleIdentifier(of);
     }
     static bool launch(const std::string& path) {

@@ -8,9 +8,9 @@ namespace {
 // What the runtime may call for as long as it likes: it does the work only until the gate is closed.
 template <typename Work>
 auto WhileOpen(const LXPCEndpointStatePtr& pState, Work work) {
-    return [pState, work](auto... arguments) {
-        if (const LXPCEventScope scope(pState->gate); scope)
-            work(*pState, arguments...);
+    return [pKept = pState, work](auto... arguments) {
+        if (const LXPCEventScope scope(pKept->gate); scope)
+            work(*pKept, arguments...);
     };
 }
 

@@ -5,15 +5,13 @@
 // Thread-safety: the sending functions and the events any thread; the keys do not change once there are events.
 #pragma once
 
-#include <memory>
-#include <utility>
-
+#include "base/internal/LCounted.h"
 #include "xpc/LXPCConnection.h"
 #include "xpc/LXPCData.h"
 #include "xpc/LXPCEventNotify.h"
 #include "xpc/internal/LXPCEventGate.h"
 
-struct LXPCEndpointState {
+struct LXPCEndpointState : LCounted {
     explicit LXPCEndpointState(LXPCEventNotify* pSink) : pNotify(pSink) {}
 
     // An event or a reply of the runtime, inside an event scope.
@@ -24,7 +22,7 @@ struct LXPCEndpointState {
     LXPCEventGate gate;
 };
 
-using LXPCEndpointStatePtr = std::shared_ptr<LXPCEndpointState>;
+using LXPCEndpointStatePtr = port::Reference<LXPCEndpointState>;
 
 // What the operations of the endpoint of that name do.
 void LXPCSendMessage(const LXPCEndpointStatePtr& pState, long connection,

@@ -30,7 +30,7 @@ bool TakesDescriptors(const LList<LXPCDictionaryKeyListable>& loKeys) {
 
 // On the main queue, or on the thread of whoever hands a peer over. The scope lasts to the end, so that Close
 // finds the record in the list, or `_Add` finds it closed.
-void LXPCServerState::Accept(const std::shared_ptr<LXPCServerState>& pState, _xpc_connection_s* pConnection) {
+void LXPCServerState::Accept(const port::Reference<LXPCServerState>& pState, _xpc_connection_s* pConnection) {
     // The listener's own errors arrive here too.
     const LXPCEventScope scope(pState->gate);
     if (!scope || !IsConnection(pConnection))

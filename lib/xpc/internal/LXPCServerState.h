@@ -16,7 +16,7 @@ public:
         : LXPCEndpointState(pSink), pServerNotify(pSink), bPeerCheck(bCheckPeers) {}
 
     // As `LXPCServerBase::NewConnectionHandler`; an event of the server.
-    static void Accept(const std::shared_ptr<LXPCServerState>& pState, _xpc_connection_s* pConnection);
+    static void Accept(const port::Reference<LXPCServerState>& pState, _xpc_connection_s* pConnection);
     // Drops the newest record with that handle.
     void Drop(long connection);
     // Drops all records, newest first, and takes no further one.

@@ -3,9 +3,7 @@
 // Ownership and failure: as in <Foundation/Foundation.h>.
 #pragma once
 
-#include <string>
 #include <sys/types.h>
-#include <vector>
 
 #include <Foundation/Foundation.h>
 
@@ -54,7 +52,7 @@ class NSRunningApplication final : public NSObject {
 public:
     // The running applications with that bundle identifier, in the order of the process table; empty when
     // there is none. Reads the process table and the bundles' property lists.
-    static std::vector<NSRef<NSRunningApplication>>
+    static port::References<NSRunningApplication>
     runningApplicationsWithBundleIdentifier(const char* identifier);
 
     // The bundle's display name, else its name, else the folder's name without ".app".

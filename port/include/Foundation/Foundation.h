@@ -13,14 +13,11 @@
 // Failure: nothing is thrown but std::bad_alloc. A missing object is a null `NSRef`.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
-#include <memory>
-#include <optional>
+#include <port/Atomic.h>
 #include <port/Reference.h>
-#include <string>
-#include <utility>
-#include <vector>
+#include <port/References.h>
+#include <port/Unique.h>
 
 #include <CoreFoundation/CoreFoundation.h>
 
@@ -37,7 +34,7 @@ public:
     NSObject(const NSObject&) = delete;
     NSObject& operator=(const NSObject&) = delete;
 
-    void retain() const { retainCount_.fetch_add(1, std::memory_order_relaxed); }
+    void retain() const { retainCount_.fetch_add(1, port::Order::Relaxed); }
     // Gives one reference back; the last one destroys the object through `dealloc`.
     void release() const;
 
@@ -50,7 +47,7 @@ protected:
     virtual void dealloc() { delete this; }
 
 private:
-    mutable std::atomic<unsigned long> retainCount_{1};
+    mutable port::Atomic<unsigned long> retainCount_{1};
 };
 
 // One reference to an object, or none.
@@ -68,16 +65,16 @@ public:
     static NSRef<NSString> stringWithFileSystemRepresentation(const char* path);
 
     // Both live as long as this object; the text of a path that is no well-formed UTF-8 is empty.
-    const char* UTF8String() const { return isText_ ? bytes_.c_str() : ""; }
-    const char* fileSystemRepresentation() const { return bytes_.c_str(); }
+    const char* UTF8String() const { return isText_ ? bytes_.get() : ""; }
+    const char* fileSystemRepresentation() const { return bytes_.get(); }
     // Exact comparison.
-    bool isEqualToString(const char* text) const { return bytes_ == text; }
+    bool isEqualToString(const char* text) const;
 
 private:
-    explicit NSString(std::string bytes, bool isText = true) : bytes_(std::move(bytes)), isText_(isText) {}
+    explicit NSString(const char* bytes, bool isText = true);
 
-    std::string bytes_;
-    bool isText_;
+    const port::Unique<char[]> bytes_;
+    const bool isText_;
 };
 
 // Immutable bytes.
@@ -87,13 +84,14 @@ public:
     static NSRef<NSData> dataWithBytes(const void* bytes, unsigned long length);
 
     // Live as long as this object; not null.
-    const std::uint8_t* bytes() const { return reinterpret_cast<const std::uint8_t*>(content_.data()); }
-    unsigned long length() const { return content_.size(); }
+    const std::uint8_t* bytes() const { return bytes_.get(); }
+    unsigned long length() const { return length_; }
 
 private:
-    explicit NSData(std::string content) : content_(std::move(content)) {}
+    NSData(const void* bytes, unsigned long length);
 
-    std::string content_;
+    const port::Unique<std::uint8_t[]> bytes_;
+    const unsigned long length_;
 };
 
 // A growing array of texts, which it retains. Its owner guards it while it changes.
@@ -118,7 +116,7 @@ public:
 private:
     NSMutableArray() = default;
 
-    std::vector<NSRef<NSString>> texts_;
+    port::References<NSString> texts_;
 };
 
 enum NSURLBookmarkCreationOptions : unsigned long { NSURLBookmarkCreationWithSecurityScope = 1UL << 11 };
@@ -136,9 +134,9 @@ public:
     static NSRef<NSURL> fileURLWithPath(const char* path);
 
     // The path as text; null when its bytes are no UTF-8.
-    NSRef<NSString> path() const { return NSString::stringWithUTF8String(path_.c_str()); }
+    NSRef<NSString> path() const { return NSString::stringWithUTF8String(path_.get()); }
     // The bytes of the path; live as long as this object.
-    const char* fileSystemRepresentation() const { return path_.c_str(); }
+    const char* fileSystemRepresentation() const { return path_.get(); }
 
     // A bookmark of the file, links followed. Null when there is no such file, or its path is longer than
     // PATH_MAX allows.
@@ -163,7 +161,7 @@ public:
         port_SharedSearch& operator=(const port_SharedSearch&) = delete;
 
     private:
-        const std::unique_ptr<port::BookmarkSearch> search_;
+        const port::Unique<port::BookmarkSearch> search_;
         port::BookmarkSearch* const before_;
     };
 
@@ -175,10 +173,10 @@ public:
     virtual void stopAccessingSecurityScopedResource() {}
 
 protected:
-    explicit NSURL(std::string path) : path_(std::move(path)) {}
+    explicit NSURL(const char* path);
 
 private:
-    std::string path_;
+    const port::Unique<char[]> path_;
 };
 
 // The settings of one application: one property list, `<bundle identifier>.plist` (for a program outside a
@@ -247,13 +245,13 @@ public:
     const char* port_path() const;
 
 private:
-    explicit NSUserDefaults(std::string file);
+    explicit NSUserDefaults(port::Unique<port::SettingsStore> store);
     ~NSUserDefaults() override;
 
-    std::unique_ptr<port::SettingsStore> store_;
+    const port::Unique<port::SettingsStore> store_;
 };
 
-enum class NSFileType { Regular, Directory, SymbolicLink, Unknown };
+enum class NSFileType { None, Regular, Directory, SymbolicLink, Unknown };
 
 struct NSFileAttributes {
     NSFileType fileType;
@@ -267,13 +265,13 @@ public:
     // Follows links; false for an empty path.
     bool fileExistsAtPath(const char* path) const;
 
-    // Of the item itself, links not followed; none when they cannot be read.
-    std::optional<NSFileAttributes> attributesOfItemAtPath(const char* path) const;
+    // Of the item itself, links not followed; of the type None when they cannot be read.
+    NSFileAttributes attributesOfItemAtPath(const char* path) const;
 
     // What is in the folder, hidden items too, in the order in which the file system gives it; at most
     // kPortDirectoryItems. Empty when the folder cannot be read.
     static constexpr unsigned long kPortDirectoryItems = 65536;
-    std::vector<NSRef<NSURL>> contentsOfDirectoryAtURL(const NSURL& folder) const;
+    port::References<NSURL> contentsOfDirectoryAtURL(const NSURL& folder) const;
 };
 
 // The home folder as it was given to this process: CFFIXED_USER_HOME, else HOME, else the entry of the user
@@ -307,9 +305,9 @@ enum NSSearchPathDomainMask : unsigned long { NSUserDomainMask = 1, NSLocalDomai
 // The folders of that kind, the first one to be preferred; none when there is none. Absolute paths; the tilde is
 // always expanded. Caches and application support are those of the XDG base directories and are made, 0700,
 // when they are missing; documents, media and the like come from user-dirs.dirs in the configuration folder.
-std::vector<NSRef<NSString>> NSSearchPathForDirectoriesInDomains(NSSearchPathDirectory directory,
-                                                                 NSSearchPathDomainMask domain,
-                                                                 bool expandTilde);
+port::References<NSString> NSSearchPathForDirectoriesInDomains(NSSearchPathDirectory directory,
+                                                               NSSearchPathDomainMask domain,
+                                                               bool expandTilde);
 
 // The bundle of this process; for a plain executable the folder that it is in.
 class NSBundle final : public NSObject {

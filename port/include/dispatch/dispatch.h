@@ -8,11 +8,11 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
+#include <port/Block.h>
 
 struct dispatch_queue_s;
 using dispatch_queue_t = dispatch_queue_s*;
-using dispatch_block_t = std::function<void()>;
+using dispatch_block_t = port::Block<>;
 
 #pragma GCC visibility push(default)
 

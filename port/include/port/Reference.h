@@ -36,6 +36,10 @@ public:
     }
     Reference(const Reference& other) : Reference(retained(other.object_)) {}
     Reference(Reference&& other) noexcept : object_(other.release()) {}
+    // Of a derived class.
+    template <typename Other>
+    requires std::is_convertible_v<Other*, T*> Reference(const Reference<Other, Count>& other)
+        : Reference(retained(other.get())) {}
     Reference& operator=(Reference other) noexcept {
         std::swap(object_, other.object_);
         return *this;

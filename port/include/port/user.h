@@ -3,30 +3,36 @@
 // Thread-safety: reentrant; blocks with the database. None when the database does not know them, or cannot be asked.
 #pragma once
 
-#include <optional>
-#include <string>
-#include <sys/types.h>
-#include <vector>
+#include <grp.h>
+#include <port/Unique.h>
+#include <pwd.h>
 
 #pragma GCC visibility push(default)
 
 namespace port {
 
-struct UserEntry {
-    std::string name;
-    uid_t user;
-    gid_t group; // the primary one
-    std::string home;
+// An entry of the database, or none, with the memory that its texts are in. Its name, its home and
+// its members are not null.
+template <typename Entry>
+class DatabaseEntry {
+public:
+    DatabaseEntry() = default;
+    DatabaseEntry(const Entry& entry, Unique<char[]> texts) : entry_(entry), texts_(std::move(texts)) {}
+
+    explicit operator bool() const { return static_cast<bool>(texts_); }
+    const Entry* operator->() const { return &entry_; }
+
+private:
+    Entry entry_{};
+    Unique<char[]> texts_;
 };
 
-struct GroupEntry {
-    std::string name;
-    std::vector<std::string> members; // but those whose primary group it is
-};
+using UserEntry = DatabaseEntry<passwd>;
+using GroupEntry = DatabaseEntry<group>; // its members: but those whose primary group it is
 
-std::optional<UserEntry> userEntry(uid_t user);
-std::optional<UserEntry> userNamed(const char* name);
-std::optional<GroupEntry> groupEntry(gid_t group);
+UserEntry userEntry(uid_t user);
+UserEntry userNamed(const char* name);
+GroupEntry groupEntry(gid_t group);
 
 } // namespace port
 

@@ -24,9 +24,9 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 
 #include <dispatch/dispatch.h>
+#include <port/Block.h>
 #include <sys/types.h>
 
 using xpc_object_t = void*;
@@ -35,7 +35,7 @@ struct _xpc_type_s;
 using xpc_type_t = const _xpc_type_s*;
 struct _xpc_connection_s;
 using xpc_connection_t = _xpc_connection_s*;
-using xpc_handler_t = std::function<void(xpc_object_t)>;
+using xpc_handler_t = port::Block<xpc_object_t>;
 using xpc_connection_handler_t = void (*)(xpc_connection_t);
 
 #pragma GCC visibility push(default)
