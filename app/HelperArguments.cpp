@@ -6,11 +6,12 @@
 #include <unistd.h>
 
 #include "HelperReport.h"
+#include "LoginHelperContract.h"
 
 namespace {
 
 constexpr std::string_view kHelp =
-    "Usage: loginhelper [--serve]\n"
+    "Usage: " LOGINHELPER_NAME " [--serve]\n"
     "Launch the main application at login, if the user has asked for that; while it runs, serve the\n"
     "service through which it changes the setting. Started by the session, not by hand.\n"
     "\n"
@@ -19,9 +20,9 @@ constexpr std::string_view kHelp =
     "  -V, --version  output version information and exit\n"
     "\n"
     "Exit status is 0, or 64 for a wrong command line, 69 when --serve cannot serve, 71 without memory, 74\n"
-    "when the output cannot be written, 77 for root with a user's folders. See loginhelperctl for the\n"
-    "setting.\n";
-constexpr std::string_view kVersion = "loginhelper (LFoundation) " LFOUNDATION_VERSION "\n";
+    "when the output cannot be written, 77 for root with a user's folders.\nSee " LOGINHELPER_CONTROL
+    " for the setting.\n";
+constexpr std::string_view kVersion = LOGINHELPER_NAME " (LFoundation) " LFOUNDATION_VERSION "\n";
 
 [[noreturn]] void EndWithText(std::string_view text) {
     const bool bTold = write(STDOUT_FILENO, text.data(), text.size()) == static_cast<ssize_t>(text.size());
@@ -39,6 +40,6 @@ LHelperMode ParseHelperArguments(int argc, char* argv[]) {
     if (word == "--serve" && argc == 2)
         return LHelperMode::Serve;
     HelperReport("unexpected argument '%s'", argv[word == "--serve" ? 2 : 1]);
-    HelperReport("try 'loginhelper --help'");
+    HelperReport("try '" LOGINHELPER_NAME " --help'");
     exit(EX_USAGE);
 }

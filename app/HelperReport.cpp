@@ -6,6 +6,8 @@
 #include <port/transfer.h>
 #include <unistd.h>
 
+#include "LoginHelperContract.h"
+
 namespace {
 
 // A path may hold any byte: none may look like the end of a line, or speak to a terminal.
@@ -16,8 +18,8 @@ bool IsControl(char c) {
 } // namespace
 
 void HelperReport(const char* szFormat, ...) {
-    char szLine[8192] = "loginhelper: ";
-    constexpr std::size_t kPrefix = 13;
+    char szLine[8192] = LOGINHELPER_NAME ": ";
+    constexpr std::size_t kPrefix = sizeof LOGINHELPER_NAME ": " - 1;
     va_list arguments;
     va_start(arguments, szFormat);
     const int nText = vsnprintf(szLine + kPrefix, sizeof szLine - kPrefix, szFormat, arguments);

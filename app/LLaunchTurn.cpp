@@ -7,9 +7,11 @@
 #include <port/runtime_folder.h>
 #include <unistd.h>
 
+#include "LoginHelperContract.h"
+
 namespace {
 
-constexpr const char* kLockName = "loginhelper.launch";
+constexpr const char* kLockName = LOGINHELPER_IDENTIFIER ".launch";
 constexpr unsigned kTurnPatience = 1000; // milliseconds; a helper that is told to end is to end in time
 
 // How long a launch counts for other helpers, in seconds. The ways to start a helper at login are no further

@@ -83,23 +83,6 @@ function(lfoundation_room name)
   endif()
 endfunction()
 
-# lfoundation_property_list(SOURCE FILE): a bundle's property list, with the variables in SOURCE set; in the binary
-# form where Python is there to make it, so that nobody who reads it has to bring an XML reader to memory.
-function(lfoundation_property_list source file)
-  cmake_path(GET source FILENAME name)
-  set(text ${CMAKE_CURRENT_BINARY_DIR}/${name}.xml)
-  configure_file(${source} ${text} @ONLY)
-  if(NOT Python3_Interpreter_FOUND)
-    configure_file(${text} ${file} COPYONLY)
-    return()
-  endif()
-  cmake_path(GET file PARENT_PATH folder)
-  file(MAKE_DIRECTORY ${folder})
-  execute_process(COMMAND_ERROR_IS_FATAL ANY COMMAND ${Python3_EXECUTABLE} -c
-    "import plistlib, sys; texts, file = open(sys.argv[1], 'rb'), open(sys.argv[2], 'wb')
-plistlib.dump(plistlib.load(texts), file, fmt=plistlib.FMT_BINARY)" ${text} ${file})
-endfunction()
-
 # lfoundation_program(NAME SOURCES ... [LIBS ...]): the program NAME, made by the target lfoundation_NAME.
 function(lfoundation_program name)
   cmake_parse_arguments(arg "" "" "SOURCES;LIBS" ${ARGN})

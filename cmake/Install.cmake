@@ -7,7 +7,6 @@ install(TARGETS lfoundation lfoundation_port EXPORT LFoundationTargets
 # What stands in a folder `internal` is not for users of the library.
 install(DIRECTORY lib/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/lfoundation
   FILES_MATCHING PATTERN "*.h" PATTERN internal EXCLUDE)
-install(FILES app/LoginHelperContract.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/lfoundation)
 install(DIRECTORY port/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/lfoundation/port
   FILES_MATCHING PATTERN "*.h" PATTERN internal EXCLUDE)
 

@@ -1,19 +1,15 @@
-# The helper's bundle, loginhelperctl with its manual page and completions, and what starts the helper at login:
-# the session's autostart entry and the units of the user's service manager.
-set(HELPER_BUNDLE ${CMAKE_INSTALL_LIBEXECDIR}/loginhelper.app/Contents)
-install(TARGETS lfoundation_loginhelper RUNTIME DESTINATION ${HELPER_BUNDLE}/MacOS)
-install(FILES ${PROJECT_BINARY_DIR}/app/loginhelper.app/Contents/Info.plist DESTINATION ${HELPER_BUNDLE})
+# The helper's bundle with what starts it at login, and its control program with manual pages and completions.
+lfoundation_install_login_helper(TARGET lfoundation_loginhelper DESTINATION ${CMAKE_INSTALL_LIBEXECDIR})
+install(FILES ${PROJECT_BINARY_DIR}/app/lfoundation_loginhelper_contract/LoginHelperContract.h
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/lfoundation)
 
 install(TARGETS lfoundation_loginhelperctl)
-foreach(section 1 8)
-  file(GLOB pages packaging/man/*.${section})
-  install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
-endforeach()
-install(FILES packaging/completions/loginhelperctl.bash
-  DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME loginhelperctl)
-install(FILES packaging/completions/_loginhelperctl DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
-file(GLOB completions packaging/completions/*.fish)
-install(FILES ${completions} DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
-
-configure_file(cmake/InstallUnits.cmake.in ${PROJECT_BINARY_DIR}/InstallUnits.cmake @ONLY)
-install(SCRIPT ${PROJECT_BINARY_DIR}/InstallUnits.cmake)
+set(pages ${PROJECT_BINARY_DIR}/packaging/man)
+install(FILES ${pages}/${LFOUNDATION_HELPER_NAME}ctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES ${pages}/${LFOUNDATION_HELPER_NAME}.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+set(completions ${PROJECT_BINARY_DIR}/packaging/completions)
+install(FILES ${completions}/${LFOUNDATION_HELPER_NAME}ctl.bash
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME ${LFOUNDATION_HELPER_NAME}ctl)
+install(FILES ${completions}/_${LFOUNDATION_HELPER_NAME}ctl DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
+install(FILES ${completions}/${LFOUNDATION_HELPER_NAME}ctl.fish
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)

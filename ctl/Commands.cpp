@@ -19,10 +19,9 @@ NSRef<NSUserDefaults> HelperSettings() {
 }
 
 void FailUnreachable(const Options& options, Report& report) {
-    report.Fail(EX_UNAVAILABLE,
-                std::string("nobody serves ") + options.szService +
-                    "; 'systemctl --user start loginhelper.socket' offers it, 'loginhelperctl "
-                    "doctor' tells more");
+    report.Fail(EX_UNAVAILABLE, std::string("nobody serves ") + options.szService +
+                                    "; 'systemctl --user start " + LHelperSocketUnit +
+                                    "' offers it, '" LOGINHELPER_CONTROL " doctor' tells more");
 }
 
 void FailSilent(const Options& options, Report& report, const std::string& sWhy) {

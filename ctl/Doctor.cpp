@@ -37,7 +37,7 @@ Action ActionOf(const LLoginVerdict& verdict, const LLoginFacts& facts) {
 }
 
 std::string EnableStep(const std::string& sPath) {
-    return "start the application, then: loginhelperctl enable " + QuoteForShell(sPath);
+    return "start the application, then: " LOGINHELPER_CONTROL " enable " + QuoteForShell(sPath);
 }
 
 std::string StepForWriters(const LLoginFacts& facts) {
@@ -55,7 +55,7 @@ std::string StepFor(LLoginReason eReason, const LLoginFacts& facts, const char* 
     case LLoginReason::OwnBundleUnknown:
         return "mount /proc, from which programs know where they are";
     case LLoginReason::SettingsDamaged:
-        return "loginhelperctl forget";
+        return LOGINHELPER_CONTROL " forget";
     case LLoginReason::SettingsUnreadable:
         return "ls -ld " + QuoteForShell(szSettingsFile);
     case LLoginReason::SettingOff:

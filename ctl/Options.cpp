@@ -15,7 +15,7 @@ namespace {
 constexpr long kLongestTimeout = 600000; // ten minutes, in milliseconds
 
 constexpr char kHelp[] =
-    "Usage: loginhelperctl [OPTION]... COMMAND\n"
+    "Usage: " LOGINHELPER_CONTROL " [OPTION]... COMMAND\n"
     "Talk to the login helper as the main application does.\n"
     "\n"
     "Commands:\n"
@@ -81,7 +81,7 @@ void EndWithUsage(bool bJSON, const std::string& sReason) {
     report.Fail(EX_USAGE, sReason);
     report.Print(bJSON);
     if (!bJSON)
-        fputs("Try 'loginhelperctl --help' for more information.\n", stderr);
+        fputs("Try '" LOGINHELPER_CONTROL " --help' for more information.\n", stderr);
     exit(EX_USAGE);
 }
 
@@ -116,7 +116,7 @@ Options ParseOptions(int argc, char* argv[]) {
             printf(kHelp, LMainAppDefaultPath);
             EndWithText("");
         case 'V':
-            EndWithText("loginhelperctl (LFoundation) " LFOUNDATION_VERSION "\n");
+            EndWithText(LOGINHELPER_CONTROL " (LFoundation) " LFOUNDATION_VERSION "\n");
         case ':':
             EndWithUsage(options.bJSON, std::string("option '") + argv[optind - 1] + "' needs an argument");
         default:

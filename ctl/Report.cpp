@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "LoginHelperContract.h"
+
 namespace {
 
 struct LeadByte {
@@ -133,6 +135,6 @@ bool Report::Print(bool bJSON) const {
     }
     const bool bWritten = fflush(stdout) == 0 && ferror(stdout) == 0;
     if (!bJSON && !szMessage.empty())
-        fprintf(stderr, "loginhelperctl: %s\n", szMessage.c_str());
+        fprintf(stderr, LOGINHELPER_CONTROL ": %s\n", szMessage.c_str());
     return bWritten;
 }

@@ -19,6 +19,6 @@ int main(int argc, char* argv[]) {
         EndWithUsage(options.bJSON, std::string("unknown command '") + options.szCommand + "'");
     if (report.Print(options.bJSON))
         return report.GetStatus();
-    fputs("loginhelperctl: the output cannot be written\n", stderr);
+    fputs(LOGINHELPER_CONTROL ": the output cannot be written\n", stderr);
     return EX_IOERR;
 }

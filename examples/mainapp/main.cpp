@@ -7,12 +7,14 @@
 
 #include <AppKit/AppKit.h>
 
+#include <LoginHelperContract.h>
+
 #include "../Example.h"
 
 namespace {
 
-constexpr Example example{"Zubeq Free",
-                          "Usage: 'Zubeq Free' [--limit SECONDS]\n"
+constexpr Example example{LOGINHELPER_APP_NAME,
+                          "Usage: '" LOGINHELPER_APP_NAME "' [--limit SECONDS]\n"
                           "Says how it was started, and stays until it is ended or the time is over.\n"};
 
 class MainApplication final : public NSApplicationDelegate {
@@ -20,8 +22,8 @@ public:
     void applicationDidFinishLaunching(const NSNotification&) override {
         const char* szMark = getenv("LAUNCHED_AT_LOGIN");
         const bool bAtLogin = szMark != nullptr && strcmp(szMark, "1") == 0;
-        const char* szLine =
-            bAtLogin ? "Zubeq Free: launched at login\n" : "Zubeq Free: started by the user\n";
+        const char* szLine = bAtLogin ? LOGINHELPER_APP_NAME ": launched at login\n"
+                                      : LOGINHELPER_APP_NAME ": started by the user\n";
         fputs(szLine, stdout);
         fflush(stdout);
     }

@@ -364,10 +364,10 @@ std::string AskHelper(const Place& place, Program& helper) {
 }
 
 std::string Helper(const Place& place) {
-    strcpy(place.pPlan->szProgram, "loginhelper");
+    strcpy(place.pPlan->szProgram, LOGINHELPER_NAME);
     Store(place, LHelperIdentifier, "");
     Program helper(place, {HELPER, "--serve"}, true, place.Output());
-    if (WaitForLine(place, helper, "loginhelper: serving")) {
+    if (WaitForLine(place, helper, LOGINHELPER_NAME ": serving")) {
         const std::string sFault = AskHelper(place, helper);
         helper.Signal(SIGTERM);
         if (!sFault.empty())
@@ -387,8 +387,8 @@ std::string Login(const Place& place) {
     flock(nTurn, LOCK_EX);
     while (!NSRunningApplication::runningApplicationsWithBundleIdentifier(LMainAppIdentifier).empty())
         std::this_thread::sleep_for(1ms);
-    strcpy(place.pPlan->szProgram, "loginhelper");
-    const fs::path bundle = place.Home() / "Zubeq Free.app" / "Contents";
+    strcpy(place.pPlan->szProgram, LOGINHELPER_NAME);
+    const fs::path bundle = place.Home() / LOGINHELPER_APP_NAME ".app" / "Contents";
     fs::create_directories(bundle / "MacOS");
     WriteText(bundle / "MacOS" / "run", "#!/bin/sh\necho >\"$HOME/launched\"\n");
     fs::permissions(bundle / "MacOS" / "run", fs::perms::owner_all);
@@ -396,7 +396,7 @@ std::string Login(const Place& place) {
               std::string("<plist version=\"1.0\"><dict><key>CFBundleIdentifier</key><string>") +
                   LMainAppIdentifier +
                   "</string><key>CFBundleExecutable</key><string>run</string>"
-                  "<key>CFBundleVersion</key><string>2.14</string></dict></plist>");
+                  "<key>CFBundleVersion</key><string>" LOGINHELPER_APP_VERSION "</string></dict></plist>");
     Store(place, LHelperIdentifier,
           std::string("<key>") + LSettingLaunchAtLogin + "</key><true/><key>" + LSettingMainAppPath +
               "</key><string>" + bundle.parent_path().string() + "</string>");
@@ -405,7 +405,7 @@ std::string Login(const Place& place) {
     const std::string sSaid = place.Said();
     helper.Signal(SIGTERM);
     const int nStatus = helper.Wait();
-    const bool bTold = sSaid.find("loginhelper: launched ") != std::string::npos;
+    const bool bTold = sSaid.find(LOGINHELPER_NAME ": launched ") != std::string::npos;
     for (auto deadline = Clock::now() + kHang; bTold && !fs::exists(place.Home() / "launched");)
         if (Clock::now() > deadline)
             break;
@@ -423,7 +423,7 @@ std::string Login(const Place& place) {
 
 // The other side: a helper without faults, and loginhelperctl under them. It says what is on the disk.
 std::string Ctl(const Place& place) {
-    strcpy(place.pPlan->szProgram, "loginhelperctl");
+    strcpy(place.pPlan->szProgram, LOGINHELPER_CONTROL);
     Store(place, LHelperIdentifier, "");
     Program helper(place, {HELPER, "--serve"}, false, place.root / "helper");
     while (FileText(place.root / "helper").find("serving") == std::string::npos)

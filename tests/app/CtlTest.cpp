@@ -12,9 +12,9 @@ TEST(Ctl, CommandLines) {
     ASSERT_EQ(mute.ReadLine(), "ready");
     // The words, the status, and a part of the output.
     const std::tuple<const char*, int, const char*> rows[] = {
-        {"--help", 0, "Usage: loginhelperctl [OPTION]... COMMAND\n"},
-        {"--version", 0, "loginhelperctl (LFoundation) "},
-        {"", 64, "missing command\nTry 'loginhelperctl --help'"},
+        {"--help", 0, "Usage: " CTL " [OPTION]... COMMAND\n"},
+        {"--version", 0, CTL " (LFoundation) "},
+        {"", 64, "missing command\nTry '" CTL " --help'"},
         {"dance", 64, "unknown command 'dance'\n"},
         {"enable", 64, "needs the path"},
         {"query too", 64, "extra operand 'too'\n"},
@@ -27,8 +27,7 @@ TEST(Ctl, CommandLines) {
         {"--json dance", 64, "{\"command\":\"\",\"status\":64,\"message\":\"unknown command 'dance'\"}\n"},
         {"--timeout --json", 64, "invalid time-out '--json'"},
         {"query --bundle", 64, "option '--bundle' needs an argument\nTry"},
-        {"query", 69,
-         "loginhelperctl: nobody serves Q4KX2M9T7W.com.brelvanic.loginhelper.zubeqfree214; 'systemctl"},
+        {"query", 69, CTL ": nobody serves " ID "; 'systemctl"},
         {"quit --json --service Nobody", 69,
          "{\"command\":\"quit\",\"status\":69,\"message\":\"nobody serves Nobody\"}\n"},
         {"identify --service Mute --timeout 100 --bundle /x.app", 75,

@@ -1,5 +1,4 @@
 // What the helper decides at login, and what the doctor foretells: real processes, in tables.
-#include <LoginHelperContract.h>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -20,9 +19,9 @@ std::string Decision(const Login& login, bool endsItself = false,
                      const std::string& program = HELPER_PROGRAM) {
     const auto helper = Login::StartHelper(program);
     std::string line = helper->ReadLine();
-    if (line.starts_with("loginhelper: launching ")) {
+    if (line.starts_with(HELPER ": launching ")) {
         line += " / " + helper->ReadLine();
-        if (line.find(" / loginhelper: launched ") != std::string::npos)
+        if (line.find(" / " HELPER ": launched ") != std::string::npos)
             line += " / " + login.Said();
     }
     if (!endsItself)
@@ -38,21 +37,20 @@ void ExpectForetold(const std::string& verdict) {
 }
 
 std::string Launching(const std::string& bundle) {
-    return "launching " + bundle + " / loginhelper: launched " + bundle +
-           " / Zubeq Free: launched at login\n";
+    return "launching " + bundle + " / " HELPER ": launched " + bundle + " / " APP ": launched at login\n";
 }
 
 TEST(LoginDecision, ByVersionSettingAndSystem) {
     // Version, setting, system (null: the usual one), reason (none: launched).
     const std::tuple<const char*, const char*, const char*, std::string> rows[] = {
-        {"2.14", kOn, nullptr, ""},
-        {"V 2.14.3", "<string>YES</string>", "10.7", ""},
-        {"Vers 02.014", "<integer>1</integer>", "11.0", ""},
-        {"2.140", kOn, nullptr, "version 2.140 is not 2.14"},
+        {VERSION, kOn, nullptr, ""},
+        {"V " VERSION ".3", "<string>YES</string>", "10.7", ""},
+        {"Vers 0" VERSION, "<integer>1</integer>", "11.0", ""},
+        {VERSION "0", kOn, nullptr, "version " VERSION "0 is not " VERSION},
         {nullptr, kOn, nullptr, "the bundle tells no version"},
-        {"2.14", "", nullptr, "launch at login is off"},
-        {"2.14", kOn, "10.6", "the system is older than 10.7"},
-        {"2.14", kOn, "fail", "the system is older than 10.7"},
+        {VERSION, "", nullptr, "launch at login is off"},
+        {VERSION, kOn, "10.6", "the system is older than 10.7"},
+        {VERSION, kOn, "fail", "the system is older than 10.7"},
     };
     for (const auto& [version, setting, system, reason] : rows) {
         const Login login;
@@ -63,10 +61,11 @@ TEST(LoginDecision, ByVersionSettingAndSystem) {
         const bool launched = reason.empty();
         const bool ends = system != nullptr && !launched;
         SCOPED_TRACE((launched ? "launched" : reason) + " / " + setting);
-        ExpectForetold(launched ? "launches the application\nwhy: launch at login is on and version 2.14 is"
+        ExpectForetold(launched ? "launches the application\nwhy: launch at login is on and version " VERSION
+                                  " is"
                                 : (ends ? "ends at once\nwhy: " : "launches nothing\nwhy: ") + reason);
         EXPECT_EQ(Decision(login, ends),
-                  "loginhelper: " + (launched ? Launching(bundle) : "not launched: " + reason));
+                  HELPER ": " + (launched ? Launching(bundle) : "not launched: " + reason));
         EXPECT_EQ(Login::RunningApplications().size(), launched ? 1U : 0U); // it outlives the helper
         EXPECT_TRUE(Login::Stored().ends_with(bundle));
     }
@@ -75,36 +74,36 @@ TEST(LoginDecision, ByVersionSettingAndSystem) {
 TEST(LoginDecision, ByWhatIsAtTheStoredPath) {
     const Login login;
     // Runs all the time, with the identifier of the main application but not with its name.
-    ChildProcess other({login.MakeBundle("2.14", "Other", "Zubeq Free ") + "/Contents/MacOS/Other"});
-    ASSERT_EQ(other.ReadLine(), "Zubeq Free: started by the user");
-    const std::string gone = login.Path() + "/gone/Zubeq Free.app";
+    ChildProcess other({login.MakeBundle(VERSION, "Other", APP " ") + "/Contents/MacOS/Other"});
+    ASSERT_EQ(other.ReadLine(), APP ": started by the user");
+    const std::string gone = login.Path() + "/gone/" APP ".app";
     const std::string file = login.Path() + "/file.app";
     std::ofstream(file) << "no folder";
-    const std::string unreachable = login.Path() + "/loop/Zubeq Free.app";
+    const std::string unreachable = login.Path() + "/loop/" APP ".app";
     fs::create_symlink("loop", login.Path() + "/loop");
     const std::string folder = login.Path() + "/" + std::string(200, 'd');
     const std::string fits = folder + "/" + std::string(259 - folder.size() - 5, 'b') + ".app";
     const std::string tooLong = fits + "x"; // cut at 259 bytes it would name the bundle beside it
     fs::create_directory(folder);
-    fs::rename(login.MakeBundle("2.14"), fits);
+    fs::rename(login.MakeBundle(VERSION), fits);
     fs::copy(fits, tooLong, fs::copy_options::recursive);
     const std::string settings = login.Path() + "/" + LHelperIdentifier + ".plist";
     std::ofstream(settings) << "damaged";
     ExpectForetold("launches nothing\nwhy: the settings are damaged");
-    EXPECT_EQ(Decision(login), "loginhelper: not launched: the settings are damaged");
+    EXPECT_EQ(Decision(login), HELPER ": not launched: the settings are damaged");
     EXPECT_EQ(FileText(settings), "damaged");
-    const std::string copy = login.Path() + "/loginhelper";
+    const std::string copy = login.Path() + "/" HELPER;
     fs::copy_file(HELPER_PROGRAM, copy);
-    EXPECT_EQ(Decision(login, false, copy), "loginhelper: not launched: cannot find my own bundle");
+    EXPECT_EQ(Decision(login, false, copy), HELPER ": not launched: cannot find my own bundle");
     // Copies of the bundle, each with one fault.
     const auto broken = [&](const char* fault, auto spoil) {
-        const std::string bundle = login.Path() + "/" + fault + "/Zubeq Free.app";
+        const std::string bundle = login.Path() + "/" + fault + "/" APP ".app";
         fs::create_directory(login.Path() + "/" + fault);
         fs::copy(fits, bundle, fs::copy_options::recursive);
         spoil(bundle + "/Contents/");
         return bundle;
     };
-    const std::string program = "MacOS/Zubeq Free";
+    const std::string program = "MacOS/" APP;
     const std::string damaged =
         broken("damaged", [](const fs::path& in) { std::ofstream(in / "Info.plist"); });
     const std::string hollow = broken("hollow", [&](const fs::path& in) { fs::remove(in / program); });
@@ -134,20 +133,19 @@ TEST(LoginDecision, ByWhatIsAtTheStoredPath) {
     for (const auto& [path, foretold, why, stored] : rows) {
         login.Store(kOn, path);
         ExpectForetold(foretold + "\nwhy: " + why);
-        EXPECT_EQ(Decision(login),
-                  "loginhelper: " + (why.empty() ? Launching(path) : "not launched: " + why));
+        EXPECT_EQ(Decision(login), HELPER ": " + (why.empty() ? Launching(path) : "not launched: " + why));
         EXPECT_EQ(Login::Stored(), stored);
     }
 }
 
 TEST(LoginDecision, TellsWhatBecameOfALaunch) {
     const Login login;
-    const std::string bundle = login.Path() + "/x\nloginhelper: y.app";
-    fs::rename(login.MakeBundle("2.14"), bundle);
-    std::ofstream(bundle + "/Contents/MacOS/Zubeq Free") << "no program";
+    const std::string bundle = login.Path() + "/x\n" HELPER ": y.app";
+    fs::rename(login.MakeBundle(VERSION), bundle);
+    std::ofstream(bundle + "/Contents/MacOS/" APP) << "no program";
     login.Store(kOn, bundle);
-    const std::string shown = login.Path() + "/x?loginhelper: y.app"; // no line is forged
-    EXPECT_EQ(Decision(login), "loginhelper: launching " + shown + " / loginhelper: not launched: " + shown +
+    const std::string shown = login.Path() + "/x?" HELPER ": y.app"; // no line is forged
+    EXPECT_EQ(Decision(login), HELPER ": launching " + shown + " / " HELPER ": not launched: " + shown +
                                    ": Exec format error");
 }
 
@@ -156,16 +154,16 @@ TEST(LoginDecision, TwoHelpersAtOnceLaunchOnce) {
     const int rounds = getenv("LFOUNDATION_TORTURE") != nullptr ? 100 : 6;
     for (int round = 0; round < rounds; ++round) {
         const Login login;
-        const std::string bundle = login.MakeBundle("2.14");
+        const std::string bundle = login.MakeBundle(VERSION);
         if (round % 2 != 0)
-            std::ofstream(bundle + "/Contents/MacOS/Zubeq Free") << "#!/bin/sh\necho launched at login\n";
+            std::ofstream(bundle + "/Contents/MacOS/" APP) << "#!/bin/sh\necho launched at login\n";
         login.Store(kOn, bundle);
         const auto first = Login::StartHelper();
         const auto second = Login::StartHelper();
         int launches = 0;
         for (const auto* helper : {&first, &second}) {
             const std::string line = (*helper)->ReadLine();
-            launches += line == "loginhelper: launching " + bundle;
+            launches += line == HELPER ": launching " + bundle;
             EXPECT_NE(line, "");
         }
         EXPECT_EQ(launches, 1) << round;
@@ -179,10 +177,10 @@ TEST(LoginDecision, TwoHelpersAtOnceLaunchOnce) {
 
 TEST(LoginDecision, WordsBehindTheCommand) {
     const std::tuple<const char*, int, const char*> rows[] = {
-        {"--help", 0, "Usage: loginhelper [--serve]\n"},
-        {"--version", 0, "loginhelper (LFoundation) "},
+        {"--help", 0, "Usage: " HELPER " [--serve]\n"},
+        {"--version", 0, HELPER " (LFoundation) "},
         {"--help >/dev/full", 74, ""},
-        {"--sevre", 64, "loginhelper: unexpected argument '--sevre'\n"},
+        {"--sevre", 64, HELPER ": unexpected argument '--sevre'\n"},
         {"--serve ''", 64, "unexpected argument ''\n"},
         {"/some/file", 64, "unexpected argument '/some/file'\n"},
     };
@@ -196,7 +194,7 @@ TEST(LoginDecision, WordsBehindTheCommand) {
 // Though the setting is on, what a question starts launches nothing; it goes some seconds after the last one.
 TEST(LoginDecision, AServingHelperOnlyServes) {
     const Login login;
-    login.Store(kOn, login.MakeBundle("2.14"));
+    login.Store(kOn, login.MakeBundle(VERSION));
     const auto helper = Login::StartHelper(HELPER_PROGRAM, "--serve");
     ASSERT_NE(helper->ReadLine(), "");
     EXPECT_TRUE(WaitFor([] { return Login::Ctl("test").first == 0; }));

@@ -11,8 +11,8 @@ namespace {
 std::string Report(const Login& login, const std::string& situation,
                    const std::string& ask = "\"$ctl\" doctor") {
     const std::string script =
-        "cd \"$0\"; app='Zubeq Free.app'; plist=$(ls *.plist); entry=autostart/loginhelper.desktop\n"
-        "units=systemd/user; unit=$units/loginhelper.service\n"
+        "cd \"$0\"; app='" APP ".app'; plist=$(ls *.plist); entry=autostart/" ID ".desktop\n"
+        "units=systemd/user; unit=$units/" ID ".service\n"
         "manager() { mkdir -p $units/x.wants; touch systemd/private; echo X-systemd-skip=true >>$entry\n"
         "    sed 's/Desktop Entry/Service/; s/^Exec/ExecStart/' $entry >$unit; }\n"
         "all() { find . -printf '%p %s %m %T@ %C@\\n'; }\n"
@@ -42,8 +42,7 @@ constexpr const char* kNothing = "launches nothing\n";
 constexpr const char* kElsewhere =
     "launches the application in a session that the service manager does not run\n";
 constexpr const char* kForgets = "launches nothing and forgets the settings\n";
-constexpr const char* kEnable =
-    "start the application, then: loginhelperctl enable '/Applications/Zubeq Free.app'";
+constexpr const char* kEnable = "start the application, then: " CTL " enable '" LOGINHELPER_APP_PATH "'";
 constexpr const char* kAgain = "install the application again";
 constexpr const char* kUnstarted = "nothing starts the helper at login";
 constexpr const char* kLeft = "a session that the service manager runs does not start the helper";
@@ -51,34 +50,33 @@ constexpr const char* kLeft = "a session that the service manager runs does not 
 constexpr Row kRows[] = {
     {":", kLaunches, nullptr},
     {"rm $plist", kNothing, "launch at login is off", kEnable},
-    {"mv \"$app\" moved.app", kForgets, "nothing is at @/Zubeq Free.app any more, the setting is forgotten",
+    {"mv \"$app\" moved.app", kForgets, "nothing is at @/" APP ".app any more, the setting is forgotten",
      kEnable},
-    {"sed -i s/2.14/2.15/ \"$app\"/Contents/Info.plist", kNothing, "version 2.15 is not 2.14",
-     "install version 2.14 of the application"},
-    {"rm -r \"$app\"; touch \"$app\"", kNothing, "@/Zubeq Free.app is no bundle", kEnable},
-    {"sed -i s/zubeqfree/other/ \"$app\"/Contents/Info.plist", kLaunches,
-     "the identifier of @/Zubeq Free.app is not com.brelvanic.zubeqfree: while it runs no helper knows it",
+    {"sed -i s/" VERSION "/1.2/ \"$app\"/Contents/Info.plist", kNothing, "version 1.2 is not " VERSION,
+     "install version " VERSION " of the application"},
+    {"rm -r \"$app\"; touch \"$app\"", kNothing, "@/" APP ".app is no bundle", kEnable},
+    {"sed -i s/" LOGINHELPER_APP_IDENTIFIER "/com.other/ \"$app\"/Contents/Info.plist", kLaunches,
+     "the identifier of @/" APP ".app is not " LOGINHELPER_APP_IDENTIFIER
+     ": while it runs no helper knows it",
      kEnable},
-    {"echo damaged >$plist", kNothing, "the settings are damaged", "loginhelperctl forget"},
-    {"rm $plist; mkdir $plist", kNothing,
-     "the settings cannot be read: ", "ls -ld @/Q4KX2M9T7W.com.brelvanic.loginhelper.zubeqfree214.plist"},
-    {"rm \"$app\"/Contents/MacOS/*", kNothing, "@/Zubeq Free.app has no executable", kAgain},
+    {"echo damaged >$plist", kNothing, "the settings are damaged", CTL " forget"},
+    {"rm $plist; mkdir $plist", kNothing, "the settings cannot be read: ", "ls -ld @/" ID ".plist"},
+    {"rm \"$app\"/Contents/MacOS/*", kNothing, "@/" APP ".app has no executable", kAgain},
     {"chmod a-x \"$app\"/Contents/MacOS/*", kNothing,
-     "@/Zubeq Free.app/Contents/MacOS/Zubeq Free cannot be executed: Permission denied",
-     "chmod u+x '@/Zubeq Free.app/Contents/MacOS/Zubeq Free'"},
+     "@/" APP ".app/Contents/MacOS/" APP " cannot be executed: Permission denied",
+     "chmod u+x '@/" APP ".app/Contents/MacOS/" APP "'"},
     {"echo damaged >\"$app\"/Contents/Info.plist", kNothing,
-     "@/Zubeq Free.app/Contents/Info.plist is missing or damaged", kAgain},
-    {"chmod 777 \"$app\"", kNothing, "others may change @/Zubeq Free.app", "chmod go-w '@/Zubeq Free.app'"},
+     "@/" APP ".app/Contents/Info.plist is missing or damaged", kAgain},
+    {"chmod 777 \"$app\"", kNothing, "others may change @/" APP ".app", "chmod go-w '@/" APP ".app'"},
     {"echo Hidden=true >>$entry", kNothing, kUnstarted},
     {"ln -sf /dev/null $entry", kNothing, kUnstarted},
     {"echo X-GNOME-Autostart-enabled = false >>$entry", kNothing, kUnstarted},
     {"sed -i 's|^Exec=.*|Exec=/no/helper --x|' $entry", kNothing,
-     "@/autostart/loginhelper.desktop starts /no/helper: No such file or directory",
-     "install the helper again"},
-    {"manager", kElsewhere, kLeft, "systemctl --user enable loginhelper.service"},
-    {"manager; ln -s ../loginhelper.service $units/x.wants", kLaunches, nullptr},
-    {"manager; ln -s ../loginhelper.service $units/x.wants; ln -sf /dev/null $unit", kElsewhere, kLeft,
-     "systemctl --user unmask loginhelper.service"},
+     "@/autostart/" ID ".desktop starts /no/helper: No such file or directory", "install the helper again"},
+    {"manager", kElsewhere, kLeft, "systemctl --user enable " ID ".service"},
+    {"manager; ln -s ../" ID ".service $units/x.wants", kLaunches, nullptr},
+    {"manager; ln -s ../" ID ".service $units/x.wants; ln -sf /dev/null $unit", kElsewhere, kLeft,
+     "systemctl --user unmask " ID ".service"},
     {"mkdir -m 755 port-xpc", kLaunches, "@/port-xpc has mode 0755, not 0700", "chmod 0700 @/port-xpc"},
     {"ln -s . port-xpc", kLaunches, "@/port-xpc is a link", "rm @/port-xpc"},
     {"export XDG_RUNTIME_DIR=$0/none", kLaunches,
@@ -91,7 +89,7 @@ constexpr Row kRows[] = {
 constexpr Row kRootRows[] = {
     {"mkdir -m 700 port-xpc; chown 65534 port-xpc", kLaunches, "@/port-xpc belongs to user 65534",
      "have an administrator remove @/port-xpc"},
-    {"chown -R 65534 \"$app\"", kNothing, "others may change @/Zubeq Free.app",
+    {"chown -R 65534 \"$app\"", kNothing, "others may change @/" APP ".app",
      "install the application where only you and root may write"},
     {"unshare -m sh -c 'umount -l /proc && \"$ctl\" --version' >/dev/null || { echo impossible; exit; }",
      kNothing, "cannot find my own bundle", "mount /proc, from which programs know where they are",
@@ -101,7 +99,7 @@ constexpr Row kRootRows[] = {
 void Check(const Row& row) {
     SCOPED_TRACE(row.situation);
     const Login login;
-    login.Store("<true/>", login.MakeBundle("2.14"));
+    login.Store("<true/>", login.MakeBundle(VERSION));
     const std::string report = Report(login, row.situation, row.ask);
     if (report.starts_with("impossible"))
         return;
@@ -144,11 +142,11 @@ TEST(Doctor, TellsWhoHasTheService) {
     expect("service: not served: a helper that was killed left its socket", "--service Mute");
     {
         const auto idle = Login::StartHelper();
-        ASSERT_EQ(idle->ReadLine(), "loginhelper: not launched: launch at login is off");
+        ASSERT_EQ(idle->ReadLine(), HELPER ": not launched: launch at login is off");
         expect("helper: runs\nservice reachable: no\nservice: not served: the helper that runs is idle\n");
     }
-    ChildProcess application({login.MakeBundle("2.14") + "/Contents/MacOS/Zubeq Free"});
-    ASSERT_EQ(application.ReadLine(), "Zubeq Free: started by the user");
+    ChildProcess application({login.MakeBundle(VERSION) + "/Contents/MacOS/" APP});
+    ASSERT_EQ(application.ReadLine(), APP ": started by the user");
     const auto helper = Login::StartHelper();
     ASSERT_NE(helper->ReadLine().find("serving"), std::string::npos);
     expect("main application now: runs\n");

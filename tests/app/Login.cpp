@@ -1,6 +1,5 @@
 #include "app/Login.h"
 
-#include <LoginHelperContract.h>
 #include <csignal>
 #include <fcntl.h>
 #include <sys/file.h>

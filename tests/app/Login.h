@@ -5,11 +5,19 @@
 #pragma once
 
 #include <AppKit/AppKit.h>
+#include <LoginHelperContract.h>
 #include <memory>
 #include <port/UniqueFd.h>
 #include <string>
 
 #include "support/ChildProcess.h"
+
+// Short, for tables.
+#define APP LOGINHELPER_APP_NAME
+#define VERSION LOGINHELPER_APP_VERSION
+#define ID LOGINHELPER_IDENTIFIER
+#define HELPER LOGINHELPER_NAME
+#define CTL LOGINHELPER_CONTROL
 
 class Login {
 public:
@@ -18,8 +26,7 @@ public:
     ~Login();
 
     // Writes the main application's bundle, called `name`, with that version; returns its path.
-    std::string MakeBundle(const char* version, const char* name = "Zubeq Free",
-                           const char* displayName = "Zubeq Free") const;
+    std::string MakeBundle(const char* version, const char* name = APP, const char* displayName = APP) const;
     // Writes the helper's settings; the property-list element of the setting may be empty.
     void Store(const std::string& setting, const std::string& path) const;
     // The setting and the stored path as another process sees them: "on /a/path", "off (none)".

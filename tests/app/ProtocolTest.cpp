@@ -1,5 +1,4 @@
 // The helper's answers: one conversation over the real socket, message by message.
-#include <LoginHelperContract.h>
 #include <csignal>
 #include <cstdlib>
 #include <gtest/gtest.h>
@@ -22,19 +21,19 @@ using Lines = std::vector<std::string>;
 
 class Protocol : public testing::Test {
 protected:
-    Protocol() : application({login.MakeBundle("2.14") + "/Contents/MacOS/Zubeq Free"}) {
+    Protocol() : application({login.MakeBundle(VERSION) + "/Contents/MacOS/" APP}) {
         for (const char* key :
              {LReplyTestConnection, LReplyNewConnection, LReplyLaunchAtLogin, LReplyQueryLaunchAtLogin})
             client.AddKey(key, LXPCDataTypeBool);
     }
 
     void SetUp() override {
-        ASSERT_EQ(application.ReadLine(), "Zubeq Free: started by the user");
+        ASSERT_EQ(application.ReadLine(), APP ": started by the user");
         Start();
     }
     void Start() {
         helper = Login::StartHelper();
-        ASSERT_EQ(helper->ReadLine(), std::string("loginhelper: serving ") + LHelperServiceName);
+        ASSERT_EQ(helper->ReadLine(), std::string(HELPER ": serving ") + LHelperServiceName);
         client.Connect(LHelperServiceName, 1, true);
     }
 
@@ -64,11 +63,11 @@ TEST_F(Protocol, MessageByMessage) {
     static const std::string longPath(5000, 'x');
     const LXPCData connect = Flag(LKeyNewConnection);
     const LXPCData identifier = TextItem(LKeyMainAppBundleId, LMainAppIdentifier);
-    const LXPCData path = Path("/Applications/Zubeq Free.app");
+    const LXPCData path = Path(LOGINHELPER_APP_PATH);
     const LXPCData on = Flag(LKeyLaunchAtLogin);
     const LXPCData off = Flag(LKeyLaunchAtLogin, false);
     const std::string none = "off (none)";
-    const std::string some = "on /Applications/Zubeq Free.app";
+    const std::string some = "on " LOGINHELPER_APP_PATH;
     const std::string other = "on /Äpfel & <Birnen>/x.app";
     const char* accepted = "XPC_NEW_CONNECTION_REPLY=1";
     // What is sent, the reply, and the settings afterwards.
@@ -76,9 +75,9 @@ TEST_F(Protocol, MessageByMessage) {
         {{Flag(LKeyTestConnection, false)}, "XPC_TEST_CONNECTION_REPLY=1", none},
         {{test, on, path}, "XPC_TEST_CONNECTION_REPLY=1", none},
         {{connect, identifier, path}, accepted, none},
-        {{connect, identifier, Path("/elsewhere/Zubeq Free")}, accepted, none},
-        {{connect, identifier, Path("/Applications/Zubeq Free.app/")}, "", none},
-        {{connect, TextItem(LKeyMainAppBundleId, "com.brelvanic.zubeqfree2"), path}, "", none},
+        {{connect, identifier, Path("/elsewhere/" APP)}, accepted, none},
+        {{connect, identifier, Path(LOGINHELPER_APP_PATH "/")}, "", none},
+        {{connect, TextItem(LKeyMainAppBundleId, LOGINHELPER_APP_IDENTIFIER "2"), path}, "", none},
         {{connect, TextItem(LKeyMainAppBundleId, "COM.brelvanic.zubeqfree"), path}, "", none},
         {{connect, identifier}, "", none},
         {{connect, identifier, on, path}, accepted, none},
@@ -120,11 +119,11 @@ TEST_F(Protocol, MessageByMessage) {
 
 TEST_F(Protocol, SecondHelperDoesNotTakeTheService) {
     const auto second = Login::StartHelper();
-    EXPECT_EQ(second->ReadLine(), std::string("loginhelper: not serving: another helper or program has ") +
+    EXPECT_EQ(second->ReadLine(), std::string(HELPER ": not serving: another helper or program has ") +
                                       LHelperServiceName + " in " + login.Path() + "/port-xpc");
     chmod((login.Path() + "/port-xpc").c_str(), 0755);
     EXPECT_EQ(Login::StartHelper()->ReadLine(),
-              "loginhelper: not serving: " + login.Path() + "/port-xpc has mode 0755, not 0700");
+              HELPER ": not serving: " + login.Path() + "/port-xpc has mode 0755, not 0700");
     chmod((login.Path() + "/port-xpc").c_str(), 0700);
     EXPECT_EQ(second->Wait(0), -1) << "stays idle";
     second->Kill(SIGTERM);
@@ -155,24 +154,24 @@ TEST_F(Protocol, EndsInTheMiddleOfTraffic) {
 }
 
 TEST_F(Protocol, IsWhatTheToolSpeaks) {
-    const std::string bundle = login.Path() + "/Zubeq Free.app";
+    const std::string bundle = login.Path() + "/" APP ".app";
     const std::string file = login.Path() + "/" + LHelperIdentifier + ".plist";
     const std::string lock = file + ".lock"; // a folder in its place: nothing can be saved
-    const std::string unsaved = "\nloginhelperctl: not saved in " + file + ": it holds another setting\n";
+    const std::string unsaved = "\n" CTL ": not saved in " + file + ": it holds another setting\n";
     const std::tuple<std::string, int, std::string> rows[] = {
         {"test", 0, "helper: answers\n"},
         {"query --json", 0, "{\"command\":\"query\",\"status\":0,\"launchAtLogin\":false}\n"},
         {"identify", 0, "identified as the main application: yes\n"},
-        {"enable '" + bundle + "/../Zubeq Free.app'", 0, "launch at login: on\npath: " + bundle + "\n"},
+        {"enable '" + bundle + "/../" APP ".app'", 0, "launch at login: on\npath: " + bundle + "\n"},
         {"query", 0, "launch at login: on\n"},
         {"disable; rm " + lock + "; mkdir " + lock, 0, "launch at login: off\n"},
         {"enable /", 73, "launch at login: off" + unsaved},
         {"query; rmdir " + lock, 0, "launch at login: on\n"}, // what the helper holds and could not save
         {"enable " + login.Path(), 0,
-         "launch at login: on\npath: " + login.Path() + "\nloginhelperctl: warning: " + login.Path() +
+         "launch at login: on\npath: " + login.Path() + "\n" CTL ": warning: " + login.Path() +
              " is no application bundle; the next login will launch nothing\n"},
         {"quit", 0, "helper: ended\n"},
-        {"quit", 69, "loginhelperctl: nobody serves Q4KX2M9T7W.com.brelvanic.loginhelper.zubeqfree214\n"},
+        {"quit", 69, CTL ": nobody serves " ID "\n"},
         {"disable", 0, "launch at login: off\n"},
         {"forget", 0, "settings: removed\n"},
     };

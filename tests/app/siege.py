@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """The helper under a siege of its user's own processes: what it holds meanwhile, what it keeps, whom it answers.
 
-usage: siege.py LOGINHELPER [sanitized]      (sanitizers keep books of their own: then no memory is promised)
+usage: siege.py LOGINHELPER SERVICE [sanitized]      (sanitizers keep books of their own: then no memory is promised)
 
 Every process takes its share of the connections, asks without pause and never reads an answer; others send
 garbage beside descriptors whose close lasts 30 s. An honest peer asks all the while. One line for each figure;
@@ -18,7 +18,6 @@ import sys
 import tempfile
 import time
 
-SERVICE = "Q4KX2M9T7W.com.brelvanic.loginhelper.zubeqfree214"
 SHARE = 32
 PATIENCE = 10  # s for an answer, on a machine with much to do
 PROCESSES = 8
@@ -227,13 +226,13 @@ def greedy(path):
 
 def main():
     helper = os.path.abspath(sys.argv[1])
-    sanitized = len(sys.argv) > 2
+    sanitized = len(sys.argv) > 3
     with tempfile.TemporaryDirectory() as place:
         environment = dict(os.environ, HOME=place, XDG_RUNTIME_DIR=place, XDG_CONFIG_HOME=place)
         with subprocess.Popen([helper, "--serve"], env=environment, stderr=subprocess.PIPE, text=True) as service:
             try:
                 print(service.stderr.readline(), end="")
-                path = f"{place}/port-xpc/{SERVICE}.sock"
+                path = f"{place}/port-xpc/{sys.argv[2]}.sock"
                 honest = Honest(path)
                 honest.ask(100)
                 before = descriptors(service.pid)

@@ -20,14 +20,15 @@ quietly() { "$@" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }; }
 
 # The entry and the units name the helper where it lies now, blanks and all.
 quietly cmake --install "$build" --prefix "$work/a place" --strip
-helper="$work/a place/libexec/loginhelper.app/Contents/MacOS/loginhelper"
+. "$build/identity.sh"
+helper="$work/a place/libexec/$helper_name.app/Contents/MacOS/$helper_name"
 [ -x "$helper" ]
-grep -qF "Exec=\"$helper\"" "$work/a place/etc/xdg/autostart/loginhelper.desktop"
-grep -qF "ExecStart=\"$helper\"" "$work/a place/lib/systemd/user/loginhelper.service"
+grep -qF "Exec=\"$helper\"" "$work/a place/etc/xdg/autostart/$helper_identifier.desktop"
+grep -qF "ExecStart=\"$helper\"" "$work/a place/lib/systemd/user/$helper_identifier.service"
 [ -z "$(find "$work/a place" -name '*.cpp')" ]
-grep -rlF "$work" "$work/a place" | grep -v '/loginhelper[^/]*$' && exit 1
+grep -rlF "$work" "$work/a place" | grep -v "/$helper_identifier[^/]*\$" && exit 1
 DESTDIR="$work/root" quietly cmake --install "$build" --prefix /usr
-[ -e "$work/root/etc/xdg/autostart/loginhelper.desktop" ]
+[ -e "$work/root/etc/xdg/autostart/$helper_identifier.desktop" ]
 DESTDIR="$work/root" quietly cmake --build "$build" --target uninstall
 [ -z "$(find "$work/root" ! -type d)" ]
 
@@ -39,7 +40,7 @@ quietly cmake -S "$source" -B "$work/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$work/
 quietly cmake --build "$work/cmake"
 "$work/cmake/names"
 python3 "$source/blocks.py" run "$work/blocks" "$work/cmake" "$work/prefix" \
-    "$build/examples/mainapp/Zubeq Free.app/Contents/MacOS/Zubeq Free"
+    "$build/examples/mainapp/$app_name.app/Contents/MacOS/$app_name"
 
 PKG_CONFIG_PATH=$(dirname "$(find "$work/prefix" -name lfoundation.pc)")
 export PKG_CONFIG_PATH

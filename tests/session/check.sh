@@ -32,7 +32,8 @@ fi
 
 DESTDIR=$root cmake --install "$build" --prefix /usr >/dev/null
 mkdir -p "$root/check"
-cp -R "$here/logins.sh" "$build/examples/mainapp/Zubeq Free.app" "$root/check/"
+. "$build/identity.sh"
+cp -R "$here/logins.sh" "$build/identity.sh" "$build/examples/mainapp/$app_name.app" "$root/check/"
 chroot "$root" useradd --create-home someone 2>/dev/null || true
 cat >"$root/etc/systemd/system/check.service" <<'UNIT'
 [Unit]

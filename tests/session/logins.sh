@@ -4,8 +4,9 @@
 set -u
 user=$1
 id=$(id -u "$user")
-application="/home/$user/Zubeq Free.app"
-helper=/usr/libexec/loginhelper.app/Contents/MacOS/loginhelper
+. /check/identity.sh
+application="/home/$user/$app_name.app"
+helper=/usr/libexec/$helper_name.app/Contents/MacOS/$helper_name
 failures=0
 
 as_user() { runuser -u "$user" -- env -i PATH=/usr/bin:/bin HOME="/home/$user" XDG_RUNTIME_DIR="/run/user/$id" "$@"; }
@@ -14,7 +15,7 @@ fail() { echo "login $login: $*"; failures=$((failures + 1)); }
 applications() { pgrep -c -f "^$application/Contents/MacOS/"; }
 launches() {
     journalctl --sync
-    { journalctl -o cat -t loginhelper; cat /check/third; } 2>/dev/null | grep -c '^loginhelper: launching '
+    { journalctl -o cat -t "$helper_name"; cat /check/third; } 2>/dev/null | grep -c "^$helper_name: launching "
 }
 # until SECONDS COMMAND...
 until_true() {
@@ -27,7 +28,7 @@ until_true() {
 runs() { [ "$(applications)" -ge 1 ]; }
 is_gone() { [ "$(applications)" -eq 0 ]; }
 
-cp -R "/check/Zubeq Free.app" "/home/$user/"
+cp -R "/check/$app_name.app" "/home/$user/"
 mkdir -p "/home/$user/.config/systemd/user"
 printf '[Unit]\nBindsTo=graphical-session.target\nWants=xdg-desktop-autostart.target\n' \
     >"/home/$user/.config/systemd/user/session.target"
@@ -37,29 +38,29 @@ login=0
 until_true 20 test -S "/run/user/$id/systemd/private" || fail "no service manager"
 
 # What the README says under "Switching it on".
-manager enable loginhelper.service 2>/dev/null && manager start loginhelper.socket || fail "the units cannot be switched on"
-as_user loginhelperctl enable "$application" || fail "the setting cannot be switched on"
-as_user loginhelperctl doctor | grep -q '^next login: launches the application' || fail "the doctor foretells no launch"
+manager enable "$helper_identifier.service" 2>/dev/null && manager start "$helper_identifier.socket" || fail "the units cannot be switched on"
+as_user "${helper_name}ctl" enable "$application" || fail "the setting cannot be switched on"
+as_user "${helper_name}ctl" doctor | grep -q '^next login: launches the application' || fail "the doctor foretells no launch"
 [ "$(applications)" -eq 0 ] || fail "a question launched the application"
 
 # The first ten as installed; then the entry without its mark, so that the service manager starts it too. Each time
 # a third helper comes from a session that reads entries by itself.
 for login in $(seq 20); do
-    [ "$login" -ne 11 ] || { sed -i /X-systemd-skip/d /etc/xdg/autostart/loginhelper.desktop; manager daemon-reload; }
+    [ "$login" -ne 11 ] || { sed -i /X-systemd-skip/d /etc/xdg/autostart/$helper_identifier.desktop; manager daemon-reload; }
     before=$(launches)
     [ $((login % 2)) -eq 0 ] || as_user "$helper" >/dev/null 2>>/check/third &
     manager start session.target
     [ $((login % 2)) -ne 0 ] || as_user "$helper" >/dev/null 2>>/check/third &
     until_true 10 runs || fail "nothing runs"
-    [ "$login" -lt 11 ] || manager is-active --quiet app-loginhelper@autostart.service || fail "the entry started no helper"
+    [ "$login" -lt 11 ] || manager is-active --quiet app-$(systemd-escape "$helper_identifier")@autostart.service || fail "the entry started no helper"
     sleep 0.5 # nothing tells that a further launch will not come
     [ "$(applications)" -eq 1 ] || fail "$(applications) applications run"
     [ "$(launches)" -le $((before + 1)) ] || fail "$(($(launches) - before)) launches"
     for process in $(pgrep -f "^$application/Contents/MacOS/"); do
-        grep -q '/app-Zubeq\\x20Free-[0-9]*\.scope$' "/proc/$process/cgroup" || fail "no scope of its own"
+        grep -qF "/app-$(systemd-escape "$app_name")-" "/proc/$process/cgroup" || fail "no scope of its own"
         ! readlink "/proc/$process/fd/1" "/proc/$process/fd/2" | grep -qv '^/' || fail "streams of others"
     done
-    as_user loginhelperctl query | grep -qx 'launch at login: on' || fail "the service is not reached"
+    as_user "${helper_name}ctl" query | grep -qx 'launch at login: on' || fail "the service is not reached"
     start=$(date +%s)
     manager stop session.target graphical-session.target
     pkill -TERM -f "^$helper\$"

@@ -1,0 +1,50 @@
+# What starts a login helper: the session's autostart entry and the units of the user's service manager, written for a
+# place where the helper lies. Included by cmake/LoginHelper.cmake and by what an installation runs.
+
+# lfoundation_escape(RESULT FORM TEXT): the text as a file has it. FORM: cxx (inside of a string literal), xml, shell
+# (inside of ''), man, entry and unit (the value of a key), entry-word and unit-word (inside of "" in a command).
+function(lfoundation_escape result form text)
+  if(form MATCHES "^(cxx|entry|entry-word|unit-word)$")
+    string(REPLACE [[\]] [[\\]] text "${text}")
+  endif()
+  if(form MATCHES "^(cxx|entry-word|unit-word)$")
+    string(REPLACE [["]] [[\"]] text "${text}")
+  endif()
+  if(form STREQUAL "entry-word") # a word first, and then the value of a key
+    string(REPLACE [[`]] [[\`]] text "${text}")
+    string(REPLACE [[$]] [[\$]] text "${text}")
+    string(REPLACE [[\]] [[\\]] text "${text}")
+  endif()
+  if(form MATCHES "^(entry-word|unit|unit-word)$")
+    string(REPLACE "%" "%%" text "${text}")
+  elseif(form STREQUAL "xml")
+    string(REPLACE "&" "&amp;" text "${text}")
+    string(REPLACE "<" "&lt;" text "${text}")
+    string(REPLACE ">" "&gt;" text "${text}")
+  elseif(form STREQUAL "shell")
+    string(REPLACE [[']] [['\'']] text "${text}")
+  elseif(form STREQUAL "man")
+    string(REPLACE [[\]] [[\e]] text "${text}")
+    string(REPLACE "-" [[\-]] text "${text}")
+    string(REPLACE "'" [[\(aq]] text "${text}")
+  endif()
+  set(${result} "${text}" PARENT_SCOPE)
+endfunction()
+
+# lfoundation_write_login_files(FOLDER BUNDLE NAME IDENTIFIER APP_NAME): writes into FOLDER, which is made anew, what
+# starts the helper NAME in BUNDLE, its absolute path. The files are called after the helper's identifier.
+function(lfoundation_write_login_files folder bundle name IDENTIFIER app_name)
+  set(templates ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/../packaging/units)
+  file(REMOVE_RECURSE "${folder}")
+  file(GLOB sources RELATIVE ${templates} ${templates}/helper*.in)
+  foreach(source IN LISTS sources)
+    set(form unit)
+    if(source MATCHES "desktop")
+      set(form entry)
+    endif()
+    lfoundation_escape(PROGRAM ${form}-word "${bundle}/Contents/MacOS/${name}")
+    lfoundation_escape(APP_NAME ${form} "${app_name}")
+    string(REGEX REPLACE "^helper(.*)\\.in$" "${IDENTIFIER}\\1" file ${source})
+    configure_file(${templates}/${source} "${folder}/${file}" @ONLY)
+  endforeach()
+endfunction()
