@@ -1,5 +1,5 @@
-# The install tree: the library with its headers, what find_package and pkg-config need, and the helper. The tree
-# may be moved: nothing in it but the helper's entry and units holds its path, and these get it at install time.
+# The install tree of the library: the archives, their headers, and what find_package and pkg-config need. The tree may
+# be moved: nothing in it holds its path.
 include(CMakePackageConfigHelpers)
 
 install(TARGETS lfoundation lfoundation_port EXPORT LFoundationTargets
@@ -36,11 +36,3 @@ foreach(folder LIBDIR INCLUDEDIR)
 endforeach()
 configure_file(packaging/lfoundation.pc.in ${PROJECT_BINARY_DIR}/lfoundation.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/lfoundation.pc DESTINATION ${PC_FOLDER})
-
-if(LFOUNDATION_HELPER)
-  include(cmake/InstallHelper.cmake)
-endif()
-if(PROJECT_IS_TOP_LEVEL)
-  configure_file(cmake/Uninstall.cmake.in ${PROJECT_BINARY_DIR}/Uninstall.cmake @ONLY)
-  add_custom_target(uninstall VERBATIM COMMAND ${CMAKE_COMMAND} -P ${PROJECT_BINARY_DIR}/Uninstall.cmake)
-endif()
