@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <initializer_list>
 #include <port/core.h>
-#include <port/init.h>
 #include <port/mach.h>
 #include <unistd.h>
 
@@ -21,7 +20,6 @@ constinit std::uint32_t lfoundation::gwDebugLastCommand = 0;
 // In this order, and before the statics of all other files.
 PORT_MADE_FIRST LHangDetector lfoundation::gLHangDetector;
 PORT_MADE_FIRST LLockObject lfoundation::loDebugThreads;
-PORT_MADE_FIRST LDebugLoadTime lfoundation::gLDebugLoadTime;
 
 // Nobody in the library defines it.
 extern "C" [[gnu::weak, gnu::visibility("default")]] const char LNoSignalHandlers;
@@ -95,6 +93,8 @@ void SetSignalStack(unsigned char* pBytes) {
 } // namespace
 
 LDebugLoadTime::LDebugLoadTime() {
+    if (gdwMainThreadId != 0) // a plug-in that keeps its names to itself has one of its own
+        return;
     gdwMainThreadId = mach_thread_self();
     if (&LNoSignalHandlers != nullptr)
         return;

@@ -1,14 +1,16 @@
 // What the library does about signals, and the diagnostics' load-time initialisation.
 //
-// A program that holds a source file which includes this header, as the library's own threads, process
-// start-up and thread table do, is initialised before any other static object of it is made:
+// A program one of whose sources includes this header, or one of those that bring it along (threads/LThread.h,
+// debug/LDebugThread.h, debug/LHangDetector.h, platform/LProcessUtilities.h), is initialised before any other
+// static object of it is made:
 //   SIGPIPE                                      ignored
 //   SIGQUIT, SIGILL, SIGFPE, SIGSEGV, SIGBUS     LDebugSignalHandler
 //   SIGINT, SIGTERM                              LIntTermSignalHandler
-// All signals are blocked in both handlers. A program that holds none keeps its dispositions, and one that
-// wants others sets them in `main`. A handler that the run-time installed before, as sanitizers do, stays.
+// All signals are blocked in both handlers. A program that includes none keeps its dispositions, with the shared
+// library too, and one that wants others sets them in `main`. A handler that the run-time installed before, as
+// sanitizers do, stays.
 //
-// A program that is linked with `-Wl,--defsym=LNoSignalHandlers=1` keeps its dispositions whatever it holds:
+// A program that is linked with `-Wl,--defsym=LNoSignalHandlers=1` keeps its dispositions whatever it includes:
 // nothing of the above is installed then, and SIGPIPE ends it when it writes to a pipe that nobody reads.
 //
 // Thread-safety: the handlers are called by the system, on any thread.
@@ -16,6 +18,7 @@
 
 #include <cstdint>
 #include <port/bsd.h>
+#include <port/init.h>
 
 #pragma GCC visibility push(default)
 
@@ -61,13 +64,15 @@ private:
     alignas(16) unsigned char bytes[LSignalStackSize];
 };
 
-// What the includer refers to, so that the linker brings the module along.
+// The initialisation; what comes after the first does nothing. It is the includer's, as the streams' is, and not
+// that of the library's own sources: a shared library is loaded whole, also by who wants none of this.
 struct LDebugLoadTime {
     LDebugLoadTime();
 };
+#ifndef LFOUNDATION_ROOM
 inline namespace lfoundation {
-extern LDebugLoadTime gLDebugLoadTime;
+PORT_MADE_FIRST inline LDebugLoadTime gLDebugLoadTime;
 }
-[[gnu::used]] inline LDebugLoadTime* const pLDebugLoadTime = &gLDebugLoadTime;
+#endif
 
 #pragma GCC visibility pop

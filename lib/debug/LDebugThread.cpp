@@ -8,6 +8,7 @@
 #include <cstring>
 #include <iterator>
 #include <port/bsd.h>
+#include <port/internal/exported.h>
 #include <port/mach.h>
 
 #include "base/LMainThread.h"
@@ -213,4 +214,4 @@ void OutputDebugStringF(const char* szFormat, ...) {
     fputs(szLine, stderr);
     fflush(stderr);
 }
-template void OutputDebugStringF<>(const char*, ...);
+template PORT_EXPORTED void OutputDebugStringF<>(const char*, ...);

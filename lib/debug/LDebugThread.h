@@ -13,6 +13,7 @@
 #include <port/Atomic.h>
 
 #include "base/LLimits.h"
+#include "debug/LDebugSignals.h"
 #include "threads/LLockObject.h"
 
 #pragma GCC visibility push(default)

@@ -8,6 +8,7 @@
 #include <sys/types.h>
 
 #include "base/LLimits.h"
+#include "debug/LDebugSignals.h"
 
 #pragma GCC visibility push(default)
 

@@ -9,6 +9,8 @@
 #include <port/Atomic.h>
 #include <port/process.h>
 
+#include "debug/LDebugSignals.h"
+
 #pragma GCC visibility push(default)
 
 constexpr int LMaximumNumberOfOpenFiles = 1024; // the soft limit that a program of the library gets

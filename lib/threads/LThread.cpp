@@ -6,7 +6,6 @@
 #include "base/LAtEnd.h"
 #include "base/LDeadline.h"
 #include "base/LSleep.h"
-#include "debug/LDebugSignals.h" // brings the library's signal handlers
 
 namespace {
 

@@ -18,6 +18,7 @@
 #include <pthread.h>
 #include <utility>
 
+#include "debug/LDebugSignals.h"
 #include "threads/LLockObject.h"
 #include "threads/LProcessInterface.h"
 #include "threads/LSignalObject.h"
