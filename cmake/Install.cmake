@@ -2,8 +2,11 @@
 # be moved: nothing in it holds its path.
 include(CMakePackageConfigHelpers)
 
-install(TARGETS lfoundation lfoundation_port EXPORT LFoundationTargets
-  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+set(forms lfoundation lfoundation_port)
+if(BUILD_SHARED_LIBS)
+  list(APPEND forms lfoundation_shared)
+endif()
+install(TARGETS ${forms} EXPORT LFoundationTargets)
 # What stands in a folder `internal` is not for users of the library.
 install(DIRECTORY lib/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/lfoundation
   FILES_MATCHING PATTERN "*.h" PATTERN internal EXCLUDE)
@@ -34,5 +37,11 @@ foreach(folder LIBDIR INCLUDEDIR)
     string(PREPEND PC_${folder} "\${prefix}/")
   endif()
 endforeach()
+set(PC_LIBS "-llfoundation")
+set(PC_LIBS_STATIC "-llfoundation-port -lexpat")
+if(NOT BUILD_SHARED_LIBS)
+  string(APPEND PC_LIBS " ${PC_LIBS_STATIC}")
+  set(PC_LIBS_STATIC "")
+endif()
 configure_file(packaging/lfoundation.pc.in ${PROJECT_BINARY_DIR}/lfoundation.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/lfoundation.pc DESTINATION ${PC_FOLDER})

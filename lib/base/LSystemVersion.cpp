@@ -3,6 +3,7 @@
 #include <CoreServices/CoreServices.h>
 
 #include <cstdint>
+#include <port/internal/exported.h>
 
 namespace {
 
@@ -26,18 +27,18 @@ bool IsOSMacLeopardOrLater() {
     static const bool bIsLeopardOrLater = IsSystemLaterThan(4);
     return bIsLeopardOrLater;
 }
-template bool IsOSMacLeopardOrLater<>();
+template PORT_EXPORTED bool IsOSMacLeopardOrLater<>();
 
 template <typename>
 bool IsOSMacSnowLeopardOrLater() {
     static const bool bIsSnowLeopardOrLater = IsSystemLaterThan(5);
     return bIsSnowLeopardOrLater;
 }
-template bool IsOSMacSnowLeopardOrLater<>();
+template PORT_EXPORTED bool IsOSMacSnowLeopardOrLater<>();
 
 template <typename>
 bool IsOSMacLionOrLater() {
     static const bool bIsLionOrLater = IsSystemLaterThan(6);
     return bIsLionOrLater;
 }
-template bool IsOSMacLionOrLater<>();
+template PORT_EXPORTED bool IsOSMacLionOrLater<>();

@@ -9,10 +9,10 @@
 #pragma GCC visibility push(default)
 
 template <typename = void>
-bool IsOSMacLeopardOrLater(); // 10.5
+[[gnu::visibility("default")]] bool IsOSMacLeopardOrLater(); // 10.5
 template <typename = void>
-bool IsOSMacSnowLeopardOrLater(); // 10.6
+[[gnu::visibility("default")]] bool IsOSMacSnowLeopardOrLater(); // 10.6
 template <typename = void>
-bool IsOSMacLionOrLater(); // 10.7
+[[gnu::visibility("default")]] bool IsOSMacLionOrLater(); // 10.7
 
 #pragma GCC visibility pop

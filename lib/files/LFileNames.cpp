@@ -2,6 +2,7 @@
 #include "files/internal/LFilePathText.h"
 
 #include <array>
+#include <port/internal/exported.h>
 #include <string_view>
 #include <strings.h>
 
@@ -87,4 +88,4 @@ int tstrcmpend(const char* szText, const char* szEnding) {
     const std::size_t dwEnding = std::strlen(szEnding);
     return dwEnding > dwText ? -1 : std::strcmp(szText + dwText - dwEnding, szEnding);
 }
-template int tstrcmpend<>(const char*, const char*);
+template PORT_EXPORTED int tstrcmpend<>(const char*, const char*);

@@ -5,6 +5,7 @@
 #include <Foundation/Foundation.h>
 #include <cerrno>
 #include <port/bsd.h>
+#include <port/internal/exported.h>
 #include <port/user.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -57,7 +58,7 @@ void GetUserSpecialFolder(char* szOut, unsigned int dwDirectory, const char* szF
     if (!LFile::Exists(szOut))
         mkdir(szOut, 0777);
 }
-template void GetUserSpecialFolder<>(char*, unsigned int, const char*);
+template PORT_EXPORTED void GetUserSpecialFolder<>(char*, unsigned int, const char*);
 
 void LFile::_GetPlace(char* szOut, Place ePlace) {
     GetUserSpecialFolder(szOut, kPlaces[ePlace].dwDirectory, kPlaces[ePlace].szFallback);

@@ -1,5 +1,6 @@
 #include "platform/LShellCommand.h"
 
+#include <port/internal/exported.h>
 #include <port/shell.h>
 #include <sys/wait.h>
 
@@ -8,4 +9,4 @@ bool RunCommandLineProcess(const char* szCommandLine) {
     const int nStatus = port_system(szCommandLine);
     return nStatus != -1 && WIFEXITED(nStatus) && WEXITSTATUS(nStatus) == 0;
 }
-template bool RunCommandLineProcess<>(const char*);
+template PORT_EXPORTED bool RunCommandLineProcess<>(const char*);

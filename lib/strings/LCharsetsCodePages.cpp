@@ -6,6 +6,7 @@
 #include <cstring>
 #include <iconv.h>
 #include <port/bsd.h>
+#include <port/internal/exported.h>
 #include <vector>
 
 namespace {
@@ -139,9 +140,10 @@ unsigned long LCopyIconvFixedLength(TTarget* dst, const TSource* src, const char
     return LCopyIconvFixedLength(dst, src, std::strlen(src) + 1, tocode, fromcode);
 }
 
-template unsigned long LCopyIconvFixedLength<char, char>(char*, const char*, unsigned long, const char*,
-                                                         const char*);
-template unsigned long LCopyIconvFixedLength<char, char>(char*, const char*, const char*, const char*);
+template PORT_EXPORTED unsigned long LCopyIconvFixedLength<char, char>(char*, const char*, unsigned long,
+                                                                       const char*, const char*);
+template PORT_EXPORTED unsigned long LCopyIconvFixedLength<char, char>(char*, const char*, const char*,
+                                                                       const char*);
 
 void LCopyFromISO88591(char* dst, const char* src, unsigned long n) {
     LCopyIconvFixedLength(dst, src, n, LCodeSetUTF8, LCodeSetISO88591);

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <cwchar>
+#include <port/internal/exported.h>
 
 namespace {
 
@@ -134,7 +135,7 @@ template <typename>
 unsigned long utf8strlen(const char* s) {
     return LCharsetsUTF8ByteIndexToCharIndex(s, kNoLimit);
 }
-template unsigned long utf8strlen<>(const char*);
+template PORT_EXPORTED unsigned long utf8strlen<>(const char*);
 
 template <typename>
 unsigned long utf8strlcpy(char* dst, const char* src, unsigned long n) {
@@ -149,7 +150,7 @@ unsigned long utf8strlcpy(char* dst, const char* src, unsigned long n) {
     dst[nCopied] = 0;
     return nCopied;
 }
-template unsigned long utf8strlcpy<>(char*, const char*, unsigned long);
+template PORT_EXPORTED unsigned long utf8strlcpy<>(char*, const char*, unsigned long);
 
 unsigned long LCharsetsUTF8SoundLength(const char* s, unsigned long n) {
     const LCharsetsKernels& kernels = LCharsetsFastestKernels();

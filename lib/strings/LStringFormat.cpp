@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
+#include <port/internal/exported.h>
 #include <string_view>
 #include <utility>
 
@@ -319,9 +320,9 @@ std::uint32_t tplprintf(Writer& writer, const T* format, va_list arguments) {
         }
     }
 }
-template std::uint32_t tplprintf(LStringLongTemplateWriter<char>&, const char*, va_list);
-template std::uint32_t tplprintf(LStringLongTemplateAppender<char>&, const char*, va_list);
-template std::uint32_t tplprintf(LFixedLengthStringWriterTemplate<char>&, const char*, va_list);
+template PORT_EXPORTED std::uint32_t tplprintf(LStringLongTemplateWriter<char>&, const char*, va_list);
+template PORT_EXPORTED std::uint32_t tplprintf(LStringLongTemplateAppender<char>&, const char*, va_list);
+template PORT_EXPORTED std::uint32_t tplprintf(LFixedLengthStringWriterTemplate<char>&, const char*, va_list);
 
 namespace {
 
@@ -395,7 +396,7 @@ std::uint32_t tplsnprintf(char* buffer, unsigned long size, const char* format, 
     va_end(arguments);
     return dwLength;
 }
-template std::uint32_t tplsnprintf<>(char*, unsigned long, const char*, ...);
+template PORT_EXPORTED std::uint32_t tplsnprintf<>(char*, unsigned long, const char*, ...);
 
 std::uint32_t sprintf(LFixedLengthStringWriterTemplate<char>& writer, const char* format, ...) {
     va_list arguments;
@@ -421,4 +422,4 @@ int tprintf(const char* format, ...) {
     va_end(arguments);
     return nResult;
 }
-template int tprintf<>(const char*, ...);
+template PORT_EXPORTED int tprintf<>(const char*, ...);

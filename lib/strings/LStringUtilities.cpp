@@ -6,6 +6,7 @@
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
+#include <port/internal/exported.h>
 #include <sys/time.h>
 
 namespace {
@@ -72,7 +73,8 @@ bool LStringFindTextFieldTemplate(const T* text, const T* startMarker, const T* 
     }
     return pValue != nullptr;
 }
-template bool LStringFindTextFieldTemplate(const char*, const char*, const char*, char*, unsigned long);
+template PORT_EXPORTED bool LStringFindTextFieldTemplate(const char*, const char*, const char*, char*,
+                                                         unsigned long);
 
 bool LStringFindTextField(const char* text, const char* startMarker, const char* endMarker, char* out,
                           unsigned long outSize) {
@@ -118,7 +120,7 @@ bool GetCSVListItem(const char* line, unsigned long& position, char* out, unsign
     out[dwLength] = 0;
     return dwLength != 0;
 }
-template bool GetCSVListItem<>(const char*, unsigned long&, char*, unsigned long);
+template PORT_EXPORTED bool GetCSVListItem<>(const char*, unsigned long&, char*, unsigned long);
 
 bool LCommandLineArgumentStringExpander::NextArgument() {
     while (*pPosition >= 1 && *pPosition <= ' ')
@@ -150,19 +152,19 @@ unsigned long LParseGetToCharacters(const T* text, const T* stops, T* out) {
     out[dwStored] = 0;
     return dwScanned;
 }
-template unsigned long LParseGetToCharacters(const char*, const char*, char*);
+template PORT_EXPORTED unsigned long LParseGetToCharacters(const char*, const char*, char*);
 
 template <typename>
 std::uint32_t atoh(const char* text) {
     return ParseHex(text);
 }
-template std::uint32_t atoh<>(const char*);
+template PORT_EXPORTED std::uint32_t atoh<>(const char*);
 
 template <typename>
 std::uint32_t wtoh(const wchar_t* text) {
     return ParseHex(text);
 }
-template std::uint32_t wtoh<>(const wchar_t*);
+template PORT_EXPORTED std::uint32_t wtoh<>(const wchar_t*);
 
 template <typename>
 unsigned long lstrlen(const unsigned short* text) {
@@ -171,7 +173,7 @@ unsigned long lstrlen(const unsigned short* text) {
         ++dwLength;
     return dwLength;
 }
-template unsigned long lstrlen<>(const unsigned short*);
+template PORT_EXPORTED unsigned long lstrlen<>(const unsigned short*);
 
 template <typename>
 int wstrcmp(const wchar_t* a, const wchar_t* b) {
@@ -180,7 +182,7 @@ int wstrcmp(const wchar_t* a, const wchar_t* b) {
             return -1;
     return 0;
 }
-template int wstrcmp<>(const wchar_t*, const wchar_t*);
+template PORT_EXPORTED int wstrcmp<>(const wchar_t*, const wchar_t*);
 
 template <typename>
 char* strlwr(char* text) {
@@ -188,7 +190,7 @@ char* strlwr(char* text) {
         *p = static_cast<char>(std::tolower(static_cast<unsigned char>(*p)));
     return text;
 }
-template char* strlwr<>(char*);
+template PORT_EXPORTED char* strlwr<>(char*);
 
 template <typename>
 char* strupr(char* text) {
@@ -196,7 +198,7 @@ char* strupr(char* text) {
         *p = static_cast<char>(std::toupper(static_cast<unsigned char>(*p)));
     return text;
 }
-template char* strupr<>(char*);
+template PORT_EXPORTED char* strupr<>(char*);
 
 template <typename>
 void randomize() {
@@ -205,7 +207,7 @@ void randomize() {
     std::srand(static_cast<unsigned>(now.tv_sec * 1000 + now.tv_usec / 1000));
     std::srand(static_cast<unsigned>(std::rand()) ^ static_cast<unsigned>(now.tv_sec));
 }
-template void randomize<>();
+template PORT_EXPORTED void randomize<>();
 
 unsigned long LStringGenerateRandomPassword(char* out, unsigned long length) {
     randomize();

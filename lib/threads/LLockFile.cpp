@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <port/bsd.h>
+#include <port/internal/exported.h>
 #include <sys/file.h>
 #include <unistd.h>
 
@@ -40,4 +41,4 @@ int flocktimed(int nDescriptor, int nOperation, unsigned int timeout) {
     errno = EWOULDBLOCK;
     return -1;
 }
-template int flocktimed<>(int, int, unsigned int);
+template PORT_EXPORTED int flocktimed<>(int, int, unsigned int);

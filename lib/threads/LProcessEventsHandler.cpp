@@ -3,6 +3,7 @@
 #include <Carbon/Carbon.h>
 
 #include <algorithm>
+#include <port/internal/exported.h>
 
 #include "base/LDeadline.h"
 #include "strings/LArray.h"
@@ -233,7 +234,7 @@ template <typename>
 int ProcessWaitAndProcessEvents(unsigned int timeout) {
     return LProcessEventsHandlerNeverStop().ProcessWaitAndProcessEvents(timeout);
 }
-template int ProcessWaitAndProcessEvents<>(unsigned int);
+template PORT_EXPORTED int ProcessWaitAndProcessEvents<>(unsigned int);
 
 int ProcessWaitSignalObjectAndProcessEvents(LSignalObjectRef signal) {
     return LProcessEventsHandlerNeverStop().ProcessWaitSignalForeverAndProcessEvents(signal);

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <memory>
+#include <port/internal/exported.h>
 #include <port/pipe.h>
 #include <port/shell.h>
 #include <pthread.h>
@@ -42,7 +43,7 @@ void* ProcessRunThreadCallback(void* pData) {
         data->release.WaitInLoop();
     return nullptr;
 }
-template void* ProcessRunThreadCallback<>(void*);
+template PORT_EXPORTED void* ProcessRunThreadCallback<>(void*);
 
 // On the requester's thread; the worker waits for the command. Who is told to stop leaves command and worker to
 // themselves: `release` is the last that it touches.

@@ -1,4 +1,5 @@
 #include <port/bsd.h>
+#include <port/internal/exported.h>
 #include <port/mach.h>
 
 #include <pthread.h>
@@ -30,13 +31,13 @@ mach_port_t mach_thread_self() {
     }
     return self;
 }
-template mach_port_t mach_thread_self<>();
+template PORT_EXPORTED mach_port_t mach_thread_self<>();
 
 template <typename>
 int pthread_main_np() {
     return getpid() == gettid() ? 1 : 0;
 }
-template int pthread_main_np<>();
+template PORT_EXPORTED int pthread_main_np<>();
 
 kern_return_t thread_policy_get(mach_port_t, int policy, thread_time_constraint_policy_data_t* data,
                                 std::uint32_t* count, bool* getDefault) {

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <port/UniqueFd.h>
+#include <port/internal/exported.h>
 #include <port/process.h>
 #include <string_view>
 #include <sys/stat.h>
@@ -147,7 +148,7 @@ int sysctl(const int* name, unsigned nameLength, void* oldValue, std::size_t* ol
         return -1;
     return giveNumber(std::uint64_t{machine.totalram} * machine.mem_unit, oldValue, *oldLength);
 }
-template int sysctl<>(const int*, unsigned, void*, std::size_t*, const void*, std::size_t);
+template PORT_EXPORTED int sysctl<>(const int*, unsigned, void*, std::size_t*, const void*, std::size_t);
 
 template <typename>
 int sysctlbyname(const char* name, void* oldValue, std::size_t* oldLength, const void* newValue,
@@ -160,4 +161,4 @@ int sysctlbyname(const char* name, void* oldValue, std::size_t* oldLength, const
     const bool is64Bit = uname(&system) == 0 && std::strcmp(system.machine, "x86_64") == 0;
     return giveNumber(std::int32_t{is64Bit}, oldValue, *oldLength);
 }
-template int sysctlbyname<>(const char*, void*, std::size_t*, const void*, std::size_t);
+template PORT_EXPORTED int sysctlbyname<>(const char*, void*, std::size_t*, const void*, std::size_t);

@@ -1,4 +1,5 @@
 #include <port/bsd.h>
+#include <port/internal/exported.h>
 
 #include <algorithm>
 #include <cstring>
@@ -13,7 +14,7 @@ std::size_t strlcpy(char* destination, const char* source, std::size_t size) {
     }
     return length;
 }
-template std::size_t strlcpy<>(char*, const char*, std::size_t);
+template PORT_EXPORTED std::size_t strlcpy<>(char*, const char*, std::size_t);
 
 template <typename>
 std::size_t strlcat(char* destination, const char* source, std::size_t size) {
@@ -22,4 +23,4 @@ std::size_t strlcat(char* destination, const char* source, std::size_t size) {
         return size + std::strlen(source);
     return used + strlcpy(destination + used, source, size - used);
 }
-template std::size_t strlcat<>(char*, const char*, std::size_t);
+template PORT_EXPORTED std::size_t strlcat<>(char*, const char*, std::size_t);

@@ -1,7 +1,8 @@
 #!/bin/sh
 # Installs the build tree into a private prefix, moves that, and builds against it as outside programs do: through
-# find_package a program with names of its own and every C++ block of the documents, through pkg-config the former.
-# The blocks are run and must print what the documents say. A host project that adds the sources gets the library alone.
+# find_package a program with names of its own, others with and without the library's signal handlers, and every C++
+# block of the documents, through pkg-config the former. The blocks are run and must print what the documents say. A
+# host project that adds the sources gets the library alone, in the form that it asks for.
 # usage: check.sh BUILD-DIR SOURCE-DIR
 set -eu
 build=$1
@@ -38,7 +39,12 @@ python3 "$source/blocks.py" extract "$work/blocks" "$top/docs/tour.md"
 quietly cmake -S "$source" -B "$work/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$work/prefix" \
     -DBLOCKS="$work/blocks" ${CXXFLAGS:+-DCMAKE_CXX_FLAGS="$CXXFLAGS"}
 quietly cmake --build "$work/cmake"
-"$work/cmake/names"
+for form in lfoundation static; do
+    "$work/cmake/names-$form"
+    [ "$("$work/cmake/signals-$form")" = "the program's" ]
+    [ "$("$work/cmake/signals-threads-$form")" = "the library's" ]
+    [ "$("$work/cmake/signals-none-$form")" = "the program's" ]
+done
 python3 "$source/blocks.py" run "$work/blocks" "$work/cmake" "$work/prefix" \
     "$build/examples/mainapp/$app_name.app/Contents/MacOS/$app_name"
 
@@ -47,6 +53,9 @@ export PKG_CONFIG_PATH
 # shellcheck disable=SC2046
 quietly ${CXX:-c++} -std=c++20 ${CXXFLAGS:-} "$source/names.cpp" -o "$work/names" \
     $(pkg-config --cflags --libs lfoundation)
-"$work/names"
+LD_LIBRARY_PATH=$(pkg-config --variable=libdir lfoundation) "$work/names"
 
-quietly cmake -S "$source/host" -B "$work/host" -G Ninja -DLFOUNDATION="$top"
+for form in STATIC SHARED; do
+    quietly cmake -S "$source/host" -B "$work/host" -G Ninja -DLFOUNDATION="$top" \
+        -DBUILD_SHARED_LIBS="$([ $form = STATIC ] || echo ON)" -DFORM=${form}_LIBRARY
+done
