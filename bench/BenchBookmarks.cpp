@@ -1,9 +1,13 @@
-// Bookmarks whose files are gone beside one look at the folder where they were.
+// Bookmarks: those whose files are gone beside one look at the folder where they were; many of them, kept on the
+// disk, beside a file that is replaced for each.
 #include "Driver.h"
 #include "MemoryFolder.h"
+#include "Processes.h"
 
 #include <Foundation/Foundation.h>
 #include <dirent.h>
+#include <fcntl.h>
+#include <files/LSandboxBookmarkManager.h>
 #include <filesystem>
 #include <fstream>
 
@@ -63,14 +67,86 @@ double resolve(std::size_t count) {
     });
 }
 
+constexpr int kMany = 1000;
+
+// A program's life with its own settings, on the disk. `work` is given a folder with many files.
+Sample life(const std::function<Sample(const std::string& files)>& work) {
+    const ScratchFolder folder;
+    for (int i = 0; i < kMany; ++i)
+        std::ofstream(folder.path() + "/file" + std::to_string(i)).put('x');
+    return measurePair(
+        Placement::OneCpu, [] { pause(); },
+        [&] {
+            setenv("HOME", folder.path().c_str(), 1);
+            setenv("XDG_CONFIG_HOME", folder.path().c_str(), 1);
+            return work(folder.path() + "/file");
+        });
+}
+
+// What a save is at least: a file of some bytes a bookmark, on the disk with its name.
+Sample replaceForEach(const std::string& files) {
+    const std::string draft = files + "-draft";
+    const std::string content(100 * kMany, 'x');
+    const int folder = open(files.substr(0, files.rfind('/')).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    return milliseconds([&] {
+        for (std::size_t i = 1; i <= kMany; ++i) {
+            const int file = open(draft.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+            need(write(file, content.data(), 100 * i) > 0 && fsync(file) == 0 &&
+                     rename(draft.c_str(), (files + "-settings").c_str()) == 0 && fsync(folder) == 0,
+                 "the file was not replaced");
+            close(file);
+        }
+    });
+}
+
+void addAll(const std::string& files) {
+    for (int i = 0; i < kMany; ++i) {
+        const std::string path = files + std::to_string(i);
+        const NSRef<NSURL> url = NSURL::fileURLWithPath(path.c_str());
+        need(LSandboxBookmarkManager::AddFilePath(path.c_str(), url.get(), true, true, path.c_str()) &&
+                 LSandboxBookmarkManager::pInstance->InstanceGetBookmark(path.c_str())->bSavedToSettings,
+             "a bookmark was not saved");
+    }
+}
+
+Sample adding(const std::string& files) {
+    LSandboxBookmarkManager::Create();
+    return milliseconds([&] { addAll(files); });
+}
+
+Sample startingStale(const std::string& files) {
+    LSandboxBookmarkManager::Create();
+    addAll(files);
+    LSandboxBookmarkManager::Destroy();
+    for (int i = 0; i < kMany; ++i)
+        std::filesystem::rename(files + std::to_string(i), files + std::to_string(i) + "moved");
+    const double spent = milliseconds(LSandboxBookmarkManager::Create);
+    std::size_t found = 0;
+    for (auto* item = LSandboxBookmarkManager::pInstance->loFiles.GetFirst(); item != nullptr;
+         item = item->pNext)
+        ++found;
+    need(found == kMany, "not every bookmark was found");
+    return spent;
+}
+
 const Register registered([](std::vector<Case>& cases) {
     cases.push_back({"files/bookmarks of gone files, 50,000 others",
                      "ms",
                      Better::Lower,
-                     {{"readdir of the folder", readNames},
-                      {"one bookmark", [] { return resolve(1); }},
-                      {"200 bookmarks", [] { return resolve(kGone); }}},
-                     7});
+                     {{"floor: readdir of the folder", readNames},
+                      {"floor: one bookmark", [] { return resolve(1); }},
+                      {"200 bookmarks", [] { return resolve(kGone); }, Whose::Ours}}});
+    cases.push_back({"files/bookmarks, 1,000 adds",
+                     "ms",
+                     Better::Lower,
+                     {{"floor: a file replaced for each", [] { return life(replaceForEach); }},
+                      {"AddFilePath", [] { return life(adding); }, Whose::Ours}},
+                     kOnce});
+    cases.push_back({"files/bookmarks, a start with 1,000 that are stale",
+                     "ms",
+                     Better::Lower,
+                     {{"Create", [] { return life(startingStale); }, Whose::Ours}},
+                     kOnce});
 });
 
 } // namespace

@@ -1,5 +1,5 @@
 // Character sets: UTF-8 to UTF-32 and back, and to 16-bit units, in five kinds of text and in one short
-// string. The floor moves the same bytes; the peers are the host's converter and a loop over the bytes. And
+// string. The floor reads and writes as many bytes; the peers are the host's converter and a loop over the bytes. And
 // walks over UTF-8 that convert nothing, beside such a loop.
 #include "Driver.h"
 
@@ -69,18 +69,19 @@ Text MakeText(const Script& script, std::size_t bytes) {
 
 // ---- Floor and peers ----
 
-// Reads `from` bytes and writes `to` bytes, as fast as the host's memory functions do.
-void MoveBytes(char* target, std::size_t to, const char* source, std::size_t from) {
-    const std::size_t both = std::min(to, from);
-    std::memcpy(target, source, both);
-    std::memset(target + both, 'x', to - both);
-    std::uint64_t unwritten = 0;
-    for (std::size_t i = both; i + sizeof unwritten <= from; i += sizeof unwritten) {
-        std::uint64_t word;
-        std::memcpy(&word, source + i, sizeof word);
-        unwritten |= word;
+// Reads `from` bytes and writes `to` bytes, 64 at a time: what no conversion can do without.
+void ReadAndWrite(char* target, std::size_t to, const char* source, std::size_t from) {
+    using Vector [[gnu::vector_size(64)]] = std::uint64_t;
+    Vector read{};
+    std::size_t i = 0;
+    for (Vector value; i + sizeof value <= from; i += sizeof value) {
+        std::memcpy(&value, source + i, sizeof value);
+        read |= value;
     }
-    keep(unwritten);
+    for (; i < from; ++i)
+        read[0] |= static_cast<unsigned char>(source[i]);
+    keep(read);
+    std::memset(target, static_cast<int>(read[0] & 1), to);
 }
 
 class HostConverter {
@@ -175,21 +176,21 @@ unsigned short* AsUnicode(char* target) {
     return reinterpret_cast<unsigned short*>(target);
 }
 
-// Rows for the kernels that this processor would use without its newest vector unit.
+// A row for each kernel that this processor can run.
 template <typename Convert>
-void AddOlderKernels(std::vector<Way>& ways, Convert convert) {
-    for (const LCharsetsKernels* const* walk = LCharsetsKernelsHere(); walk[1] != nullptr; ++walk)
+void AddKernels(std::vector<Way>& ways, Convert convert) {
+    for (const LCharsetsKernels* const* walk = LCharsetsKernelsHere(); *walk != nullptr; ++walk)
         ways.push_back(
-            {std::string("kernels: ") + (*walk)->szName,
+            {std::string("kernel: ") + (*walk)->szName,
              [kernels = *walk, convert](const Text& text, char* to) { convert(*kernels, text, to); }});
 }
 
 std::vector<Way> DecodeTo32() {
     const auto host = std::make_shared<HostConverter>("WCHAR_T", "UTF-8");
     std::vector<Way> ways = {
-        {"floor: moving the bytes",
+        {"floor: vector reads and writes",
          [](const Text& text, char* to) {
-             MoveBytes(to, 4 * text.utf32.size(), text.utf8.data(), text.utf8.size());
+             ReadAndWrite(to, 4 * text.utf32.size(), text.utf8.data(), text.utf8.size());
          }},
         {kHostName,
          [host](const Text& text, char* to) {
@@ -197,7 +198,7 @@ std::vector<Way> DecodeTo32() {
          }},
         {kByteWiseName, [](const Text& text, char* to) { DecodeByteWise(AsWide(to), text.utf8.c_str()); }},
     };
-    AddOlderKernels(ways, [](const LCharsetsKernels& kernels, const Text& text, char* to) {
+    AddKernels(ways, [](const LCharsetsKernels& kernels, const Text& text, char* to) {
         kernels.DecodeTo32(AsWide(to), text.utf8.data(), text.utf8.size());
     });
     ways.push_back({"LCopyUTF32FromUTF8", [](const Text& text, char* to) {
@@ -209,9 +210,9 @@ std::vector<Way> DecodeTo32() {
 std::vector<Way> DecodeTo16() {
     const auto host = std::make_shared<HostConverter>("UTF-16LE", "UTF-8");
     std::vector<Way> ways = {
-        {"floor: moving the bytes",
+        {"floor: vector reads and writes",
          [](const Text& text, char* to) {
-             MoveBytes(to, 2 * text.utf32.size(), text.utf8.data(), text.utf8.size());
+             ReadAndWrite(to, 2 * text.utf32.size(), text.utf8.data(), text.utf8.size());
          }},
         {kHostName,
          [host](const Text& text, char* to) {
@@ -219,7 +220,7 @@ std::vector<Way> DecodeTo16() {
          }},
         {kByteWiseName, [](const Text& text, char* to) { DecodeByteWise(AsUnicode(to), text.utf8.c_str()); }},
     };
-    AddOlderKernels(ways, [](const LCharsetsKernels& kernels, const Text& text, char* to) {
+    AddKernels(ways, [](const LCharsetsKernels& kernels, const Text& text, char* to) {
         kernels.DecodeTo16(AsUnicode(to), text.utf8.data(), text.utf8.size());
     });
     ways.push_back({"LCopyUnicodeFromUTF8", [](const Text& text, char* to) {
@@ -231,10 +232,10 @@ std::vector<Way> DecodeTo16() {
 std::vector<Way> EncodeFrom32() {
     const auto host = std::make_shared<HostConverter>("UTF-8", "WCHAR_T");
     std::vector<Way> ways = {
-        {"floor: moving the bytes",
+        {"floor: vector reads and writes",
          [](const Text& text, char* to) {
-             MoveBytes(to, text.utf8.size(), reinterpret_cast<const char*>(text.utf32.data()),
-                       4 * text.utf32.size());
+             ReadAndWrite(to, text.utf8.size(), reinterpret_cast<const char*>(text.utf32.data()),
+                          4 * text.utf32.size());
          }},
         {kHostName,
          [host](const Text& text, char* to) {
@@ -242,7 +243,7 @@ std::vector<Way> EncodeFrom32() {
          }},
         {kByteWiseName, [](const Text& text, char* to) { EncodeByteWise(to, text.utf32.data()); }},
     };
-    AddOlderKernels(ways, [](const LCharsetsKernels& kernels, const Text& text, char* to) {
+    AddKernels(ways, [](const LCharsetsKernels& kernels, const Text& text, char* to) {
         kernels.EncodeFrom32(to, 4 * text.utf32.size(), text.utf32.data(), text.utf32.size() - 1);
     });
     ways.push_back({"LCopyUTF8FromUTF32",
@@ -264,17 +265,19 @@ Case CharsetsCase(const Direction& direction, const char* textName, std::shared_
                 isShort ? "ns" : "GB/s",
                 isShort ? Better::Lower : Better::Higher,
                 {},
-                7};
+                {1}};
     const auto target = std::make_shared<std::vector<char>>(4 * text->utf8.size() + 8);
     for (const Way& way : direction.ways())
-        result.rows.push_back({way.name, [way, text, target, isShort] {
+        result.rows.push_back({way.name,
+                               [way, text, target, isShort] {
                                    const auto work = [&] {
                                        way.convert(*text, target->data());
                                        keep(*target->data());
                                    };
                                    return isShort ? nanosecondsPerCall(work)
                                                   : gigabytesPerSecond(text->utf8.size(), work);
-                               }});
+                               },
+                               way.name.starts_with('L') ? Whose::Ours : Whose::Others});
     return result;
 }
 
@@ -287,30 +290,42 @@ std::size_t CountByteWise(const char* text) {
     return count;
 }
 
-Case WalkCase(const char* textName, std::shared_ptr<const Text> text) {
-    Case result{std::string("charsets/walk over UTF-8, ") + textName, "GB/s", Better::Higher, {}, 7};
-    const auto add = [&result, text](const char* name, auto walk) {
-        result.rows.push_back({name, [text, walk] {
-                                   return gigabytesPerSecond(text->utf8.size(),
-                                                             [&] { keep(walk(text->utf8.c_str())); });
-                               }});
-    };
+using Walk = std::function<std::size_t(const char*)>;
+
+Row WalkRow(const char* name, std::shared_ptr<const Text> text, Walk walk, Whose whose = Whose::Ours) {
+    return {name,
+            [=] { return gigabytesPerSecond(text->utf8.size(), [&] { keep(walk(text->utf8.c_str())); }); },
+            whose};
+}
+
+void AddWalks(std::vector<Case>& cases, const char* textName, std::shared_ptr<const Text> text) {
     const std::size_t count = text->utf32.size() - 1;
+    const std::size_t size = text->utf8.size();
     const auto wide = std::make_shared<std::vector<wchar_t>>(text->utf32.size());
-    add("byte-wise loop, counting", CountByteWise);
-    add("byte-wise loop, decoding", [wide](const char* s) { return DecodeByteWise(wide->data(), s); });
-    add("utf8strlen", [](const char* s) { return utf8strlen(s); });
-    add("LCharsetsUTF8CharIndexToByteIndex",
-        [count](const char* s) { return LCharsetsUTF8CharIndexToByteIndex(s, count); });
-    add("LCharsetsUTF8ByteIndexToCharIndex",
-        [size = text->utf8.size()](const char* s) { return LCharsetsUTF8ByteIndexToCharIndex(s, size); });
-    add("LCharsetsIsUTF8", [](const char* s) { return LCharsetsIsUTF8(s); });
-    return result;
+    cases.push_back({std::string("charsets/walk over UTF-8, ") + textName,
+                     "GB/s",
+                     Better::Higher,
+                     {WalkRow("byte-wise loop", text, CountByteWise, Whose::Others),
+                      WalkRow("utf8strlen", text, [](const char* s) { return utf8strlen(s); }),
+                      WalkRow("LCharsetsUTF8CharIndexToByteIndex", text,
+                              [=](const char* s) { return LCharsetsUTF8CharIndexToByteIndex(s, count); }),
+                      WalkRow("LCharsetsUTF8ByteIndexToCharIndex", text,
+                              [=](const char* s) { return LCharsetsUTF8ByteIndexToCharIndex(s, size); })},
+                     {1}});
+    cases.push_back(
+        {std::string("charsets/validate UTF-8, ") + textName,
+         "GB/s",
+         Better::Higher,
+         {WalkRow(
+              "byte-wise loop, decoding", text,
+              [=](const char* s) { return DecodeByteWise(wide->data(), s); }, Whose::Others),
+          WalkRow("LCharsetsIsUTF8", text, [](const char* s) { return std::size_t{LCharsetsIsUTF8(s)}; })},
+         {1}});
 }
 
 const Register charsets{[](std::vector<Case>& cases) {
     for (const Script& script : kScripts)
-        cases.push_back(WalkCase(script.name, std::make_shared<Text>(MakeText(script, kTextBytes))));
+        AddWalks(cases, script.name, std::make_shared<Text>(MakeText(script, kTextBytes)));
     for (const Direction& direction : kDirections)
         for (const Script& script : kScripts)
             cases.push_back(CharsetsCase(direction, script.name,

@@ -11,6 +11,7 @@
 #include <files/LFile.h>
 #include <files/LFolderIterator.h>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -23,7 +24,6 @@ namespace fs = std::filesystem;
 constexpr int kFolders = 500;
 constexpr int kFilesInFolder = 40;
 constexpr std::size_t kLargeFile = std::size_t{512} << 20;
-constexpr int kFailed = -1;
 
 void makeTree(const std::string& root) {
     mkdir(root.c_str(), 0700);
@@ -76,7 +76,9 @@ std::size_t countWithIterator(const char* folder) {
 double deletion(const std::function<void(const std::string&)>& remove) {
     const MemoryFolder scratch;
     makeTree(scratch / "tree");
-    return milliseconds([&] { remove(scratch / "tree"); });
+    const double spent = milliseconds([&] { remove(scratch / "tree"); });
+    need(!fs::exists(scratch / "tree"), "the tree is still there");
+    return spent;
 }
 
 double walking(const std::function<std::size_t(const std::string&)>& count) {
@@ -89,7 +91,10 @@ double walking(const std::function<std::size_t(const std::string&)>& count) {
 double copying(const std::function<void(const std::string&, const std::string&)>& copy) {
     const MemoryFolder scratch;
     makeTree(scratch / "tree");
-    return milliseconds([&] { copy(scratch / "tree", scratch / "copy"); });
+    const double spent = milliseconds([&] { copy(scratch / "tree", scratch / "copy"); });
+    const auto entries = std::distance(fs::recursive_directory_iterator(scratch / "copy"), {});
+    need(entries == kFolders * (kFilesInFolder + 1), "not everything was copied");
+    return spent;
 }
 
 double copyingLarge(const std::function<void(const std::string&, const std::string&)>& copy) {
@@ -98,9 +103,11 @@ double copyingLarge(const std::function<void(const std::string&, const std::stri
     const std::string block(std::size_t{1} << 20, 'x');
     for (std::size_t done = 0; done < kLargeFile; done += block.size())
         if (write(fd, block.data(), block.size()) < 0)
-            return kFailed;
+            throw Failure("no room for the large file");
     close(fd);
-    return milliseconds([&] { copy(scratch / "large", scratch / "copy"); });
+    const double spent = milliseconds([&] { copy(scratch / "large", scratch / "copy"); });
+    need(fs::file_size(scratch / "copy") == kLargeFile, "the copy has another size");
+    return spent;
 }
 
 void copyBare(const std::string& from, const std::string& to) {
@@ -122,6 +129,33 @@ void copyBare(const std::string& from, const std::string& to) {
         close(source);
         close(target);
     }
+}
+
+bool copyBareFile(const char* from, const char* to) {
+    char buffer[4096];
+    const int source = open(from, O_RDONLY | O_CLOEXEC);
+    const int target = open(to, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    const ssize_t got = read(source, buffer, sizeof buffer);
+    const bool copied = got > 0 && write(target, buffer, static_cast<std::size_t>(got)) == got;
+    close(source);
+    close(target);
+    return copied;
+}
+
+// Again and again over the same target.
+double copyingSmall(const std::function<bool(const char*, const char*)>& copy) {
+    const MemoryFolder scratch;
+    const std::string from = scratch / "small";
+    const std::string to = scratch / "copy";
+    std::ofstream(from) << std::string(4096, 'x');
+    return nanosecondsPerCall([&] { need(copy(from.c_str(), to.c_str()), "the file was not copied"); }) /
+           1000;
+}
+
+double asking(const std::function<bool(const char*)>& exists) {
+    const MemoryFolder scratch;
+    const std::string path = scratch / "missing";
+    return nanosecondsPerCall([&] { need(!exists(path.c_str()), "what is missing was found"); });
 }
 
 void copyRange(const std::string& from, const std::string& to) {
@@ -153,8 +187,9 @@ const Register files{[](std::vector<Case>& cases) {
           {"std::filesystem::remove_all",
            [] { return deletion([](const std::string& path) { fs::remove_all(path); }); }},
           {"LFile::DeleteFolderTree",
-           [] { return deletion([](const std::string& path) { LFile::DeleteFolderTree(path.c_str()); }); }}},
-         9});
+           [] { return deletion([](const std::string& path) { LFile::DeleteFolderTree(path.c_str()); }); },
+           Whose::Ours}},
+         {8}});
     cases.push_back(
         {"files/walk and count",
          "ms",
@@ -181,8 +216,8 @@ const Register files{[](std::vector<Case>& cases) {
                });
            }},
           {"LFile::FolderIterator",
-           [] { return walking([](const std::string& path) { return countWithIterator(path.c_str()); }); }}},
-         15});
+           [] { return walking([](const std::string& path) { return countWithIterator(path.c_str()); }); },
+           Whose::Ours}}});
     cases.push_back({"files/copy a tree",
                      "ms",
                      Better::Lower,
@@ -204,8 +239,9 @@ const Register files{[](std::vector<Case>& cases) {
                            return copying([](const std::string& from, const std::string& to) {
                                LFile::CopyFolderFiles(from.c_str(), to.c_str());
                            });
-                       }}},
-                     7});
+                       },
+                       Whose::Ours}},
+                     {14}});
     cases.push_back({"files/copy 512 MiB",
                      "ms",
                      Better::Lower,
@@ -219,10 +255,30 @@ const Register files{[](std::vector<Case>& cases) {
                       {"LFile::CopyFile",
                        [] {
                            return copyingLarge([](const std::string& from, const std::string& to) {
-                               LFile::CopyFile(from.c_str(), to.c_str());
+                               need(LFile::CopyFile(from.c_str(), to.c_str()), "the file was not copied");
                            });
-                       }}},
-                     5});
+                       },
+                       Whose::Ours}},
+                     {8}});
+    cases.push_back({"files/copy 4 KiB",
+                     "us",
+                     Better::Lower,
+                     {{"floor: open, read, write", [] { return copyingSmall(copyBareFile); }},
+                      {"std::filesystem::copy_file",
+                       [] {
+                           return copyingSmall([](const char* from, const char* to) {
+                               return fs::copy_file(from, to, fs::copy_options::overwrite_existing);
+                           });
+                       }},
+                      {"LFile::CopyFile", [] { return copyingSmall(LFile::CopyFile); }, Whose::Ours}}});
+    cases.push_back(
+        {"files/ask for what is missing",
+         "ns",
+         Better::Lower,
+         {{"floor: access", [] { return asking([](const char* path) { return access(path, F_OK) == 0; }); }},
+          {"std::filesystem::exists",
+           [] { return asking([](const char* path) { return fs::exists(path); }); }},
+          {"LFile::Exists", [] { return asking(LFile::Exists); }, Whose::Ours}}});
 }};
 
 } // namespace

@@ -54,28 +54,35 @@ char* storePair(char* p, int value) {
     return p + 2;
 }
 
+template <std::chars_format kForm, int kDigits>
+void number(const Inputs& in) {
+    *std::to_chars(buffer, buffer + sizeof(buffer), in.ratio, kForm, kDigits).ptr = 0;
+}
+
 template <typename Work>
-bench::Row row(const char* name, Work work) {
-    return {name, [work] {
+bench::Row row(const char* name, Work work, bench::Whose whose = bench::Whose::Others) {
+    return {name,
+            [work] {
                 return bench::nanosecondsPerCall([&] {
                     work(hidden());
                     bench::keep(buffer);
                 });
-            }};
+            },
+            whose};
 }
 
 template <typename Hand, typename Print, typename Ours, typename String, typename Fmt>
 bench::Case compare(const char* format, Hand hand, Print print, Ours ours, String string, Fmt fmt) {
-    bench::Case subject{std::string("format/") + format, "ns", bench::Better::Lower, {}, 7};
-    subject.rows.push_back(row("by hand", hand));
+    bench::Case subject{std::string("format/") + format, "ns", bench::Better::Lower, {}};
+    subject.rows.push_back(row("floor: by hand", hand));
     subject.rows.push_back(row("snprintf", print));
 #ifdef BENCH_HAVE_FMT
     subject.rows.push_back(row("fmt at run time", fmt));
 #else
     static_cast<void>(fmt);
 #endif
-    subject.rows.push_back(row("tplsnprintf", ours));
-    subject.rows.push_back(row("growable string", string));
+    subject.rows.push_back(row("tplsnprintf", ours, bench::Whose::Ours));
+    subject.rows.push_back(row("growable string", string, bench::Whose::Ours));
     return subject;
 }
 
@@ -139,12 +146,10 @@ const bench::Register registered([](std::vector<bench::Case>& cases) {
             *p = 0;
         },
         in.path));
-    cases.push_back(CASE(
-        "%f", "{:f}",
-        [](const Inputs& in) {
-            *std::to_chars(buffer, buffer + sizeof(buffer), in.ratio, std::chars_format::fixed, 6).ptr = 0;
-        },
-        in.ratio));
+    cases.push_back(CASE("%f", "{:f}", (number<std::chars_format::fixed, 6>), in.ratio));
+    cases.push_back(CASE("%.3f", "{:.3f}", (number<std::chars_format::fixed, 3>), in.ratio));
+    cases.push_back(CASE("%g", "{:g}", (number<std::chars_format::general, 6>), in.ratio));
+    cases.push_back(CASE("%e", "{:e}", (number<std::chars_format::scientific, 6>), in.ratio));
 });
 
 } // namespace

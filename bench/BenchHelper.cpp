@@ -31,6 +31,8 @@ namespace bench {
 namespace {
 
 constexpr int kIdleSeconds = 5;
+constexpr double kMostStart = 2e9; // ns
+constexpr unsigned kSettleMicroseconds = 100'000;
 
 // On a CPU of its own, where there are two; what it says is not shown.
 pid_t spawn(const std::string& program, const char* argument = nullptr) {
@@ -40,11 +42,11 @@ pid_t spawn(const std::string& program, const char* argument = nullptr) {
     posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
     posix_spawn_file_actions_adddup2(&actions, 1, 2);
     pid_t child = -1;
-    pinTo(0);
+    const Pinned inherited(0);
     const int error = posix_spawn(&child, program.c_str(), &actions, nullptr, argv, environ);
-    pinTo(1);
     posix_spawn_file_actions_destroy(&actions);
-    return error == 0 ? child : -1;
+    need(error == 0, "the program cannot be started");
+    return child;
 }
 
 void end(pid_t child) {
@@ -64,6 +66,45 @@ bool connects(const std::string& path) {
     return connected;
 }
 
+// Connections to the helper, all on the main thread.
+struct Peer final : LXPCEventNotify {
+    LXPCClient client{this};
+    std::function<void(long connection, bool value)> onReply;
+
+    explicit Peer(unsigned long connections) {
+        for (const char* key : {LReplyLaunchAtLogin, LReplyQueryLaunchAtLogin})
+            client.AddKey(key, LXPCDataTypeBool);
+        for (unsigned long number = 1; number <= connections; ++number)
+            client.Connect(LHelperServiceName, number, true);
+    }
+    static LXPCData flag(const char* key, bool value) {
+        LXPCData item;
+        std::strncpy(item.szName, key, sizeof item.szName - 1);
+        item.eType = LXPCDataTypeBool;
+        item.nValue = value ? 1 : 0;
+        return item;
+    }
+    void EvConnectionError(long, LXPCErrorType) override { failAndExit("the connection ended"); }
+    void EvMessageReceived(long, long, const LList<LXPCDataListable>&) override {}
+    void EvReplyReceived(long connection, const LList<LXPCDataListable>& items) override {
+        onReply(connection, items.GetFirst()->nValue != 0);
+    }
+    void EvMessageSent(long) override {}
+};
+
+// In a process of its own, whose end is the answer.
+void askHelper() {
+    measurePair(
+        Placement::OneCpu, [] { pause(); },
+        []() -> Sample {
+            Peer peer(1);
+            const LXPCData query = Peer::flag(LKeyQueryLaunchAtLogin, true);
+            peer.onReply = [](long, bool) { reportAndExit(0); };
+            peer.client.SendMessage(LHelperServiceName, 1, &query, 1, true);
+            dispatch_main();
+        });
+}
+
 // One started service: its private home and runtime folder, and for the helper a running main application.
 class Service {
 public:
@@ -81,20 +122,26 @@ public:
             application_ = spawn(BENCH_MAIN_APPLICATION);
             usleep(50'000);
         }
-        start_ = Clock::now();
+        const auto start = Clock::now();
         child_ = spawn(program, helper_ ? nullptr : socket_.c_str());
-        while (!(ready == Ready::Answers ? connects(socket_) : access(socket_.c_str(), F_OK) == 0) &&
-               nanosecondsSince(start_) < 2e9) {
-        }
-        startMilliseconds_ = nanosecondsSince(start_) * 1e-6;
+        while (!(ready == Ready::Answers ? connects(socket_) : access(socket_.c_str(), F_OK) == 0))
+            if (nanosecondsSince(start) > kMostStart) {
+                stop();
+                throw Failure("it does not serve");
+            }
+        startMilliseconds_ = nanosecondsSince(start) * 1e-6;
     }
-    ~Service() {
-        end(child_);
-        end(application_);
-    }
+    ~Service() { stop(); }
     Service(const Service&) = delete;
     Service& operator=(const Service&) = delete;
 
+    // Has it answer once: the helper a question, the others a connection.
+    void ask() const {
+        if (helper_)
+            askHelper();
+        else
+            need(connects(socket_), "no connection");
+    }
     double startMilliseconds() const { return startMilliseconds_; }
 
     // Sum of the numbers behind `name` in a /proc file of the process.
@@ -120,35 +167,33 @@ public:
     }
 
 private:
+    void stop() const {
+        end(child_);
+        end(application_);
+    }
+
     ScratchFolder folder_;
     bool helper_;
     std::string socket_;
     pid_t application_ = -1;
     pid_t child_ = -1;
-    Clock::time_point start_;
-    double startMilliseconds_ = -1;
+    double startMilliseconds_ = kUnknown;
 };
 
 double startMilliseconds(const char* program) {
     return Service(program, Service::Ready::Answers).startMilliseconds();
 }
 
-double dirtyKib(const char* program) {
+// A while after the start, or after an answer, when who has answered is still there.
+template <double (Service::*kFigure)() const, bool kAsked = false>
+double later(const char* program) {
     const Service service(program);
-    usleep(100'000);
-    return service.dirtyKib();
-}
-
-double residentKib(const char* program) {
-    const Service service(program);
-    usleep(100'000);
-    return service.residentKib();
-}
-
-double threads(const char* program) {
-    const Service service(program);
-    usleep(100'000);
-    return service.threads();
+    usleep(kSettleMicroseconds);
+    if (kAsked) {
+        service.ask();
+        usleep(kSettleMicroseconds);
+    }
+    return (service.*kFigure)();
 }
 
 // One more than the wake-ups, so that a ratio to a floor of none is still a number.
@@ -159,32 +204,6 @@ double wakeUpsAndOne(const char* program) {
     sleep(kIdleSeconds);
     return 1 + service.wakeUps() - before;
 }
-
-// Connections to the helper, all on the main thread.
-struct Peer final : LXPCEventNotify {
-    LXPCClient client{this};
-    std::function<void(long connection, bool value)> onReply;
-
-    explicit Peer(unsigned long connections) {
-        for (const char* key : {LReplyLaunchAtLogin, LReplyQueryLaunchAtLogin})
-            client.AddKey(key, LXPCDataTypeBool);
-        for (unsigned long number = 1; number <= connections; ++number)
-            client.Connect(LHelperServiceName, number, true);
-    }
-    static LXPCData flag(const char* key, bool value) {
-        LXPCData item;
-        std::strncpy(item.szName, key, sizeof item.szName - 1);
-        item.eType = LXPCDataTypeBool;
-        item.nValue = value ? 1 : 0;
-        return item;
-    }
-    void EvConnectionError(long, LXPCErrorType) override {}
-    void EvMessageReceived(long, long, const LList<LXPCDataListable>&) override {}
-    void EvReplyReceived(long connection, const LList<LXPCDataListable>& items) override {
-        onReply(connection, items.GetFirst()->nValue != 0);
-    }
-    void EvMessageSent(long) override {}
-};
 
 constexpr unsigned long kTogglers = 64 / 2; // connections of each of two processes: one may not have them all
 constexpr int kWaiting = 16;                // questions of each at a time
@@ -217,7 +236,7 @@ void toggle() {
 }
 
 // Of the times from a question to its answer, in ms.
-double percentile99() {
+Sample percentile99() {
     std::this_thread::sleep_for(kWarmUp);
     Peer peer(1);
     std::vector<double> times;
@@ -232,43 +251,48 @@ double percentile99() {
         times.push_back(nanosecondsSince(start) * 1e-6);
         if (times.size() < kQuestions)
             return ask();
-        const auto rank = times.begin() + static_cast<std::ptrdiff_t>(times.size() * 99 / 100);
-        std::nth_element(times.begin(), rank, times.end());
-        reportAndExit(*rank);
+        reportAndExit(distribution(times).percentile99);
     };
     ask();
     dispatch_main();
 }
 
-double answersBeside(const std::function<void()>& others) {
+Sample answersBeside(const std::function<void()>& others) {
     const Service service(BENCH_HELPER, Service::Ready::Answers);
     return measurePair(Placement::TwoCpus, others, percentile99);
 }
 
 Case answersCase() {
-    Case result{"helper/answers while others toggle, 99th percentile", "ms", Better::Lower, {}, 3};
-    result.rows.push_back({"alone", [] { return answersBeside([] { pause(); }); }});
-    result.rows.push_back({"beside 64 that toggle", [] { return answersBeside(toggle); }});
+    Case result{"helper/answers while others toggle, 99th percentile", "ms", Better::Lower, {}, {0, 2}};
+    result.rows.push_back({"floor: alone", [] { return answersBeside([] { pause(); }); }});
+    result.rows.push_back({"beside 64 that toggle", [] { return answersBeside(toggle); }, Whose::Ours});
     return result;
 }
 
-Case helperCase(const char* name, const char* unit, double (*figure)(const char*), int repetitions) {
-    Case result{name, unit, Better::Lower, {}, repetitions};
+Case helperCase(const char* name, const char* unit, double (*figure)(const char*), Effort effort) {
+    Case result{name, unit, Better::Lower, {}, effort};
     result.rows.push_back({"floor: poll loop", [figure] { return figure(BENCH_POLL_LOOP); }});
+    result.rows.push_back(
+        {"floor: poll loop, C++ library inside", [figure] { return figure(BENCH_POLL_LOOP_STATIC); }});
 #if BENCH_HAVE_SDBUS
     result.rows.push_back({"service on sd-bus", [figure] { return figure(BENCH_SDBUS_SERVICE); }});
 #endif
-    result.rows.push_back({"login helper", [figure] { return figure(BENCH_HELPER); }});
+    result.rows.push_back({"login helper", [figure] { return figure(BENCH_HELPER); }, Whose::Ours});
     return result;
 }
 
 const Register helper{[](std::vector<Case>& cases) {
-    cases.push_back(helperCase("helper/start to serving", "ms", startMilliseconds, 21));
-    cases.push_back(helperCase("helper/private dirty memory", "KiB", dirtyKib, 3));
-    cases.push_back(helperCase("helper/resident memory", "KiB", residentKib, 3));
+    constexpr Effort kFew = {0, 2};
+    cases.push_back(helperCase("helper/start to serving", "ms", startMilliseconds, {6}));
+    cases.push_back(helperCase("helper/private dirty memory", "KiB", later<&Service::dirtyKib>, kFew));
+    cases.push_back(
+        helperCase("helper/private dirty memory, just asked", "KiB", later<&Service::dirtyKib, true>, kFew));
+    cases.push_back(helperCase("helper/resident memory", "KiB", later<&Service::residentKib>, kFew));
+    cases.push_back(
+        helperCase("helper/resident memory, just asked", "KiB", later<&Service::residentKib, true>, kFew));
     cases.push_back(answersCase());
-    cases.push_back(helperCase("helper/threads", "threads", threads, 1));
-    cases.push_back(helperCase("helper/wake-ups in 5 s, plus one", "wake-ups", wakeUpsAndOne, 1));
+    cases.push_back(helperCase("helper/threads", "threads", later<&Service::threads>, kOnce));
+    cases.push_back(helperCase("helper/wake-ups in 5 s, plus one", "wake-ups", wakeUpsAndOne, kOnce));
 }};
 
 } // namespace

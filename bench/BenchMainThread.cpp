@@ -141,7 +141,7 @@ const Register mainThread{[](std::vector<Case>& cases) {
 #if BENCH_HAVE_GLIB
                       {"g_idle_add", fromAnotherThread<IdleSources>},
 #endif
-                      {"LThreadRunOnMainThread", fromAnotherThread<MainThreadTarget>}}});
+                      {"LThreadRunOnMainThread", fromAnotherThread<MainThreadTarget>, Whose::Ours}}});
     cases.push_back({"mainthread/post and handle, a hundred at a time",
                      "ns",
                      Better::Lower,
@@ -149,7 +149,7 @@ const Register mainThread{[](std::vector<Case>& cases) {
 #if BENCH_HAVE_GLIB
                       {"g_idle_add", inBatches<IdleSources>},
 #endif
-                      {"LThreadRunOnMainThread", inBatches<MainThreadTarget>}}});
+                      {"LThreadRunOnMainThread", inBatches<MainThreadTarget>, Whose::Ours}}});
 }};
 
 } // namespace

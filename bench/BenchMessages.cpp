@@ -5,19 +5,20 @@
 namespace bench {
 namespace {
 
-using Load = double (*Carrier::*)(Placement);
+using Load = Sample (*Carrier::*)(Placement);
 
-Case messageCase(const char* name, const char* unit, Better better, Load load, Placement placement) {
-    Case result{name, unit, better, {}, 7};
-    const auto row = [&](const char* carrierName, const Carrier& carrier) {
+Case messageCase(const char* name, const char* unit, Better better, Load load, Placement placement,
+                 Effort effort = {3}) {
+    Case result{name, unit, better, {}, effort};
+    const auto row = [&](const char* carrierName, const Carrier& carrier, Whose whose = Whose::Others) {
         const auto run = carrier.*load;
-        result.rows.push_back({carrierName, [run, placement] { return run(placement); }});
+        result.rows.push_back({carrierName, [run, placement] { return run(placement); }, whose});
     };
     row("floor: raw Unix stream", kRawSocket);
 #if BENCH_HAVE_SDBUS
     row("sd-bus, point to point", kSdBus);
 #endif
-    row("LXPCClient and LXPCMachServer", kLibrary);
+    row("LXPCClient and LXPCMachServer", kLibrary, Whose::Ours);
     return result;
 }
 
@@ -38,6 +39,8 @@ const Register messages{[](std::vector<Case>& cases) {
                                 Better::Higher, &Carrier::connects, two));
     cases.push_back(messageCase("xpc/connect, request, reply, close, one CPU", "connections/s",
                                 Better::Higher, &Carrier::connects, one));
+    cases.push_back(messageCase("xpc/wake-ups of a service that is asked now and then", "wake-ups a request",
+                                Better::Lower, &Carrier::wakeUps, two, {0, 3}));
 }};
 
 } // namespace

@@ -1,14 +1,15 @@
 // TCP over the loopback, beside blocking calls and beside a select before each receiving. Every row has the
 // library's own socket setup at both ends; what differs is how they wait.
 #include "Driver.h"
+#include "Processes.h"
 
+#include <ctime>
 #include <fcntl.h>
 #include <functional>
 #include <net/LProcessSocket.h>
 #include <netinet/in.h>
 #include <sys/select.h>
 #include <sys/socket.h>
-#include <thread>
 #include <threads/LThread.h>
 #include <utility>
 #include <vector>
@@ -89,10 +90,10 @@ struct Connection {
     }
 };
 
-// The work of one end, on a thread that could be stopped and on a processor of its own, as two machines have.
+// The work of one end, on a thread that could be stopped, and on one processor.
 struct Worker : LThread {
-    Worker(unsigned theProcessor, std::function<void(LProcessInterface&)> theWork)
-        : processor(theProcessor % std::thread::hardware_concurrency()), work(std::move(theWork)) {
+    Worker(int theProcessor, std::function<void(LProcessInterface&)> theWork)
+        : processor(theProcessor), work(std::move(theWork)) {
         Start(31);
     }
     ~Worker() override {
@@ -101,27 +102,33 @@ struct Worker : LThread {
         _StopAndWait();
     }
     void ThreadFunction() override {
-        cpu_set_t one;
-        CPU_ZERO(&one);
-        CPU_SET(processor, &one);
-        pthread_setaffinity_np(pthread_self(), sizeof one, &one);
+        pinTo(processor);
         work(*this);
     }
-    const unsigned processor;
+    const int processor;
     const std::function<void(LProcessInterface&)> work;
 };
 
 constexpr std::size_t kMessage = 100;
 
+// Of this process, in us.
+double processorTime() {
+    timespec used{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
+    return static_cast<double>(used.tv_sec) * 1e6 + static_cast<double>(used.tv_nsec) * 1e-3;
+}
+
+// Both ends on one processor, or each on one of its own, as two machines have it.
 template <typename Way>
-double roundTrip() {
-    constexpr int kRounds = 4000;
+Sample roundTrip(Placement placement) {
+    constexpr std::size_t kRounds = 4000;
+    needProcessorsFor(placement);
     Connection connection;
-    double spent = -1;
-    const Worker other(1, [&](LProcessInterface& process) {
+    std::vector<double> times;
+    const Worker other(placement == Placement::TwoCpus, [&](LProcessInterface& process) {
         const Way way(process, connection.there.GetDescriptor());
         char message[kMessage];
-        for (int i = 0; i < kRounds; ++i)
+        for (std::size_t i = 0; i < kRounds; ++i)
             if (!receiveAll(way, message, kMessage) || !way.sendAll(message, kMessage))
                 return;
     });
@@ -129,24 +136,28 @@ double roundTrip() {
         const Worker self(0, [&](LProcessInterface& process) {
             const Way way(process, connection.here.GetDescriptor());
             char message[kMessage] = {};
-            const auto start = Clock::now();
-            for (int i = 0; i < kRounds; ++i)
+            for (std::size_t i = 0; i < kRounds; ++i) {
+                const auto start = Clock::now();
                 if (!way.sendAll(message, kMessage) || !receiveAll(way, message, kMessage))
                     return;
-            spent = nanosecondsSince(start) / kRounds / 1000;
+                times.push_back(nanosecondsSince(start) / 1000);
+            }
         });
     }
     shutdown(connection.here.GetDescriptor(), SHUT_RDWR); // ends the other end after a failure, too
-    return spent;
+    need(times.size() == kRounds, "the connection ended");
+    return distribution(times);
 }
 
 template <typename Way>
-double stream() {
+Sample stream(Placement placement) {
     constexpr std::size_t kPiece = 64 << 10;
-    constexpr std::size_t kWhole = std::size_t{512} << 20;
+    constexpr std::size_t kWhole = std::size_t{128} << 20;
+    needProcessorsFor(placement);
     Connection connection;
-    double speed = -1;
-    const Worker other(1, [&](LProcessInterface& process) {
+    double speed = kUnknown;
+    const double usedBefore = processorTime();
+    const Worker other(placement == Placement::TwoCpus, [&](LProcessInterface& process) {
         const Way way(process, connection.there.GetDescriptor());
         const std::vector<char> piece(kPiece, 'x');
         for (std::size_t sent = 0; sent < kWhole; sent += kPiece)
@@ -166,22 +177,33 @@ double stream() {
         });
     }
     shutdown(connection.here.GetDescriptor(), SHUT_RDWR); // ends the other end after a failure, too
-    return speed;
+    need(speed > 0, "the connection ended");
+    Sample sample(speed);
+    sample.cpu = (processorTime() - usedBefore) / (kWhole / kPiece);
+    return sample;
+}
+
+using Measure = Sample (*)(Placement);
+
+void addBoth(std::vector<Case>& cases, const std::string& name, const char* unit, Better better,
+             Measure blocking, Measure selectFirst, Measure library) {
+    for (const auto placement : {Placement::OneCpu, Placement::TwoCpus}) {
+        const auto at = [placement](Measure measure) { return [=] { return measure(placement); }; };
+        cases.push_back({name + (placement == Placement::OneCpu ? ", one CPU" : ", two CPUs"),
+                         unit,
+                         better,
+                         {{"floor: blocking send and recv", at(blocking)},
+                          {"select before each recv", at(selectFirst)},
+                          {"ProcessSend, ProcessRecvReady", at(library), Whose::Ours}},
+                         {3}});
+    }
 }
 
 const Register net{[](std::vector<Case>& cases) {
-    cases.push_back({"net/round trip of 100 bytes",
-                     "us",
-                     Better::Lower,
-                     {{"floor: blocking send and recv", roundTrip<Blocking>},
-                      {"select before each recv", roundTrip<SelectFirst>},
-                      {"ProcessSend, ProcessRecvReady", roundTrip<Library>}}});
-    cases.push_back({"net/stream in pieces of 64 KiB",
-                     "GB/s",
-                     Better::Higher,
-                     {{"floor: blocking send and recv", stream<Blocking>},
-                      {"select before each recv", stream<SelectFirst>},
-                      {"ProcessSend, ProcessRecvReady", stream<Library>}}});
+    addBoth(cases, "net/round trip of 100 bytes", "us", Better::Lower, roundTrip<Blocking>,
+            roundTrip<SelectFirst>, roundTrip<Library>);
+    addBoth(cases, "net/stream in pieces of 64 KiB", "GB/s", Better::Higher, stream<Blocking>,
+            stream<SelectFirst>, stream<Library>);
 }};
 
 } // namespace

@@ -93,13 +93,20 @@ void handRelative(const Inputs& in) {
 }
 
 template <typename Work>
-bench::Row row(const char* name, Work work) {
-    return {name, [work] {
+bench::Row row(const char* name, Work work, bench::Whose whose = bench::Whose::Others) {
+    return {name,
+            [work] {
                 return bench::nanosecondsPerCall([&] {
                     work(hidden());
                     bench::keep(buffer);
                 });
-            }};
+            },
+            whose};
+}
+
+template <typename Work>
+bench::Row ours(const char* name, Work work) {
+    return row(name, work, bench::Whose::Ours);
 }
 
 // What a user of std::filesystem holds afterwards is a path of its own.
@@ -132,24 +139,24 @@ bool handMatch(const char* pattern, const char* text) {
 }
 
 bench::Case wildcard(const char* pattern, const char* Inputs::*text) {
-    bench::Case subject{std::string("paths/match ") + pattern, "ns", bench::Better::Lower, {}, 7};
+    bench::Case subject{std::string("paths/match ") + pattern, "ns", bench::Better::Lower, {}};
     subject.rows.push_back(
-        row("by hand", [=](const Inputs& in) { bench::keep(handMatch(pattern, in.*text)); }));
+        row("floor: by hand", [=](const Inputs& in) { bench::keep(handMatch(pattern, in.*text)); }));
     subject.rows.push_back(
         row("fnmatch", [=](const Inputs& in) { bench::keep(fnmatch(pattern, in.*text, 0)); }));
     subject.rows.push_back(
-        row("IsMatch", [=](const Inputs& in) { bench::keep(LFile::IsMatch<char>(pattern, in.*text)); }));
+        ours("IsMatch", [=](const Inputs& in) { bench::keep(LFile::IsMatch<char>(pattern, in.*text)); }));
     return subject;
 }
 
 bench::Case splits(const char* name, std::vector<bench::Row> rows) {
-    return {std::string("paths/") + name, "ns", bench::Better::Lower, std::move(rows), 7};
+    return {std::string("paths/") + name, "ns", bench::Better::Lower, std::move(rows)};
 }
 
 const bench::Register registered([](std::vector<bench::Case>& cases) {
     cases.push_back(splits(
         "last component",
-        {row("by hand", handFile),
+        {row("floor: by hand", handFile),
          row("basename",
              [](const Inputs& in) {
                  const char* const name =
@@ -158,10 +165,10 @@ const bench::Register registered([](std::vector<bench::Case>& cases) {
              }),
          pathRow("path held", [](const Inputs& in) { return in.held.filename(); }),
          pathRow("path from text", [](const Inputs& in) { return fs::path(in.path).filename(); }),
-         row("_GetFileFromPath", [](const Inputs& in) { LFile::_GetFileFromPath(buffer, in.path); })}));
+         ours("_GetFileFromPath", [](const Inputs& in) { LFile::_GetFileFromPath(buffer, in.path); })}));
     cases.push_back(splits(
         "folder",
-        {row("by hand", handFolder),
+        {row("floor: by hand", handFolder),
          row("dirname",
              [](const Inputs& in) {
                  const char* const name =
@@ -170,33 +177,34 @@ const bench::Register registered([](std::vector<bench::Case>& cases) {
              }),
          pathRow("path held", [](const Inputs& in) { return in.held.parent_path(); }),
          pathRow("path from text", [](const Inputs& in) { return fs::path(in.path).parent_path(); }),
-         row("_GetFolderFromPath", [](const Inputs& in) { LFile::_GetFolderFromPath(buffer, in.path); })}));
+         ours("_GetFolderFromPath", [](const Inputs& in) { LFile::_GetFolderFromPath(buffer, in.path); })}));
     cases.push_back(
         splits("extension",
-               {row("by hand", handExtension),
+               {row("floor: by hand", handExtension),
                 pathRow("path held", [](const Inputs& in) { return in.held.extension(); }),
                 pathRow("path from text", [](const Inputs& in) { return fs::path(in.path).extension(); }),
-                row("_GetFileExtensionFromPath",
-                    [](const Inputs& in) { LFile::_GetFileExtensionFromPath(buffer, in.path); })}));
+                ours("_GetFileExtensionFromPath",
+                     [](const Inputs& in) { LFile::_GetFileExtensionFromPath(buffer, in.path); })}));
     cases.push_back(splits(
-        "join", {row("by hand", handJoin),
+        "join", {row("floor: by hand", handJoin),
                  row("snprintf",
                      [](const Inputs& in) {
                          std::snprintf(buffer, sizeof buffer, "%s/%s%s", in.folder, in.name, in.extension);
                      }),
                  pathRow("path from text",
                          [](const Inputs& in) { return (fs::path(in.folder) / in.name) += in.extension; }),
-                 row("_MakeFilePath", [](const Inputs& in) {
+                 ours("_MakeFilePath", [](const Inputs& in) {
                      LFile::_MakeFilePath(buffer, in.folder, in.name, in.extension);
                  })}));
     cases.push_back(splits(
         "relative",
-        {row("by hand", handRelative),
+        {row("floor: by hand", handRelative),
          pathRow("path held", [](const Inputs& in) { return in.held.lexically_relative(in.heldFolder); }),
          pathRow("path from text",
                  [](const Inputs& in) { return fs::path(in.path).lexically_relative(in.folder); }),
-         row("GetRelativePathFromAbsolutePath",
-             [](const Inputs& in) { LFile::GetRelativePathFromAbsolutePath(buffer, in.folder, in.path); })}));
+         ours("GetRelativePathFromAbsolutePath", [](const Inputs& in) {
+             LFile::GetRelativePathFromAbsolutePath(buffer, in.folder, in.path);
+         })}));
     cases.push_back(wildcard("*.plist", &Inputs::list));
     cases.push_back(wildcard("com.*.agent?", &Inputs::agent));
     cases.push_back(wildcard("*a*b*c", &Inputs::letters));

@@ -17,7 +17,7 @@
 #include <random>
 #include <strings/LTextFile.h>
 #include <sys/stat.h>
-#include <threads/LProcessInterface.h>
+#include <threads/LThread.h>
 #include <vector>
 
 namespace bench {
@@ -134,11 +134,14 @@ std::size_t linesBuffered(const std::string& path) {
     return count;
 }
 
-Row lineRow(const char* name, std::size_t (*count)(const std::string&)) {
-    return {name, [count] {
+Row lineRow(const char* name, std::size_t (*count)(const std::string&), Whose whose = Whose::Others) {
+    return {name,
+            [count] {
                 const std::string path = files().lines();
-                return milliseconds([&] { keep(count(path)); });
-            }};
+                static const std::size_t lines = linesBare(path);
+                return milliseconds([&] { need(count(path) == lines, "another number of lines"); });
+            },
+            whose};
 }
 
 // The same lines of 0 to 60 bytes for every way of writing them.
@@ -205,29 +208,32 @@ void writeOurs(int file) {
     });
 }
 
-Row writeRow(const char* name, void (*writeAll)(int)) {
-    return {name, [writeAll] {
+Row writeRow(const char* name, void (*writeAll)(int), Whose whose = Whose::Others) {
+    return {name,
+            [writeAll] {
                 keep(someLines());
                 const port::UniqueFd file(
                     open(files().target().c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
                 const double spent = milliseconds([&] { writeAll(file.get()); });
                 return spent * 1e6 / static_cast<double>(kRounds * someLines().size());
-            }};
+            },
+            whose};
 }
 
-// Keeps what it is told, as somebody who shows it would.
-class Watcher final : public LProcessInterface {
+// Copies on a thread that can be stopped, and keeps what it is told, as somebody who shows it would.
+class Copier final : public LThread {
 public:
-    bool IsToStop() override { return false; }
-    bool ProcessWait(unsigned int) override { return false; }
-    int ProcessWaitSignal(LSignalObjectRef, unsigned int) override { return LProcessWaitFailed; }
-    int ProcessWaitSignalObjectGroup(LSignalObjectGroup&, unsigned int) override {
-        return LProcessWaitFailed;
-    }
+    Copier(const std::string& from, const std::string& to) : from_(from), to_(to) { Start(31); }
+    ~Copier() override { _StopAndWait(); }
+    void ThreadFunction() override { result_ = Process(*this, LProcessCopyFile{from_.c_str(), to_.c_str()}); }
     void SetProgress(double fraction) override { progress_ = fraction; }
+    int result() const { return GetFinishedSignal().WaitSignal(LNoTimeLimit) ? result_ : LProcessFailed; }
 
 private:
+    const std::string from_;
+    const std::string to_;
     volatile double progress_ = 0;
+    int result_ = LProcessFailed;
 };
 
 template <bool kInKernel>
@@ -242,12 +248,17 @@ void copyBare(const std::string& from, const std::string& to) {
     while (moved > 0 && (kInKernel || write(target.get(), buffer, static_cast<std::size_t>(moved)) == moved));
 }
 
-Row copyRow(const char* name, std::function<void(const std::string&, const std::string&)> copy) {
-    return {name, [copy] {
+Row copyRow(const char* name, std::function<void(const std::string&, const std::string&)> copy,
+            Whose whose = Whose::Others) {
+    return {name,
+            [copy] {
                 const std::string from = files().large();
                 const std::string to = files().target();
-                return milliseconds([&] { copy(from, to); });
-            }};
+                const double spent = milliseconds([&] { copy(from, to); });
+                need(std::filesystem::file_size(to) == kLargeFile, "the copy has another size");
+                return spent;
+            },
+            whose};
 }
 
 std::unique_ptr<char[]> readBare(const std::string& path, std::size_t& size) {
@@ -276,7 +287,7 @@ double readAndConvert(const std::string& path, const char* charset) {
 
 Case textCase(const char* name, const std::string& mark, const std::string& unit, const char* charset) {
     const auto path = [=] { return files().text(name, mark, unit); };
-    Case subject{std::string("text/load ") + name, "ms", Better::Lower, {}, 9};
+    Case subject{std::string("text/load ") + name, "ms", Better::Lower, {}, {2}};
     subject.rows.push_back({"floor: read of the file", [=] {
                                 const std::string from = path();
                                 return milliseconds([&] {
@@ -286,39 +297,42 @@ Case textCase(const char* name, const std::string& mark, const std::string& unit
                             }});
     if (charset != nullptr)
         subject.rows.push_back({"read and iconv", [=] { return readAndConvert(path(), charset); }});
-    subject.rows.push_back({"LLoadTextAutoChar", [=] {
+    subject.rows.push_back({"LLoadTextAutoChar",
+                            [=] {
                                 const std::string from = path();
                                 return milliseconds([&] {
                                     LStringLongTemplate<char> text;
-                                    keep(LLoadTextAutoChar(from.c_str(), text));
+                                    need(LLoadTextAutoChar(from.c_str(), text), "the text was not read");
                                 });
-                            }});
+                            },
+                            Whose::Ours});
     return subject;
 }
 
 const Register readers{[](std::vector<Case>& cases) {
-    cases.push_back(
-        {"files/lines of 200 MB",
-         "ms",
-         Better::Lower,
-         {lineRow("floor: read 256 KiB and memchr", linesBare), lineRow("getline(3)", linesGetline),
-          lineRow("std::getline", linesStdGetline), lineRow("LReadFileBuffered::ReadLine", linesBuffered)},
-         9});
-    cases.push_back({"files/write lines",
-                     "ns",
+    cases.push_back({"files/lines of 200 MB",
+                     "ms",
                      Better::Lower,
-                     {writeRow("floor: memcpy and write", writeBare), writeRow("fputs", writeStdio<false>),
-                      writeRow("LWriteFileRef::WriteLineLF", writeOurs<LWriteFileRef, false>),
-                      writeRow("LWriteFileBuffered::WriteLineLF", writeOurs<LWriteFileBuffered, false>)},
-                     9});
+                     {lineRow("floor: read 256 KiB and memchr", linesBare),
+                      lineRow("getline(3)", linesGetline), lineRow("std::getline", linesStdGetline),
+                      lineRow("LReadFileBuffered::ReadLine", linesBuffered, Whose::Ours)},
+                     {2}});
+    cases.push_back(
+        {"files/write lines",
+         "ns",
+         Better::Lower,
+         {writeRow("floor: memcpy and write", writeBare), writeRow("fputs", writeStdio<false>),
+          writeRow("LWriteFileRef::WriteLineLF", writeOurs<LWriteFileRef, false>, Whose::Ours),
+          writeRow("LWriteFileBuffered::WriteLineLF", writeOurs<LWriteFileBuffered, false>, Whose::Ours)},
+         {4}});
     cases.push_back(
         {"files/write formatted lines",
          "ns",
          Better::Lower,
          {writeRow("floor: memcpy and write", writeBare), writeRow("fprintf to a FILE", writeStdio<true>),
-          writeRow("fprintf to a LWriteFileRef", writeOurs<LWriteFileRef, true>),
-          writeRow("fprintf to a LWriteFileBuffered", writeOurs<LWriteFileBuffered, true>)},
-         9});
+          writeRow("fprintf to a LWriteFileRef", writeOurs<LWriteFileRef, true>, Whose::Ours),
+          writeRow("fprintf to a LWriteFileBuffered", writeOurs<LWriteFileBuffered, true>, Whose::Ours)},
+         {4}});
     cases.push_back({"files/copy 512 MiB with progress",
                      "ms",
                      Better::Lower,
@@ -328,13 +342,13 @@ const Register readers{[](std::vector<Case>& cases) {
                               [](const std::string& from, const std::string& to) {
                                   run({"cp", from, to});
                               }),
-                      copyRow("Process(LProcessCopyFile)",
-                              [](const std::string& from, const std::string& to) {
-                                  Watcher watcher;
-                                  if (Process(watcher, LProcessCopyFile{from.c_str(), to.c_str()}) != 0)
-                                      std::abort();
-                              })},
-                     7});
+                      copyRow(
+                          "Process(LProcessCopyFile)",
+                          [](const std::string& from, const std::string& to) {
+                              need(Copier(from, to).result() == LProcessFinished, "the copy failed");
+                          },
+                          Whose::Ours)},
+                     {9}});
     const std::string ascii = "The quick brown fox jumps over the lazy dog, and then it sleeps.\n";
     std::string units;
     std::string swapped;

@@ -1,17 +1,13 @@
-// Signals, locks and threads beside the bare calls and the standard library.
+// Signals and threads beside the bare calls and the standard library.
 #include "Driver.h"
+#include "Processes.h"
 
-#include <atomic>
-#include <cerrno>
-#include <condition_variable>
 #include <fcntl.h>
-#include <mutex>
 #include <poll.h>
 #include <pthread.h>
 #include <sys/eventfd.h>
 #include <sys/select.h>
 #include <thread>
-#include <threads/LLockObject.h>
 #include <threads/LSignalObject.h>
 #include <threads/LThread.h>
 #include <unistd.h>
@@ -41,9 +37,8 @@ struct BarePipe {
         keep(select(ends[0] + 1, &ready, nullptr, nullptr, nullptr));
     }
     void reset() const {
-        char byte;
-        while (read(ends[0], &byte, 1) == 1) {
-        }
+        char bytes[8]; // more than are there: one call says that it is empty
+        keep(read(ends[0], bytes, sizeof bytes));
     }
 };
 
@@ -80,11 +75,14 @@ double setWaitReset() {
 
 // Two threads wake one another in turn; half of a round, in microseconds.
 template <typename Event>
-double wakeOther() {
+double wakeOther(Placement placement) {
+    needProcessorsFor(placement);
+    const Pinned here(0);
     const Event there;
     const Event back;
     constexpr int kRounds = 3000;
     std::thread other([&] {
+        pinTo(placement == Placement::TwoCpus);
         for (int i = 0; i < kRounds; ++i) {
             there.wait();
             there.reset();
@@ -102,65 +100,18 @@ double wakeOther() {
     return spent / kRounds / 2 / 1000;
 }
 
-struct PosixRecursive {
-    pthread_mutex_t mutex;
-    PosixRecursive() {
-        pthread_mutexattr_t attributes;
-        pthread_mutexattr_init(&attributes);
-        pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
-        pthread_mutex_init(&mutex, &attributes);
-    }
-    void Lock() { pthread_mutex_lock(&mutex); }
-    void Unlock() { pthread_mutex_unlock(&mutex); }
-};
-
-struct StandardRecursive {
-    std::recursive_mutex mutex;
-    void Lock() { mutex.lock(); }
-    void Unlock() { mutex.unlock(); }
-};
-
-template <typename Lock>
-double lockUnlock() {
-    Lock lock;
-    return nanosecondsPerCall([&] {
-        lock.Lock();
-        lock.Lock();
-        lock.Unlock();
-        lock.Unlock();
-    });
-}
-
-template <typename Lock>
-double contended() {
-    Lock lock;
-    long counter = 0;
-    constexpr int kRounds = 400000;
-    const auto work = [&] {
-        for (int i = 0; i < kRounds; ++i) {
-            lock.Lock();
-            ++counter;
-            lock.Unlock();
-        }
-    };
-    const auto start = Clock::now();
-    std::thread other(work);
-    work();
-    other.join();
-    keep(counter);
-    return nanosecondsSince(start) / (2 * kRounds);
-}
-
 struct EmptyThread : LThread {
     ~EmptyThread() override { _StopAndWait(); }
     void ThreadFunction() override {}
 };
 
+// As users have it: made, started, waited for and gone.
 double bareThread() {
     return nanosecondsPerCall([] {
                pthread_t thread;
-               pthread_create(
-                   &thread, nullptr, [](void*) -> void* { return nullptr; }, nullptr);
+               need(pthread_create(
+                        &thread, nullptr, [](void*) -> void* { return nullptr; }, nullptr) == 0,
+                    "no thread");
                pthread_join(thread, nullptr);
            }) /
            1000;
@@ -171,10 +122,10 @@ double standardThread() {
 }
 
 double libraryThread() {
-    EmptyThread thread;
-    return nanosecondsPerCall([&] {
+    return nanosecondsPerCall([] {
+               EmptyThread thread;
                thread.Start(31);
-               thread.GetFinishedSignal().WaitSignal(LNoTimeLimit);
+               need(thread.GetFinishedSignal().WaitSignal(LNoTimeLimit), "no thread");
            }) /
            1000;
 }
@@ -185,31 +136,22 @@ const Register threads{[](std::vector<Case>& cases) {
                      Better::Lower,
                      {{"floor: pipe and select", setWaitReset<BarePipe>},
                       {"eventfd and poll", setWaitReset<EventDescriptor>},
-                      {"LSignalObject", setWaitReset<LibrarySignal>}}});
-    cases.push_back({"threads/wake a waiting thread",
-                     "us",
-                     Better::Lower,
-                     {{"floor: pipe and select", wakeOther<BarePipe>},
-                      {"eventfd and poll", wakeOther<EventDescriptor>},
-                      {"LSignalObject", wakeOther<LibrarySignal>}}});
-    cases.push_back({"threads/recursive lock and unlock, twice",
-                     "ns",
-                     Better::Lower,
-                     {{"floor: pthread recursive mutex", lockUnlock<PosixRecursive>},
-                      {"std::recursive_mutex", lockUnlock<StandardRecursive>},
-                      {"LLockObject", lockUnlock<LLockObject>}}});
-    cases.push_back({"threads/recursive lock, two threads",
-                     "ns",
-                     Better::Lower,
-                     {{"floor: pthread recursive mutex", contended<PosixRecursive>},
-                      {"std::recursive_mutex", contended<StandardRecursive>},
-                      {"LLockObject", contended<LLockObject>}}});
-    cases.push_back({"threads/start to finish",
+                      {"LSignalObject", setWaitReset<LibrarySignal>, Whose::Ours}}});
+    for (const auto placement : {Placement::OneCpu, Placement::TwoCpus})
+        cases.push_back(
+            {placement == Placement::OneCpu ? "threads/wake a waiting thread, one CPU"
+                                            : "threads/wake a waiting thread, two CPUs",
+             "us",
+             Better::Lower,
+             {{"floor: pipe and select", [=] { return wakeOther<BarePipe>(placement); }},
+              {"eventfd and poll", [=] { return wakeOther<EventDescriptor>(placement); }},
+              {"LSignalObject", [=] { return wakeOther<LibrarySignal>(placement); }, Whose::Ours}}});
+    cases.push_back({"threads/made, started, ended",
                      "us",
                      Better::Lower,
                      {{"floor: pthread create and join", bareThread},
                       {"std::thread", standardThread},
-                      {"LThread", libraryThread}}});
+                      {"LThread", libraryThread, Whose::Ours}}});
 }};
 
 } // namespace

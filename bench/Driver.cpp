@@ -1,12 +1,16 @@
 #include "Driver.h"
+#include "Result.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 namespace bench {
 namespace {
+
+constexpr int kFewest = 5; // repetitions of a case that is timed
 
 std::vector<std::function<void(std::vector<Case>&)>>& fillers() {
     static auto& all = *new std::vector<std::function<void(std::vector<Case>&)>>;
@@ -17,75 +21,35 @@ struct Options {
     bool markdown = false;
     bool list = false;
     int repetitions = 0;
+    std::string plotFolder;
     std::vector<std::string> names;
 };
 
-double median(std::vector<double> values) {
-    if (values.empty())
-        return -1;
-    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-    std::nth_element(values.begin(), middle, values.end());
-    return *middle;
-}
-
-struct Figures {
-    std::vector<double> values;
-    std::vector<double> ratios;
-};
-
-// One warm-up of each row, then the repetitions, rows interleaved.
-std::vector<Figures> measure(const Case& subject, int repetitions) {
-    std::vector<Figures> figures(subject.rows.size());
-    for (int repetition = -1; repetition < repetitions; ++repetition) {
-        double floor = -1;
-        for (std::size_t i = 0; i < subject.rows.size(); ++i) {
-            const double figure = subject.rows[i].measure();
-            if (i == 0)
-                floor = figure;
-            if (repetition < 0 || figure < 0 || floor <= 0)
-                continue;
-            figures[i].values.push_back(figure);
-            figures[i].ratios.push_back(figure / floor);
-        }
-    }
-    return figures;
-}
-
-void print(const Case& subject, const std::vector<Figures>& figures, bool markdown) {
-    const char* better = subject.better == Better::Lower ? "lower is better" : "higher is better";
-    if (markdown)
-        std::printf("\n**%s** (%s, %s)\n\n| row | median | ratio |\n|---|---|---|\n", subject.name.c_str(),
-                    subject.unit.c_str(), better);
-    else
-        std::printf("\n%s (%s, %s)\n", subject.name.c_str(), subject.unit.c_str(), better);
-    for (std::size_t i = 0; i < subject.rows.size(); ++i) {
-        const char* name = subject.rows[i].name.c_str();
-        if (figures[i].values.empty()) {
-            std::printf(markdown ? "| %s | not available here | |\n" : "  %-34s not available here\n", name);
-            continue;
-        }
-        const double value = median(figures[i].values);
-        const double ratio = median(figures[i].ratios);
-        std::printf(markdown ? "| %s | %.4g | %.2fx |\n" : "  %-34s %12.4g  %6.2fx\n", name, value, ratio);
-    }
-    std::fflush(stdout);
+[[noreturn]] void usage(const char* program) {
+    std::fprintf(stderr,
+                 "usage: %s [--list] [--markdown] [--plot[=FOLDER]] [--repetitions=N] [NAME-PREFIX ...]\n",
+                 program);
+    std::exit(64);
 }
 
 Options parse(int argc, char** argv) {
     Options options;
     for (int i = 1; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--markdown") == 0)
+        const std::string_view word = argv[i];
+        if (word == "--markdown")
             options.markdown = true;
-        else if (std::strcmp(argv[i], "--list") == 0)
+        else if (word == "--list")
             options.list = true;
-        else if (std::strncmp(argv[i], "--repetitions=", 14) == 0)
-            options.repetitions = std::atoi(argv[i] + 14);
-        else if (argv[i][0] == '-') {
-            std::fprintf(stderr, "usage: %s [--list] [--markdown] [--repetitions=N] [NAME-PREFIX ...]\n",
-                         argv[0]);
-            std::exit(64);
-        } else
-            options.names.emplace_back(argv[i]);
+        else if (word == "--plot")
+            options.plotFolder = ".";
+        else if (word.starts_with("--plot="))
+            options.plotFolder = word.substr(std::strlen("--plot="));
+        else if (word.starts_with("--repetitions="))
+            options.repetitions = std::atoi(argv[i] + std::strlen("--repetitions="));
+        else if (word.starts_with('-'))
+            usage(argv[0]);
+        else
+            options.names.emplace_back(word);
     }
     return options;
 }
@@ -93,7 +57,141 @@ Options parse(int argc, char** argv) {
 bool selected(const Case& subject, const Options& options) {
     return options.names.empty() ||
            std::any_of(options.names.begin(), options.names.end(),
-                       [&](const std::string& name) { return subject.name.rfind(name, 0) == 0; });
+                       [&](const std::string& name) { return subject.name.starts_with(name); });
+}
+
+// One case on its way. A row that has failed, or cannot run here, is not run again.
+class Measurement {
+public:
+    explicit Measurement(const Case& theSubject) : subject(theSubject) {
+        result.name = subject.name;
+        result.unit = subject.unit;
+        result.better = subject.better;
+        for (const Row& row : subject.rows)
+            result.rows.push_back({row.name, row.whose, {}, {}, {}, {}, {}});
+    }
+
+    // Each repetition begins with another row, so that none always follows the same one.
+    CaseResult run(int repetitions) {
+        const int most = repetitions > 0 ? repetitions : subject.effort.most;
+        if (most > 1)
+            repeat(0); // nothing is kept of the first one
+        const auto start = Clock::now();
+        for (int done = 0; done < most; ++done) {
+            const double seconds = nanosecondsSince(start) * 1e-9;
+            if (repetitions == 0 && done >= kFewest && seconds >= subject.effort.seconds)
+                break;
+            keepSamples(repeat(static_cast<std::size_t>(done)));
+        }
+        return std::move(result);
+    }
+    bool failed() const { return bFailed; }
+
+private:
+    std::vector<Sample> repeat(std::size_t first) {
+        std::vector<Sample> samples(subject.rows.size(), kUnknown);
+        for (std::size_t i = 0; i < samples.size(); ++i) {
+            const std::size_t at = (first + i) % samples.size();
+            if (result.rows[at].missing.empty())
+                samples[at] = once(at);
+        }
+        return samples;
+    }
+
+    Sample once(std::size_t at) {
+        RowResult& row = result.rows[at];
+        try {
+            const Sample sample = subject.rows[at].measure();
+            need(std::isfinite(sample.figure) && sample.figure >= 0, "it gave no figure");
+            return sample;
+        } catch (const NotHere& reason) {
+            row.missing = std::string("not here: ") + reason.what();
+        } catch (const std::exception& reason) {
+            row.missing = std::string("FAILED: ") + reason.what();
+            std::fprintf(stderr, "bench: %s, %s: %s\n", subject.name.c_str(), row.name.c_str(),
+                         row.missing.c_str());
+            bFailed = true;
+        }
+        row.figures.clear();
+        return kUnknown;
+    }
+
+    void keepSamples(const std::vector<Sample>& samples) {
+        for (std::size_t i = 0; i < samples.size(); ++i) {
+            RowResult& row = result.rows[i];
+            if (!row.missing.empty())
+                continue;
+            row.figures.push_back(samples[i].figure);
+            if (samples[0].figure > 0)
+                row.ratios.push_back(samples[i].figure / samples[0].figure);
+            if (samples[i].percentile99 >= 0)
+                row.percentiles99.push_back(samples[i].percentile99);
+            if (samples[i].cpu >= 0)
+                row.cpus.push_back(samples[i].cpu);
+        }
+    }
+
+    const Case& subject;
+    CaseResult result;
+    bool bFailed = false;
+};
+
+std::vector<Case> selectedCases(const Options& options) {
+    std::vector<Case> cases;
+    for (const auto& fill : fillers())
+        fill(cases);
+    std::erase_if(cases, [&](const Case& subject) { return !selected(subject, options); });
+    std::stable_sort(cases.begin(), cases.end(),
+                     [](const Case& a, const Case& b) { return a.name < b.name; });
+    return cases;
+}
+
+// What the cases are given, and about half as much for what their rows need to begin with.
+void tellTime(const std::vector<Case>& cases, const Options& options) {
+    double seconds = 0;
+    for (const Case& subject : cases)
+        seconds += subject.effort.seconds * 1.2;
+    std::fprintf(stderr, "bench: %zu cases, ", cases.size());
+    if (options.repetitions > 0)
+        std::fprintf(stderr, "%d repetitions of each\n", options.repetitions);
+    else
+        std::fprintf(stderr, "about %.0f s where nothing else runs\n", std::ceil(seconds / 10) * 10);
+}
+
+void printGroups(const std::vector<CaseResult>& results) {
+    for (auto begin = results.begin(); begin != results.end();) {
+        const auto end = std::find_if(
+            begin, results.end(), [&](const CaseResult& result) { return result.group() != begin->group(); });
+        printMarkdown({begin, end});
+        begin = end;
+    }
+}
+
+int runAll(const std::vector<Case>& cases, const Options& options) {
+    const auto start = Clock::now();
+    tellTime(cases, options);
+    if (!options.markdown)
+        std::printf("%s\n", machine().c_str());
+    bool failed = false;
+    std::vector<CaseResult> results;
+    for (const Case& subject : cases) {
+        Measurement measurement(subject);
+        results.push_back(measurement.run(options.repetitions));
+        failed = measurement.failed() || failed;
+        if (!options.markdown)
+            printText(results.back());
+    }
+    if (options.markdown)
+        printGroups(results);
+    else
+        for (const std::string& line : behind(results))
+            std::printf("\nbehind a peer: %s", line.c_str());
+    std::fprintf(stderr, "\nbench: %.0f s\n", nanosecondsSince(start) * 1e-9);
+    if (!options.plotFolder.empty() && !plot(results, options.plotFolder)) {
+        std::fprintf(stderr, "bench: cannot write pictures to '%s'\n", options.plotFolder.c_str());
+        failed = true;
+    }
+    return failed ? EXIT_FAILURE : EXIT_SUCCESS;
 }
 
 } // namespace
@@ -106,20 +204,11 @@ Register::Register(std::function<void(std::vector<Case>&)> fill) {
 
 int main(int argc, char** argv) {
     const bench::Options options = bench::parse(argc, argv);
-    std::vector<bench::Case> cases;
-    for (const auto& fill : bench::fillers())
-        fill(cases);
-    std::stable_sort(cases.begin(), cases.end(),
-                     [](const bench::Case& a, const bench::Case& b) { return a.name < b.name; });
-    for (const bench::Case& subject : cases) {
-        if (!bench::selected(subject, options))
-            continue;
-        if (options.list) {
+    const std::vector<bench::Case> cases = bench::selectedCases(options);
+    if (options.list) {
+        for (const bench::Case& subject : cases)
             std::printf("%s\n", subject.name.c_str());
-            continue;
-        }
-        const int repetitions = options.repetitions > 0 ? options.repetitions : subject.repetitions;
-        bench::print(subject, bench::measure(subject, repetitions), options.markdown);
+        return EXIT_SUCCESS;
     }
-    return 0;
+    return bench::runAll(cases, options);
 }

@@ -1,12 +1,13 @@
 // The benchmark driver: named cases, each a floor, the peers a user would pick instead, and our own rows,
 // measured side by side. Rows of a case are interleaved within every repetition, so that what the machine
-// does meanwhile meets all of them; the figure of a row is its median, its ratio the median of its
-// per-repetition ratios to the first row, the floor.
+// does meanwhile meets all of them. A row is told by its least, middle and greatest figure; its ratio is the
+// median of its ratios to the first row, the floor, each within one repetition.
 #pragma once
 
 #include <chrono>
 #include <cstddef>
 #include <functional>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -15,19 +16,49 @@ namespace bench {
 
 enum class Better { Lower, Higher };
 
-// One way to do the work of a case. `measure` runs it once and returns its figure in the case's unit; a
-// negative figure means that the row cannot run here and is reported as missing.
+constexpr double kUnknown = -1; // a figure that a row does not have
+
+// What one run of a row gives, in the unit of its case.
+struct Sample {
+    Sample(double theFigure) : figure(theFigure) {}
+    double figure;
+    double percentile99 = kUnknown; // of a run that takes the time of each of its rounds
+    double cpu = kUnknown;          // us of all processors, both ends, for a piece of a stream
+};
+
+// Thrown by a row that did not do its work: the run goes on, and fails at its end. No figure stands for it.
+struct Failure : std::runtime_error {
+    using runtime_error::runtime_error;
+};
+
+// Thrown by a row that this machine cannot run: it is told, and left out.
+struct NotHere : std::runtime_error {
+    using runtime_error::runtime_error;
+};
+
+enum class Whose { Others, Ours };
+
+// One way to do the work of a case. A name that begins with "floor:" or "kernel:" is nothing to pick instead.
 struct Row {
     std::string name;
-    std::function<double()> measure;
+    std::function<Sample()> measure;
+    Whose whose = Whose::Others;
 };
+
+// For how long a case goes on, beside what its rows need to begin with. Two rounds of a count tell as much as
+// twenty; what is timed gets five at least.
+struct Effort {
+    double seconds = 1.5;
+    int most = 25;
+};
+constexpr Effort kOnce = {0, 1};
 
 struct Case {
     std::string name; // as `bench NAME` selects it, for instance "format/%d.%d"
     std::string unit; // "ns", "us", "GB/s", "messages/s" ...
     Better better = Better::Lower;
     std::vector<Row> rows; // the floor first
-    int repetitions = 7;
+    Effort effort = {};
 };
 
 // Adds cases while static objects are built: one object of this type in each file of cases.
@@ -40,6 +71,12 @@ public:
 template <typename T>
 inline void keep(const T& value) {
     asm volatile("" : : "g"(&value) : "memory");
+}
+
+// What a row cannot go on without.
+inline void need(bool works, const char* what) {
+    if (!works)
+        throw Failure(what);
 }
 
 using Clock = std::chrono::steady_clock;

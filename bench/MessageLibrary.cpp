@@ -63,13 +63,17 @@ struct Client final : LXPCEventNotify {
     LXPCClient client{this};
     std::function<void()> onReply;
     std::atomic<std::size_t> sent{0};
+    bool disconnects = false; // and hears of it
 
     explicit Client(std::function<void(Client&)> start) {
         client.AddKey("answer", LXPCDataTypeBool);
         connect();
         start(*this);
     }
-    void connect() { client.Connect(kService, kNumber, true); }
+    void connect() {
+        if (!client.Connect(kService, kNumber, true))
+            failAndExit("no connection");
+    }
     void ask() {
         const LXPCData items[] = {
             Item("question", LXPCDataTypeBool, 1),
@@ -78,7 +82,10 @@ struct Client final : LXPCEventNotify {
         client.SendMessage(kService, kNumber, items, 2, true);
     }
 
-    void EvConnectionError(long, LXPCErrorType) override {}
+    void EvConnectionError(long, LXPCErrorType) override {
+        if (!disconnects)
+            failAndExit("the connection ended");
+    }
     void EvMessageReceived(long, long, const LList<LXPCDataListable>&) override {}
     void EvReplyReceived(long, const LList<LXPCDataListable>&) override { onReply(); }
     void EvMessageSent(long) override {
@@ -88,28 +95,32 @@ struct Client final : LXPCEventNotify {
 };
 
 // Runs the two ends in a runtime folder of their own; the client waits until the server's socket is there.
-double measure(Placement placement, const std::function<double()>& client) {
+Sample measure(Placement placement, const std::function<Sample()>& client, PairUse* use = nullptr) {
     const ScratchFolder folder;
     const std::string path = folder.path() + "/port-xpc/" + kService + ".sock";
     setenv("XDG_RUNTIME_DIR", folder.path().c_str(), 1);
-    return measurePair(placement, serve, [&] {
-        const timespec pauseTime{0, 10'000'000};
-        do
-            nanosleep(&pauseTime, nullptr);
-        while (access(path.c_str(), F_OK) != 0);
-        return client();
-    });
+    return measurePair(
+        placement, serve,
+        [&] {
+            const timespec pauseTime{0, 10'000'000};
+            do
+                nanosleep(&pauseTime, nullptr);
+            while (access(path.c_str(), F_OK) != 0);
+            return client();
+        },
+        use);
 }
 
-double roundTrip(Placement placement) {
-    return measure(placement, []() -> double {
+Sample roundTrips(Placement placement, std::size_t count, int pause, PairUse* use) {
+    const auto load = [=]() -> Sample {
         std::vector<double> times;
         Clock::time_point start;
         Client client([&](Client& self) {
             self.onReply = [&] {
                 times.push_back(nanosecondsSince(start) / 1000);
-                if (times.size() > kRoundTrips)
-                    reportAndExit(medianOf(times));
+                if (times.size() == count)
+                    reportAndExit(distribution(times));
+                pauseFor(pause);
                 start = Clock::now();
                 self.ask();
             };
@@ -117,13 +128,24 @@ double roundTrip(Placement placement) {
             self.ask();
         });
         dispatch_main();
+    };
+    return measure(placement, load, use);
+}
+
+Sample roundTrip(Placement placement) {
+    return roundTrips(placement, kRoundTrips, 0, nullptr);
+}
+
+Sample wakeUps(Placement placement) {
+    return wakeUpsOfRequest([placement](std::size_t requests, PairUse& use) {
+        roundTrips(placement, requests, kPauseMilliseconds, &use);
     });
 }
 
 // Sends `count` messages with at most `window` on their way, then asks once: the reply tells that all
 // arrived.
-double stream(Placement placement, std::size_t count, std::size_t window, const LXPCData& item) {
-    return measure(placement, [&]() -> double {
+Sample stream(Placement placement, std::size_t count, std::size_t window, const LXPCData& item) {
+    const auto load = [&]() -> Sample {
         Clock::time_point start;
         Client client([&](Client& self) {
             self.onReply = [&] {
@@ -140,26 +162,31 @@ double stream(Placement placement, std::size_t count, std::size_t window, const 
             client.ask();
         });
         dispatch_main();
-    });
+    };
+    PairUse use;
+    Sample sample = measure(placement, load, &use);
+    sample.cpu = use.cpu / static_cast<double>(count);
+    return sample;
 }
 
-double smallMessages(Placement placement) {
+Sample smallMessages(Placement placement) {
     static const std::string text(kSmallSize, 'x');
     return stream(placement, kSmallMessages, 2048,
                   Item("text", LXPCDataTypeString, reinterpret_cast<long>(text.c_str())));
 }
 
-double largeMessages(Placement placement) {
+Sample largeMessages(Placement placement) {
     static const std::string data(kLargeSize, 'x');
     return stream(placement, kLargeMessages, 16,
                   Item("data", LXPCDataTypeData, reinterpret_cast<long>(data.data()), kLargeSize));
 }
 
-double connects(Placement placement) {
-    return measure(placement, []() -> double {
+Sample connects(Placement placement) {
+    return measure(placement, []() -> Sample {
         std::size_t done = 0;
         const auto start = Clock::now();
         Client client([&](Client& self) {
+            self.disconnects = true;
             self.onReply = [&] {
                 if (++done == kConnects)
                     reportAndExit(static_cast<double>(kConnects) / (nanosecondsSince(start) * 1e-9));
@@ -175,6 +202,6 @@ double connects(Placement placement) {
 
 } // namespace
 
-const Carrier kLibrary = {roundTrip, smallMessages, largeMessages, connects};
+const Carrier kLibrary = {roundTrip, smallMessages, largeMessages, connects, wakeUps};
 
 } // namespace bench

@@ -15,13 +15,14 @@ constexpr std::size_t kConnects = 1500;
 constexpr std::size_t kSmallSize = 100;
 constexpr std::size_t kLargeSize = 64 * 1024;
 
-// Each runs its load once and gives its figure: microseconds (the median) of a round trip, messages or
-// connections a second; negative when it cannot run.
+// Each runs its load once and gives its figure: microseconds of a round trip, messages or connections a second, for
+// streams with the processor time.
 struct Carrier {
-    double (*roundTrip)(Placement);
-    double (*smallMessages)(Placement);
-    double (*largeMessages)(Placement);
-    double (*connects)(Placement);
+    Sample (*roundTrip)(Placement);
+    Sample (*smallMessages)(Placement);
+    Sample (*largeMessages)(Placement);
+    Sample (*connects)(Placement);
+    Sample (*wakeUps)(Placement); // of the server, for a request now and then
 };
 
 extern const Carrier kRawSocket;

@@ -51,28 +51,40 @@ struct Pair {
     }
 };
 
-double roundTrip(Placement placement) {
+Sample roundTrips(Placement placement, std::size_t count, int pause, PairUse* use) {
     const Pair pair;
     return measurePair(
         placement, [&] { echo(pair.ends[0]); },
         [&] {
             char buffer[kSmallSize] = {};
             std::vector<double> times;
-            for (std::size_t i = 0; i < kRoundTrips; ++i) {
+            for (std::size_t i = 0; i < count; ++i) {
+                pauseFor(pause);
                 const auto start = Clock::now();
-                if (!writeAll(pair.ends[1], buffer, sizeof buffer) ||
-                    !readAll(pair.ends[1], buffer, sizeof buffer))
-                    return -1.0;
+                need(writeAll(pair.ends[1], buffer, sizeof buffer) &&
+                         readAll(pair.ends[1], buffer, sizeof buffer),
+                     "the socket ended");
                 times.push_back(nanosecondsSince(start) / 1000);
             }
-            return medianOf(times);
-        });
+            return distribution(times);
+        },
+        use);
+}
+
+Sample roundTrip(Placement placement) {
+    return roundTrips(placement, kRoundTrips, 0, nullptr);
+}
+
+Sample wakeUps(Placement placement) {
+    return wakeUpsOfRequest([placement](std::size_t requests, PairUse& use) {
+        roundTrips(placement, requests, kPauseMilliseconds, &use);
+    });
 }
 
 // Writes `count` messages, then waits for one byte that the reader sends when it has read them all.
-double stream(Placement placement, std::size_t count, std::size_t size) {
+Sample stream(Placement placement, std::size_t count, std::size_t size) {
     const Pair pair;
-    return measurePair(
+    return measureStream(
         placement,
         [&] {
             const auto buffer = std::make_unique<char[]>(kLargeSize);
@@ -90,32 +102,31 @@ double stream(Placement placement, std::size_t count, std::size_t size) {
             const auto buffer = std::make_unique<char[]>(size);
             const auto start = Clock::now();
             for (std::size_t i = 0; i < count; ++i)
-                if (!writeAll(pair.ends[1], buffer.get(), size))
-                    return -1.0;
+                need(writeAll(pair.ends[1], buffer.get(), size), "the socket ended");
             char done;
-            if (!readAll(pair.ends[1], &done, 1))
-                return -1.0;
+            need(readAll(pair.ends[1], &done, 1), "the reader ended");
             return static_cast<double>(count) / (nanosecondsSince(start) * 1e-9);
-        });
+        },
+        count);
 }
 
-double smallMessages(Placement placement) {
+Sample smallMessages(Placement placement) {
     return stream(placement, kSmallMessages, kSmallSize);
 }
-double largeMessages(Placement placement) {
+Sample largeMessages(Placement placement) {
     return stream(placement, kLargeMessages, kLargeSize);
 }
 
-double connects(Placement placement) {
+Sample connects(Placement placement) {
     const ScratchFolder folder;
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::strncpy(address.sun_path, (folder.path() + "/floor").c_str(), sizeof address.sun_path - 1);
     const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-        listen(listener, 64) != 0)
-        return -1;
-    const double figure = measurePair(
+    need(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
+             listen(listener, 64) == 0,
+         "no listening socket");
+    const Sample sample = measurePair(
         placement,
         [&] {
             for (;;) {
@@ -129,19 +140,19 @@ double connects(Placement placement) {
             const auto start = Clock::now();
             for (std::size_t i = 0; i < kConnects; ++i) {
                 const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-                if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-                    !writeAll(fd, buffer, sizeof buffer) || !readAll(fd, buffer, sizeof buffer))
-                    return -1.0;
+                need(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
+                         writeAll(fd, buffer, sizeof buffer) && readAll(fd, buffer, sizeof buffer),
+                     "a connection failed");
                 close(fd);
             }
             return static_cast<double>(kConnects) / (nanosecondsSince(start) * 1e-9);
         });
     close(listener);
-    return figure;
+    return sample;
 }
 
 } // namespace
 
-const Carrier kRawSocket = {roundTrip, smallMessages, largeMessages, connects};
+const Carrier kRawSocket = {roundTrip, smallMessages, largeMessages, connects, wakeUps};
 
 } // namespace bench

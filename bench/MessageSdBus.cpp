@@ -76,76 +76,93 @@ bool ask(sd_bus* bus) {
     return result >= 0;
 }
 
-double withPair(Placement placement, const std::function<double(sd_bus*)>& load) {
+Sample withPair(Placement placement, const std::function<Sample(sd_bus*)>& load, PairUse* use = nullptr) {
     int ends[2];
-    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
-        return -1;
-    const double figure = measurePair(
+    need(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0, "no sockets");
+    const Sample sample = measurePair(
         placement, [&] { serve(ends[0]); },
         [&] {
             sd_bus* bus = openClient(ends[1]);
-            return bus != nullptr && ask(bus) ? load(bus) : -1.0;
-        });
+            need(bus != nullptr && ask(bus), "no connection");
+            return load(bus);
+        },
+        use);
     close(ends[0]);
     close(ends[1]);
-    return figure;
+    return sample;
 }
 
-double roundTrip(Placement placement) {
-    return withPair(placement, [](sd_bus* bus) {
+Sample roundTrips(Placement placement, std::size_t count, int pause, PairUse* use) {
+    const auto load = [=](sd_bus* bus) {
         std::vector<double> times;
-        for (std::size_t i = 0; i < kRoundTrips; ++i) {
+        for (std::size_t i = 0; i < count; ++i) {
+            pauseFor(pause);
             const auto start = Clock::now();
-            if (!ask(bus))
-                return -1.0;
+            need(ask(bus), "no answer");
             times.push_back(nanosecondsSince(start) / 1000);
         }
-        return medianOf(times);
+        return distribution(times);
+    };
+    return withPair(placement, load, use);
+}
+
+Sample roundTrip(Placement placement) {
+    return roundTrips(placement, kRoundTrips, 0, nullptr);
+}
+
+Sample wakeUps(Placement placement) {
+    return wakeUpsOfRequest([placement](std::size_t requests, PairUse& use) {
+        roundTrips(placement, requests, kPauseMilliseconds, &use);
     });
 }
 
 // sd-bus queues what the socket does not take; flushing now and then keeps the queue below its limit.
-double stream(Placement placement, std::size_t count, std::size_t window, const char* method,
+Sample stream(Placement placement, std::size_t count, std::size_t window, const char* method,
               const std::function<int(sd_bus_message*)>& fill) {
-    return withPair(placement, [&](sd_bus* bus) {
+    const auto load = [&](sd_bus* bus) {
         const auto start = Clock::now();
         for (std::size_t i = 0; i < count; ++i) {
             sd_bus_message* message = nullptr;
-            if (sd_bus_message_new_method_call(bus, &message, nullptr, kPath, kInterface, method) < 0 ||
-                sd_bus_message_set_expect_reply(message, 0) < 0 || fill(message) < 0 ||
-                sd_bus_send(bus, message, nullptr) < 0)
-                return -1.0;
+            need(sd_bus_message_new_method_call(bus, &message, nullptr, kPath, kInterface, method) >= 0 &&
+                     sd_bus_message_set_expect_reply(message, 0) >= 0 && fill(message) >= 0 &&
+                     sd_bus_send(bus, message, nullptr) >= 0,
+                 "a message was refused");
             sd_bus_message_unref(message);
             if (i % window == 0)
                 sd_bus_flush(bus);
         }
-        return ask(bus) ? static_cast<double>(count) / (nanosecondsSince(start) * 1e-9) : -1.0;
-    });
+        need(ask(bus), "no answer");
+        return static_cast<double>(count) / (nanosecondsSince(start) * 1e-9);
+    };
+    PairUse use;
+    Sample sample = withPair(placement, load, &use);
+    sample.cpu = use.cpu / static_cast<double>(count);
+    return sample;
 }
 
-double smallMessages(Placement placement) {
+Sample smallMessages(Placement placement) {
     static const std::string text(kSmallSize, 'x');
     return stream(placement, kSmallMessages, 64, "Text",
                   [](sd_bus_message* message) { return sd_bus_message_append(message, "s", text.c_str()); });
 }
 
-double largeMessages(Placement placement) {
+Sample largeMessages(Placement placement) {
     static const std::string data(kLargeSize, 'x');
     return stream(placement, kLargeMessages, 4, "Data", [](sd_bus_message* message) {
         return sd_bus_message_append_array(message, 'y', data.data(), data.size());
     });
 }
 
-double connects(Placement placement) {
+Sample connects(Placement placement) {
     const ScratchFolder folder;
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::strncpy(address.sun_path, (folder.path() + "/peer").c_str(), sizeof address.sun_path - 1);
     const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-        listen(listener, 64) != 0)
-        return -1;
-    const double figure = measurePair(
+    need(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
+             listen(listener, 64) == 0,
+         "no listening socket");
+    const Sample sample = measurePair(
         placement,
         [&] {
             for (;;)
@@ -155,21 +172,20 @@ double connects(Placement placement) {
             const auto start = Clock::now();
             for (std::size_t i = 0; i < kConnects; ++i) {
                 const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-                if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
-                    return -1.0;
+                need(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0,
+                     "a connection failed");
                 sd_bus* bus = openClient(fd);
-                if (bus == nullptr || !ask(bus))
-                    return -1.0;
+                need(bus != nullptr && ask(bus), "no answer");
                 sd_bus_close_unref(bus);
             }
             return static_cast<double>(kConnects) / (nanosecondsSince(start) * 1e-9);
         });
     close(listener);
-    return figure;
+    return sample;
 }
 
 } // namespace
 
-const Carrier kSdBus = {roundTrip, smallMessages, largeMessages, connects};
+const Carrier kSdBus = {roundTrip, smallMessages, largeMessages, connects, wakeUps};
 
 } // namespace bench

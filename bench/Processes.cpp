@@ -2,17 +2,29 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <poll.h>
 #include <sched.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 namespace bench {
 namespace {
 
-int figurePipe = -1;
+constexpr int kMostMilliseconds = 60'000; // for one run
+
+// What a client tells, in one write.
+struct Report {
+    double figure = kUnknown;
+    double percentile99 = kUnknown;
+    char failure[120] = "";
+};
+
+int reportPipe = -1;
 
 pid_t forkPinned(int cpu, const std::function<void()>& body) {
     const pid_t child = fork();
@@ -24,12 +36,36 @@ pid_t forkPinned(int cpu, const std::function<void()>& body) {
     _exit(0);
 }
 
-void endChild(pid_t child, bool kill) {
+rusage endChild(pid_t child) {
+    rusage used{};
     if (child <= 0)
-        return;
-    if (kill)
-        ::kill(child, SIGKILL);
-    waitpid(child, nullptr, 0);
+        return used;
+    kill(child, SIGKILL); // one that has ended stays what it is
+    wait4(child, nullptr, 0, &used);
+    return used;
+}
+
+double processorTime(const rusage& used) {
+    const auto microseconds = [](const timeval& time) {
+        return static_cast<double>(time.tv_sec) * 1e6 + static_cast<double>(time.tv_usec);
+    };
+    return microseconds(used.ru_utime) + microseconds(used.ru_stime);
+}
+
+[[noreturn]] void send(const Report& report) {
+    const ssize_t written = write(reportPipe, &report, sizeof report);
+    _exit(written == sizeof report ? 0 : 1);
+}
+
+Report receive(int pipeEnd) {
+    Report report;
+    std::snprintf(report.failure, sizeof report.failure, "the client ended without a word");
+    pollfd ready{pipeEnd, POLLIN, 0};
+    if (poll(&ready, 1, kMostMilliseconds) == 0)
+        std::snprintf(report.failure, sizeof report.failure, "not done after %d s", kMostMilliseconds / 1000);
+    else
+        keep(read(pipeEnd, &report, sizeof report));
+    return report;
 }
 
 } // namespace
@@ -41,31 +77,86 @@ void pinTo(int cpu) {
     sched_setaffinity(0, sizeof set, &set);
 }
 
-double measurePair(Placement placement, const std::function<void()>& server,
-                   const std::function<double()>& client) {
-    if (placement == Placement::TwoCpus && sysconf(_SC_NPROCESSORS_ONLN) < 2)
-        return -1;
-    int ends[2];
-    if (pipe(ends) != 0)
-        return -1;
-    const pid_t serverPid = forkPinned(0, server);
-    const pid_t clientPid = forkPinned(placement == Placement::TwoCpus ? 1 : 0, [&] {
-        figurePipe = ends[1];
-        reportAndExit(client());
-    });
-    close(ends[1]);
-    double figure = -1;
-    if (read(ends[0], &figure, sizeof figure) != sizeof figure)
-        figure = -1;
-    close(ends[0]);
-    endChild(clientPid, false);
-    endChild(serverPid, true);
-    return figure;
+Pinned::Pinned(int cpu) {
+    sched_getaffinity(0, sizeof before_, &before_);
+    pinTo(cpu);
 }
 
-void reportAndExit(double figure) {
-    const ssize_t written = write(figurePipe, &figure, sizeof figure);
-    _exit(written == sizeof figure ? 0 : 1);
+Pinned::~Pinned() {
+    sched_setaffinity(0, sizeof before_, &before_);
+}
+
+void needProcessorsFor(Placement placement) {
+    if (placement == Placement::TwoCpus && sysconf(_SC_NPROCESSORS_ONLN) < 2)
+        throw NotHere("one processor");
+}
+
+Sample measurePair(Placement placement, const std::function<void()>& server,
+                   const std::function<Sample()>& client, PairUse* use) {
+    needProcessorsFor(placement);
+    int ends[2];
+    need(pipe(ends) == 0, "no pipe");
+    const pid_t serverPid = forkPinned(0, [&] {
+        close(ends[1]); // so that the end of the client is the end of the pipe
+        server();
+    });
+    const pid_t clientPid = forkPinned(placement == Placement::TwoCpus ? 1 : 0, [&] {
+        reportPipe = ends[1];
+        try {
+            reportAndExit(client());
+        } catch (const std::exception& reason) {
+            failAndExit(reason.what());
+        }
+    });
+    close(ends[1]);
+    const Report report = receive(ends[0]);
+    close(ends[0]);
+    const rusage clientUse = endChild(clientPid);
+    const rusage serverUse = endChild(serverPid);
+    if (use != nullptr)
+        *use = {processorTime(clientUse) + processorTime(serverUse), static_cast<double>(serverUse.ru_nvcsw)};
+    if (report.failure[0] != '\0')
+        throw Failure(report.failure);
+    Sample sample(report.figure);
+    sample.percentile99 = report.percentile99;
+    return sample;
+}
+
+Sample measureStream(Placement placement, const std::function<void()>& server,
+                     const std::function<Sample()>& client, std::size_t pieces) {
+    PairUse use;
+    Sample sample = measurePair(placement, server, client, &use);
+    sample.cpu = use.cpu / static_cast<double>(pieces);
+    return sample;
+}
+
+// What more requests cost more, so that the start of the two does not count.
+Sample wakeUpsOfRequest(const std::function<void(std::size_t requests, PairUse& use)>& pair) {
+    constexpr std::size_t kFew = 4;
+    constexpr std::size_t kMore = 20;
+    PairUse few;
+    PairUse many;
+    pair(kFew, few);
+    pair(kFew + kMore, many);
+    return std::max(many.serverWakeUps - few.serverWakeUps, 0.0) / kMore;
+}
+
+void pauseFor(int milliseconds) {
+    if (milliseconds > 0)
+        usleep(1000 * static_cast<unsigned>(milliseconds));
+}
+
+void reportAndExit(Sample sample) {
+    Report report;
+    report.figure = sample.figure;
+    report.percentile99 = sample.percentile99;
+    send(report);
+}
+
+void failAndExit(const char* reason) {
+    Report report;
+    std::snprintf(report.failure, sizeof report.failure, "%s", reason);
+    send(report);
 }
 
 ScratchFolder::ScratchFolder() {
@@ -81,10 +172,12 @@ ScratchFolder::~ScratchFolder() {
     std::filesystem::remove_all(path_, ignored);
 }
 
-double medianOf(std::vector<double>& values) {
-    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-    std::nth_element(values.begin(), middle, values.end());
-    return *middle;
+Sample distribution(std::vector<double>& times) {
+    need(!times.empty(), "no round was made");
+    std::sort(times.begin(), times.end());
+    Sample sample(times[times.size() / 2]);
+    sample.percentile99 = times[times.size() * 99 / 100];
+    return sample;
 }
 
 } // namespace bench

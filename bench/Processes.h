@@ -1,7 +1,10 @@
 // Running one measurement in processes of its own: a pair of a server and a client, each pinned to a CPU.
 #pragma once
 
+#include "Driver.h"
+
 #include <functional>
+#include <sched.h>
 #include <string>
 #include <vector>
 
@@ -13,10 +16,40 @@ enum class Placement { OneCpu, TwoCpus };
 
 void pinTo(int cpu);
 
-// Forks a server and a client, pins both, and returns the figure that the client computes. The client is
-// given the server's process id; the server is killed when the client has ended. Negative when either failed.
-double measurePair(Placement placement, const std::function<void()>& server,
-                   const std::function<double()>& client);
+// Keeps this thread on one CPU for a while.
+class Pinned {
+public:
+    explicit Pinned(int cpu);
+    ~Pinned();
+    Pinned(const Pinned&) = delete;
+    Pinned& operator=(const Pinned&) = delete;
+
+private:
+    cpu_set_t before_;
+};
+
+// NotHere when the machine has too few.
+void needProcessorsFor(Placement placement);
+
+// What a pair has used from its start to its end.
+struct PairUse {
+    double cpu = 0;           // us, of both
+    double serverWakeUps = 0; // of all threads
+};
+
+// Forks a server and a client, pins both, and returns what the client measures; the server is killed when the client
+// has ended. Failure when the client has not done its work after a minute.
+Sample measurePair(Placement placement, const std::function<void()>& server,
+                   const std::function<Sample()>& client, PairUse* use = nullptr);
+
+// With the processor time for each piece of a stream.
+Sample measureStream(Placement placement, const std::function<void()>& server,
+                     const std::function<Sample()>& client, std::size_t pieces);
+
+// The server's wake-ups for a request. `pair` runs a pair with so many requests, a pause before each.
+Sample wakeUpsOfRequest(const std::function<void(std::size_t requests, PairUse& use)>& pair);
+constexpr int kPauseMilliseconds = 30;
+void pauseFor(int milliseconds); // of 0: at once
 
 // A fresh folder, removed with everything in it when the object goes.
 class ScratchFolder {
@@ -31,10 +64,12 @@ private:
     std::string path_;
 };
 
-// Sends the figure of a client child to the bench and ends the process without running exit handlers.
-[[noreturn]] void reportAndExit(double figure);
+// Sends what a client child has measured to the bench, or why it could not, and ends the process without running
+// exit handlers.
+[[noreturn]] void reportAndExit(Sample sample);
+[[noreturn]] void failAndExit(const char* reason);
 
-// The median of the values; they are reordered.
-double medianOf(std::vector<double>& values);
+// The median of the times with their 99th percentile; they are reordered.
+Sample distribution(std::vector<double>& times);
 
 } // namespace bench
