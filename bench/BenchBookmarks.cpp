@@ -77,8 +77,11 @@ Sample life(const std::function<Sample(const std::string& files)>& work) {
     return measurePair(
         Placement::OneCpu, [] { pause(); },
         [&] {
-            setenv("HOME", folder.path().c_str(), 1);
-            setenv("XDG_CONFIG_HOME", folder.path().c_str(), 1);
+            const std::string home =
+                folder.path() + "/home"; // the sandbox: what lies in it needs no bookmark
+            std::filesystem::create_directory(home);
+            setenv("HOME", home.c_str(), 1);
+            setenv("XDG_CONFIG_HOME", home.c_str(), 1);
             return work(folder.path() + "/file");
         });
 }
@@ -103,9 +106,10 @@ void addAll(const std::string& files) {
     for (int i = 0; i < kMany; ++i) {
         const std::string path = files + std::to_string(i);
         const NSRef<NSURL> url = NSURL::fileURLWithPath(path.c_str());
-        need(LSandboxBookmarkManager::AddFilePath(path.c_str(), url.get(), true, true, path.c_str()) &&
-                 LSandboxBookmarkManager::pInstance->InstanceGetBookmark(path.c_str())->bSavedToSettings,
-             "a bookmark was not saved");
+        need(LSandboxBookmarkManager::AddFilePath(path.c_str(), url.get(), true, true, path.c_str()),
+             "no access to a file");
+        const auto* const item = LSandboxBookmarkManager::pInstance->InstanceGetBookmark(path.c_str());
+        need(item != nullptr && item->bSavedToSettings, "a bookmark was not saved");
     }
 }
 
