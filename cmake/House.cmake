@@ -47,6 +47,8 @@ elseif(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
     endif()
   endforeach()
   add_link_options(-Wl,-z,relro,-z,now)
+  # Where the sources lay is nobody's business, and two builds of them are to be the same, wherever they are made.
+  add_compile_options(-ffile-prefix-map=${PROJECT_SOURCE_DIR}=. -ffile-prefix-map=${CMAKE_BINARY_DIR}=./build)
   # What a program does not call is left out of it.
   add_compile_options(-ffunction-sections -fdata-sections)
   add_link_options(-Wl,--gc-sections -Wl,--as-needed)
