@@ -122,7 +122,7 @@ function(lfoundation_add_login_helper)
   # What the helper decides at login and where it serves; its control program foretells both.
   set(shared ${app}/ForeignEnvironment.cpp ${app}/LoginDecision.cpp ${app}/RuntimeFolder.cpp)
   add_library(${arg_TARGET}_decision OBJECT ${shared})
-  target_link_libraries(${arg_TARGET}_decision PUBLIC ${arg_TARGET}_contract LFoundation::lfoundation)
+  target_link_libraries(${arg_TARGET}_decision PUBLIC ${arg_TARGET}_contract LFoundation::static)
   file(GLOB sources CONFIGURE_DEPENDS ${app}/*.cpp)
   list(REMOVE_ITEM sources ${shared})
   add_executable(${arg_TARGET} ${sources})
