@@ -274,7 +274,7 @@ Case helperCase(const char* name, const char* unit, double (*figure)(const char*
     result.rows.push_back({"floor: poll loop", [figure] { return figure(BENCH_POLL_LOOP); }});
     result.rows.push_back(
         {"floor: poll loop, C++ library inside", [figure] { return figure(BENCH_POLL_LOOP_STATIC); }});
-#if BENCH_HAVE_SDBUS
+#ifdef BENCH_HAVE_SDBUS
     result.rows.push_back({"service on sd-bus", [figure] { return figure(BENCH_SDBUS_SERVICE); }});
 #endif
     result.rows.push_back({"login helper", [figure] { return figure(BENCH_HELPER); }, Whose::Ours});

@@ -11,7 +11,7 @@
 #include <threads/LThreadRunOnMainThread.h>
 #include <unistd.h>
 
-#if BENCH_HAVE_GLIB
+#ifdef BENCH_HAVE_GLIB
 #include <glib.h>
 #endif
 
@@ -67,7 +67,7 @@ private:
     int fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
 };
 
-#if BENCH_HAVE_GLIB
+#ifdef BENCH_HAVE_GLIB
 class IdleSources {
 public:
     static void post() {
@@ -138,7 +138,7 @@ const Register mainThread{[](std::vector<Case>& cases) {
                      "ns",
                      Better::Lower,
                      {{"floor: mutex, deque, eventfd", fromAnotherThread<BareQueue>},
-#if BENCH_HAVE_GLIB
+#ifdef BENCH_HAVE_GLIB
                       {"g_idle_add", fromAnotherThread<IdleSources>},
 #endif
                       {"LThreadRunOnMainThread", fromAnotherThread<MainThreadTarget>, Whose::Ours}}});
@@ -146,7 +146,7 @@ const Register mainThread{[](std::vector<Case>& cases) {
                      "ns",
                      Better::Lower,
                      {{"floor: mutex, deque, eventfd", inBatches<BareQueue>},
-#if BENCH_HAVE_GLIB
+#ifdef BENCH_HAVE_GLIB
                       {"g_idle_add", inBatches<IdleSources>},
 #endif
                       {"LThreadRunOnMainThread", inBatches<MainThreadTarget>, Whose::Ours}}});

@@ -2,45 +2,76 @@
 #include "Driver.h"
 #include "MessageLoad.h"
 
+#include <algorithm>
+
 namespace bench {
 namespace {
 
-using Load = Sample (*Carrier::*)(Placement);
+constexpr std::size_t kRoundTrips = 4000;
+constexpr std::size_t kSmallMessages = 100000;
+constexpr std::size_t kLargeMessages = 4000;
+constexpr std::size_t kConnects = 1500;
+constexpr int kNowAndThen = 30; // ms between two requests
 
-Case messageCase(const char* name, const char* unit, Better better, Load load, Placement placement,
-                 Effort effort = {3}) {
-    Case result{name, unit, better, {}, effort};
+using Measure = std::function<Sample(const Carrier&, Placement)>;
+
+void addCase(std::vector<Case>& cases, const std::string& name, const char* unit, Better better,
+             Placement placement, const Measure& measure, Effort effort = {3}) {
+    Case result{"xpc/" + name, unit, better, {}, effort};
     const auto row = [&](const char* carrierName, const Carrier& carrier, Whose whose = Whose::Others) {
-        const auto run = carrier.*load;
-        result.rows.push_back({carrierName, [run, placement] { return run(placement); }, whose});
+        result.rows.push_back({carrierName, [=] { return measure(carrier, placement); }, whose});
     };
     row("floor: raw Unix stream", kRawSocket);
-#if BENCH_HAVE_SDBUS
+#ifdef BENCH_HAVE_SDBUS
     row("sd-bus, point to point", kSdBus);
 #endif
     row("LXPCClient and LXPCMachServer", kLibrary, Whose::Ours);
-    return result;
+    cases.push_back(std::move(result));
+}
+
+void addBoth(std::vector<Case>& cases, const std::string& name, const char* unit, Better better,
+             const Measure& measure) {
+    addCase(cases, name + ", two CPUs", unit, better, Placement::TwoCpus, measure);
+    addCase(cases, name + ", one CPU", unit, better, Placement::OneCpu, measure);
+}
+
+// With the processor time of both ends for a message.
+Sample stream(Carrier::Run run, const Load& load) {
+    PairUse use;
+    Sample sample = run(load, &use);
+    sample.cpu = use.cpu / static_cast<double>(load.count);
+    return sample;
+}
+
+// What more requests cost more, so that the start does not count.
+Sample wakeUps(const Carrier& carrier, Placement placement) {
+    constexpr std::size_t kFew = 4;
+    constexpr std::size_t kMore = 20;
+    PairUse few;
+    PairUse many;
+    carrier.roundTrips({placement, kFew, kNowAndThen}, &few);
+    carrier.roundTrips({placement, kFew + kMore, kNowAndThen}, &many);
+    return std::max(many.serverWakeUps - few.serverWakeUps, 0.0) / kMore;
 }
 
 const Register messages{[](std::vector<Case>& cases) {
-    constexpr auto two = Placement::TwoCpus;
-    constexpr auto one = Placement::OneCpu;
-    cases.push_back(messageCase("xpc/round trip, two CPUs", "us", Better::Lower, &Carrier::roundTrip, two));
-    cases.push_back(messageCase("xpc/round trip, one CPU", "us", Better::Lower, &Carrier::roundTrip, one));
-    cases.push_back(messageCase("xpc/100 bytes one way, two CPUs", "messages/s", Better::Higher,
-                                &Carrier::smallMessages, two));
-    cases.push_back(messageCase("xpc/100 bytes one way, one CPU", "messages/s", Better::Higher,
-                                &Carrier::smallMessages, one));
-    cases.push_back(messageCase("xpc/64 KiB one way, two CPUs", "messages/s", Better::Higher,
-                                &Carrier::largeMessages, two));
-    cases.push_back(messageCase("xpc/64 KiB one way, one CPU", "messages/s", Better::Higher,
-                                &Carrier::largeMessages, one));
-    cases.push_back(messageCase("xpc/connect, request, reply, close, two CPUs", "connections/s",
-                                Better::Higher, &Carrier::connects, two));
-    cases.push_back(messageCase("xpc/connect, request, reply, close, one CPU", "connections/s",
-                                Better::Higher, &Carrier::connects, one));
-    cases.push_back(messageCase("xpc/wake-ups of a service that is asked now and then", "wake-ups a request",
-                                Better::Lower, &Carrier::wakeUps, two, {0, 3}));
+    addBoth(cases, "round trip", "us", Better::Lower, [](const Carrier& carrier, Placement placement) {
+        return carrier.roundTrips({placement, kRoundTrips}, nullptr);
+    });
+    addBoth(cases, "100 bytes one way", "messages/s", Better::Higher,
+            [](const Carrier& carrier, Placement placement) {
+                return stream(carrier.smallMessages, {placement, kSmallMessages});
+            });
+    addBoth(cases, "64 KiB one way", "messages/s", Better::Higher,
+            [](const Carrier& carrier, Placement placement) {
+                return stream(carrier.largeMessages, {placement, kLargeMessages});
+            });
+    addBoth(cases, "connect, request, reply, close", "connections/s", Better::Higher,
+            [](const Carrier& carrier, Placement placement) {
+                return carrier.connects({placement, kConnects}, nullptr);
+            });
+    addCase(cases, "wake-ups of a service that is asked now and then", "wake-ups a request", Better::Lower,
+            Placement::TwoCpus, wakeUps, {0, 2});
 }};
 
 } // namespace

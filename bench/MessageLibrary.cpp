@@ -95,7 +95,7 @@ struct Client final : LXPCEventNotify {
 };
 
 // Runs the two ends in a runtime folder of their own; the client waits until the server's socket is there.
-Sample measure(Placement placement, const std::function<Sample()>& client, PairUse* use = nullptr) {
+Sample measure(Placement placement, const std::function<Sample()>& client, PairUse* use) {
     const ScratchFolder folder;
     const std::string path = folder.path() + "/port-xpc/" + kService + ".sock";
     setenv("XDG_RUNTIME_DIR", folder.path().c_str(), 1);
@@ -111,16 +111,16 @@ Sample measure(Placement placement, const std::function<Sample()>& client, PairU
         use);
 }
 
-Sample roundTrips(Placement placement, std::size_t count, int pause, PairUse* use) {
-    const auto load = [=]() -> Sample {
+Sample roundTrips(const Load& load, PairUse* use) {
+    const auto work = [&]() -> Sample {
         std::vector<double> times;
         Clock::time_point start;
         Client client([&](Client& self) {
             self.onReply = [&] {
                 times.push_back(nanosecondsSince(start) / 1000);
-                if (times.size() == count)
+                if (times.size() == load.count)
                     reportAndExit(distribution(times));
-                pauseFor(pause);
+                pauseFor(load.pause);
                 start = Clock::now();
                 self.ask();
             };
@@ -129,32 +129,22 @@ Sample roundTrips(Placement placement, std::size_t count, int pause, PairUse* us
         });
         dispatch_main();
     };
-    return measure(placement, load, use);
+    return measure(load.placement, work, use);
 }
 
-Sample roundTrip(Placement placement) {
-    return roundTrips(placement, kRoundTrips, 0, nullptr);
-}
-
-Sample wakeUps(Placement placement) {
-    return wakeUpsOfRequest([placement](std::size_t requests, PairUse& use) {
-        roundTrips(placement, requests, kPauseMilliseconds, &use);
-    });
-}
-
-// Sends `count` messages with at most `window` on their way, then asks once: the reply tells that all
+// Sends the messages with at most `window` on their way, then asks once: the reply tells that all
 // arrived.
-Sample stream(Placement placement, std::size_t count, std::size_t window, const LXPCData& item) {
-    const auto load = [&]() -> Sample {
+Sample stream(const Load& load, PairUse* use, std::size_t window, const LXPCData& item) {
+    const auto work = [&]() -> Sample {
         Clock::time_point start;
         Client client([&](Client& self) {
             self.onReply = [&] {
-                reportAndExit(static_cast<double>(count) / (nanosecondsSince(start) * 1e-9));
+                reportAndExit(static_cast<double>(load.count) / (nanosecondsSince(start) * 1e-9));
             };
         });
         dispatch_async(dispatch_get_main_queue(), [&] {
             start = Clock::now();
-            for (std::size_t sent = 1; sent <= count; ++sent) {
+            for (std::size_t sent = 1; sent <= load.count; ++sent) {
                 client.client.SendMessage(kService, kNumber, &item, 1, false);
                 for (std::size_t done; sent - (done = client.sent.load(std::memory_order_acquire)) > window;)
                     client.sent.wait(done);
@@ -163,33 +153,29 @@ Sample stream(Placement placement, std::size_t count, std::size_t window, const 
         });
         dispatch_main();
     };
-    PairUse use;
-    Sample sample = measure(placement, load, &use);
-    sample.cpu = use.cpu / static_cast<double>(count);
-    return sample;
+    return measure(load.placement, work, use);
 }
 
-Sample smallMessages(Placement placement) {
+Sample smallMessages(const Load& load, PairUse* use) {
     static const std::string text(kSmallSize, 'x');
-    return stream(placement, kSmallMessages, 2048,
-                  Item("text", LXPCDataTypeString, reinterpret_cast<long>(text.c_str())));
+    return stream(load, use, 2048, Item("text", LXPCDataTypeString, reinterpret_cast<long>(text.c_str())));
 }
 
-Sample largeMessages(Placement placement) {
+Sample largeMessages(const Load& load, PairUse* use) {
     static const std::string data(kLargeSize, 'x');
-    return stream(placement, kLargeMessages, 16,
+    return stream(load, use, 16,
                   Item("data", LXPCDataTypeData, reinterpret_cast<long>(data.data()), kLargeSize));
 }
 
-Sample connects(Placement placement) {
-    return measure(placement, []() -> Sample {
+Sample connects(const Load& load, PairUse* use) {
+    const auto work = [&]() -> Sample {
         std::size_t done = 0;
         const auto start = Clock::now();
         Client client([&](Client& self) {
             self.disconnects = true;
             self.onReply = [&] {
-                if (++done == kConnects)
-                    reportAndExit(static_cast<double>(kConnects) / (nanosecondsSince(start) * 1e-9));
+                if (++done == load.count)
+                    reportAndExit(static_cast<double>(load.count) / (nanosecondsSince(start) * 1e-9));
                 self.client.Disconnect(kService, kNumber);
                 self.connect();
                 self.ask();
@@ -197,11 +183,12 @@ Sample connects(Placement placement) {
             self.ask();
         });
         dispatch_main();
-    });
+    };
+    return measure(load.placement, work, use);
 }
 
 } // namespace
 
-const Carrier kLibrary = {roundTrip, smallMessages, largeMessages, connects, wakeUps};
+const Carrier kLibrary = {roundTrips, smallMessages, largeMessages, connects};
 
 } // namespace bench

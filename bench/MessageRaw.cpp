@@ -51,15 +51,15 @@ struct Pair {
     }
 };
 
-Sample roundTrips(Placement placement, std::size_t count, int pause, PairUse* use) {
+Sample roundTrips(const Load& load, PairUse* use) {
     const Pair pair;
     return measurePair(
-        placement, [&] { echo(pair.ends[0]); },
+        load.placement, [&] { echo(pair.ends[0]); },
         [&] {
             char buffer[kSmallSize] = {};
             std::vector<double> times;
-            for (std::size_t i = 0; i < count; ++i) {
-                pauseFor(pause);
+            for (std::size_t i = 0; i < load.count; ++i) {
+                pauseFor(load.pause);
                 const auto start = Clock::now();
                 need(writeAll(pair.ends[1], buffer, sizeof buffer) &&
                          readAll(pair.ends[1], buffer, sizeof buffer),
@@ -71,24 +71,14 @@ Sample roundTrips(Placement placement, std::size_t count, int pause, PairUse* us
         use);
 }
 
-Sample roundTrip(Placement placement) {
-    return roundTrips(placement, kRoundTrips, 0, nullptr);
-}
-
-Sample wakeUps(Placement placement) {
-    return wakeUpsOfRequest([placement](std::size_t requests, PairUse& use) {
-        roundTrips(placement, requests, kPauseMilliseconds, &use);
-    });
-}
-
-// Writes `count` messages, then waits for one byte that the reader sends when it has read them all.
-Sample stream(Placement placement, std::size_t count, std::size_t size) {
+// Writes the messages, then waits for one byte that the reader sends when it has read them all.
+Sample stream(const Load& load, std::size_t size, PairUse* use) {
     const Pair pair;
-    return measureStream(
-        placement,
+    return measurePair(
+        load.placement,
         [&] {
             const auto buffer = std::make_unique<char[]>(kLargeSize);
-            std::size_t left = count * size;
+            std::size_t left = load.count * size;
             while (left > 0) {
                 const ssize_t got = read(pair.ends[0], buffer.get(), kLargeSize);
                 if (got <= 0)
@@ -101,23 +91,23 @@ Sample stream(Placement placement, std::size_t count, std::size_t size) {
         [&] {
             const auto buffer = std::make_unique<char[]>(size);
             const auto start = Clock::now();
-            for (std::size_t i = 0; i < count; ++i)
+            for (std::size_t i = 0; i < load.count; ++i)
                 need(writeAll(pair.ends[1], buffer.get(), size), "the socket ended");
             char done;
             need(readAll(pair.ends[1], &done, 1), "the reader ended");
-            return static_cast<double>(count) / (nanosecondsSince(start) * 1e-9);
+            return static_cast<double>(load.count) / (nanosecondsSince(start) * 1e-9);
         },
-        count);
+        use);
 }
 
-Sample smallMessages(Placement placement) {
-    return stream(placement, kSmallMessages, kSmallSize);
+Sample smallMessages(const Load& load, PairUse* use) {
+    return stream(load, kSmallSize, use);
 }
-Sample largeMessages(Placement placement) {
-    return stream(placement, kLargeMessages, kLargeSize);
+Sample largeMessages(const Load& load, PairUse* use) {
+    return stream(load, kLargeSize, use);
 }
 
-Sample connects(Placement placement) {
+Sample connects(const Load& load, PairUse* use) {
     const ScratchFolder folder;
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
@@ -127,7 +117,7 @@ Sample connects(Placement placement) {
              listen(listener, 64) == 0,
          "no listening socket");
     const Sample sample = measurePair(
-        placement,
+        load.placement,
         [&] {
             for (;;) {
                 const int peer = accept(listener, nullptr, nullptr);
@@ -138,21 +128,22 @@ Sample connects(Placement placement) {
         [&] {
             char buffer[kSmallSize] = {};
             const auto start = Clock::now();
-            for (std::size_t i = 0; i < kConnects; ++i) {
+            for (std::size_t i = 0; i < load.count; ++i) {
                 const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
                 need(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
                          writeAll(fd, buffer, sizeof buffer) && readAll(fd, buffer, sizeof buffer),
                      "a connection failed");
                 close(fd);
             }
-            return static_cast<double>(kConnects) / (nanosecondsSince(start) * 1e-9);
-        });
+            return static_cast<double>(load.count) / (nanosecondsSince(start) * 1e-9);
+        },
+        use);
     close(listener);
     return sample;
 }
 
 } // namespace
 
-const Carrier kRawSocket = {roundTrip, smallMessages, largeMessages, connects, wakeUps};
+const Carrier kRawSocket = {roundTrips, smallMessages, largeMessages, connects};
 
 } // namespace bench

@@ -76,7 +76,7 @@ bool ask(sd_bus* bus) {
     return result >= 0;
 }
 
-Sample withPair(Placement placement, const std::function<Sample(sd_bus*)>& load, PairUse* use = nullptr) {
+Sample withPair(Placement placement, const std::function<Sample(sd_bus*)>& work, PairUse* use) {
     int ends[2];
     need(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0, "no sockets");
     const Sample sample = measurePair(
@@ -84,7 +84,7 @@ Sample withPair(Placement placement, const std::function<Sample(sd_bus*)>& load,
         [&] {
             sd_bus* bus = openClient(ends[1]);
             need(bus != nullptr && ask(bus), "no connection");
-            return load(bus);
+            return work(bus);
         },
         use);
     close(ends[0]);
@@ -92,36 +92,26 @@ Sample withPair(Placement placement, const std::function<Sample(sd_bus*)>& load,
     return sample;
 }
 
-Sample roundTrips(Placement placement, std::size_t count, int pause, PairUse* use) {
-    const auto load = [=](sd_bus* bus) {
+Sample roundTrips(const Load& load, PairUse* use) {
+    const auto work = [&](sd_bus* bus) {
         std::vector<double> times;
-        for (std::size_t i = 0; i < count; ++i) {
-            pauseFor(pause);
+        for (std::size_t i = 0; i < load.count; ++i) {
+            pauseFor(load.pause);
             const auto start = Clock::now();
             need(ask(bus), "no answer");
             times.push_back(nanosecondsSince(start) / 1000);
         }
         return distribution(times);
     };
-    return withPair(placement, load, use);
-}
-
-Sample roundTrip(Placement placement) {
-    return roundTrips(placement, kRoundTrips, 0, nullptr);
-}
-
-Sample wakeUps(Placement placement) {
-    return wakeUpsOfRequest([placement](std::size_t requests, PairUse& use) {
-        roundTrips(placement, requests, kPauseMilliseconds, &use);
-    });
+    return withPair(load.placement, work, use);
 }
 
 // sd-bus queues what the socket does not take; flushing now and then keeps the queue below its limit.
-Sample stream(Placement placement, std::size_t count, std::size_t window, const char* method,
+Sample stream(const Load& load, PairUse* use, std::size_t window, const char* method,
               const std::function<int(sd_bus_message*)>& fill) {
-    const auto load = [&](sd_bus* bus) {
+    const auto work = [&](sd_bus* bus) {
         const auto start = Clock::now();
-        for (std::size_t i = 0; i < count; ++i) {
+        for (std::size_t i = 0; i < load.count; ++i) {
             sd_bus_message* message = nullptr;
             need(sd_bus_message_new_method_call(bus, &message, nullptr, kPath, kInterface, method) >= 0 &&
                      sd_bus_message_set_expect_reply(message, 0) >= 0 && fill(message) >= 0 &&
@@ -132,28 +122,25 @@ Sample stream(Placement placement, std::size_t count, std::size_t window, const 
                 sd_bus_flush(bus);
         }
         need(ask(bus), "no answer");
-        return static_cast<double>(count) / (nanosecondsSince(start) * 1e-9);
+        return static_cast<double>(load.count) / (nanosecondsSince(start) * 1e-9);
     };
-    PairUse use;
-    Sample sample = withPair(placement, load, &use);
-    sample.cpu = use.cpu / static_cast<double>(count);
-    return sample;
+    return withPair(load.placement, work, use);
 }
 
-Sample smallMessages(Placement placement) {
+Sample smallMessages(const Load& load, PairUse* use) {
     static const std::string text(kSmallSize, 'x');
-    return stream(placement, kSmallMessages, 64, "Text",
+    return stream(load, use, 64, "Text",
                   [](sd_bus_message* message) { return sd_bus_message_append(message, "s", text.c_str()); });
 }
 
-Sample largeMessages(Placement placement) {
+Sample largeMessages(const Load& load, PairUse* use) {
     static const std::string data(kLargeSize, 'x');
-    return stream(placement, kLargeMessages, 4, "Data", [](sd_bus_message* message) {
+    return stream(load, use, 4, "Data", [](sd_bus_message* message) {
         return sd_bus_message_append_array(message, 'y', data.data(), data.size());
     });
 }
 
-Sample connects(Placement placement) {
+Sample connects(const Load& load, PairUse* use) {
     const ScratchFolder folder;
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
@@ -163,14 +150,14 @@ Sample connects(Placement placement) {
              listen(listener, 64) == 0,
          "no listening socket");
     const Sample sample = measurePair(
-        placement,
+        load.placement,
         [&] {
             for (;;)
                 serve(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
         },
         [&] {
             const auto start = Clock::now();
-            for (std::size_t i = 0; i < kConnects; ++i) {
+            for (std::size_t i = 0; i < load.count; ++i) {
                 const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
                 need(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0,
                      "a connection failed");
@@ -178,14 +165,15 @@ Sample connects(Placement placement) {
                 need(bus != nullptr && ask(bus), "no answer");
                 sd_bus_close_unref(bus);
             }
-            return static_cast<double>(kConnects) / (nanosecondsSince(start) * 1e-9);
-        });
+            return static_cast<double>(load.count) / (nanosecondsSince(start) * 1e-9);
+        },
+        use);
     close(listener);
     return sample;
 }
 
 } // namespace
 
-const Carrier kSdBus = {roundTrip, smallMessages, largeMessages, connects, wakeUps};
+const Carrier kSdBus = {roundTrips, smallMessages, largeMessages, connects};
 
 } // namespace bench

@@ -122,25 +122,6 @@ Sample measurePair(Placement placement, const std::function<void()>& server,
     return sample;
 }
 
-Sample measureStream(Placement placement, const std::function<void()>& server,
-                     const std::function<Sample()>& client, std::size_t pieces) {
-    PairUse use;
-    Sample sample = measurePair(placement, server, client, &use);
-    sample.cpu = use.cpu / static_cast<double>(pieces);
-    return sample;
-}
-
-// What more requests cost more, so that the start of the two does not count.
-Sample wakeUpsOfRequest(const std::function<void(std::size_t requests, PairUse& use)>& pair) {
-    constexpr std::size_t kFew = 4;
-    constexpr std::size_t kMore = 20;
-    PairUse few;
-    PairUse many;
-    pair(kFew, few);
-    pair(kFew + kMore, many);
-    return std::max(many.serverWakeUps - few.serverWakeUps, 0.0) / kMore;
-}
-
 void pauseFor(int milliseconds) {
     if (milliseconds > 0)
         usleep(1000 * static_cast<unsigned>(milliseconds));

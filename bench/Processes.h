@@ -42,13 +42,6 @@ struct PairUse {
 Sample measurePair(Placement placement, const std::function<void()>& server,
                    const std::function<Sample()>& client, PairUse* use = nullptr);
 
-// With the processor time for each piece of a stream.
-Sample measureStream(Placement placement, const std::function<void()>& server,
-                     const std::function<Sample()>& client, std::size_t pieces);
-
-// The server's wake-ups for a request. `pair` runs a pair with so many requests, a pause before each.
-Sample wakeUpsOfRequest(const std::function<void(std::size_t requests, PairUse& use)>& pair);
-constexpr int kPauseMilliseconds = 30;
 void pauseFor(int milliseconds); // of 0: at once
 
 // A fresh folder, removed with everything in it when the object goes.
