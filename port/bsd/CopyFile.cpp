@@ -7,6 +7,8 @@
 #include <limits>
 #include <port/DataCopy.h>
 #include <port/UniqueFd.h>
+#include <port/bsd.h>
+#include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -121,10 +123,10 @@ bool port_copy_new_file(int fromFolder, const char* from, int toFolder, const ch
     return false;
 }
 
-bool port_make_own_folder(int folder, std::string& name) {
+bool port_make_own_folder(int folder, char (&name)[kPortOwnNameSize]) {
     port::OwnName own(folder, port::kOwnPrefix);
     const bool made = own.take([folder](const char* free) { return ::mkdirat(folder, free, 0777) == 0; });
-    name = own.release();
+    strlcpy(name, own.release().c_str(), sizeof name);
     return made;
 }
 

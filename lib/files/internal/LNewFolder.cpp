@@ -14,7 +14,11 @@ bool LNewFolder::Make(int nParentFolder, const char* szName) {
         return false;
     parent.reset(port_openat(nParentFolder, ".", O_SEARCH | O_DIRECTORY));
     sName = szName;
-    return parent && port_make_own_folder(parent.get(), sOwnName);
+    char szOwnName[kPortOwnNameSize] = "";
+    if (parent)
+        port_make_own_folder(parent.get(), szOwnName);
+    sOwnName = szOwnName;
+    return IsMade();
 }
 
 // A folder is never renamed over one that holds anything.

@@ -10,7 +10,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <fcntl.h>
-#include <string>
 #include <sys/types.h>
 
 #pragma GCC visibility push(default)
@@ -35,7 +34,8 @@ bool port_copy_new_file(int fromFolder, const char* from, int toFolder, const ch
 
 // Makes a folder, 0777 under the process's mask, with a name of its own, ".copy-PID-N". `name` is empty when it cannot
 // be made: false then.
-bool port_make_own_folder(int folder, std::string& name);
+constexpr std::size_t kPortOwnNameSize = 64;
+bool port_make_own_folder(int folder, char (&name)[kPortOwnNameSize]);
 
 // Copies a symbolic link as a link, replacing a file or a link that has the target's name: the target is the old
 // one or the new one at every moment. False as above.
