@@ -191,10 +191,8 @@ bool LSandboxBookmarkManager::InstanceAddFilePath(const char* szPath, NSURL* pUR
     item->bAddFlag = bAddFlag;
     LSandboxBookmarkItem& added = *item;
     items.AddHead(item.Release());
-    if (bSave && InstanceSaveBookmarkToFile(added, szKey)) {
-        InstanceAddKey(szKey);
-        added.AddKey(szKey);
-    }
+    if (bSave && InstanceSaveBookmarkToFile(added, szKey))
+        _AddSavedKey(added, szKey);
     return true;
 }
 
@@ -208,8 +206,7 @@ bool LSandboxBookmarkManager::InstanceAddFilePathToSettings(const char* szPath, 
     LSandboxBookmarkItem* const pItem = InstanceGetBookmark(szPath);
     if (pItem == nullptr || !InstanceSaveBookmarkToFile(*pItem, szKey))
         return false;
-    pItem->AddKey(szKey);
-    InstanceAddKey(szKey);
+    _AddSavedKey(*pItem, szKey);
     return true;
 }
 
@@ -403,6 +400,15 @@ bool LSandboxBookmarkManager::InstanceSaveBookmarkToFile(LSandboxBookmarkItem& i
         return false;
     item.bSavedToSettings = true;
     return true;
+}
+
+// The key came into the settings with its bookmark.
+void LSandboxBookmarkManager::_AddSavedKey(LSandboxBookmarkItem& item, const char* szKey) {
+    const NSRef<NSString> key = KeyFrom(szKey);
+    if (!pKeys->containsObject(*key))
+        pKeys->addObject(key);
+    item.AddKey(szKey);
+    Settings().synchronize();
 }
 
 void LSandboxBookmarkManager::InstanceAddKey(const char* szKey) {

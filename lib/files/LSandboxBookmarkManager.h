@@ -68,7 +68,9 @@ public:
     // Starts access to the URL and keeps both; with bSave its bookmark is stored under szKey, which may else be
     // null. pURL is retained. True when the path is accessible: it needs no bookmark, or has an item, or got
     // one, even if the bookmark could not be stored (then the item is not saved). False when the access cannot
-    // be started or the path is too long.
+    // be started or the path is too long. What is stored is on the disk at the return, and for that the whole of the
+    // settings is written: the work of n such calls grows with the square of n, and the bookmark of a folder is cheaper
+    // than those of thousands of files in it.
     static bool AddFilePath(const char* szPath, NSURL* pURL, bool bAddFlag, bool bSave, const char* szKey);
     // Stores the bookmark of a path that has an item under the key. The flag is not used. False when the path
     // needs no bookmark or has no item, or when it cannot be stored.
@@ -133,6 +135,7 @@ private:
     LSandboxBookmarkManager();
     ~LSandboxBookmarkManager();
 
+    void _AddSavedKey(LSandboxBookmarkItem& item, const char* szKey);
     LList<LSandboxBookmarkItem>& _ListOf(const char* szPath);
     const LList<LSandboxBookmarkItem>& _ListOf(const char* szPath) const;
     // True when all of them have items.

@@ -244,17 +244,19 @@ bool appendDate(CFDateRef date, std::string& text) {
 }
 
 void appendData(std::span<const std::uint8_t> bytes, std::string& text) {
-    while (!bytes.empty()) {
-        const std::size_t taken = std::min<std::size_t>(bytes.size(), 3);
-        std::uint32_t group = 0;
-        for (std::size_t i = 0; i < 3; ++i)
-            group = group << 8 | (i < taken ? bytes[i] : 0U);
-        char characters[4];
-        for (std::size_t i = 0; i < sizeof characters; ++i)
-            characters[i] = i <= taken ? kBase64[group >> (18 - 6 * i) & 0x3F] : '=';
-        text.append(characters, sizeof characters);
-        bytes = bytes.subspan(taken);
-    }
+    const std::uint8_t* from = bytes.data();
+    std::size_t left = bytes.size();
+    const std::size_t begin = text.size();
+    text.resize(begin + (left + 2) / 3 * 4, '=');
+    char* to = text.data() + begin;
+    const auto write = [&to](std::uint32_t group, std::size_t characters) {
+        for (std::size_t i = 0; i < characters; ++i)
+            *to++ = kBase64.data()[group >> (18 - 6 * i) & 0x3F];
+    };
+    for (; left >= 3; left -= 3, from += 3)
+        write(std::uint32_t{from[0]} << 16 | std::uint32_t{from[1]} << 8 | from[2], 4);
+    if (left != 0)
+        write(std::uint32_t{from[0]} << 16 | (left == 2 ? std::uint32_t{from[1]} << 8 : 0U), left + 1);
 }
 
 } // namespace port

@@ -75,47 +75,27 @@ Settings merge(CFDictionaryRef settings, const SettingChanges& changes) {
     return Settings::retained(merged.get());
 }
 
-// The texts of an array; those of other types are left out.
-std::vector<std::string> textsOf(CFTypeRef array) {
-    std::vector<std::string> texts;
-    if (array == nullptr || CFGetTypeID(array) != CFArrayGetTypeID())
-        return texts;
-    const auto stored = static_cast<CFArrayRef>(array);
-    for (CFIndex index = 0; index < CFArrayGetCount(stored); ++index) {
-        const CFTypeRef element = CFArrayGetValueAtIndex(stored, index);
-        std::string text;
-        if (CFGetTypeID(element) == CFStringGetTypeID() && copyUtf8(static_cast<CFStringRef>(element), text))
-            texts.push_back(std::move(text));
-    }
-    return texts;
-}
-
-CFRef<CFTypeRef> arrayOf(const std::vector<std::string>& texts) {
-    std::vector<CFRef<CFTypeRef>> strings;
-    std::vector<const void*> elements;
-    for (const std::string& text : texts) {
-        strings.emplace_back(
-            CFStringCreateWithCString(kCFAllocatorDefault, text.c_str(), kCFStringEncodingUTF8));
-        elements.push_back(strings.back().get());
-    }
-    return CFRef<CFTypeRef>(CFArrayCreate(kCFAllocatorDefault, elements.data(),
-                                          static_cast<CFIndex>(elements.size()), &kCFTypeArrayCallBacks));
-}
-
 } // namespace
 
+// Of the array's elements only texts stay, as they are: there may be thousands, and they change one by one.
 CFRef<CFTypeRef> SettingChange::valueOver(CFTypeRef current) const {
     if (!isEdit)
         return value;
     std::set<std::string, std::less<>> lacking = added;
-    std::vector<std::string> texts;
-    for (std::string& text : textsOf(current)) {
-        lacking.erase(text);
-        if (!removed.contains(text))
-            texts.push_back(std::move(text));
-    }
-    texts.insert(texts.end(), lacking.begin(), lacking.end());
-    return arrayOf(texts);
+    __CFArray::Values texts;
+    std::string text;
+    if (current != nullptr && CFGetTypeID(current) == CFArrayGetTypeID())
+        for (const CFRef<CFTypeRef>& element : static_cast<CFArrayRef>(current)->values) {
+            if (CFGetTypeID(element.get()) != CFStringGetTypeID() ||
+                !copyUtf8(static_cast<CFStringRef>(element.get()), text))
+                continue;
+            lacking.erase(text);
+            if (!removed.contains(text))
+                texts.push_back(element);
+        }
+    for (const std::string& one : lacking)
+        texts.emplace_back(makeString(one).release());
+    return CFRef<CFTypeRef>(new __CFArray(std::move(texts)));
 }
 
 int SettingsFile::load(Settings& settings) {
@@ -149,17 +129,21 @@ int SettingsFile::update(const SettingChanges& changes, Settings& settings) {
     const int error = load(current);
     if (error != 0 && (error != EBADMSG || changes.empty()))
         return error;
+    Settings merged;
     if (error == 0) {
-        Settings merged = merge(current.get(), changes);
+        merged = changes.empty() ? current : merge(current.get(), changes);
         if (CFEqual(merged.get(), current.get())) {
             settings = std::move(merged);
             return 0;
         }
     }
-    return makeFolders(path_.substr(0, path_.rfind('/'))) ? updateLocked(changes, settings) : errno;
+    if (!makeFolders(path_.substr(0, path_.rfind('/'))))
+        return errno;
+    return updateLocked(changes, current, std::move(merged), settings);
 }
 
-int SettingsFile::updateLocked(const SettingChanges& changes, Settings& settings) {
+int SettingsFile::updateLocked(const SettingChanges& changes, const Settings& before, Settings merged,
+                               Settings& settings) {
     const FileLock lock(path_ + kLockSuffix);
     if (!lock)
         return errno;
@@ -169,7 +153,8 @@ int SettingsFile::updateLocked(const SettingChanges& changes, Settings& settings
         error = keepDamaged();
     if (error != 0)
         return error;
-    Settings merged = merge(current.get(), changes);
+    if (!merged || current.get() != before.get())
+        merged = merge(current.get(), changes);
     if (!CFEqual(merged.get(), current.get()))
         error = write(merged);
     if (error == 0)
@@ -220,7 +205,8 @@ int SettingsFile::write(const Settings& settings) {
     tidied_ = true;
     if (!replaceFile(path_, xml))
         return errno;
-    remember({xml.begin(), xml.end()}, settings);
+    const auto* const bytes = reinterpret_cast<const std::uint8_t*>(xml.data());
+    remember({bytes, bytes + xml.size()}, settings);
     return 0;
 }
 

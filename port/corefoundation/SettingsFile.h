@@ -56,7 +56,10 @@ public:
 
 private:
     void remember(std::vector<std::uint8_t> bytes, const Settings& settings);
-    int updateLocked(const SettingChanges& changes, Settings& settings);
+    // `merged` is what the changes made of `before`, the settings that were read without the lock; null when those were
+    // no settings.
+    int updateLocked(const SettingChanges& changes, const Settings& before, Settings merged,
+                     Settings& settings);
     int keepDamaged() const;
     int write(const Settings& settings);
 
