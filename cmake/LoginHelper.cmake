@@ -1,6 +1,7 @@
 # A login helper for an application, made of the sources in app/ and ctl/: the house's own, and those of the projects
 # that have found the installed package, in which this file and the sources stand beside each other as they do here.
 include(${CMAKE_CURRENT_LIST_DIR}/LoginFiles.cmake)
+include(${CMAKE_CURRENT_LIST_DIR}/PropertyList.cmake)
 set_property(GLOBAL PROPERTY LFOUNDATION_VERSION ${LFoundation_VERSION})
 
 # What is wrong with the value of an argument, if it is.
@@ -48,23 +49,6 @@ function(lfoundation_check_identity name identifier app_name app_identifier app_
       OR CMAKE_MATCH_1 GREATER 999999999 OR CMAKE_MATCH_2 GREATER 999999999)
     lfoundation_refuse(APP_VERSION "${app_version}" "be MAJOR.MINOR, such as 3.1")
   endif()
-endfunction()
-
-# lfoundation_property_list(SOURCE FILE): a bundle's property list, with the variables in SOURCE set; in the binary
-# form where Python is there to make it, so that nobody who reads it has to bring an XML reader to memory.
-function(lfoundation_property_list source file)
-  cmake_path(GET source FILENAME name)
-  set(text ${CMAKE_CURRENT_BINARY_DIR}/${name}.xml)
-  configure_file(${source} ${text} @ONLY)
-  if(NOT Python3_Interpreter_FOUND)
-    configure_file(${text} "${file}" COPYONLY)
-    return()
-  endif()
-  cmake_path(GET file PARENT_PATH folder)
-  file(MAKE_DIRECTORY "${folder}")
-  execute_process(COMMAND_ERROR_IS_FATAL ANY COMMAND ${Python3_EXECUTABLE} -c
-    "import plistlib, sys; texts, file = open(sys.argv[1], 'rb'), open(sys.argv[2], 'wb')
-plistlib.dump(plistlib.load(texts), file, fmt=plistlib.FMT_BINARY)" ${text} "${file}")
 endfunction()
 
 # Each field of the identity, as a file of that form has it.
