@@ -1,6 +1,8 @@
 #include "strings/LStringFormat.h"
 
+#include "strings/internal/LStringDigits.h"
 #include "strings/internal/LStringDirective.h"
+#include "strings/internal/LStringDouble.h"
 
 #include <array>
 #include <cmath>
@@ -9,6 +11,7 @@
 #include <limits>
 #include <port/internal/exported.h>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 
 namespace {
@@ -22,29 +25,7 @@ constexpr int kMostDoublePrecision = 1100;
 constexpr int kMostDigits = 22; // of a 64-bit number, octal
 constexpr int kMostSign = 3;    // a sign and "0x"
 
-constexpr auto kDigitPairs = [] {
-    std::array<std::array<char, 2>, 100> pairs{};
-    for (unsigned i = 0; i < 100; ++i)
-        pairs[i] = {static_cast<char>('0' + i / 10), static_cast<char>('0' + i % 10)};
-    return pairs;
-}();
-
 // The following store a number's digits before pEnd and return where they begin.
-template <typename TUnsigned>
-char* StoreDecimal(char* pEnd, TUnsigned nValue) {
-    while (nValue >= 100) {
-        pEnd -= 2;
-        std::memcpy(pEnd, kDigitPairs[nValue % 100].data(), 2);
-        nValue /= 100;
-    }
-    if (nValue >= 10) {
-        pEnd -= 2;
-        std::memcpy(pEnd, kDigitPairs[nValue].data(), 2);
-    } else
-        *--pEnd = static_cast<char>('0' + nValue);
-    return pEnd;
-}
-
 char* StoreBits(char* pEnd, std::uint64_t qwValue, unsigned nBitsPerDigit, const char* pDigits) {
     const unsigned nMask = (1U << nBitsPerDigit) - 1;
     do {
@@ -63,7 +44,7 @@ char* StoreDigits(char* pEnd, char nConversion, std::uint64_t qwValue) {
     case 'o':
         return StoreBits(pEnd, qwValue, 3, "01234567");
     default:
-        return StoreDecimal(pEnd, qwValue);
+        return LStoreDecimal(pEnd, qwValue);
     }
 }
 
@@ -140,7 +121,7 @@ void AddDecimal(Writer& writer, const LStringDirective& directive, bool bSigned,
     const bool bNegative = bSigned && static_cast<int>(nValue) < 0;
     char szText[1 + LStringDirective::kMostDigits];
     char* const pEnd = szText + sizeof(szText);
-    char* p = StoreDecimal(pEnd, bNegative ? 0U - nValue : nValue);
+    char* p = LStoreDecimal(pEnd, bNegative ? 0U - nValue : nValue);
     const int nDigits = std::max(directive.nPrecision, directive.nWidth - (bNegative ? 1 : 0));
     while (pEnd - p < nDigits)
         *--p = '0';
@@ -191,25 +172,44 @@ int PrintUnsigned(char* buffer, unsigned long size, const LStringDirective& dire
                   std::min(directive.nPrecision, kMostDoublePrecision), nValue);
 }
 
+// Mostly without the platform's help. It does not know of "#", nor a long double.
+template <typename TFloat>
+char* StoreDouble(const Field& field, const LStringDirective& directive, char nConversion, TFloat nValue) {
+    static_assert(Field::kBefore >= LStringDoubleLength + kMostSign + kMostShown);
+    if constexpr (std::is_same_v<TFloat, double>)
+        if (!directive.bAlternate && (nConversion | 0x20) != 'a' && std::isfinite(nValue))
+            return LStoreDouble(field.pEnd, nConversion, directive.nPrecision, std::abs(nValue));
+    return nullptr;
+}
+
+// By the platform's printf. False when that makes nothing of it.
+template <typename TFloat>
+bool PrintDouble(Field& field, const LStringDirective& directive, char nConversion, TFloat nValue) {
+    const int nLength = PrintUnsigned(field.pStart, kConversionBufferSize, directive, nConversion,
+                                      std::signbit(nValue) ? -nValue : nValue);
+    if (nLength <= 0)
+        return false;
+    field.pEnd += std::min(nLength, kMostShown);
+    field.nUnseen = std::max(0, nLength - kMostShown);
+    if (std::isfinite(nValue) &&
+        ((nConversion | 0x20) != 'g' || directive.bAlternate)) // zeros up to the precision
+        field.nUnseen += std::max(0, directive.nPrecision - kMostDoublePrecision);
+    return true;
+}
+
 template <typename Writer, typename TFloat>
 void AddDouble(Writer& writer, const LStringDirective& directive, char nConversion, TFloat nValue) {
     if (!directive.bValid)
         return;
     __attribute__((uninitialized)) Field field;
-    const bool bNegative = std::signbit(nValue);
-    const int nLength = PrintUnsigned(field.pStart, kConversionBufferSize, directive, nConversion,
-                                      bNegative ? -nValue : nValue);
-    if (nLength <= 0)
+    if (char* const pStored = StoreDouble(field, directive, nConversion, nValue))
+        field.p = pStored;
+    else if (!PrintDouble(field, directive, nConversion, nValue))
         return;
-    field.pEnd += std::min(nLength, kMostShown);
-    field.nUnseen = std::max(0, nLength - kMostShown);
     const bool bFinite = std::isfinite(nValue);
-    const char nKind = static_cast<char>(nConversion | 0x20);
-    if (bFinite && (nKind != 'g' || directive.bAlternate)) // zeros up to the precision
-        field.nUnseen += std::max(0, directive.nPrecision - kMostDoublePrecision);
-    char szSign[kMostSign] = {bNegative ? '-' : directive.nPlus};
+    char szSign[kMostSign] = {std::signbit(nValue) ? '-' : directive.nPlus};
     unsigned long nSign = szSign[0] != 0 ? 1 : 0;
-    if (bFinite && nKind == 'a') // "0x" stands before the zeros
+    if (bFinite && (nConversion | 0x20) == 'a') // "0x" stands before the zeros
         for (int i = 0; i < 2; ++i)
             szSign[nSign++] = *field.p++;
     AddField(writer, directive, field, {szSign, nSign}, 0, directive.bZero && bFinite);

@@ -69,7 +69,7 @@ TEST(Format, PrintsNumbersAsTheHostDoes) {
         return nChoice < 10 ? special[nChoice] : any >> random() % 64;
     };
     const auto real = [](std::mt19937& random) {
-        double const special[] = {0, -0.0, 1, 0.5, 1e300, 5e-324, NAN, -INFINITY, 9.9999999, 1e15};
+        double const special[] = {0, -0.0, 2.5, 0.375, 1e300, 5e-324, NAN, -INFINITY, 9.9999999, 1e15};
         unsigned long const nChoice = random() % 20;
         double const any = static_cast<double>(random()) - 2e9;
         return nChoice < 10 ? special[nChoice] : std::ldexp(any, static_cast<int>(random() % 200) - 100);
