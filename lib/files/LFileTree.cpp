@@ -92,16 +92,51 @@ public:
     void LeaveFolder(int, const char*) override {}
 };
 
+// What was copied aside goes into a folder that others have made meanwhile: as a whole where there is nothing yet, else
+// file by file.
+class Moving final : public LTreeVisitor {
+public:
+    bool OpenTarget(int nParent, const char* szName) { return target.Open(nParent, szName, false); }
+
+    void VisitFile(int nFolder, const char* szName, unsigned char) override {
+        struct stat status;
+        if (target.IsOpen() && (fstatat(target.GetTop(), szName, &status, AT_SYMLINK_NOFOLLOW) != 0 ||
+                                S_ISREG(status.st_mode) || S_ISLNK(status.st_mode)))
+            _Move(nFolder, szName);
+    }
+    bool EnterFolder(int nFolder, const char* szName) override {
+        struct stat status;
+        return target.IsOpen() && !_Move(nFolder, szName) &&
+               fstatat(nFolder, szName, &status, AT_SYMLINK_NOFOLLOW) == 0 && target.Enter(szName, status);
+    }
+    void LeaveFolder(int, const char*) override {
+        if (target.IsOpen())
+            target.Leave();
+    }
+
+private:
+    bool _Move(int nFolder, const char* szName) const {
+        return renameat(nFolder, szName, target.GetTop(), szName) == 0;
+    }
+
+    LTreeTarget target;
+};
+
 // A folder that is missing in the target takes its name when it is whole; so what is below it need not be cared for one
 // by one.
 class Copying final : public LTreeVisitor {
 public:
-    // Into a folder that is there, or into one that is made.
-    bool OpenTarget(const char* szTo) { return target.Open(szTo); }
+    // Into a folder that is made.
     bool MakeTarget(int nParent, const char* szName) {
-        return newFolder.Make(nParent, szName) &&
-               target.Open(newFolder.GetParent(), newFolder.GetOwnName(), false) && _EnterNew();
+        if (!newFolder.Make(nParent, szName))
+            return false;
+        if (target.Open(newFolder.GetParent(), newFolder.GetOwnName(), false))
+            return _EnterNew();
+        _GiveName();
+        return false;
     }
+    // Into a folder that is there, unless one was made.
+    bool OpenTarget(const char* szTo) { return target.IsOpen() || target.Open(szTo); }
     // Behind the walk.
     void Finish() {
         if (newFolder.IsMade())
@@ -120,8 +155,7 @@ public:
         struct stat status;
         if (!target.IsOpen() || fstatat(nFolder, szName, &status, AT_SYMLINK_NOFOLLOW) != 0)
             return false;
-        if (newFolder.IsMade() || bMerging || target.IsRoot(status) ||
-            !newFolder.Make(target.GetTop(), szName)) {
+        if (newFolder.IsMade() || target.IsRoot(status) || !newFolder.Make(target.GetTop(), szName)) {
             const bool bEntered = target.Enter(szName, status);
             nLevelsOfNew += bEntered && newFolder.IsMade() ? 1 : 0;
             return bEntered;
@@ -152,16 +186,14 @@ private:
             port_copy_file(nFolder, szName, nTarget, szName);
     }
 
-    // Where the name was given to something else meanwhile, or cannot be taken, the copy goes the long way.
     void _GiveName() {
         if (newFolder.TakeName())
             return;
         const int nParent = newFolder.GetParent();
-        Copying merging;
-        merging.bMerging = true;
+        Moving moving;
         mkdirat(nParent, newFolder.GetName(), kAllPermissions);
-        if (merging.target.Open(nParent, newFolder.GetName(), false))
-            LTreeWalk(merging).Walk(nParent, newFolder.GetOwnName());
+        if (moving.OpenTarget(nParent, newFolder.GetName()))
+            LTreeWalk(moving).Walk(nParent, newFolder.GetOwnName());
         Delete(nParent, newFolder.GetOwnName(), Deletion(true, false));
         newFolder.Forget();
     }
@@ -170,7 +202,6 @@ private:
     LNewFolder newFolder;
     unsigned long nLevelsOfNew = 0; // folders that the work is in, from the new one down
     mode_t nGranted = 0;
-    bool bMerging = false; // into what is there, by the names alone
 };
 
 bool MakeTarget(const char* szTo, Copying& copying) {
@@ -210,7 +241,9 @@ void LFile::CopyFolderFiles(const char* szFrom, const char* szTo) {
     if (!ReadsAsFolder(szFrom))
         return;
     Copying copying;
-    if (ReadsAsFolder(szTo) ? !copying.OpenTarget(szTo) : !_MakeParents(szTo) || !MakeTarget(szTo, copying))
+    const bool bThere =
+        ReadsAsFolder(szTo) || (_MakeParents(szTo) && MakeTarget(szTo, copying)) || CreateFolderTree(szTo);
+    if (!bThere || !copying.OpenTarget(szTo))
         return;
     LTreeWalk(copying).Walk(AT_FDCWD, szFrom, true);
     copying.Finish();
