@@ -11,6 +11,7 @@
 
 #include "Doctor.h"
 #include "HelperConversation.h"
+#include "Registration.h"
 
 namespace {
 
@@ -20,8 +21,8 @@ NSRef<NSUserDefaults> HelperSettings() {
 
 void FailUnreachable(const Options& options, Report& report) {
     report.Fail(EX_UNAVAILABLE, std::string("nobody serves ") + options.szService +
-                                    "; 'systemctl --user start " + LHelperSocketUnit +
-                                    "' offers it, '" LOGINHELPER_CONTROL " doctor' tells more");
+                                    "; '" LOGINHELPER_CONTROL " register' starts a helper, '" LOGINHELPER_CONTROL
+                                    " doctor' tells more");
 }
 
 void FailSilent(const Options& options, Report& report, const std::string& sWhy) {
@@ -194,8 +195,9 @@ void Forget(const Options& /*options*/, Report& report) {
 constexpr struct {
     const char* szName;
     void (*Run)(const Options& options, Report& report);
-} Commands[] = {{"test", Test},   {"identify", Identify}, {"enable", Enable}, {"disable", Disable},
-                {"query", Query}, {"quit", Quit},         {"doctor", Doctor}, {"forget", Forget}};
+} Commands[] = {{"register", Register}, {"unregister", Unregister}, {"status", Status},   {"test", Test},
+                {"identify", Identify}, {"enable", Enable},         {"disable", Disable}, {"query", Query},
+                {"quit", Quit},         {"doctor", Doctor},         {"forget", Forget}};
 
 } // namespace
 

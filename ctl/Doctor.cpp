@@ -2,6 +2,7 @@
 
 #include <Foundation/Foundation.h>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -9,6 +10,7 @@
 #include "HelperStart.h"
 #include "LoginDecision.h"
 #include "LoginHelperContract.h"
+#include "Registration.h"
 #include "ServiceState.h"
 
 namespace {
@@ -79,7 +81,7 @@ std::string StepFor(LLoginReason eReason, const LLoginFacts& facts, const char* 
     return "";
 }
 
-void ReportSettings(Report& report, const LLoginFacts& facts, const char* szSettingsFile) {
+void ReportSettingsFile(Report& report, const LLoginFacts& facts, const char* szSettingsFile) {
     report.AddText("settingsFile", "settings", szSettingsFile);
     const bool bDamaged = facts.nSettingsError == EBADMSG;
     report.AddChoice("settings", "settings are",
@@ -87,13 +89,16 @@ void ReportSettings(Report& report, const LLoginFacts& facts, const char* szSett
                      facts.nSettingsError == 0 ? "readable"
                      : bDamaged                ? "damaged"
                                                : strerror(facts.nSettingsError));
+}
+
+void ReportSetting(Report& report, const LLoginFacts& facts) {
     report.AddFlag("launchAtLogin", "launch at login", facts.bSetting, "on", "off");
     report.AddOptionalText("path", "stored path", facts.sPath);
+    report.AddFlag("bundleFound", "bundle", facts.bBundle, "found", "not found");
+    report.AddOptionalText("version", "version", facts.sVersion);
 }
 
 void ReportBundle(Report& report, const LLoginFacts& facts) {
-    report.AddFlag("bundleFound", "bundle", facts.bBundle, "found", "not found");
-    report.AddOptionalText("version", "version", facts.sVersion);
     report.AddOptionalText("identifier", "identifier", facts.sIdentifier);
     report.AddOptionalText("executable", "executable", facts.sExecutable);
     report.AddOptionalText("othersMayChange", "others may change", facts.sForeignItem);
@@ -116,20 +121,28 @@ const char* SessionsOf(HelperStart eStart) {
     return "";
 }
 
-// What the helper does when it is started, and whether it is.
-void ReportVerdict(Report& report, const LLoginFacts& facts, const char* szSettingsFile, HelperStart eStart) {
+// What the helper does when it is started, and whether it is. True for a launch.
+bool ReportVerdict(Report& report, const LLoginFacts& facts, const char* szSettingsFile, HelperStart eStart) {
     const LLoginVerdict verdict = DecideLogin(facts);
     if (verdict.eAction != LLoginAction::Launch)
         report.AddFinding(verdict.sWhy, StepFor(verdict.eReason, facts, szSettingsFile));
     if (eStart == HelperStart::Never) {
         report.AddChoice("nextLogin", "next login", "nothing", "launches nothing");
         report.AddText("why", "why", "nothing starts the helper");
-        return;
+        return false;
     }
     const Action action = ActionOf(verdict, facts);
     report.AddChoice("nextLogin", "next login", action.szWord,
                      std::string(action.szText) + SessionsOf(eStart));
     report.AddText("why", "why", verdict.sWhy);
+    return verdict.eAction == LLoginAction::Launch;
+}
+
+// A login begins without the main application, whatever runs now.
+LLoginFacts FactsOfNextLogin(const NSUserDefaults& settings) {
+    LLoginFacts facts = CollectLoginFacts(&settings);
+    facts.bOwnBundle = CFBundleGetMainBundle() != nullptr;
+    return facts;
 }
 
 } // namespace
@@ -137,14 +150,25 @@ void ReportVerdict(Report& report, const LLoginFacts& facts, const char* szSetti
 void Doctor(const Options& options, Report& report) {
     report.BeginFindings();
     const NSRef<NSUserDefaults> settings = NSUserDefaults::initWithSuiteName(LHelperIdentifier);
-    // A login begins without the main application, whatever runs now.
-    LLoginFacts facts = CollectLoginFacts(settings.get());
-    facts.bOwnBundle = CFBundleGetMainBundle() != nullptr;
+    const LLoginFacts facts = FactsOfNextLogin(*settings);
+    ReportRegistration(report);
     const HelperStart eStart = ReportHelperStart(report);
-    ReportSettings(report, facts, settings->port_path());
+    ReportSettingsFile(report, facts, settings->port_path());
+    ReportSetting(report, facts);
     ReportBundle(report, facts);
     ReportVerdict(report, facts, settings->port_path(), eStart);
     report.AddFlag("mainApplicationRuns", "main application now", IsMainApplicationRunning(), "runs",
                    "does not run");
     ReportService(options, report);
+}
+
+void Status(const Options& options, Report& report) {
+    const NSRef<NSUserDefaults> settings = NSUserDefaults::initWithSuiteName(LHelperIdentifier);
+    const LLoginFacts facts = FactsOfNextLogin(*settings);
+    ReportRegistration(report);
+    const HelperStart eStart = ReportHelperStart(report);
+    ReportSetting(report, facts);
+    if (!ReportVerdict(report, facts, settings->port_path(), eStart))
+        report.Fail(EXIT_FAILURE, "");
+    ReportServer(options, report);
 }

@@ -46,7 +46,7 @@ std::string StepForUnit(State eUnit) {
     case PORT_LOGIN_ITEM_MASKED:
         return "systemctl --user unmask " + sUnit;
     case PORT_LOGIN_ITEM_MISSING:
-        return "install the helper so that " + sUnit + " is in a folder of user units";
+        return LOGINHELPER_CONTROL " register";
     default:
         return "systemctl --user enable " + sUnit;
     }
@@ -55,13 +55,11 @@ std::string StepForUnit(State eUnit) {
 std::string StepForEntry(const port_login_item_t& entry) {
     switch (entry.state) {
     case PORT_LOGIN_ITEM_MASKED:
-        return entry.program[0] == '\0' ? "rm " + QuoteForShell(entry.path)
-                                        : std::string("take 'Hidden=true' out of ") + entry.path;
     case PORT_LOGIN_ITEM_OFF:
-        return std::string("take 'X-GNOME-Autostart-enabled=false' out of ") + entry.path;
+        return entry.program[0] == '\0' ? "rm " + QuoteForShell(entry.path)
+                                        : std::string("take '") + entry.line + "' out of " + entry.path;
     default:
-        return std::string("install the helper so that ") + LHelperSessionEntry +
-               " is in a folder of autostart entries";
+        return LOGINHELPER_CONTROL " register";
     }
 }
 

@@ -19,6 +19,9 @@ constexpr char kHelp[] =
     "Talk to the login helper as the main application does.\n"
     "\n"
     "Commands:\n"
+    "  register     have the session start the helper at login, and start it now\n"
+    "  unregister   undo that: remove entry and settings, and end the helper\n"
+    "  status       tell what is registered, set and running, and what the next login does\n"
     "  test         ask whether the helper answers\n"
     "  identify     introduce the main application to the helper\n"
     "  enable PATH  launch the application bundle at PATH at the next login\n"
@@ -36,10 +39,11 @@ constexpr char kHelp[] =
     "  -h, --help          display this help and exit\n"
     "  -V, --version       output version information and exit\n"
     "\n"
-    "Exit status is 0, or 64 for a wrong command line, 66 for a path that does not exist, 69 when the\n"
-    "helper cannot be reached, 71 without descriptors or memory, 73 when the settings cannot be written,\n"
-    "74 when the output cannot be written, 75 when no reply came in time, 77 for root in a user's\n"
-    "environment.\n";
+    "Exit status is 0, or 1 from `status` when the next login launches nothing, 64 for a wrong command\n"
+    "line, 66 for a path or a helper that does not exist, 69 when the helper cannot be reached, 71 without\n"
+    "descriptors or memory, 73 when settings or entry cannot be written, 74 when the output cannot be\n"
+    "written, 75 when no reply came in time, 77 when you have switched the entry off, when the helper is\n"
+    "where others may change it or in a temporary folder, and for root in a user's environment.\n";
 
 [[noreturn]] void EndWithText(const char* szText) {
     fputs(szText, stdout);

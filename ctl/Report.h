@@ -20,14 +20,15 @@ public:
     // A text; an empty one is a fact that does not exist: null in JSON, "none" for people.
     void AddOptionalText(const char* szKey, const char* szLabel, const std::string& szText);
 
-    // What is wrong, and the one thing to do about it: a command, or a sentence without its end. In JSON the
-    // findings are one array, which is there once `BeginFindings` was called.
+    // What is wrong, and the one thing to do about it: a command, or a sentence without its end. They are dropped
+    // until `BeginFindings` is called; in JSON they are one array.
     void BeginFindings() { bFindings = true; }
     void AddFinding(std::string sProblem, std::string sNextStep) {
-        findings.push_back({std::move(sProblem), std::move(sNextStep)});
+        if (bFindings)
+            findings.push_back({std::move(sProblem), std::move(sNextStep)});
     }
 
-    // `nExitStatus` is one of <sysexits.h>. The message is a sentence without its end.
+    // `nExitStatus` is one of <sysexits.h>, or 1 for "no". The message is a sentence without its end; empty: none.
     void Fail(int nExitStatus, std::string szReason);
     // A message that leaves the status as it is.
     void Warn(std::string szWarning) { szMessage = std::move(szWarning); }

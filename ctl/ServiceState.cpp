@@ -85,8 +85,7 @@ std::vector<pid_t> RunningHelpers() {
 
 } // namespace
 
-void ReportService(const Options& options, Report& report) {
-    ReportFolder(report);
+void ReportServer(const Options& options, Report& report) {
     const std::vector<pid_t> helpers = RunningHelpers();
     report.AddFlag("helperRuns", "helper", !helpers.empty(), "runs", "does not run");
     const Service service = LookAtService(options, helpers);
@@ -95,4 +94,9 @@ void ReportService(const Options& options, Report& report) {
     report.AddChoice("service", "service", service.szWord, service.sText);
     if (!service.sNextStep.empty())
         report.AddFinding("the service: " + service.sText, service.sNextStep);
+}
+
+void ReportService(const Options& options, Report& report) {
+    ReportFolder(report);
+    ReportServer(options, report);
 }

@@ -100,10 +100,9 @@ HelperBundle findHelperBundle(const std::string& identifier, const std::string& 
     if (CFBundleRef own = CFBundleGetMainBundle(); own != nullptr && own->bundled)
         found = helperIn(own->folder + "/Contents/Library/LoginItems", identifier);
     if (found.path.empty())
-        found = helperIn(folderOf(folderOf(ownExecutable())) + "/libexec", identifier);
-    if (found.path.empty())
         found = helperAt(std::string(bundleFolderOfExecutable(entryProgram)), identifier);
-    for (const char* folder : {"/usr/local/libexec", "/usr/libexec"})
+    const std::string installed = folderOf(folderOf(ownExecutable())) + "/libexec";
+    for (const char* folder : {installed.c_str(), "/usr/local/libexec", "/usr/libexec"})
         if (found.path.empty())
             found = helperIn(folder, identifier);
     return found;

@@ -27,7 +27,7 @@ TEST(Ctl, CommandLines) {
         {"--json dance", 64, "{\"command\":\"\",\"status\":64,\"message\":\"unknown command 'dance'\"}\n"},
         {"--timeout --json", 64, "invalid time-out '--json'"},
         {"query --bundle", 64, "option '--bundle' needs an argument\nTry"},
-        {"query", 69, CTL ": nobody serves " ID "; 'systemctl"},
+        {"query", 69, CTL ": nobody serves " ID "; '" CTL " register' starts"},
         {"quit --json --service Nobody", 69,
          "{\"command\":\"quit\",\"status\":69,\"message\":\"nobody serves Nobody\"}\n"},
         {"identify --service Mute --timeout 100 --bundle /x.app", 75,
@@ -42,6 +42,43 @@ TEST(Ctl, CommandLines) {
     for (const auto& [words, status, part] : rows) {
         const auto [ended, text] = Login::Ctl(words);
         EXPECT_EQ(ended, status) << words;
+        EXPECT_NE(text.find(part), std::string::npos) << words << ": " << text;
+    }
+}
+
+TEST(Ctl, RegistersAndLeavesNothing) {
+    const Login login;
+    const std::string bundle = login.MakeBundle(VERSION);
+    const std::string entry = "autostart/" ID ".desktop", ends = "helper: does not run\n";
+    // A prefix of its own, where everything below happens.
+    const auto run = [](const std::string& commands) { return Login::Ctl("\"$HOME\"; " + commands, "cd"); };
+    ASSERT_EQ(run("rm " + entry +
+                  "; mkdir bin libexec; h='" HELPER_PROGRAM "'; cp -R \"${h%/Contents/*}\" libexec; "
+                  "cp '" LOGINHELPERCTL "' bin/ctl; find . -type f >before"),
+              std::pair(0, std::string()));
+    // What is done before, the command, its status, and a part of what it says.
+    const std::tuple<std::string, std::string, int, std::string> rows[] = {
+        {"", "status", 1, "registered: no\n"},
+        {"", "register", 0, "registered: yes\n"},
+        {"chmod 777 libexec", "register", 77,
+         "not registered: others may change " + login.Path() + "/libexec\n"},
+        {"chmod 755 libexec", "enable '" + bundle + "'", 0, "launch at login: on\n"},
+        {"", "status", 0, "next login: launches the application\n"},
+        {"", "status --json", 0, "\"registered\":true,"},
+        {"echo Hidden=true >>" + entry, "status", 1, "switched off by: Hidden=true\n"},
+        {"", "register", 77, "not registered: the user has switched it off: Hidden=true in "},
+        {"", "unregister", 0,
+         "registered: no\n" + ends + CTL ": the entry that you have switched off stays: "},
+        {"rm " + entry, "register", 0, "registered: yes\n"},
+        {"mv libexec away", "unregister", 0, "registered: no\n" + ends},
+        {"mv away libexec; rm -r port-xpc; find . -type f | diff before -", "status", 1,
+         "helper's version: 1.0\n"},
+        {"rm -r libexec", "register", 66, "not registered: there is no such helper"},
+    };
+    for (const auto& [before, words, status, part] : rows) {
+        EXPECT_EQ(run(before), std::pair(0, std::string())) << before;
+        const auto [ended, text] = run("bin/ctl " + words);
+        EXPECT_EQ(ended, status) << words << text;
         EXPECT_NE(text.find(part), std::string::npos) << words << ": " << text;
     }
 }

@@ -16,7 +16,13 @@ std::string Report(const Login& login, const std::string& situation,
         "manager() { mkdir -p $units/x.wants; touch systemd/private; echo X-systemd-skip=true >>$entry\n"
         "    sed 's/Desktop Entry/Service/; s/^Exec/ExecStart/' $entry >$unit; }\n"
         "all() { find . -printf '%p %s %m %T@ %C@\\n'; }\n"
-        "export ctl=\"$1\"\n" +
+        "export ctl=\"$1\"\n"
+        // Instead of the session's entry; the program and the helper as an installation has them.
+        "register() { mkdir bin libexec; helper=$(sed -n 's|^Exec=\"\\(.*\\)/Contents.*|\\1|p' $entry); rm "
+        "$entry\n"
+        "    cp -R \"$helper\" libexec; cp \"$ctl\" bin; ctl=$0/bin/${ctl##*/}; \"$ctl\" register; \"$ctl\" "
+        "quit\n"
+        "    while pgrep -f \"^$0/libexec\"; do :; done; } >/dev/null\n" +
         situation + "\nbefore=$(all)\n" + ask + " 2>&1\n[ \"$before\" = \"$(all)\" ] || echo CHANGED\n";
     ChildProcess shell({"/bin/sh", "-c", script, login.Path(), LOGINHELPERCTL});
     return shell.ReadAll();
@@ -73,6 +79,13 @@ constexpr Row kRows[] = {
     {"echo X-GNOME-Autostart-enabled = false >>$entry", kNothing, kUnstarted},
     {"sed -i 's|^Exec=.*|Exec=/no/helper --x|' $entry", kNothing,
      "@/autostart/" ID ".desktop starts /no/helper: No such file or directory", "install the helper again"},
+    {"register", kLaunches, nullptr},
+    {"manager; register", kLaunches, nullptr},
+    {"register; echo NotShowIn=A\\;B\\; >>$entry; export XDG_CURRENT_DESKTOP=B:C", kNothing, kUnstarted,
+     "take 'NotShowIn' out of @/autostart/" ID ".desktop"},
+    {"register; rm -r libexec", kNothing, "@/autostart/" ID ".desktop starts @/libexec/",
+     "install the helper again"},
+    {"rm $entry", kNothing, kUnstarted, CTL " register"},
     {"manager", kElsewhere, kLeft, "systemctl --user enable " ID ".service"},
     {"manager; ln -s ../" ID ".service $units/x.wants", kLaunches, nullptr},
     {"manager; ln -s ../" ID ".service $units/x.wants; ln -sf /dev/null $unit", kElsewhere, kLeft,

@@ -10,9 +10,9 @@
 #pragma GCC visibility push(default)
 
 // Switches the helper application with that bundle identifier on or off as a login item of this user. It is the
-// bundle of that identifier in Contents/Library/LoginItems of this process's main bundle; else, the first of these:
-// in the folder "../libexec" beside this program, where an installation has it; where the user's entry says; in
-// /usr/local/libexec or /usr/libexec.
+// bundle of that identifier in Contents/Library/LoginItems of this process's main bundle; else the first of these: the
+// one that the user's entry names; the one in the folder "../libexec" beside this program, where an installation has
+// it; the one in /usr/local/libexec or /usr/libexec.
 //
 // On: the user's autostart entry, $XDG_CONFIG_HOME/autostart/IDENTIFIER.desktop (~/.config without that variable, or
 // when it is relative), starts the helper with each session, whatever desktop that is; an entry that does so already
