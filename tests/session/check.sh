@@ -1,6 +1,6 @@
 #!/bin/sh
 # Logins under a real service manager: installs the helper into a small Debian root, boots it in a container, and
-# logs in twenty times there (logins.sh).
+# logs in twenty-one times there (logins.sh).
 # usage: check.sh BUILD-DIR [ROOT]
 # ROOT is a Debian root with systemd that is used, and changed; without it one is made, which takes a minute.
 # Ends with status 77, and says why, where that cannot be done.

@@ -1,5 +1,5 @@
 #!/bin/sh
-# Logs a user in twenty times and counts what is launched. Runs as root in a booted machine that is thrown away.
+# Logs a user in twenty-one times and counts what is launched. Runs as root in a booted machine that is thrown away.
 # usage: logins.sh USER
 set -u
 user=$1
@@ -69,5 +69,25 @@ for login in $(seq 20); do
     pkill -TERM -f "^$application/Contents/MacOS/"
     until_true 5 is_gone || fail "the application does not end"
 done
-echo "session: $login logins, $failures failures"
+
+# Nothing for all users any more: the application turns its own switch, and the service manager makes a service of the
+# entry.
+login="of the user's own entry"
+service=app-$(systemd-escape "$helper_identifier")@autostart.service
+manager disable --now "$helper_identifier.service" "$helper_identifier.socket" 2>/dev/null
+rm "/etc/xdg/autostart/$helper_identifier.desktop"
+printf 'on\n' | as_user "$application/Contents/MacOS/$app_name" >/check/switch 2>&1 &
+until_true 10 grep -q 'start at login is on' /check/switch || fail "$(cat /check/switch)"
+pkill -TERM -f "^$application/"
+until_true 5 is_gone || fail "the application does not end"
+manager daemon-reload # as a login does
+manager start session.target
+until_true 10 runs || fail "nothing runs"
+[ "$(manager show -P ExecMainStartTimestampMonotonic "$service")" -gt 0 ] || fail "no service of the entry"
+until_true 10 as_user "${helper_name}ctl" test >/dev/null 2>&1 || fail "no helper serves"
+manager stop session.target graphical-session.target
+[ "$(applications)" -eq 1 ] || fail "the application did not outlive the session"
+as_user "${helper_name}ctl" query | grep -qx 'launch at login: on' || fail "its helper did not outlive the session"
+as_user "${helper_name}ctl" unregister | grep -qx 'registered: no' || fail "it cannot be taken off the login"
+echo "session: 21 logins, $failures failures"
 [ "$failures" -eq 0 ]
