@@ -21,7 +21,8 @@ NSRef<NSUserDefaults> HelperSettings() {
 
 void FailUnreachable(const Options& options, Report& report) {
     report.Fail(EX_UNAVAILABLE, std::string("nobody serves ") + options.szService +
-                                    "; '" LOGINHELPER_CONTROL " register' starts a helper, '" LOGINHELPER_CONTROL
+                                    "; '" LOGINHELPER_CONTROL
+                                    " register' starts a helper, '" LOGINHELPER_CONTROL
                                     " doctor' tells more");
 }
 

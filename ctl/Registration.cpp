@@ -7,6 +7,7 @@
 #include <port/login_helper.h>
 #include <sysexits.h>
 
+#include "HelperConversation.h"
 #include "platform/LCFBundle.h"
 #include "platform/LCFString.h"
 #include "platform/LCFURL.h"
@@ -45,7 +46,9 @@ void FailToRegister(Report& report, const port_login_helper_t& helper, int nErro
     if (nError == EWOULDBLOCK)
         report.Fail(EX_TEMPFAIL, "another program switches the helper on or off");
     else if (helper.error != 0)
-        report.Fail(helper.error == ENOENT ? EX_NOINPUT : EX_NOPERM,
+        report.Fail(IsShortage(helper.error) ? EX_OSERR
+                    : helper.error == ENOENT ? EX_NOINPUT
+                                             : EX_NOPERM,
                     std::string("not registered: ") + helper.obstacle);
     else if (IsRegistered(helper.entry))
         report.Fail(EX_UNAVAILABLE, std::string("registered, but no helper serves: ") + strerror(nError));

@@ -1,15 +1,13 @@
 #include "ServiceState.h"
 
-#include <AppKit/AppKit.h>
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <port/login_helper.h>
 #include <port/runtime_folder.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <vector>
 
 #include "HelperConversation.h"
 #include "RuntimeFolder.h"
@@ -59,36 +57,30 @@ Service UnansweredService(int nError, bool bHelperRuns) {
     return {"none", "not served"};
 }
 
-Service LookAtService(const Options& options, const std::vector<pid_t>& helpers) {
+// `helper` is the helper of this login that runs, 0 without one.
+Service LookAtService(const Options& options, pid_t helper) {
     const pid_t process = port_service_process(options.szService);
     if (process == -1)
-        return UnansweredService(errno, !helpers.empty());
+        return UnansweredService(errno, helper != 0);
     HelperConversation conversation(options.szService, options.dwTimeout);
     bool bValue;
     if (conversation.Ask({HelperConversation::Flag(LKeyTestConnection, true)}, bValue) ==
         HelperAnswer::Replied)
         return {"answers", "answers"};
     const std::string sProcess = "process " + std::to_string(process);
-    if (std::find(helpers.begin(), helpers.end(), process) != helpers.end())
+    if (helper != 0 && process == helper)
         return {"silent", "the helper, " + sProcess + ", does not reply",
                 "kill -KILL " + std::to_string(process)};
     return {"foreign", "taken by " + sProcess + ", which is no helper that replies", "end " + sProcess};
 }
 
-std::vector<pid_t> RunningHelpers() {
-    std::vector<pid_t> helpers;
-    for (const auto& pHelper :
-         NSRunningApplication::runningApplicationsWithBundleIdentifier(LHelperIdentifier))
-        helpers.push_back(pHelper->processIdentifier());
-    return helpers;
-}
-
 } // namespace
 
 void ReportServer(const Options& options, Report& report) {
-    const std::vector<pid_t> helpers = RunningHelpers();
-    report.AddFlag("helperRuns", "helper", !helpers.empty(), "runs", "does not run");
-    const Service service = LookAtService(options, helpers);
+    port_login_helper_t helper;
+    port_login_helper(LHelperIdentifier, &helper);
+    report.AddFlag("helperRuns", "helper", helper.process != 0, "runs", "does not run");
+    const Service service = LookAtService(options, helper.process);
     report.AddFlag("serviceReachable", "service reachable", std::string("answers") == service.szWord, "yes",
                    "no");
     report.AddChoice("service", "service", service.szWord, service.sText);

@@ -5,7 +5,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <dirent.h>
+#include <fcntl.h>
 #include <memory>
+#include <port/UniqueFd.h>
 #include <port/trust.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,6 +15,7 @@
 #include "corefoundation/CFBundle.h"
 #include "corefoundation/CFString.h"
 #include "host/ExecutableLink.h"
+#include "host/SystemCalls.h"
 
 namespace port {
 namespace {
@@ -70,13 +73,16 @@ HelperBundle helperIn(const std::string& folder, const std::string& identifier) 
     return found;
 }
 
+// The folder, or the one above it in which it is to be made.
+std::string existing(std::string folder) {
+    while (!folder.empty() && realPath(folder).empty())
+        folder = folderOf(folder);
+    return folder.empty() ? "/" : realPath(folder);
+}
+
 // The folder on the way to the program that may be emptied before the next login, though the entry stays; empty when
 // there is none. Where home itself is temporary, the entry goes with the program.
-std::string temporaryFolderOf(const std::string& program, const std::string& entryFolder) {
-    std::string settings = entryFolder;
-    while (!settings.empty() && realPath(settings).empty())
-        settings = folderOf(settings); // is to be made
-    settings = realPath(settings);
+std::string temporaryFolderOf(const std::string& program, const std::string& settings) {
     const auto outlasts = [&](const std::string& folder) { return !isIn(settings, folder); };
     for (const char* variable : {"TMPDIR", "XDG_RUNTIME_DIR"}) {
         const char* const value = std::getenv(variable);
@@ -109,6 +115,8 @@ HelperBundle findHelperBundle(const std::string& identifier, const std::string& 
 }
 
 Obstacle obstacleOf(const HelperBundle& bundle, const std::string& entryFolder) {
+    if (const UniqueFd any(sys::open("/", O_RDONLY)); !any)
+        return {errno, std::string("the helper cannot be looked for: ") + std::strerror(errno)};
     if (bundle.path.empty())
         return {ENOENT,
                 "there is no such helper in the application's Contents/Library/LoginItems, nor installed"};
@@ -124,7 +132,11 @@ Obstacle obstacleOf(const HelperBundle& bundle, const std::string& entryFolder) 
                    ? Obstacle{EPERM, std::string("others may change ") + item}
                    : Obstacle{errno, std::string(item) + " cannot be looked at: " + std::strerror(errno)};
     }
-    if (const std::string folder = temporaryFolderOf(bundle.program, entryFolder); !folder.empty())
+    const std::string settings = existing(entryFolder);
+    struct stat status;
+    if (::geteuid() == 0 && ::stat(settings.c_str(), &status) == 0 && status.st_uid != 0)
+        return {EPERM, "root does not use a user's folders: " + settings};
+    if (const std::string folder = temporaryFolderOf(bundle.program, settings); !folder.empty())
         return {EPERM, bundle.path + " is in a temporary folder, " + folder};
     return {};
 }

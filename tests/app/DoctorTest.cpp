@@ -11,7 +11,7 @@ namespace {
 std::string Report(const Login& login, const std::string& situation,
                    const std::string& ask = "\"$ctl\" doctor") {
     const std::string script =
-        "cd \"$0\"; app='" APP ".app'; plist=$(ls *.plist); entry=autostart/" ID ".desktop\n"
+        "cd \"$0\"; app='" APP ".app'; plist=$(ls *.plist); entry=xdg/autostart/" ID ".desktop\n"
         "units=systemd/user; unit=$units/" ID ".service\n"
         "manager() { mkdir -p $units/x.wants; touch systemd/private; echo X-systemd-skip=true >>$entry\n"
         "    sed 's/Desktop Entry/Service/; s/^Exec/ExecStart/' $entry >$unit; }\n"
@@ -22,7 +22,7 @@ std::string Report(const Login& login, const std::string& situation,
         "$entry\n"
         "    cp -R \"$helper\" libexec; cp \"$ctl\" bin; ctl=$0/bin/${ctl##*/}; \"$ctl\" register; \"$ctl\" "
         "quit\n"
-        "    while pgrep -f \"^$0/libexec\"; do :; done; } >/dev/null\n" +
+        "    while pgrep -f \"^$0/libexec\"; do :; done; entry=${entry#*/}; } >/dev/null\n" +
         situation + "\nbefore=$(all)\n" + ask + " 2>&1\n[ \"$before\" = \"$(all)\" ] || echo CHANGED\n";
     ChildProcess shell({"/bin/sh", "-c", script, login.Path(), LOGINHELPERCTL});
     return shell.ReadAll();
@@ -78,7 +78,8 @@ constexpr Row kRows[] = {
     {"ln -sf /dev/null $entry", kNothing, kUnstarted},
     {"echo X-GNOME-Autostart-enabled = false >>$entry", kNothing, kUnstarted},
     {"sed -i 's|^Exec=.*|Exec=/no/helper --x|' $entry", kNothing,
-     "@/autostart/" ID ".desktop starts /no/helper: No such file or directory", "install the helper again"},
+     "@/xdg/autostart/" ID ".desktop starts /no/helper: No such file or directory",
+     "install the helper again"},
     {"register", kLaunches, nullptr},
     {"manager; register", kLaunches, nullptr},
     {"register; echo NotShowIn=A\\;B\\; >>$entry; export XDG_CURRENT_DESKTOP=B:C", kNothing, kUnstarted,

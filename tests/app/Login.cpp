@@ -11,8 +11,10 @@
 Login::Login() : turn(open("/tmp", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
     flock(turn.get(), LOCK_EX);
     unsetenv("PORT_SYSTEM_VERSION");
-    std::filesystem::create_directory(place.Path() + "/autostart");
-    std::ofstream(place.Path() + "/autostart/" + LHelperSessionEntry)
+    // For all users: the application registers nothing because of it.
+    setenv("XDG_CONFIG_DIRS", (place.Path() + "/xdg").c_str(), 1);
+    std::filesystem::create_directories(place.Path() + "/xdg/autostart");
+    std::ofstream(place.Path() + "/xdg/autostart/" + LHelperSessionEntry)
         << "[Desktop Entry]\nExec=\"" HELPER_PROGRAM "\"\n";
 }
 

@@ -146,6 +146,10 @@ TEST_F(LoginItem, WhatIsRefused) {
     setenv("TMPDIR", (place.Path() + "/kept").c_str(), 1);
     EXPECT_NE(say("on").find("is in a temporary folder, " + place.Path() + "/kept"), std::string::npos);
     unsetenv("TMPDIR");
+    setenv("XDG_CONFIG_HOME", open.c_str(), 1);
+    EXPECT_TRUE(chown(open.c_str(), 1, 1) != 0 ||
+                say("on").ends_with("root does not use a user's folders: " + open));
+    unsetenv("XDG_CONFIG_HOME");
     fs::remove_all(helper);
     EXPECT_EQ(say("on").find("No such file or directory: refused"), 0U);
     for (const char* name : {"", "../x", ".x", "a b", "\xff"})
