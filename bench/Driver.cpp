@@ -158,13 +158,18 @@ void tellTime(const std::vector<Case>& cases, const Options& options) {
         std::fprintf(stderr, "about %.0f s where nothing else runs\n", std::ceil(seconds / 10) * 10);
 }
 
-void printGroups(const std::vector<CaseResult>& results) {
+void printMarkdown(const std::vector<CaseResult>& results) {
+    std::printf("<!-- begin machine -->\n%s\n<!-- end machine -->\n", machine().c_str());
     for (auto begin = results.begin(); begin != results.end();) {
         const auto end = std::find_if(
             begin, results.end(), [&](const CaseResult& result) { return result.group() != begin->group(); });
-        printMarkdown({begin, end});
+        printGroup({begin, end});
         begin = end;
     }
+    std::printf("<!-- begin behind -->\n");
+    for (const std::string& line : behind(results))
+        std::printf("- %s\n", line.c_str());
+    std::printf("<!-- end behind -->\n");
 }
 
 int runAll(const std::vector<Case>& cases, const Options& options) {
@@ -182,7 +187,7 @@ int runAll(const std::vector<Case>& cases, const Options& options) {
             printText(results.back());
     }
     if (options.markdown)
-        printGroups(results);
+        printMarkdown(results);
     else
         for (const std::string& line : behind(results))
             std::printf("\nbehind a peer: %s", line.c_str());

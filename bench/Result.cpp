@@ -149,7 +149,7 @@ void printText(const CaseResult& result) {
     std::fflush(stdout);
 }
 
-void printMarkdown(const std::vector<CaseResult>& group) {
+void printGroup(const std::vector<CaseResult>& group) {
     const std::string name(group.front().group());
     std::printf("<!-- begin %s -->\n", name.c_str());
     for (std::size_t i = 0; i < group.size(); ++i) {

@@ -46,7 +46,7 @@ std::string machine();
 void printText(const CaseResult& result);
 // For a document: the cases of one group, in one table as long as they have the same rows, between two comments that
 // name the group.
-void printMarkdown(const std::vector<CaseResult>& group);
+void printGroup(const std::vector<CaseResult>& group);
 // One line for each row of ours that a peer was ahead of.
 std::vector<std::string> behind(const std::vector<CaseResult>& results);
 
