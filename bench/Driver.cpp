@@ -159,17 +159,20 @@ void tellTime(const std::vector<Case>& cases, const Options& options) {
 }
 
 void printMarkdown(const std::vector<CaseResult>& results) {
-    std::printf("<!-- begin machine -->\n%s\n<!-- end machine -->\n", machine().c_str());
+    std::printf("<!-- begin machine -->\n\n%s\n\n<!-- end machine -->\n", machine().c_str());
     for (auto begin = results.begin(); begin != results.end();) {
         const auto end = std::find_if(
             begin, results.end(), [&](const CaseResult& result) { return result.group() != begin->group(); });
         printGroup({begin, end});
         begin = end;
     }
-    std::printf("<!-- begin behind -->\n");
-    for (const std::string& line : behind(results))
+    std::printf("<!-- begin behind -->\n\n");
+    const std::vector<std::string> lines = behind(results);
+    for (const std::string& line : lines)
         std::printf("- %s\n", line.c_str());
-    std::printf("<!-- end behind -->\n");
+    if (lines.empty())
+        std::printf("- none\n");
+    std::printf("\n<!-- end behind -->\n");
 }
 
 int runAll(const std::vector<Case>& cases, const Options& options) {

@@ -151,7 +151,7 @@ void printText(const CaseResult& result) {
 
 void printGroup(const std::vector<CaseResult>& group) {
     const std::string name(group.front().group());
-    std::printf("<!-- begin %s -->\n", name.c_str());
+    std::printf("<!-- begin %s -->\n\n", name.c_str());
     for (std::size_t i = 0; i < group.size(); ++i) {
         const CaseResult& result = group[i];
         if (i == 0 || !sameRows(result, group[i - 1])) {
@@ -168,7 +168,7 @@ void printGroup(const std::vector<CaseResult>& group) {
             std::printf(" %s |", cell(row, &row == &result.rows.front()).c_str());
         std::printf("\n");
     }
-    std::printf("<!-- end %s -->\n", name.c_str());
+    std::printf("\n<!-- end %s -->\n", name.c_str());
 }
 
 std::vector<std::string> behind(const std::vector<CaseResult>& results) {

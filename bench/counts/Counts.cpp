@@ -155,12 +155,13 @@ int main(int argc, char** argv) {
          {counts::messageOperations(), counts::threadOperations(), counts::textOperations()})
         operations.insert(operations.end(), more.begin(), more.end());
     if (bMarkdown)
-        std::printf("<!-- begin counts -->\n| operation | system calls | fsyncs | allocations | wake-ups |\n"
-                    "|---|---|---|---|---|\n");
+        std::printf(
+            "<!-- begin counts -->\n\n| operation | system calls | fsyncs | allocations | wake-ups |\n"
+            "|---|---|---|---|---|\n");
     try {
         const bool bPassed = counts::check(counts::readTable(argv[argc - 1]), operations, bMarkdown);
         if (bMarkdown)
-            std::printf("<!-- end counts -->\n");
+            std::printf("\n<!-- end counts -->\n");
         return bPassed ? EXIT_SUCCESS : EXIT_FAILURE;
     } catch (const counts::Untraceable& reason) {
         std::printf("skipped: %s\n", reason.what());

@@ -142,11 +142,11 @@ int main(int argc, char** argv) {
         words.erase(words.begin());
     try {
         if (bMarkdown)
-            std::printf("<!-- begin growth -->\n| of | at | exponent | instructions for one more | |\n"
+            std::printf("<!-- begin growth -->\n\n| of | at | exponent | instructions for one more | |\n"
                         "|---|---|---|---|---|\n");
         const bool bPassed = growth::checkAll(words, bMarkdown);
         if (bMarkdown)
-            std::printf("<!-- end growth -->\n");
+            std::printf("\n<!-- end growth -->\n");
         return bPassed ? EXIT_SUCCESS : EXIT_FAILURE;
     } catch (const std::exception& reason) {
         std::fprintf(stderr, "growth: %s\n", reason.what());
