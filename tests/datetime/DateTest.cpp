@@ -6,9 +6,12 @@
 #include <algorithm>
 #include <chrono>
 #include <climits>
+#include <cstring>
+#include <functional>
 #include <gtest/gtest.h>
 #include <langinfo.h>
 #include <random>
+#include <utility>
 
 static std::string dateFormat = "%m/%d/%y";
 
@@ -51,6 +54,25 @@ TEST(DateTest, EveryDayAndRandomTimesInSeveralZones) {
         ++nLines;
     }
     EXPECT_EQ(6 * (25202 + 5000), nLines);
+}
+
+TEST(DateTest, TheZoneIsThatOfTheEnvironmentNow) {
+    char own[] = "TZ=Asia/Tokyo";
+    char* few[] = {own, nullptr};
+    char** all = nullptr;
+    const std::pair<std::function<void()>, const char*> changes[] = {
+        {[] { setenv("TZ", "Europe/Berlin", 1); }, "11:05"},
+        {[] { setenv("TZ_OTHER", "Asia/Tokyo", 1), unsetenv("TZ"), setenv("TZ", "UTC", 1); }, "09:05"},
+        {[&] { putenv(own); }, "18:05"},
+        {[&] { std::strcpy(own, "TZ=Asia/Dubai"); }, "13:05"},
+        {[] { setenv("TZ", "UTC", 1), tzset(), unsetenv("TZ"), setenv("TZ", "Asia/Dubai", 1); }, "13:05"},
+        {[] { setenv("TZ", "UTC", 1), tzset(), setenv("TZ", "Asia/Dubai", 1); }, "13:05"},
+        {[&] { std::strcpy(own, "TZ=Asia/Tokyo"), all = std::exchange(environ, few); }, "18:05"},
+        {[&] { few[0] = nullptr, environ = all, setenv("TZ", "UTC", 1); }, "09:05"}};
+    for (const auto& [change, szExpected] : changes) {
+        change();
+        EXPECT_EQ(std::string("2015-06-01 ") + szExpected + ":00", Text(LDateTime(1433149500)));
+    }
 }
 
 TEST(DateTest, FormsOfATimeAndOfNone) {

@@ -2,8 +2,9 @@
 //
 // Thread-safety: any thread, as long as nobody changes the environment meanwhile.
 //
-// The zone is that of TZ, read anew at each call. Without TZ it is the machine's, whose file
-// port_localtime_r looks at at most once a second.
+// The zone is that of TZ as it is at the call, whatever the size of the environment; without TZ it is the machine's.
+// What is seen a second later at most: a change of the machine's zone file, and a TZ among so many variables made anew
+// that the environment looks as before at its beginning and where TZ was, or at its end.
 #pragma once
 
 #include <ctime>
