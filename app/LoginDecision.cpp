@@ -125,11 +125,7 @@ LLoginVerdict DecideBundle(const LLoginFacts& facts) {
 } // namespace
 
 bool IsMainApplicationRunning() {
-    for (const auto& pApplication :
-         NSRunningApplication::runningApplicationsWithBundleIdentifier(LMainAppIdentifier))
-        if (pApplication->localizedName().isEqualToString(LMainAppDisplayName))
-            return true;
-    return false;
+    return NSRunningApplication::port_isRunning(LMainAppIdentifier, LMainAppDisplayName);
 }
 
 LLoginFacts CollectLoginFacts(const NSUserDefaults* pSettings) {

@@ -11,7 +11,7 @@
 namespace port {
 
 // Calls `visit` with each process whose executable is X.app/Contents/MacOS/..., and the path of its X.app,
-// in the order of the process table, until it answers false.
+// the newest first, until it answers false.
 void forEachRunningBundle(const std::function<bool(pid_t process, const std::string& bundle)>& visit);
 
 } // namespace port

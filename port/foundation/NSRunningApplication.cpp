@@ -34,19 +34,35 @@ NSRef<NSString> nameOf(CFBundleRef bundle, const std::string& path) {
     return name ? name : NSString::stringWithUTF8String("");
 }
 
+// The bundle that a process runs out of, if it has that identifier.
+CFRef<CFBundleRef> bundleWith(const char* identifier, pid_t process, const std::string& path) {
+    CFRef<CFBundleRef> bundle = bundleOf(process, path);
+    const NSRef<NSString> itsIdentifier =
+        bundle ? textOf(bundle.get(), kCFBundleIdentifierKey) : NSRef<NSString>();
+    return itsIdentifier && itsIdentifier->isEqualToString(identifier) ? std::move(bundle)
+                                                                       : CFRef<CFBundleRef>();
+}
+
 } // namespace
 
 port::References<NSRunningApplication>
 NSRunningApplication::runningApplicationsWithBundleIdentifier(const char* identifier) {
     port::References<NSRunningApplication> found;
     port::forEachRunningBundle([&](pid_t process, const std::string& path) {
-        const CFRef<CFBundleRef> bundle = bundleOf(process, path);
-        const NSRef<NSString> itsIdentifier =
-            bundle ? textOf(bundle.get(), kCFBundleIdentifierKey) : NSRef<NSString>();
-        if (itsIdentifier && itsIdentifier->isEqualToString(identifier))
+        if (const CFRef<CFBundleRef> bundle = bundleWith(identifier, process, path))
             found.push_back(
                 NSRef<NSRunningApplication>(new NSRunningApplication(nameOf(bundle.get(), path), process)));
         return true;
+    });
+    return found;
+}
+
+bool NSRunningApplication::port_isRunning(const char* identifier, const char* localizedName) {
+    bool found = false;
+    port::forEachRunningBundle([&](pid_t process, const std::string& path) {
+        const CFRef<CFBundleRef> bundle = bundleWith(identifier, process, path);
+        found = bundle && nameOf(bundle.get(), path)->isEqualToString(localizedName);
+        return !found;
     });
     return found;
 }

@@ -50,10 +50,13 @@ int NSApplicationMain(int argc, char* argv[], NSApplicationDelegateFactory makeD
 // A process of this user whose executable lies in an application bundle, as it was when it was asked for.
 class NSRunningApplication final : public NSObject {
 public:
-    // The running applications with that bundle identifier, in the order of the process table; empty when
-    // there is none. Reads the process table and the bundles' property lists.
+    // The running applications with that bundle identifier, the newest first; empty when there is none. Reads
+    // the process table, one call a process, and the bundles' property lists.
     static port::References<NSRunningApplication>
     runningApplicationsWithBundleIdentifier(const char* identifier);
+
+    // Whether one of them has that name. Looks no further than the newest that has.
+    static bool port_isRunning(const char* identifier, const char* localizedName);
 
     // The bundle's display name, else its name, else the folder's name without ".app".
     const NSString& localizedName() const { return *localizedName_; }
