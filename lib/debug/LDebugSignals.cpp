@@ -80,14 +80,13 @@ void Install(int nSignal, struct sigaction action) {
     sigaction(nSignal, &action, nullptr);
 }
 
-// One that the run-time or the program has set stays.
+// One that the run-time or the program has set stays: it is put back.
 void SetSignalStack(unsigned char* pBytes) {
-    stack_t stack{};
-    sigaltstack(nullptr, &stack);
-    if ((stack.ss_flags & SS_DISABLE) == 0)
-        return;
-    stack = {pBytes, 0, LSignalStackSize};
-    sigaltstack(&stack, nullptr);
+    const stack_t stack{pBytes, 0, LSignalStackSize};
+    stack_t standing{};
+    sigaltstack(&stack, &standing);
+    if ((standing.ss_flags & SS_DISABLE) == 0)
+        sigaltstack(&standing, nullptr);
 }
 
 } // namespace
@@ -120,12 +119,11 @@ LDebugSignalStack::LDebugSignalStack() {
 }
 
 LDebugSignalStack::~LDebugSignalStack() {
-    stack_t stack{};
-    sigaltstack(nullptr, &stack);
-    if (stack.ss_sp != bytes)
-        return;
-    stack.ss_flags = SS_DISABLE;
-    sigaltstack(&stack, nullptr);
+    const stack_t none{nullptr, SS_DISABLE, 0};
+    stack_t standing{};
+    sigaltstack(&none, &standing);
+    if (standing.ss_sp != bytes && (standing.ss_flags & SS_DISABLE) == 0)
+        sigaltstack(&standing, nullptr);
 }
 
 // The core file comes before the clean-up, which changes what it is to show.

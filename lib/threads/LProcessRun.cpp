@@ -39,8 +39,7 @@ void* ProcessRunThreadCallback(void* pData) {
     // The results are written: the pipe of the signal orders them before the requester's look. The data stays
     // until that one has let go, so that neither side frees it under the other.
     data->done.Signal();
-    while (!data->release.IsSignaled())
-        data->release.WaitInLoop();
+    data->release.WaitUntilSet();
     return nullptr;
 }
 template PORT_EXPORTED void* ProcessRunThreadCallback<>(void*);

@@ -107,17 +107,23 @@ LSignalObject::LSignalObject() {
 }
 
 LSignalObject::~LSignalObject() {
-    if (nRead == kNoDescriptor)
-        return;
-    close(nRead);
-    close(nWrite);
+    if (nRead != kNoDescriptor)
+        port_close_pipe(nRead, nWrite);
 }
 
 // A signal without a pipe, or one above what `select` takes, cannot be waited on: the caller's loop then looks
 // every millisecond instead of spinning.
-void LSignalObject::WaitInLoop() const {
-    if (!WaitSignal(LNoTimeLimit))
-        LSleepMilliseconds(kPollMilliseconds);
+bool LSignalObject::WaitInLoop() const {
+    if (IsUsable()) {
+        fd_set set;
+        FD_ZERO(&set);
+        FD_SET(nRead, &set);
+        const int nReady = LSignalObjectRef::SelectReadable(nRead, set, LNoTimeLimit);
+        if (nReady > 0 || errno == EINTR)
+            return nReady > 0;
+    }
+    LSleepMilliseconds(kPollMilliseconds);
+    return false;
 }
 
 LSignalObjectGroup::LSignalObjectGroup() {

@@ -70,9 +70,14 @@ public:
     void Reset() const { LSignalObjectRef(*this).Reset(); }
     bool IsSignaled() const { return LSignalObjectRef(*this).IsSignaled(); }
     bool WaitSignal(unsigned int timeout) const { return LSignalObjectRef(*this).WaitSignal(timeout); }
-    // For a loop that looks at its condition after each wait: waits until the signal is set or a POSIX signal
-    // comes, and a millisecond when it is not usable.
-    void WaitInLoop() const;
+    // For a loop that looks at its condition after each wait: true when the signal is set; false when a POSIX
+    // signal came, and after a millisecond when it is not usable.
+    bool WaitInLoop() const;
+    // Whatever POSIX signals come; without end when it is not usable.
+    void WaitUntilSet() const {
+        while (!WaitInLoop()) {
+        }
+    }
 
 private:
     int nRead = -1;

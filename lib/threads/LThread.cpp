@@ -21,23 +21,30 @@ void SetTimeConstraint(mach_port_t machThread) {
         thread_policy_set(machThread, THREAD_TIME_CONSTRAINT_POLICY, &policy, count);
 }
 
-// A POSIX signal ends a wait early; only the signal object itself tells.
-void WaitUntilSet(const LSignalObject& signal) {
-    while (!signal.IsSignaled())
-        signal.WaitInLoop();
-}
-
 } // namespace
 
 LThread::~LThread() {
     _StopAndWait();
 }
 
-// Also for a thread that was made and has not begun yet: it would run on a destroyed object.
-void LThread::_StopAndWait() {
+// Before the signal: who meets that finds the flag. And behind it: a start may take both back in between.
+void LThread::StopThreadSoon() {
+    bAsked.store(true);
     stop.Signal();
-    if (bCreated && thread.load() != pthread_self())
-        WaitUntilSet(finished);
+    bAsked.store(true);
+}
+
+// Also for a thread that was made and has not begun yet: it would run on a destroyed object. The destructors of
+// all classes of one object come here.
+void LThread::_StopAndWait() {
+    if (!bCreated)
+        return;
+    if (bRunning.load())
+        StopThreadSoon();
+    if (thread.load() == pthread_self())
+        return;
+    finished.WaitUntilSet();
+    bCreated = false;
 }
 
 // Under the start lock until the new thread has begun, so that two starts make one thread. `bRunning` goes
@@ -48,16 +55,19 @@ void LThread::Start(int nNewPriority) {
         return;
     // The former thread sets its finished signal last; setting it after the reset below would end this one.
     if (bCreated)
-        WaitUntilSet(finished);
+        finished.WaitUntilSet();
     _Prepare(nNewPriority);
     if (_Create(_ThreadCallback, this))
         _WaitStarted(nNewPriority);
 }
 
 void LThread::_Prepare(int nNewPriority) {
-    stop.Reset();
-    finished.Reset();
-    started.Reset();
+    if (bAsked.exchange(false))
+        stop.Reset();
+    if (bUsed) {
+        finished.Reset();
+        started.Reset();
+    }
     nPriority.store(nNewPriority);
 }
 
@@ -66,6 +76,7 @@ bool LThread::_Create(void* (*pEntry)(void*), void* pArgument) {
     bCreated = stop.IsUsable() && finished.IsUsable() && started.IsUsable();
     // Before the thread is there: it may be through, and have taken it back, before pthread_create returns.
     bRunning.store(bCreated);
+    bUsed = bCreated;
     pthread_t made;
     if (bCreated && pthread_create(&made, nullptr, pEntry, pArgument) == 0)
         return true;

@@ -44,12 +44,13 @@ public:
     void SetPriority(int nNewPriority);
 
     // Requests the stop and returns at once. A request that arrives while the thread starts is seen by it.
-    void StopThreadSoon() { stop.Signal(); }
+    void StopThreadSoon();
 
     bool IsRunning() const { return bRunning.load(); }
     LSignalObjectRef GetFinishedSignal() const { return finished; }
 
-    bool IsToStop() override { return stop.IsSignaled(); }
+    // No system call while nobody has requested a stop.
+    bool IsToStop() override { return bAsked.load() && stop.IsSignaled(); }
     // True as soon as a stop is requested; POSIX signals do not shorten the wait. Where the stop signal cannot be
     // waited on the wait just lasts its time.
     bool ProcessWait(unsigned int timeout) override;
@@ -89,12 +90,14 @@ private:
     port::Atomic<std::uint32_t> dwMachThread{0xFFFFFFFFU};
     port::Atomic<int> nPriority{0};
     port::Atomic<bool> bRunning{false};
+    port::Atomic<bool> bAsked{false}; // set whenever the stop signal is
     LSignalObject stop;
     LSignalObject finished;
     LSignalObject started;
     LLockObject startLock;
     LLockObject handleLock; // a handle is used only while the thread that it names cannot end
     bool bCreated = false;  // there was a thread, and its end is told by the finished signal
+    bool bUsed = false;     // a thread may have set the signals
 };
 
 // A thread of this kind that calls a function object with itself as process interface:

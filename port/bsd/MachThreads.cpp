@@ -2,6 +2,7 @@
 #include <port/internal/exported.h>
 #include <port/mach.h>
 
+#include <atomic>
 #include <pthread.h>
 #include <sched.h>
 #include <sys/resource.h>
@@ -14,6 +15,9 @@ constexpr int kRealTimePriority = 1;
 constexpr int kRaisedNice = -10;
 
 constinit thread_local mach_port_t self = 0;
+
+// A thread of this process may have another policy than the process.
+constinit std::atomic<bool> someChanged{false};
 
 // The child of a fork has one thread, with another number than its original.
 void forgetSelf() {
@@ -53,6 +57,7 @@ kern_return_t thread_policy_set(mach_port_t thread, int policy, const thread_tim
                                 std::uint32_t count) {
     if (policy != THREAD_TIME_CONSTRAINT_POLICY || count != THREAD_TIME_CONSTRAINT_POLICY_COUNT)
         return KERN_INVALID_ARGUMENT;
+    someChanged.store(true);
     const auto id = static_cast<pid_t>(thread);
     sched_param parameters{};
     parameters.sched_priority = kRealTimePriority;
@@ -66,6 +71,8 @@ kern_return_t thread_policy_set(mach_port_t thread, int policy, const thread_tim
 
 // Who may not take the reset flag away keeps it.
 void port_thread_set_normal(mach_port_t thread) {
+    if (!someChanged.load())
+        return;
     const auto id = static_cast<pid_t>(thread);
     const sched_param parameters{};
     if (sched_setscheduler(id, SCHED_OTHER, &parameters) != 0)

@@ -110,7 +110,7 @@ TEST(ProcessTable, FillsATooSmallBuffer) {
     kinfo_proc table[2];
     std::size_t size = sizeof table - 1;
     EXPECT_TRUE(sysctl(name, 4, table, &size, nullptr, 0) == -1 && errno == ENOMEM);
-    EXPECT_TRUE(size == sizeof *table && table->kp_proc.p_pid == 1);
+    EXPECT_TRUE(size == sizeof *table && table->kp_proc.p_pid > 1);
     EXPECT_TRUE(sysctlbyname("hw.other", nullptr, &size, nullptr, 0) == -1 && errno == ENOENT);
 }
 

@@ -39,7 +39,7 @@ kern_return_t thread_policy_set(mach_port_t thread, int policy,
                                 const thread_time_constraint_policy_data_t* data, std::uint32_t count);
 
 // Takes that back: the thread is scheduled as the process's main thread is. What SCHED_OTHER is here, whatever
-// the priority: the system has no others.
+// the priority: the system has no others. Where no thread of the process was raised nothing is asked of the system.
 void port_thread_set_normal(mach_port_t thread);
 
 #pragma GCC visibility pop

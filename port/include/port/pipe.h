@@ -10,6 +10,9 @@
 // `pipe`, with O_NONBLOCK or nothing as flags for both ends. 0, or -1 with errno and the ends as they were.
 int port_pipe(int (&ends)[2], int flags = 0);
 
+// Closes both ends, in one call where that can be.
+void port_close_pipe(int read, int write);
+
 namespace port {
 
 // Both ends of one; none until it is opened.
