@@ -191,7 +191,9 @@ void WorkerPool::runNext(Worker& self, Lock& lock) {
     --running_;
     if (leader_ == &self && ++self.runs % kRunsPerLook == 0) {
         std::array<epoll_event, kEventsPerWait> events;
-        deliver({events.data(), wait_.look(events, lock)}, lock);
+        const std::size_t count = wait_.look(events, lock);
+        lock.unlock();
+        deliver({events.data(), count}, lock);
         callDue(lock);
     }
 }
@@ -205,7 +207,15 @@ bool WorkerPool::lead(Worker& self, Lock& lock) {
     if (count == 0)
         return staysAfterQuiet(self, wasShort, lock);
     self.stays = false;
-    callMonitor();
+    // One that is parked is called without the lock, upon which it would only sleep again.
+    const bool callsParked = monitor_ == Monitor::None && parked_ != 0;
+    if (callsParked)
+        monitor_ = Monitor::Called;
+    else
+        callMonitor();
+    lock.unlock();
+    if (callsParked)
+        parking_.notify_one();
     deliver({events.data(), count}, lock);
     callDue(lock);
     return true;
@@ -234,10 +244,9 @@ int WorkerPool::patience(const Worker& self) const {
 }
 
 // Tells the sources what is ready: they read, and put what they have read in line. Who does it may have lost the
-// lead meanwhile, so two threads may tell a source at the same time.
-void WorkerPool::deliver(std::span<const epoll_event> events, Lock& lock) {
+// lead meanwhile, so two threads may tell a source at the same time. Comes without the lock and leaves with it.
+void WorkerPool::deliver(std::span<const epoll_event> events, Lock& unlocked) {
     bool moreIsNear = false;
-    lock.unlock();
     const Returning scope;
     for (const epoll_event& event : events) {
         if (Source* const source = SourceTable::shared().pin(event.data.u64)) {
@@ -245,7 +254,7 @@ void WorkerPool::deliver(std::span<const epoll_event> events, Lock& lock) {
             source->unpin();
         }
     }
-    lock.lock();
+    unlocked.lock();
     if (moreIsNear)
         wait_.makeNextAwake();
 }
@@ -301,16 +310,19 @@ void WorkerPool::bringMonitor() {
 
 // Until the leader waits, or is stuck and this worker leads, or there is work for it.
 // It shares `parking_` with the parked: a call that reaches it instead of one of them makes it work, and it
-// calls the next monitor as it goes. Progress within a tick, or a wait in the kernel, means that the leader is
-// not stuck.
+// calls the next monitor as it goes. Progress within a tick means that the leader is not stuck. Who finds it waiting
+// goes: where requests are few, no second look is spent on each, and where they are many the leader calls again.
 void WorkerPool::monitor(const Worker& self, Lock& lock) {
     monitor_ = Monitor::Runs;
     while (!mayTakeWork()) {
         const std::uint64_t seen = progress_;
-        if (parking_.wait_for(lock, kMonitorTick) == std::cv_status::no_timeout || seen != progress_)
+        if (parking_.wait_for(lock, kMonitorTick) == std::cv_status::no_timeout)
             continue;
-        if (!wait_.isOn())
-            takeLead(self);
+        if (wait_.isOn())
+            break;
+        if (seen != progress_)
+            continue;
+        takeLead(self);
         break;
     }
     monitor_ = Monitor::None;

@@ -93,7 +93,7 @@ private:
     bool lead(Worker& self, Lock& lock);
     bool staysAfterQuiet(Worker& self, bool wasShort, Lock& lock);
     int patience(const Worker& self) const;
-    void deliver(std::span<const epoll_event> events, Lock& lock);
+    void deliver(std::span<const epoll_event> events, Lock& unlocked);
     void callDue(Lock& lock);
     bool rest(const Worker& self, Lock& lock);
     void callMonitor();
