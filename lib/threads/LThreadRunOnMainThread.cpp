@@ -89,8 +89,10 @@ void LThreadRunOnMainThread::ThreadRunOnMainThreadDestroy() {
             return;
         bClosing = true;
     }
-    // Without the lock: the data's destructors may do anything, posting included.
-    FlushSpecificEventsFromQueue(GetMainEventQueue(), FlushEventFromQueueCallBack, this);
+    // Without the lock: the data's destructors may do anything, posting included. Of a target that has none in the
+    // queue nothing is looked for: how much others have there is not its concern.
+    if (GetRefCount() != 0)
+        FlushSpecificEventsFromQueue(GetMainEventQueue(), FlushEventFromQueueCallBack, this);
     const LLockScope scope(lock);
     bEnabled = false;
 }

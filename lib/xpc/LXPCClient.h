@@ -6,6 +6,9 @@
 //
 // Names are compared without regard to the case of ASCII letters and cut at 259 bytes. A second connection
 // with the same name and number hides the first until it is disconnected.
+//
+// A connection is looked for among all, the newest first: who has many and sends on the old ones keeps the handle that
+// came with their events, and sends on that (`LXPCBase::SendMessage`).
 #pragma once
 
 #include "xpc/LXPCBase.h"

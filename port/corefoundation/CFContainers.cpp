@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <mutex>
 
 struct CFArrayCallBacks {};
 struct CFDictionaryKeyCallBacks {};
@@ -16,6 +17,9 @@ namespace {
 
 using Entry = __CFDictionary::Entry;
 using Entries = __CFDictionary::Entries;
+
+constexpr std::size_t kMostAdded = 64; // wait to be sorted, of a small dictionary
+constexpr std::size_t kFewAdded = 8;   // are inserted rather than merged
 
 bool isBefore(const Entry& entry, CFStringRef key) {
     return port::compareByCodePoint(entry.key.get(), key) < 0;
@@ -40,8 +44,13 @@ bool __CFArray::equals(const CFObject& other) const {
                       [](const auto& one, const auto& two) { return CFEqual(one.get(), two.get()); });
 }
 
-// The changes are sorted by themselves and then merged, each once, whatever their number.
 void __CFDictionary::setAll(Entries changes) {
+    settle();
+    merge(std::move(changes));
+}
+
+// The changes are sorted by themselves and then merged, each once, whatever their number.
+void __CFDictionary::merge(Entries changes) const {
     const auto isBeforeOther = [](const Entry& one, const Entry& two) {
         return isBefore(one, two.key.get());
     };
@@ -60,20 +69,47 @@ void __CFDictionary::setAll(Entries changes) {
 }
 
 CFTypeRef __CFDictionary::find(CFStringRef key) const {
-    const auto place = placeOf(entries_, key);
+    const auto place = placeOf(entries(), key);
     return holds(entries_, place, key) ? place->value.get() : nullptr;
 }
 
+// No more may wait than are there already: one key that is set again and again takes no more room.
 void __CFDictionary::set(CFStringRef key, CFTypeRef value) {
-    const auto place = placeOf(entries_, key);
-    auto kept = port::CFRef<CFTypeRef>::retained(value);
-    if (holds(entries_, place, key))
-        place->value = std::move(kept);
+    const std::size_t sorted = std::min(added_.load(std::memory_order_relaxed), entries_.size());
+    added_.store(sorted, std::memory_order_relaxed);
+    entries_.push_back({port::CFRef<CFStringRef>::retained(key), port::CFRef<CFTypeRef>::retained(value)});
+    if (entries_.size() - sorted > std::max(sorted, kMostAdded))
+        settle();
+}
+
+// On whatever thread asks first; nobody changes the dictionary meanwhile, but others may ask as well.
+void __CFDictionary::settle() const {
+    static constinit std::mutex settling;
+    const std::lock_guard lock(settling);
+    const std::size_t sorted = added_.load(std::memory_order_relaxed);
+    if (sorted == kNone)
+        return;
+    const auto first = entries_.begin() + static_cast<std::ptrdiff_t>(sorted);
+    Entries added(std::make_move_iterator(first), std::make_move_iterator(entries_.end()));
+    entries_.erase(first, entries_.end());
+    if (added.size() > kFewAdded)
+        merge(std::move(added));
     else
-        entries_.insert(place, Entry{port::CFRef<CFStringRef>::retained(key), std::move(kept)});
+        for (Entry& entry : added)
+            insert(std::move(entry));
+    added_.store(kNone, std::memory_order_release);
+}
+
+void __CFDictionary::insert(Entry change) const {
+    const auto place = placeOf(entries_, change.key.get());
+    if (holds(entries_, place, change.key.get()))
+        place->value = std::move(change.value);
+    else
+        entries_.insert(place, std::move(change));
 }
 
 void __CFDictionary::remove(CFStringRef key) {
+    settle();
     const auto place = placeOf(entries_, key);
     if (holds(entries_, place, key))
         entries_.erase(place);
@@ -81,8 +117,8 @@ void __CFDictionary::remove(CFStringRef key) {
 
 bool __CFDictionary::equals(const CFObject& other) const {
     const auto& dictionary = static_cast<const __CFDictionary&>(other);
-    return std::equal(entries_.begin(), entries_.end(), dictionary.entries_.begin(),
-                      dictionary.entries_.end(), [](const Entry& one, const Entry& two) {
+    return std::equal(entries().begin(), entries().end(), dictionary.entries().begin(),
+                      dictionary.entries().end(), [](const Entry& one, const Entry& two) {
                           return one.key.get()->equals(*two.key.get()) &&
                                  CFEqual(one.value.get(), two.value.get());
                       });

@@ -4,6 +4,8 @@
 // Thread-safety: immutable arrays; dictionaries are guarded by their owner while they change.
 #pragma once
 
+#include <atomic>
+#include <cstddef>
 #include <utility>
 #include <vector>
 
@@ -30,8 +32,13 @@ struct __CFDictionary final : port::CFObject {
         setAll(std::move(entries));
     }
 
-    const Entries& entries() const { return entries_; }
+    const Entries& entries() const {
+        if (added_.load(std::memory_order_acquire) != kNone)
+            settle();
+        return entries_;
+    }
     CFTypeRef find(CFStringRef key) const;
+    // Keys that come one by one, with nothing asked in between, are sorted together when something is.
     void set(CFStringRef key, CFTypeRef value);
     void remove(CFStringRef key);
     // Sets all of them, in any order; the later of two equal keys stays, and one without a value takes its key
@@ -40,5 +47,13 @@ struct __CFDictionary final : port::CFObject {
     bool equals(const CFObject& other) const override;
 
 private:
-    Entries entries_; // ascending by code point of the key, each key once
+    static constexpr std::size_t kNone = ~std::size_t{0};
+
+    void settle() const;
+    void insert(Entry change) const;
+    void merge(Entries changes) const;
+
+    mutable Entries
+        entries_; // ascending by code point of the key, each key once; from `added_` on as they came
+    mutable std::atomic<std::size_t> added_{kNone};
 };

@@ -3,6 +3,7 @@
 #include "dispatch/Queue.h"
 #include "xpc/XPCHandle.h"
 
+#include <algorithm>
 #include <new>
 #include <port/no_memory.h>
 #include <utility>
@@ -10,7 +11,7 @@
 namespace port {
 namespace {
 
-constexpr std::size_t kSpentPlaces = 64; // worth a move of what is behind them
+constexpr std::size_t kAnsweredPlaces = 64; // worth a move of what is behind them
 
 struct Answer {
     XPCRef<XPCObject> connection;
@@ -59,31 +60,35 @@ void XPCReplyHandler::answer(XPCRef<XPCObject> connection, XPCRef<XPCObject> rep
 }
 
 std::uint64_t XPCReplyTable::add(XPCReplyHandler handler) {
-    waiting_.push_back(std::move(handler));
-    return frontId_ + waiting_.size() - 1;
+    places_.push_back({nextId_, std::move(handler)});
+    return nextId_++;
 }
 
 // The id comes from the peer: one that is unknown, or was answered before, gives an empty handler.
 XPCReplyHandler XPCReplyTable::take(std::uint64_t id) {
-    if (id < frontId_ || id - frontId_ >= waiting_.size())
+    const auto place = std::ranges::lower_bound(places_, id, {}, &Place::id);
+    if (place == places_.end() || place->id != id || !place->handler)
         return {};
-    XPCReplyHandler handler = std::move(waiting_[static_cast<std::size_t>(id - frontId_)]);
-    while (!isEmpty() && !waiting_[first_])
-        ++first_;
-    if (isEmpty() || (first_ >= kSpentPlaces && first_ * 2 >= waiting_.size()))
-        dropSpent();
+    XPCReplyHandler handler = std::move(place->handler);
+    ++answered_;
+    if (isEmpty() || (answered_ >= kAnsweredPlaces && answered_ * 2 >= places_.size()))
+        dropAnswered();
     return handler;
 }
 
-void XPCReplyTable::dropSpent() {
-    waiting_.erase(waiting_.begin(), waiting_.begin() + static_cast<std::ptrdiff_t>(first_));
-    frontId_ += std::exchange(first_, 0);
+void XPCReplyTable::dropAnswered() {
+    std::erase_if(places_, [](const Place& place) { return !place.handler; });
+    answered_ = 0;
 }
 
 std::vector<XPCReplyHandler> XPCReplyTable::takeAll() {
-    dropSpent();
-    frontId_ += waiting_.size();
-    return std::exchange(waiting_, {});
+    dropAnswered();
+    std::vector<XPCReplyHandler> handlers;
+    handlers.reserve(places_.size());
+    for (Place& place : places_)
+        handlers.push_back(std::move(place.handler));
+    places_.clear();
+    return handlers;
 }
 
 } // namespace port

@@ -38,22 +38,26 @@ private:
 
 class XPCReplyTable {
 public:
-    bool isEmpty() const { return first_ == waiting_.size(); }
+    bool isEmpty() const { return answered_ == places_.size(); }
     // The id under which the handler waits; never 0, never used twice.
     std::uint64_t add(XPCReplyHandler handler);
     // The handler, which waits no more; none when the id is unknown.
     XPCReplyHandler take(std::uint64_t id);
-    // All that wait, in the order in which they were added; some places are empty.
+    // All that wait, in the order in which they were added.
     std::vector<XPCReplyHandler> takeAll();
 
 private:
-    void dropSpent();
+    struct Place {
+        std::uint64_t id;
+        XPCReplyHandler handler; // none when it is answered
+    };
+    void dropAnswered();
 
-    // Ids are given in order, so a handler's place is the distance of its id from that of the front; places
-    // that were answered out of turn stay empty until all before them are.
-    std::vector<XPCReplyHandler> waiting_;
-    std::size_t first_ = 0; // places before it are spent
-    std::uint64_t frontId_ = 1;
+    // In the order of their ids, which are given in turn. Answered places go together, when half of them are: a
+    // request that is never answered keeps one place, whatever comes behind it.
+    std::vector<Place> places_;
+    std::size_t answered_ = 0;
+    std::uint64_t nextId_ = 1;
 };
 
 } // namespace port
