@@ -17,12 +17,12 @@ void Require(bool holds) {
 }
 
 void CompareDecoders(const std::string& text) {
-    std::vector<wchar_t> expected(text.size());
+    std::vector<wchar_t> expected(utf8strlen(text.c_str()) + 1);
     const LCharsetsDecoded portable =
         LCharsetsPortableKernels.DecodeTo32(expected.data(), text.data(), text.size());
     for (const LCharsetsKernels* const* walk = LCharsetsKernelsHere(); *walk != nullptr; ++walk) {
-        std::vector<wchar_t> wide(portable.nWritten);
-        std::vector<unsigned short> units(portable.nWritten);
+        std::vector<wchar_t> wide(utf8strlen(text.c_str()) + 1);
+        std::vector<unsigned short> units(wide.size());
         const LCharsetsDecoded to32 = (*walk)->DecodeTo32(wide.data(), text.data(), text.size());
         const LCharsetsDecoded to16 = (*walk)->DecodeTo16(units.data(), text.data(), text.size());
         Require(to32.nRead == portable.nRead && to32.nWritten == portable.nWritten);

@@ -20,13 +20,12 @@ int Verdict(const char* pStopped, unsigned long nRead, unsigned long limit) {
 
 // Encodes into n bytes, terminator included, a cut last sequence too. Returns the bytes before the terminator.
 unsigned long EncodeUnits(char* dst, unsigned long n, const unsigned short* src, unsigned long nUnits) {
-    const LCharsetsKernels& kernels = LCharsetsFastestKernels();
     const unsigned long nRoom = n - 1;
-    const LCharsetsEncoded whole = kernels.EncodeFrom16(dst, nRoom, src, nUnits);
+    const LCharsetsEncoded whole = LCharsetsEncode(dst, nRoom, src, nUnits);
     unsigned long nBytes = whole.nWritten;
     if (whole.nRead < nUnits) {
         char sequence[4];
-        kernels.EncodeFrom16(sequence, sizeof sequence, src + whole.nRead, 1);
+        LCharsetsEncode(sequence, sizeof sequence, src + whole.nRead, 1);
         std::memcpy(dst + nBytes, sequence, nRoom - nBytes);
         nBytes = nRoom;
     }
@@ -47,7 +46,7 @@ void EncodeString(LStringLongTemplate<char>& dst, unsigned long n, const unsigne
 int LCopyUTF32FromUTF8Native(wchar_t* dst, const char* src, unsigned long limit) {
     if (limit == 0)
         return LCharsetsLimitReached;
-    const LCharsetsDecoded done = LCharsetsFastestKernels().DecodeTo32(dst, src, strnlen(src, limit - 1));
+    const LCharsetsDecoded done = LCharsetsDecode(dst, src, strnlen(src, limit - 1));
     LCharsetsStoreUnit<wchar_t>(dst + done.nWritten, 0);
     return Verdict(src + done.nRead, done.nRead, limit);
 }
@@ -57,12 +56,11 @@ int LCopyUTF32FromUTF8(wchar_t* dst, const char* src, unsigned long limit) {
 }
 
 int LCopyUTF8FromUTF32Native(char* dst, const wchar_t* src, unsigned long) {
-    const LCharsetsKernels& kernels = LCharsetsFastestKernels();
     bool bReplaced = false;
     unsigned long nValues;
     do {
         nValues = LCharsetsUnitCount(src, kValuesAtOnce);
-        const LCharsetsEncoded done = kernels.EncodeFrom32(dst, 4 * nValues, src, nValues);
+        const LCharsetsEncoded done = LCharsetsEncode(dst, 4 * nValues, src, nValues);
         bReplaced |= done.bReplaced;
         src += nValues;
         dst += done.nWritten;
@@ -78,7 +76,7 @@ int LCopyUTF8FromUTF32(char* dst, const wchar_t* src, unsigned long unused) {
 void LCopyUnicodeFromUTF8(unsigned short* dst, const char* src, unsigned long n) {
     if (n == 0)
         return;
-    const LCharsetsDecoded done = LCharsetsFastestKernels().DecodeTo16(dst, src, strnlen(src, n - 1));
+    const LCharsetsDecoded done = LCharsetsDecode(dst, src, strnlen(src, n - 1));
     LCharsetsStoreUnit<unsigned short>(dst + done.nWritten, 0);
 }
 

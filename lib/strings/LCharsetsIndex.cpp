@@ -153,12 +153,11 @@ unsigned long utf8strlcpy(char* dst, const char* src, unsigned long n) {
 template PORT_EXPORTED unsigned long utf8strlcpy<>(char*, const char*, unsigned long);
 
 unsigned long LCharsetsUTF8SoundLength(const char* s, unsigned long n) {
-    const LCharsetsKernels& kernels = LCharsetsFastestKernels();
-    unsigned short units[kBytesAtOnce];
+    unsigned short units[kBytesAtOnce + 1];
     unsigned long nSound = 0;
     unsigned long nRead;
     do {
-        nRead = kernels.DecodeTo16(units, s + nSound, std::min(n - nSound, kBytesAtOnce)).nRead;
+        nRead = LCharsetsDecode(units, s + nSound, std::min(n - nSound, kBytesAtOnce)).nRead;
         nSound += nRead;
     } while (nRead != 0);
     return nSound;

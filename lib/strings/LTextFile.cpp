@@ -164,9 +164,7 @@ void LoadUnits(InputFile& file, Order order, OddByte oddByte, LStringLongTemplat
         if (order == Order::Swapped)
             SwapUnits(piece, dwUnits);
         dwText = LCharsetsUnitCount(pUnits, dwUnits);
-        dwLength += LCharsetsFastestKernels()
-                        .EncodeFrom16(pTo + dwLength, dwRoom - dwLength, pUnits, dwText)
-                        .nWritten;
+        dwLength += LCharsetsEncode(pTo + dwLength, dwRoom - dwLength, pUnits, dwText).nWritten;
     } while (dwUnits != 0 && dwText == dwUnits);
     text.SetLength(static_cast<std::uint32_t>(dwLength));
 }

@@ -91,7 +91,8 @@ void CheckDecoding(std::string_view text) {
     std::copy(text.begin(), text.end(), source);
     const auto check = [&]<typename TUnit>(LCharsetsDecoded (*decode)(TUnit*, const char*, std::size_t)) {
         const std::vector<TUnit> expected(values.begin(), values.end());
-        TUnit* const target = Before<TUnit>(targetEnd, values.size());
+        const bool more = read < text.size();
+        TUnit* const target = Before<TUnit>(targetEnd, values.size() + more + 1);
         const LCharsetsDecoded done = decode(target, source, text.size());
         const std::vector<TUnit> written(target, target + done.nWritten);
         ASSERT_EQ(std::pair(done.nRead, written), std::pair(read, expected)) << testing::PrintToString(text);
