@@ -1,4 +1,4 @@
-// Character sets: UTF-8 to UTF-32 and back, and to 16-bit units, in five kinds of text and in one short
+// Character sets: UTF-8 to UTF-32 and back, and to 16-bit units, in six kinds of text and in one short
 // string. The floor reads and writes as many bytes; the peers are the host's converter and a loop over the bytes. And
 // walks over UTF-8 that convert nothing, beside such a loop.
 #include "Driver.h"
@@ -45,6 +45,10 @@ const Script kScripts[] = {
      {"\xF0\x9F\x98\x80", "\xF0\x9F\x9A\x80", "\xF0\x9F\x8E\x89", "\xF0\x9F\xA6\x8A"},
      {"\xF0\x9F\x91\x8D"},
      false},
+    {"mixed",
+     {"e", "t", "\xD0\xB0", "\xC3\xA9", "\xE4\xB8\xAD", "\xE6\x96\x87", "\xF0\x9F\x98\x80"},
+     {"\xE3\x80\x82"},
+     true},
 };
 
 struct Text {
