@@ -65,7 +65,7 @@ bool IsASCIIWord(const unsigned char* p) {
 // ---- Four sequences of one length ----
 
 // Whether two of them stand at p, as far as its eight bytes tell.
-template <int nLength>
+template <std::size_t nLength>
 bool IsRun(const unsigned char* p) {
     constexpr std::uint64_t kMask = nLength == 3 ? 0xC0F0C0C0F0C0C0F0 : 0xC0C0C0F8C0C0C0F8;
     constexpr std::uint64_t kMarks = nLength == 3 ? 0x80E08080E08080E0 : 0x808080F0808080F0;
@@ -73,9 +73,9 @@ bool IsRun(const unsigned char* p) {
 }
 
 // False when they are not there or one of them is at fault.
-template <int nLength, typename TUnit>
+template <std::size_t nLength, typename TUnit>
 bool DecodeRun(TUnit* dst, const unsigned char* p) {
-    const auto Lane = [p](int i) { return LCharsetsLoad<std::uint32_t>(p + i * nLength); };
+    const auto Lane = [p](std::size_t i) { return LCharsetsLoad<std::uint32_t>(p + i * nLength); };
     const Values bytes = {Lane(0), Lane(1), Lane(2), Lane(3)};
     Values values;
     Values faults;
