@@ -13,11 +13,22 @@ install(DIRECTORY lib/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/lfoundation
 install(DIRECTORY port/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/lfoundation/port
   FILES_MATCHING PATTERN "*.h" PATTERN internal EXCLUDE)
 
+# What lfoundation_add_login_helper makes helpers of, with the folders as they are here.
+set(LFOUNDATION_SOURCES_DIR ${CMAKE_INSTALL_DATADIR}/lfoundation)
+install(DIRECTORY app ctl DESTINATION ${LFOUNDATION_SOURCES_DIR}
+  FILES_MATCHING PATTERN "*.h" PATTERN "*.cpp" PATTERN "*.in")
+install(DIRECTORY packaging/units DESTINATION ${LFOUNDATION_SOURCES_DIR}/packaging)
+# The code of an application's switch "start at login", to be copied.
+install(FILES examples/mainapp/HelperQuestion.h examples/mainapp/StartAtLogin.cpp examples/mainapp/StartAtLogin.h
+  DESTINATION ${LFOUNDATION_SOURCES_DIR}/examples/mainapp)
+install(FILES cmake/LoginHelper.cmake cmake/LoginFiles.cmake cmake/InstallLogin.cmake.in
+  DESTINATION ${LFOUNDATION_SOURCES_DIR}/cmake)
+
 set(LFOUNDATION_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/LFoundation)
 install(EXPORT LFoundationTargets NAMESPACE LFoundation:: DESTINATION ${LFOUNDATION_CMAKE_DIR})
 configure_package_config_file(cmake/LFoundationConfig.cmake.in
   ${PROJECT_BINARY_DIR}/LFoundationConfig.cmake INSTALL_DESTINATION ${LFOUNDATION_CMAKE_DIR}
-  NO_SET_AND_CHECK_MACRO)
+  PATH_VARS LFOUNDATION_SOURCES_DIR NO_SET_AND_CHECK_MACRO)
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/LFoundationConfigVersion.cmake
   COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/LFoundationConfig.cmake ${PROJECT_BINARY_DIR}/LFoundationConfigVersion.cmake

@@ -26,7 +26,7 @@ helper="$work/a place/libexec/$helper_name.app/Contents/MacOS/$helper_name"
 [ -x "$helper" ]
 grep -qF "Exec=\"$helper\"" "$work/a place/etc/xdg/autostart/$helper_identifier.desktop"
 grep -qF "ExecStart=\"$helper\"" "$work/a place/lib/systemd/user/$helper_identifier.service"
-[ -z "$(find "$work/a place" -name '*.cpp')" ]
+[ -z "$(find "$work/a place" -name '*.cpp' ! -path '*/share/lfoundation/*')" ]
 grep -rlF "$work" "$work/a place" | grep -v "/$helper_identifier[^/]*\$" && exit 1
 DESTDIR="$work/root" quietly cmake --install "$build" --prefix /usr
 [ -e "$work/root/etc/xdg/autostart/$helper_identifier.desktop" ]
