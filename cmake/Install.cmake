@@ -21,7 +21,7 @@ install(DIRECTORY packaging/units DESTINATION ${LFOUNDATION_SOURCES_DIR}/packagi
 # The code of an application's switch "start at login", to be copied.
 install(FILES examples/mainapp/HelperQuestion.h examples/mainapp/StartAtLogin.cpp examples/mainapp/StartAtLogin.h
   DESTINATION ${LFOUNDATION_SOURCES_DIR}/examples/mainapp)
-install(FILES cmake/LoginHelper.cmake cmake/LoginFiles.cmake cmake/InstallLogin.cmake.in
+install(FILES cmake/LoginHelper.cmake cmake/LoginFiles.cmake cmake/PropertyList.cmake cmake/InstallLogin.cmake.in
   DESTINATION ${LFOUNDATION_SOURCES_DIR}/cmake)
 
 set(LFOUNDATION_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/LFoundation)

@@ -61,7 +61,7 @@ void Report(const unsigned char* pMarker) {
 // A name with a separator would lead out of the folder.
 void LHangDetector::_MakePath() {
     char szName[LPathBufferSize];
-    tplsnprintf(szName, sizeof szName, "%s%s", LIdentityRunMarker, GetLoginName());
+    tplsnprintf(szName, sizeof szName, "_%s_rl_%s", LGetIdentity().szName, GetLoginName());
     for (char* pSlash = strchr(szName, '/'); pSlash != nullptr; pSlash = strchr(pSlash, '/'))
         *pSlash = '_';
     char szFolder[LPathBufferSize];

@@ -194,7 +194,8 @@ public:
     static void GetUserMusicFolderNonSandboxed(char* szOut);
     static void GetUserPicturesFolderNonSandboxed(char* szOut);
 
-    // The library's own folder below the user's data folder, made when it is missing; the name is not used.
+    // The program's folder below the user's data folder, called as `LSetIdentity` says (base/LIdentity.h) and made
+    // when it is missing; the name is not used.
     static void GetUserDataFolderApp(char* szOut);
     static void GetUserDataFolderApp(char* szOut, const char* szName);
     // A folder below that, made when it is missing.

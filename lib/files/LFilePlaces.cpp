@@ -76,7 +76,7 @@ void LFile::GetUserFolderNonSandboxed(char* szOut) {
 void LFile::GetUserDataFolderApp(char* szOut) {
     char szFolder[LPathBufferSize];
     GetUserDataFolder(szFolder);
-    _MakeFilePath(szOut, szFolder, LIdentityDataFolder, "");
+    _MakeFilePath(szOut, szFolder, LGetIdentity().szName, "");
     mkdir(szOut, 0777);
 }
 

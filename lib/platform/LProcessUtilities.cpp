@@ -49,7 +49,7 @@ void GetUserLocaleName(char (&szName)[kLocaleNameSize]) {
     if (szName[0] != '\0')
         return;
     const LCFRef<CFPropertyListRef> own(
-        CFPreferencesCopyAppValue(CFSTR("AppleLocale"), CFSTR(LIdentityBundle)));
+        CFPreferencesCopyAppValue(CFSTR("AppleLocale"), LCFString(LGetIdentity().szIdentifier).Get()));
     CopyLocaleName(szName, own.Get());
     if (szName[0] != '\0')
         return;

@@ -1,3 +1,4 @@
+#include "base/LIdentity.h"
 #include "base/LLimits.h"
 #include "files/LFile.h"
 #include "support/Bundle.h"
@@ -91,6 +92,12 @@ TEST_F(PlacesTest, MakeTheLibrarysOwnFolders) {
     fs::permissions(szOut, fs::perms::owner_all);
     LFile::GetSharedDataFolderAppSubFolder("all", szOut);
     EXPECT_EQ(fs::status(szOut).permissions(), fs::perms::owner_all);
+    for (const char* szName : {"", "..", "a/b"})
+        EXPECT_FALSE(LSetIdentity(szName, "com.acme.notes"));
+    ASSERT_TRUE(LSetIdentity("acme-notes", "com.acme.notes"));
+    LFile::GetUserDataFolderApp(szOut);
+    EXPECT_EQ(szOut, sHome + "/.local/share/acme-notes");
+    LSetIdentity("loginhelper", "com.brelvanic.loginhelper");
 }
 
 TEST_F(PlacesTest, FindProgramsAndTheWorkingFolder) {

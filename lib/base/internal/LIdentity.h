@@ -1,8 +1,11 @@
 // The names under which the library keeps what is its own.
+//
+// Thread-safety: any thread, once the program has set them.
 #pragma once
 
-#define LIdentityName "loginhelper"
-#define LIdentityBundle "com.brelvanic." LIdentityName
+struct LIdentity {
+    const char* szName = "loginhelper";
+    const char* szIdentifier = "com.brelvanic.loginhelper";
+};
 
-constexpr char LIdentityDataFolder[] = LIdentityName;           // in the user's data folder
-constexpr char LIdentityRunMarker[] = "_" LIdentityName "_rl_"; // before the user's login name
+const LIdentity& LGetIdentity();
