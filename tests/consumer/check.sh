@@ -19,21 +19,23 @@ trap 'exit 130' INT TERM
 
 quietly() { "$@" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }; }
 
-# The entry and the units name the helper where it lies now, blanks and all.
-quietly cmake --install "$build" --prefix "$work/a place" --strip
+# The entry and the units name the helper where it lies now, each in its way.
+place="$work/a \"100%\" \$place"
+quietly cmake --install "$build" --prefix "$place" --strip
 . "$build/identity.sh"
-helper="$work/a place/libexec/$helper_name.app/Contents/MacOS/$helper_name"
-[ -x "$helper" ]
-grep -qF "Exec=\"$helper\"" "$work/a place/etc/xdg/autostart/$helper_identifier.desktop"
-grep -qF "ExecStart=\"$helper\"" "$work/a place/lib/systemd/user/$helper_identifier.service"
-[ -z "$(find "$work/a place" -name '*.cpp' ! -path '*/share/lfoundation/*')" ]
-grep -rlF "$work" "$work/a place" | grep -v "/$helper_identifier[^/]*\$" && exit 1
+helper="libexec/$helper_name.app/Contents/MacOS/$helper_name"
+[ -x "$place/$helper" ]
+grep -qxF "Exec=\"$work/a \\\\\"100%%\\\\\" \\\\\$place/$helper\"" \
+    "$place/etc/xdg/autostart/$helper_identifier.desktop"
+grep -qxF "ExecStart=\"$work/a \\\"100%%\\\" \$place/$helper\"" "$place/lib/systemd/user/$helper_identifier.service"
+[ -z "$(find "$place" -name '*.cpp' ! -path '*/share/lfoundation/*')" ]
+grep -rlF "$work" "$place" | grep -v "/$helper_identifier[^/]*\$" && exit 1
 DESTDIR="$work/root" quietly cmake --install "$build" --prefix /usr
 [ -e "$work/root/etc/xdg/autostart/$helper_identifier.desktop" ]
 DESTDIR="$work/root" quietly cmake --build "$build" --target uninstall
 [ -z "$(find "$work/root" ! -type d)" ]
 
-mv "$work/a place" "$work/prefix"
+mv "$place" "$work/prefix"
 mkdir "$work/blocks"
 python3 "$source/blocks.py" extract "$work/blocks" "$top/docs/tour.md"
 quietly cmake -S "$source" -B "$work/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$work/prefix" \
