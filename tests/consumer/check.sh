@@ -20,14 +20,13 @@ trap 'exit 130' INT TERM
 quietly() { "$@" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }; }
 
 # The entry and the units name the helper where it lies now, each in its way.
-place="$work/a \"100%\" \$place"
+place="$work/a 100% \$place"
 quietly cmake --install "$build" --prefix "$place" --strip
 . "$build/identity.sh"
 helper="libexec/$helper_name.app/Contents/MacOS/$helper_name"
 [ -x "$place/$helper" ]
-grep -qxF "Exec=\"$work/a \\\\\"100%%\\\\\" \\\\\$place/$helper\"" \
-    "$place/etc/xdg/autostart/$helper_identifier.desktop"
-grep -qxF "ExecStart=\"$work/a \\\"100%%\\\" \$place/$helper\"" "$place/lib/systemd/user/$helper_identifier.service"
+grep -qxF "Exec=\"$work/a 100%% \\\\\$place/$helper\"" "$place/etc/xdg/autostart/$helper_identifier.desktop"
+grep -qxF "ExecStart=\"$work/a 100%% \$place/$helper\"" "$place/lib/systemd/user/$helper_identifier.service"
 [ -z "$(find "$place" -name '*.cpp' ! -path '*/share/lfoundation/*')" ]
 grep -rlF "$work" "$place" | grep -v "/$helper_identifier[^/]*\$" && exit 1
 DESTDIR="$work/root" quietly cmake --install "$build" --prefix /usr
