@@ -21,6 +21,7 @@ done
 build_packages=(g++ cmake ninja-build libexpat1-dev)
 demo_packages=("${build_packages[@]}" procps)
 test_packages=("${build_packages[@]}" libgtest-dev pkg-config python3 tzdata zip unzip procps)
+package_packages=("${build_packages[@]}" debhelper dpkg-dev lintian)
 bench_packages=("${build_packages[@]}" pkg-config libfmt-dev libglib2.0-dev libsystemd-dev)
 
 has_command() { command -v "$1" >/dev/null; }
@@ -69,6 +70,12 @@ install_packages() {
     "${as[@]}" apt-get update -qq >/dev/null 2>&1
     said=$("${as[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" 2>&1) ||
         fail "could not install ${missing[*]} (no network?): $(grep -m 1 '^E:' <<<"$said" || tail -n 1 <<<"$said")"
+}
+
+# The files of the checkout, each ended by a zero byte, whether git is there or not.
+sources_of_checkout() {
+    git ls-files -coz --exclude-standard 2>/dev/null && return
+    find . -name .git -prune -o -path './build*' -prune -o -type f -printf '%P\0'
 }
 
 # Build folders stand in the checkout, in $LFOUNDATION_BUILD_DIR when that is set, and in the user's cache when
