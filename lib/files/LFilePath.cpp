@@ -8,19 +8,22 @@
 
 namespace {
 
-std::string_view FilePart(const char* szPath) {
-    const std::size_t dwLength = strnlen(szPath, LPathBufferSize);
-    if (dwLength <= LPathLongest) [[likely]] {
-        const std::size_t dwBegin = LPathBehindLastSeparator(szPath, dwLength);
-        return {szPath + dwBegin, dwLength - dwBegin};
-    }
-    // Only in a path that no buffer holds can a component other than the last one end the scan.
+// Only in a path that no buffer holds can a component other than the last one end the scan.
+[[gnu::noinline]] std::string_view FilePartOfLong(const char* szPath) {
     const char* pBegin = szPath;
     const char* pEnd = szPath;
     for (; *pEnd != '\0' && static_cast<std::size_t>(pEnd - pBegin) < LPathLongest; ++pEnd)
         if (LPathIsSeparator(*pEnd))
             pBegin = pEnd + 1;
     return {pBegin, static_cast<std::size_t>(pEnd - pBegin)};
+}
+
+inline std::string_view FilePart(const char* szPath) {
+    const std::size_t dwLength = strnlen(szPath, LPathBufferSize);
+    if (dwLength > LPathLongest) [[unlikely]]
+        return FilePartOfLong(szPath);
+    const std::size_t dwBegin = LPathBehindLastSeparator(szPath, dwLength);
+    return {szPath + dwBegin, dwLength - dwBegin};
 }
 
 // The position of the last dot behind the last separator; dwLength when there is none.

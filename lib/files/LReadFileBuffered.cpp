@@ -1,58 +1,39 @@
 #include "files/LReadFileBuffered.h"
 
 #include <algorithm>
-#include <bit>
 #include <port/transfer.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "files/internal/LByteBlock.h"
 #include "files/internal/LLineEnd.h"
 
 namespace {
-
-constexpr unsigned long kBlockSize = 16;
-typedef unsigned char Block __attribute__((vector_size(kBlockSize)));
-typedef std::uint16_t BlockPairs __attribute__((vector_size(kBlockSize)));
-typedef unsigned char HalfBlock __attribute__((vector_size(kBlockSize / 2)));
-
-// Four bits a byte of the block, all set where it is a line's end: of every pair the middle bits are kept.
-std::uint64_t LineEnds(const Block& block) {
-    const auto pairs = reinterpret_cast<BlockPairs>((block == '\n') | (block == '\r'));
-    return std::bit_cast<std::uint64_t>(__builtin_convertvector(pairs >> 4, HalfBlock));
-}
-
-unsigned long BytesBeforeFirst(std::uint64_t qwLineEnds) {
-    const int nBits = std::endian::native == std::endian::little ? std::countr_zero(qwLineEnds)
-                                                                 : std::countl_zero(qwLineEnds);
-    return static_cast<unsigned long>(nBits) / 4;
-}
 
 // The number of bytes before the first line's end, at most n; the target stores the n bytes, or less.
 template <typename Target>
 unsigned long TakeUntilLineEnd(const char* pFrom, unsigned long n, Target target) {
     unsigned long i = 0;
-    for (; n - i >= kBlockSize; i += kBlockSize) {
-        Block block;
-        std::memcpy(&block, pFrom + i, kBlockSize);
-        target.Store(i, &block, kBlockSize);
-        const std::uint64_t qwLineEnds = LineEnds(block);
-        if (qwLineEnds != 0)
-            return i + BytesBeforeFirst(qwLineEnds);
+    for (; n - i >= LByteBlock::kSize; i += LByteBlock::kSize) {
+        const LByteBlock block(pFrom + i);
+        target.Store(i, block);
+        if (const std::uint64_t qwLineEnds = block.Find('\n', '\r'); qwLineEnds != 0)
+            return i + LByteBlock::CountBefore(qwLineEnds);
     }
     for (; i < n && !LIsLineEnd(pFrom[i]); ++i)
-        target.Store(i, pFrom + i, 1);
+        target.Store(i, pFrom[i]);
     return i;
 }
 
 struct StoreAt {
     char* pTo;
-    void Store(unsigned long i, const void* pBytes, unsigned long n) const {
-        std::memcpy(pTo + i, pBytes, n);
-    }
+    void Store(unsigned long i, const LByteBlock& block) const { block.Store(pTo + i); }
+    void Store(unsigned long i, char character) const { pTo[i] = character; }
 };
 
 struct Drop {
-    void Store(unsigned long, const void*, unsigned long) const {}
+    template <typename Bytes>
+    void Store(unsigned long, Bytes) const {}
 };
 
 unsigned long Counted(ssize_t nResult) {

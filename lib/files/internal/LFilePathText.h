@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstring>
 
+#include "files/internal/LByteBlock.h"
+
 constexpr std::size_t LPathLongest = LPathBufferSize - 1;       // bytes of a path, without its terminator
 constexpr std::size_t LPathLongestFolder = LPathBufferSize - 2; // leaves room for the separator behind it
 
@@ -16,6 +18,11 @@ inline bool LPathIsSeparator(char character) {
 
 // Where the part behind the last separator of the first dwLength bytes begins; 0 without a separator.
 inline std::size_t LPathBehindLastSeparator(const char* szPath, std::size_t dwLength) {
+    for (; dwLength >= LByteBlock::kSize; dwLength -= LByteBlock::kSize) {
+        const std::uint64_t qwFound = LByteBlock(szPath + dwLength - LByteBlock::kSize).Find('/', '\\');
+        if (qwFound != 0)
+            return dwLength - LByteBlock::CountBehind(qwFound);
+    }
     while (dwLength != 0 && !LPathIsSeparator(szPath[dwLength - 1]))
         --dwLength;
     return dwLength;
