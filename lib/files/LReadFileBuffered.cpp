@@ -96,7 +96,21 @@ unsigned long LReadFileBuffered::_TakeText(char* pTo, unsigned long dwRoom) {
     return dwStored;
 }
 
+// Mostly all of the line is buffered and fits.
 bool LReadFileBuffered::ReadLine(char* buffer, unsigned long size) {
+    const char* const pFrom = szBuffer + dwPosition;
+    const unsigned long dwMost = std::min<unsigned long>(dwCount - dwPosition, size - 1);
+    const unsigned long dwStored = TakeUntilLineEnd(pFrom, dwMost, StoreAt{buffer});
+    if (dwStored == dwMost) [[unlikely]]
+        return _ReadLineInParts(buffer, size);
+    buffer[dwStored] = '\0';
+    dwPosition += static_cast<std::uint32_t>(dwStored + 1);
+    if (pFrom[dwStored] == '\r')
+        _SkipLineFeed();
+    return true;
+}
+
+bool LReadFileBuffered::_ReadLineInParts(char* buffer, unsigned long size) {
     char* pTo = buffer;
     char* const pLast = buffer + size - 1;
     bool bAny = false;

@@ -74,6 +74,7 @@ private:
         }
     }
     unsigned long _ReadOn(char* buffer, unsigned long size);
+    bool _ReadLineInParts(char* buffer, unsigned long size);
     bool _Refill();
     unsigned long _TakeText(char* pTo, unsigned long dwRoom);
     void _SkipLineFeed();
