@@ -441,11 +441,31 @@ std::string Ctl(const Place& place) {
     return JudgeEnd(nStatus, place.Said(), {0, 66, 69, 71, 73, 74, 75, 77});
 }
 
+// Registered or not: the entry is whole or not there, what is said is true, and nothing is left afterwards.
+std::string Register(const Place& place) {
+    strcpy(place.pPlan->szProgram, LOGINHELPER_CONTROL);
+    const fs::path folder = place.Home() / "autostart";
+    Program ctl(place, {LOGINHELPERCTL, "register"}, true, place.Output());
+    const int nStatus = ctl.Wait();
+    const std::string sEntry = FileText(folder / LHelperSessionEntry);
+    const bool bServes = Ctl(place, {"test"}) == 0;
+    if (Ctl(place, {"unregister"}) != 0 || (fs::exists(folder) && !fs::is_empty(folder)))
+        return "something is left: " + CtlSaid(place);
+    if (!sEntry.empty() && !sEntry.ends_with("\nX-GNOME-Autostart-enabled=true\n"))
+        return "a part of an entry";
+    if (nStatus == 0 && (sEntry.empty() || !bServes))
+        return "says registered, and it is not";
+    if (nStatus != 0 && place.Said().empty() && !IsLineLost(place))
+        return "failed in silence, " + std::to_string(nStatus);
+    return JudgeEnd(nStatus, place.Said(), {0, 66, 69, 71, 73, 74, 75, 77});
+}
+
 constexpr struct {
     const char* szName;
     std::string (*pRun)(const Place& place);
-} kDrivers[] = {{kSettings, Settings}, {kTree, Tree},      {kFolder, Folder}, {kText, Text},
-                {kZip, Zip},           {"helper", Helper}, {"login", Login},  {"ctl", Ctl}};
+} kDrivers[] = {{kSettings, Settings}, {kTree, Tree}, {kFolder, Folder},
+                {kText, Text},         {kZip, Zip},   {"helper", Helper},
+                {"login", Login},      {"ctl", Ctl},  {"register", Register}};
 
 // All places of one fault. How many rules were broken.
 unsigned Sweep(const Place& place, const char* szDriver, std::string (*pRun)(const Place&),
