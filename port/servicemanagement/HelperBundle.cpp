@@ -105,7 +105,7 @@ HelperBundle findHelperBundle(const std::string& identifier, const std::string& 
     HelperBundle found;
     if (CFBundleRef own = CFBundleGetMainBundle(); own != nullptr && own->bundled)
         found = helperIn(own->folder + "/Contents/Library/LoginItems", identifier);
-    if (found.path.empty())
+    if (found.path.empty() && entryProgram.starts_with('/'))
         found = helperAt(std::string(bundleFolderOfExecutable(entryProgram)), identifier);
     const std::string installed = folderOf(folderOf(ownExecutable())) + "/libexec";
     for (const char* folder : {installed.c_str(), "/usr/local/libexec", "/usr/libexec"})
