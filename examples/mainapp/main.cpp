@@ -98,7 +98,10 @@ private:
 
 int main(int argc, char* argv[]) {
     example.AnswerQuestions(argc, argv);
-    if (argc == 3 && std::strcmp(argv[1], "--limit") == 0) {
+    const bool bLimit = argc == 3 && std::strcmp(argv[1], "--limit") == 0;
+    if (argc > 1 && !bLimit)
+        return example.TellUsage();
+    if (bLimit) {
         signal(SIGALRM, [](int) { raise(SIGTERM); });
         alarm(static_cast<unsigned>(strtoul(argv[2], nullptr, 10)));
     }
