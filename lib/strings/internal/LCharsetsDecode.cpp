@@ -1,6 +1,6 @@
-// The portable decoder. Text of mixed lengths is decoded without a jump that depends on it: what each byte of a
-// window would be the lead of is worked out side by side, all of it is stored one behind the other, and what
-// begins no character is overwritten by the next.
+// The portable decoder. Text of mixed lengths is decoded without a jump that depends on it: what each byte of
+// a window would be the lead of is worked out side by side, all of it is stored one behind the other, and
+// what begins no character is overwritten by the next.
 #include "strings/internal/LCharsetsKernels.h"
 #include "strings/internal/LCharsetsVectors.h"
 
@@ -273,8 +273,8 @@ template <typename TUnit>
     return done;
 }
 
-// As many of the nLeft last of nBytes bytes as are looked at together, if they are ASCII. Less than a word is taken
-// together with what stands before it.
+// As many of the last nLeft of nBytes bytes as are looked at together, if they are ASCII. Less than a word is
+// taken together with what stands before it.
 template <typename TUnit>
 std::size_t DecodeASCII(TUnit* dst, const unsigned char* p, std::size_t nLeft, std::size_t nBytes) {
     if (nLeft >= kWindow) {

@@ -86,8 +86,8 @@ bool IsBelow(std::uint64_t nBits, std::uint32_t nPowerOfTwo) {
     return (nBits & kEachUnit * static_cast<std::make_unsigned_t<TUnit>>(-nPowerOfTwo)) == 0;
 }
 
-// Stores four sequences, of up to four bytes each, one behind the other. Returns their bytes; up to three more are
-// overwritten.
+// Stores four sequences, of up to four bytes each, one behind the other. Returns their bytes; up to three
+// more are overwritten.
 std::size_t StoreFour(char* dst, Pairs sequences, Pairs lengths) {
     char* pTo = dst;
 #pragma GCC unroll 4
@@ -171,8 +171,8 @@ LCharsetsEncoded EncodeStretches(char* dst, std::size_t nRoom, const TUnit* src,
     return {nRead, nWritten, bReplaced};
 }
 
-// As many of the nLeft last of nUnits units as are looked at together, if they are ASCII. Less than a block is taken
-// together with what stands before it.
+// As many of the last nLeft of nUnits units as are looked at together, if they are ASCII. Less than a block
+// is taken together with what stands before it.
 template <typename TUnit>
 std::size_t EncodeASCII(char* dst, const TUnit* src, std::size_t nLeft, std::size_t nUnits) {
     if (nLeft >= 2 * kBlock) {
@@ -209,7 +209,7 @@ LCharsetsEncoded EncodeAll(char* dst, const TUnit* src, std::size_t nUnits) {
     return {nRead, nWritten, bReplaced};
 }
 
-// As much as has room.
+// Value by value, as much as has room.
 template <typename TUnit>
 [[gnu::noinline]] LCharsetsEncoded EncodeWhatFits(char* dst, std::size_t nRoom, const TUnit* src,
                                                   std::size_t nUnits) {

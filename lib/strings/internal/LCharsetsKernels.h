@@ -23,8 +23,8 @@ struct LCharsetsKernels {
     const char* szName;
 
     // Decode the longest prefix of nBytes bytes that consists of whole well-formed sequences; the 16-bit form
-    // keeps the low 16 bits of each value. dst has room for one unit more than characters begin in the source, by
-    // their lead bytes alone; what stands in it behind the units of the prefix is unspecified.
+    // keeps the low 16 bits of each value. dst has room for one unit more than characters begin in the
+    // source, by their lead bytes alone; what stands in it behind the units of the prefix is unspecified.
     LCharsetsDecoded (*DecodeTo32)(wchar_t* dst, const char* src, std::size_t nBytes);
     LCharsetsDecoded (*DecodeTo16)(unsigned short* dst, const char* src, std::size_t nBytes);
 

@@ -1,6 +1,5 @@
 // Vectors of 16 bytes in the compiler's own terms, which every processor's vector unit can do: what the
-// portable kernels are written with. Lanes stand in the order of memory; what is made of more than one byte has
-// its lowest first, so these are for processors that keep numbers that way.
+// portable kernels are written with. They are for processors that keep the lowest byte of a number first.
 #pragma once
 
 #include "strings/internal/LCharsetsUnits.h"
