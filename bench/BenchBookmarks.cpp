@@ -145,12 +145,12 @@ const Register registered([](std::vector<Case>& cases) {
                      Better::Lower,
                      {{"floor: a file replaced for each", [] { return life(replaceForEach); }},
                       {"AddFilePath", [] { return life(adding); }, Whose::Ours}},
-                     kOnce});
+                     {10, 1}});
     cases.push_back({"files/bookmarks, a start with 1,000 that are stale",
                      "ms",
                      Better::Lower,
                      {{"Create", [] { return life(startingStale); }, Whose::Ours}},
-                     kOnce});
+                     {6, 1}});
 });
 
 } // namespace

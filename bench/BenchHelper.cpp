@@ -30,7 +30,7 @@ extern char** environ;
 namespace bench {
 namespace {
 
-constexpr int kIdleSeconds = 5;
+constexpr int kIdleSeconds = 3;
 constexpr double kMostStart = 2e9; // ns
 constexpr unsigned kSettleMicroseconds = 100'000;
 
@@ -263,7 +263,7 @@ Sample answersBeside(const std::function<void()>& others) {
 }
 
 Case answersCase() {
-    Case result{"helper/answers while others toggle, 99th percentile", "ms", Better::Lower, {}, {0, 2}};
+    Case result{"helper/answers while others toggle, 99th percentile", "ms", Better::Lower, {}, {6, 1}};
     result.rows.push_back({"floor: alone", [] { return answersBeside([] { pause(); }); }});
     result.rows.push_back({"beside 64 that toggle", [] { return answersBeside(toggle); }, Whose::Ours});
     return result;
@@ -282,8 +282,8 @@ Case helperCase(const char* name, const char* unit, double (*figure)(const char*
 }
 
 const Register helper{[](std::vector<Case>& cases) {
-    constexpr Effort kFew = {0, 2};
-    cases.push_back(helperCase("helper/start to serving", "ms", startMilliseconds, {6}));
+    constexpr Effort kFew = {3, 3};
+    cases.push_back(helperCase("helper/start to serving", "ms", startMilliseconds, {4}));
     cases.push_back(helperCase("helper/private dirty memory", "KiB", later<&Service::dirtyKib>, kFew));
     cases.push_back(
         helperCase("helper/private dirty memory, just asked", "KiB", later<&Service::dirtyKib, true>, kFew));
@@ -291,8 +291,8 @@ const Register helper{[](std::vector<Case>& cases) {
     cases.push_back(
         helperCase("helper/resident memory, just asked", "KiB", later<&Service::residentKib, true>, kFew));
     cases.push_back(answersCase());
-    cases.push_back(helperCase("helper/threads", "threads", later<&Service::threads>, kOnce));
-    cases.push_back(helperCase("helper/wake-ups in 5 s, plus one", "wake-ups", wakeUpsAndOne, kOnce));
+    cases.push_back(helperCase("helper/threads", "threads", later<&Service::threads>, {1, 1}));
+    cases.push_back(helperCase("helper/wake-ups in 3 s, plus one", "wake-ups", wakeUpsAndOne, {13, 1}));
 }};
 
 } // namespace

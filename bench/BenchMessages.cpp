@@ -71,7 +71,7 @@ const Register messages{[](std::vector<Case>& cases) {
                 return carrier.connects({placement, kConnects}, nullptr);
             });
     addCase(cases, "wake-ups of a service that is asked now and then", "wake-ups a request", Better::Lower,
-            Placement::TwoCpus, wakeUps, {0, 2});
+            Placement::TwoCpus, wakeUps, {8, 2});
 }};
 
 } // namespace

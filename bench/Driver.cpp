@@ -146,11 +146,11 @@ std::vector<Case> selectedCases(const Options& options) {
     return cases;
 }
 
-// What the cases are given, and about half as much for what their rows need to begin with.
+// What the cases are given, and what their rows need to begin with.
 void tellTime(const std::vector<Case>& cases, const Options& options) {
     double seconds = 0;
     for (const Case& subject : cases)
-        seconds += subject.effort.seconds * 1.2;
+        seconds += subject.effort.seconds * 1.15;
     std::fprintf(stderr, "bench: %zu cases, ", cases.size());
     if (options.repetitions > 0)
         std::fprintf(stderr, "%d repetitions of each\n", options.repetitions);

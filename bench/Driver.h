@@ -45,13 +45,12 @@ struct Row {
     Whose whose = Whose::Others;
 };
 
-// For how long a case goes on, beside what its rows need to begin with. Two rounds of a count tell as much as
-// twenty; what is timed gets five at least.
+// For how long a case goes on, beside what its rows need to begin with; what is timed gets five repetitions at
+// least. A count tells as much in two as in twenty: what has a lower limit takes about those seconds in all.
 struct Effort {
     double seconds = 1.5;
     int most = 25;
 };
-constexpr Effort kOnce = {0, 1};
 
 struct Case {
     std::string name; // as `bench NAME` selects it, for instance "format/%d.%d"

@@ -26,14 +26,22 @@ struct Report {
 
 int reportPipe = -1;
 
-pid_t forkPinned(int cpu, const std::function<void()>& body) {
+pid_t forkChild(const std::function<void()>& body) {
     const pid_t child = fork();
     if (child != 0)
         return child;
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    pinTo(cpu);
     body();
     _exit(0);
+}
+
+[[noreturn]] void reportFrom(int pipeEnd, const std::function<Sample()>& work) {
+    reportPipe = pipeEnd;
+    try {
+        reportAndExit(work());
+    } catch (const std::exception& reason) {
+        failAndExit(reason.what());
+    }
 }
 
 rusage endChild(pid_t child) {
@@ -68,6 +76,14 @@ Report receive(int pipeEnd) {
     return report;
 }
 
+Sample sampleOf(const Report& report) {
+    if (report.failure[0] != '\0')
+        throw Failure(report.failure);
+    Sample sample(report.figure);
+    sample.percentile99 = report.percentile99;
+    return sample;
+}
+
 } // namespace
 
 void pinTo(int cpu) {
@@ -96,17 +112,14 @@ Sample measurePair(Placement placement, const std::function<void()>& server,
     needProcessorsFor(placement);
     int ends[2];
     need(pipe(ends) == 0, "no pipe");
-    const pid_t serverPid = forkPinned(0, [&] {
+    const pid_t serverPid = forkChild([&] {
+        pinTo(0);
         close(ends[1]); // so that the end of the client is the end of the pipe
         server();
     });
-    const pid_t clientPid = forkPinned(placement == Placement::TwoCpus ? 1 : 0, [&] {
-        reportPipe = ends[1];
-        try {
-            reportAndExit(client());
-        } catch (const std::exception& reason) {
-            failAndExit(reason.what());
-        }
+    const pid_t clientPid = forkChild([&] {
+        pinTo(placement == Placement::TwoCpus);
+        reportFrom(ends[1], client);
     });
     close(ends[1]);
     const Report report = receive(ends[0]);
@@ -115,11 +128,18 @@ Sample measurePair(Placement placement, const std::function<void()>& server,
     const rusage serverUse = endChild(serverPid);
     if (use != nullptr)
         *use = {processorTime(clientUse) + processorTime(serverUse), static_cast<double>(serverUse.ru_nvcsw)};
-    if (report.failure[0] != '\0')
-        throw Failure(report.failure);
-    Sample sample(report.figure);
-    sample.percentile99 = report.percentile99;
-    return sample;
+    return sampleOf(report);
+}
+
+Sample measureAlone(const std::function<Sample()>& work) {
+    int ends[2];
+    need(pipe(ends) == 0, "no pipe");
+    const pid_t child = forkChild([&] { reportFrom(ends[1], work); });
+    close(ends[1]);
+    const Report report = receive(ends[0]);
+    close(ends[0]);
+    endChild(child);
+    return sampleOf(report);
 }
 
 void pauseFor(int milliseconds) {

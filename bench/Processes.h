@@ -42,6 +42,10 @@ struct PairUse {
 Sample measurePair(Placement placement, const std::function<void()>& server,
                    const std::function<Sample()>& client, PairUse* use = nullptr);
 
+// Runs the work in a process of its own, on any CPU: what brings up a main loop is not to leave it to processes that are
+// forked later.
+Sample measureAlone(const std::function<Sample()>& work);
+
 void pauseFor(int milliseconds); // of 0: at once
 
 // A fresh folder, removed with everything in it when the object goes.
