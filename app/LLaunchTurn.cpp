@@ -41,7 +41,8 @@ bool HasLaunched(int nLock) {
 
 } // namespace
 
-LLaunchTurn::LLaunchTurn() : lock(port_lock_in_runtime_folder(kLockName, kTurnPatience)) {
+void LLaunchTurn::Take() {
+    lock.reset(port_lock_in_runtime_folder(kLockName, kTurnPatience));
     if (!lock && errno == EWOULDBLOCK)
         szObstacle = "another helper is launching";
     else if (lock && HasLaunched(lock.get()))

@@ -10,7 +10,7 @@ class LLaunchTurn {
 public:
     // Takes the turn; waits up to a second for another helper of this user that has it. The turn lasts as long as
     // the object, and ends with the process that has it.
-    LLaunchTurn();
+    void Take();
 
     // Null when this helper may launch; else why not, for people: another helper is at it still, or has launched a
     // moment ago and runs on. Where there can be no lock every helper may.

@@ -157,9 +157,13 @@ void LLoginHelper::_CreateSink() {
 }
 
 void LLoginHelper::applicationDidFinishLaunching(const NSNotification&) {
-    LLaunchTurn turn; // from the look at what runs until the launched application is among it
-    LLoginFacts facts =
-        CollectLoginFacts(isMainAppRunning() ? nullptr : NSUserDefaults::standardUserDefaults());
+    LLaunchTurn turn; // from a look at what runs until the launched application is among it
+    bool bRuns = isMainAppRunning();
+    if (!bRuns) {
+        turn.Take();
+        bRuns = isMainAppRunning(); // by now another helper may have launched it
+    }
+    LLoginFacts facts = CollectLoginFacts(bRuns ? nullptr : NSUserDefaults::standardUserDefaults());
     facts.bOwnBundle = IsHelperBundle();
     const LLoginVerdict verdict = DecideLogin(facts);
     if (verdict.eAction == LLoginAction::Quit) {
