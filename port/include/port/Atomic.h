@@ -25,9 +25,9 @@ public:
     }
     void store(T value) { __atomic_store_n(&value_, value, __ATOMIC_SEQ_CST); }
     operator T() const { return load(); }
-    T operator=(T value) {
+    Atomic& operator=(T value) {
         store(value);
-        return value;
+        return *this;
     }
 
     // What was there before.
