@@ -17,6 +17,7 @@
 namespace growth {
 namespace {
 
+using bench::keep;
 using bench::need;
 using Work = std::function<void()>;
 
@@ -42,15 +43,18 @@ Work posts(unsigned n) {
     };
 }
 
-// Each target has a unit in the queue when it is closed.
+// Each target has a unit in the queue when it is closed, or all the units are another one's.
+template <bool kOwnUnits>
 Work closedTargets(unsigned n) {
     LThreadRunOnMainThread::Init();
+    const auto other = std::make_shared<LThreadRunOnMainThread>();
     const auto targets = std::make_shared<std::vector<LThreadRunOnMainThread>>(n);
     for (auto& target : *targets)
-        target.RunOnMainThread(new Unit);
+        need((kOwnUnits ? target : *other).RunOnMainThread(new Unit), "a post was refused");
     return [=] {
         for (auto& target : *targets)
             target.ThreadRunOnMainThreadDestroy();
+        keep(other);
     };
 }
 
@@ -189,7 +193,9 @@ Work connections(unsigned n) {
 std::vector<Case> eventCases() {
     return {
         {"units posted while the main thread is busy", 500, posts},
-        {"targets closed with units in the queue", 100, closedTargets},
+        {"targets closed with units in the queue", 100, closedTargets<true>, 2.1,
+         "looks for its units among those of all; a target that has none does not look"},
+        {"targets closed beside units of another one", 100, closedTargets<false>},
         {"events in the queue during a wait", 500, eventsInWait},
         {"events received by their kind, oldest first", 250, eventsByKind},
         {"blocks on the main queue", 500, mainQueueBlocks},
