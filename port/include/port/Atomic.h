@@ -46,7 +46,7 @@ public:
     }
 
 private:
-    alignas(sizeof(T)) T value_;
+    T value_;
 };
 
 } // namespace port

@@ -20,11 +20,10 @@ public:
     constexpr Block() = default;
     constexpr Block(std::nullptr_t) {}
     template <typename Function>
-    requires(!std::is_same_v<std::remove_cvref_t<Function>, Block> &&
-             std::is_invocable_v<std::decay_t<Function>&, Arguments...>) Block(Function&& function) {
-        using Held = std::decay_t<Function>;
-        make<Held>(bytes_, std::forward<Function>(function));
-        actions_ = &kActionsOf<Held>;
+    requires(!std::is_same_v<Function, Block> && std::is_invocable_v<Function&, Arguments...>)
+        Block(Function function) {
+        make<Function>(bytes_, std::move(function));
+        actions_ = &kActionsOf<Function>;
     }
     Block(const Block& other) {
         if (other.actions_ != nullptr)
@@ -47,6 +46,7 @@ public:
 
 private:
     static constexpr std::size_t kBytes = 3 * sizeof(void*);
+    static constexpr std::size_t kAlignment = alignof(void*);
     struct Actions {
         void (*call)(void* held, Arguments... arguments);
         void (*copy)(void* from, void* to);
@@ -55,9 +55,8 @@ private:
     };
 
     template <typename Held>
-    static constexpr bool
-        kInPlace = sizeof(Held) <= kBytes &&
-                   alignof(Held) <= alignof(void*) && std::is_nothrow_move_constructible_v<Held>;
+    static constexpr bool kInPlace = sizeof(Held) <= kBytes&& std::is_nothrow_move_constructible_v<Held> &&
+                                     alignof(Held) <= kAlignment;
 
     template <typename Held, typename Source>
     static void make(void* bytes, Source&& source) {
@@ -109,7 +108,7 @@ private:
     }
 
     const Actions* actions_ = nullptr;
-    alignas(void*) mutable std::byte bytes_[kBytes];
+    alignas(kAlignment) mutable std::byte bytes_[kBytes];
 };
 
 } // namespace port
