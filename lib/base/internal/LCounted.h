@@ -12,10 +12,7 @@ public:
     LCounted& operator=(const LCounted&) = delete;
 
     void retain() const { dwHolders.fetch_add(1, port::Order::Relaxed); }
-    void release() const {
-        if (dwHolders.fetch_sub(1, port::Order::AcquireRelease) == 1)
-            delete this;
-    }
+    void release() const;
 
 protected:
     LCounted() = default; // the first reference is its maker's
