@@ -269,7 +269,7 @@ Case CharsetsCase(const Direction& direction, const char* textName, std::shared_
                 isShort ? "ns" : "GB/s",
                 isShort ? Better::Lower : Better::Higher,
                 {},
-                {1}};
+                {0.8}};
     const auto target = std::make_shared<std::vector<char>>(4 * text->utf8.size() + 8);
     for (const Way& way : direction.ways())
         result.rows.push_back({way.name,
@@ -315,7 +315,7 @@ void AddWalks(std::vector<Case>& cases, const char* textName, std::shared_ptr<co
                               [=](const char* s) { return LCharsetsUTF8CharIndexToByteIndex(s, count); }),
                       WalkRow("LCharsetsUTF8ByteIndexToCharIndex", text,
                               [=](const char* s) { return LCharsetsUTF8ByteIndexToCharIndex(s, size); })},
-                     {1}});
+                     {0.8}});
     cases.push_back(
         {std::string("charsets/validate UTF-8, ") + textName,
          "GB/s",
@@ -324,7 +324,7 @@ void AddWalks(std::vector<Case>& cases, const char* textName, std::shared_ptr<co
               "byte-wise loop, decoding", text,
               [=](const char* s) { return DecodeByteWise(wide->data(), s); }, Whose::Others),
           WalkRow("LCharsetsIsUTF8", text, [](const char* s) { return std::size_t{LCharsetsIsUTF8(s)}; })},
-         {1}});
+         {0.8}});
 }
 
 const Register charsets{[](std::vector<Case>& cases) {

@@ -48,7 +48,7 @@ struct Row {
 // For how long a case goes on, beside what its rows need to begin with; what is timed gets five repetitions at
 // least. A count tells as much in two as in twenty: what has a lower limit takes about those seconds in all.
 struct Effort {
-    double seconds = 1.5;
+    double seconds = 1.2;
     int most = 25;
 };
 
