@@ -29,6 +29,12 @@ LFOUNDATION_BUILD_DIR=$work/other quietly "$top/scripts/demo" -DLFOUNDATION_LIBR
 grep -q 'acmehelper: launched .*/Acme Notes.app$' "$work/log" || fail "the demo launched another application"
 grep -q 'version 3.2 is not 3.1$' "$work/log" || fail "the demo looked for another version"
 
+# The README's recording is what the demo says, by these names. What two programs say at a time may come in any order.
+awk '/^```text$/ && !seen { seen = on = 1; next } /^```$/ { on = 0 } on' "$top/README.md" | LC_ALL=C sort >"$work/recording"
+sed -n '/^ 1\. /,$p' "$work/log" | sed -e 's|/[^ "]*/login\.[^/]*|…|g' -e 's/AB12CD34EF[A-Za-z0-9.]*/Q4KX2M9T7W.com.brelvanic.loginhelper.zubeqfree214/' \
+    -e 's/acmehelper/loginhelper/g; s/Acme Notes/Zubeq Free/g; s/ 3\.1/ 2.14/g; s/ 3\.2/ 2.15/g' | LC_ALL=C sort |
+    diff "$work/recording" - || fail "README.md shows another demo"
+
 # Nothing that is built for the one knows a name of the other, and no file of the two has the same place.
 . "$build/identity.sh"
 if grep -rlF -e "$app_name" -e "$helper_identifier" "$other"; then fail "the names of another helper"; fi
