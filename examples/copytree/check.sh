@@ -30,7 +30,8 @@ grep -qx "stopped after 0 files, which are in $place/stopped" "$place/printed"
 
 if command -v script >/dev/null; then
     mv "$place/large/file" "$place/large/näme, which is longer than the line"
-    script -qec "stty cols 40; '$1' '$place/large' '$place/line'" /dev/null | tr '\r' '\n' | grep '%' >"$place/printed"
+    ln -s "$1" "$place/copytree" # whose path needs no quotes
+    script -qec "stty cols 40; '$place/copytree' '$place/large' '$place/line'" /dev/null | tr '\r' '\n' | grep '%' >"$place/printed"
     grep -q 'files/s .* left' "$place/printed"
     if grep '.\{44\}' "$place/printed"; then exit 1; fi # with the code that clears the rest of the line
 fi

@@ -53,8 +53,8 @@ TEST(Ctl, RegistersAndLeavesNothing) {
     // A prefix of its own, where everything below happens.
     const auto run = [](const std::string& commands) { return Login::Ctl("\"$HOME\"; " + commands, "cd"); };
     ASSERT_EQ(run("rm xdg/" + entry +
-                  " && mkdir bin libexec; h='" HELPER_PROGRAM "'; cp -R \"${h%/Contents/*}\" libexec; "
-                  "cp '" LOGINHELPERCTL "' bin/ctl; find . -type f >before"),
+                  " && mkdir bin libexec; h=\"" HELPER_PROGRAM "\"; cp -R \"${h%/Contents/*}\" libexec; "
+                  "cp \"" LOGINHELPERCTL "\" bin/ctl; find . -type f >before"),
               std::pair(0, std::string()));
     // What is done before, the command, its status, and a part of what it says.
     const std::tuple<std::string, std::string, int, std::string> rows[] = {

@@ -11,7 +11,7 @@ blocks.py follow DOCUMENT FOLDER PREFIX
     block below as what they say in the end, in any order, and a block below "`NAME`:" is that file. PREFIX stands for
     /usr/local and FOLDER for /home/me; what still runs in FOLDER afterwards is ended.
 """
-import contextlib, difflib, fcntl, os, pathlib, re, subprocess, sys, tempfile, time
+import contextlib, difflib, fcntl, os, pathlib, re, shlex, subprocess, sys, tempfile, time
 
 CHAPTER = re.compile(r"^#+ (.*)$", re.M)
 BLOCK = re.compile(r"^```cpp\n(.*?)^```$(?:\n\n[^`]*?^```text\n(.*?)^```$)?", re.M | re.S)
@@ -106,7 +106,7 @@ def end_programs_of(folder):
 
 def follow(document, folder, prefix):
     folder = os.path.realpath(folder)
-    text = pathlib.Path(document).read_text().replace("/usr/local", prefix)
+    text = pathlib.Path(document).read_text().replace("/usr/local", shlex.quote(prefix))
     with only_one(), tempfile.TemporaryDirectory() as notes:
         environment = dict(os.environ, HOME=f"{folder}/home", XDG_RUNTIME_DIR=f"{notes}/run", CMAKE_PREFIX_PATH=prefix,
                            LC_ALL="C.UTF-8")
