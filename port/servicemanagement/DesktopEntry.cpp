@@ -1,15 +1,19 @@
 #include "servicemanagement/DesktopEntry.h"
 
 #include <algorithm>
-#include <fstream>
+#include <cerrno>
+#include <fcntl.h>
+#include <port/UniqueFd.h>
+#include <sys/stat.h>
 #include <utility>
 
 #include "corefoundation/CFString.h"
+#include "host/SystemCalls.h"
 
 namespace port {
 namespace {
 
-constexpr std::size_t kMaxLines = 1000; // of a file; neither kind has more than a few dozen
+constexpr std::size_t kMaxText = 1 << 16; // bytes of a file; neither kind has more than a few thousand
 constexpr const char* kBlanks = " \t\r";
 
 // Letter behind the backslash, and what it stands for.
@@ -54,14 +58,29 @@ std::string quoted(std::string_view argument) {
 
 } // namespace
 
-std::string valueIn(const std::string& path, std::string_view section, std::string_view key) {
-    std::ifstream file(path);
-    std::string line;
-    std::string value;
+bool readItem(const std::string& path, std::string& text) {
+    text.clear();
+    // A pipe that somebody has put there is not waited for.
+    const UniqueFd file(sys::open(path.c_str(), O_RDONLY | O_NONBLOCK));
+    struct stat status;
+    if (!file || ::fstat(file.get(), &status) != 0)
+        return errno == ENOENT;
+    char part[4096];
+    ssize_t got = 0;
+    while (S_ISREG(status.st_mode) && text.size() < kMaxText &&
+           (got = sys::read(file.get(), part, sizeof part)) > 0)
+        text.append(part, static_cast<std::size_t>(got));
+    return got >= 0;
+}
+
+std::string valueIn(std::string_view text, std::string_view section, std::string_view key) {
+    std::string_view value;
     bool inSection = false;
-    for (std::size_t count = 0; count < kMaxLines && std::getline(file, line); ++count) {
+    while (!text.empty()) {
+        const std::string_view line = text.substr(0, text.find('\n'));
+        text.remove_prefix(std::min(line.size() + 1, text.size()));
         if (line.starts_with('['))
-            inSection = std::string_view(line).starts_with(section);
+            inSection = line.starts_with(section);
         const std::size_t equals = line.find('=');
         if (!inSection || equals == line.npos ||
             line.substr(0, line.find_last_not_of(kBlanks, equals - 1) + 1) != key)
@@ -69,7 +88,7 @@ std::string valueIn(const std::string& path, std::string_view section, std::stri
         const std::size_t first = line.find_first_not_of(kBlanks, equals + 1);
         value = first == line.npos ? "" : line.substr(first, line.find_last_not_of(kBlanks) + 1 - first);
     }
-    return value;
+    return std::string(value);
 }
 
 std::string programOf(std::string_view command) {

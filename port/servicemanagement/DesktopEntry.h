@@ -10,9 +10,13 @@ namespace port {
 
 constexpr std::string_view kDesktopEntry = "[Desktop Entry]";
 
+// The text of such a file, cut at about 64 KiB; empty when nothing is there, or no file. False with errno: it cannot be
+// read, and nobody knows what it says. Blocks on the disk.
+bool readItem(const std::string& path, std::string& text);
+
 // The last value of the key in the section, as it is written there, without the blanks around it; empty when there is
-// none. Blocks on the disk.
-std::string valueIn(const std::string& path, std::string_view section, std::string_view key);
+// none.
+std::string valueIn(std::string_view text, std::string_view section, std::string_view key);
 
 // The program of a command line: its first word. Entries and units write quotes and backslashes alike.
 std::string programOf(std::string_view command);

@@ -1,6 +1,7 @@
 #include "servicemanagement/LoginItems.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <dirent.h>
 #include <memory>
@@ -93,8 +94,8 @@ bool namesDesktop(std::string_view names) {
 }
 
 // The line of the entry that keeps the session from starting it, with what it makes of the entry; null for none.
-std::pair<const char*, port_login_item_state_t> switchedOffBy(const std::string& path) {
-    const auto value = [&](const char* key) { return valueIn(path, kDesktopEntry, key); };
+std::pair<const char*, port_login_item_state_t> switchedOffBy(std::string_view text) {
+    const auto value = [&](const char* key) { return valueIn(text, kDesktopEntry, key); };
     if (value("Hidden") == "true")
         return {"Hidden=true", PORT_LOGIN_ITEM_MASKED};
     if (value("Exec").empty())
@@ -150,17 +151,19 @@ std::string userEntryFolder() {
     return folder.empty() ? "" : folder + "/autostart";
 }
 
-void lookAtEntry(const std::string& path, port_login_item_t& item) {
-    if (path.empty() || !exists(path)) {
-        store(item, PORT_LOGIN_ITEM_MISSING, "", "");
-        return;
-    }
-    auto [line, state] = switchedOffBy(path);
-    if (line == nullptr && valueIn(path, kDesktopEntry, "X-systemd-skip") == "true" &&
+int lookAtEntry(const std::string& path, port_login_item_t& item) {
+    store(item, PORT_LOGIN_ITEM_MISSING, "", "");
+    if (path.empty() || !exists(path))
+        return 0;
+    std::string text;
+    const int error = readItem(path, text) ? 0 : errno;
+    auto [line, state] = switchedOffBy(text);
+    if (line == nullptr && valueIn(text, kDesktopEntry, "X-systemd-skip") == "true" &&
         port_service_manager_runs())
         state = PORT_LOGIN_ITEM_LEFT;
-    store(item, state, path, unescaped(valueIn(path, kDesktopEntry, "Exec")));
+    store(item, state, path, unescaped(valueIn(text, kDesktopEntry, "Exec")));
     item.line = line;
+    return error;
 }
 
 } // namespace port
@@ -172,8 +175,10 @@ void port_session_entry(const char* name, port_login_item_t* item) {
 void port_user_unit(const char* name, port_login_item_t* item) {
     const port::Folders folders = port::unitFolders();
     const std::string path = port::firstIn(folders, name);
+    std::string text;
+    port::readItem(path, text);
     port::store(*item, path.empty() ? PORT_LOGIN_ITEM_MISSING : port::unitState(folders, path, name), path,
-                port::valueIn(path, "[Service]", "ExecStart"));
+                port::valueIn(text, "[Service]", "ExecStart"));
 }
 
 bool port_service_manager_runs() {

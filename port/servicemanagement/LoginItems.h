@@ -11,7 +11,8 @@ namespace port {
 // The folder of the user's own entries; empty when there is no home folder.
 std::string userEntryFolder();
 
-// The entry at that path, which may be missing.
-void lookAtEntry(const std::string& path, port_login_item_t& item);
+// The entry at that path, which may be missing. 0, or the errno value with which it cannot be read: it then passes for
+// one that starts nothing.
+int lookAtEntry(const std::string& path, port_login_item_t& item);
 
 } // namespace port

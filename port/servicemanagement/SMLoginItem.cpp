@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <port/UniqueFd.h>
 #include <port/bsd.h>
@@ -26,8 +27,8 @@ constexpr unsigned kTurnPatience = 15000;   // milliseconds: longer than another
 // What everything here needs to know first.
 struct LoginHelper {
     explicit LoginHelper(std::string itsIdentifier)
-        : identifier(std::move(itsIdentifier)), folder(userEntryFolder()) {
-        lookAtEntry(entryPath(), entry);
+        : identifier(std::move(itsIdentifier)), folder(userEntryFolder()),
+          entryError(lookAtEntry(entryPath(), entry)) {
         bundle = findHelperBundle(identifier, entry.program);
     }
     std::string entryPath() const { return folder.empty() ? "" : folder + "/" + identifier + ".desktop"; }
@@ -39,6 +40,7 @@ struct LoginHelper {
     const std::string identifier;
     const std::string folder; // of the entry; empty without a home
     port_login_item_t entry;
+    const int entryError; // why the entry, which is there, cannot be read; 0 when it can
     HelperBundle bundle;
 };
 
@@ -64,6 +66,9 @@ bool describe(const LoginHelper& helper, std::string& text) {
 
 // Of the user's will first, then of what would be registered.
 Obstacle whyNot(const LoginHelper& helper) {
+    if (helper.entryError != 0)
+        return {helper.entryError,
+                std::string(helper.entry.path) + " cannot be read: " + std::strerror(helper.entryError)};
     if (helper.isSwitchedOffByUser())
         return {EPERM, std::string("the user has switched it off: ") + helper.entry.line + " in " +
                            helper.entry.path};
@@ -88,6 +93,9 @@ bool writeEntry(const LoginHelper& helper) {
 
 // The link itself where the user has put one.
 bool removeEntry(const LoginHelper& helper) {
+    // It may be one that the user has switched off.
+    if (helper.entryError != 0)
+        return fail(helper.entryError);
     if (helper.isSwitchedOffByUser())
         return true;
     removeAbandonedTemporaries(helper.entryPath());
