@@ -79,7 +79,9 @@ std::vector<HelperProcess> runningHelpers(const std::string& identifier, const s
     std::vector<HelperProcess> helpers;
     forEachRunningBundle([&](pid_t process, const std::string& path) {
         const CFRef<CFBundleRef> bundle = bundleAt(path);
-        const bool isMeant = path == entryBundle || (bundle && bundle->identifier() == identifier);
+        const std::string its = bundle ? bundle->identifier() : "";
+        // The user may have had the entry start another application.
+        const bool isMeant = its.empty() ? path == entryBundle : its == identifier;
         if (isMeant && isOfThisLogin(process))
             helpers.push_back({process, path});
         return true;

@@ -16,9 +16,9 @@ struct HelperProcess {
     std::string bundle; // that it was started from
 };
 
-// Those that run out of a bundle with that identifier, or out of the bundle of the program that the entry starts (which
-// may be empty, and gone), and see the same runtime folder as this process: another login of the user, or a home made for a trial, has
-// its own.
+// Those that run out of a bundle with that identifier, or, where a bundle is gone, out of that of the program that the
+// entry starts (which may be empty), and see the same runtime folder as this process: another login of the user, or a
+// home made for a trial, has its own.
 std::vector<HelperProcess> runningHelpers(const std::string& identifier, const std::string& entryProgram);
 
 // Whether the process runs this very program, not one that has its place by now.

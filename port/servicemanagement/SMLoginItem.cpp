@@ -146,18 +146,23 @@ Boolean SMLoginItemSetEnabled(CFStringRef identifier, Boolean enabled) {
     std::string name;
     if (identifier == nullptr || !port::copyUtf8(identifier, name) || !port::isIdentifier(name))
         return port::fail(EINVAL);
-    // Where there can be no lock nobody can serve either.
+    // Where there can be no lock nobody can serve either; but in a shortage no helper would be seen that runs.
     const port::UniqueFd turn(port_lock_in_runtime_folder((name + ".login").c_str(), port::kTurnPatience));
-    if (!turn && errno == EWOULDBLOCK)
+    if (!turn && (errno == EWOULDBLOCK || errno == EMFILE || errno == ENFILE || errno == ENOMEM))
         return false;
     const port::LoginHelper helper(name);
     return enabled ? port::enable(helper) : port::disable(helper);
 }
 
 void port_login_helper(const char* identifier, port_login_helper_t* result) {
+    *result = {};
+    if (!port::isIdentifier(identifier)) { // a path would lead out of the folders
+        result->error = EINVAL;
+        strlcpy(result->obstacle, "this is no identifier of a bundle", sizeof result->obstacle);
+        return;
+    }
     const port::LoginHelper helper(identifier);
     const port::Obstacle obstacle = port::whyNot(helper);
-    *result = {};
     result->entry = helper.entry;
     result->error = obstacle.error;
     strlcpy(result->obstacle, obstacle.why.c_str(), sizeof result->obstacle);

@@ -17,8 +17,9 @@
 // On: the user's autostart entry, $XDG_CONFIG_HOME/autostart/IDENTIFIER.desktop (~/.config without that variable, or
 // when it is relative), starts the helper with each session, whatever desktop that is; an entry that does so already
 // stays as the user may have edited it. And the helper is started now, in a session of its own: when this returns
-// it serves the service of its identifier. One of this login that runs without serving, or runs another program than
-// this bundle's, is ended first. Calling it again costs little, and brings back a helper that has ended.
+// it serves the service of its identifier. One of this login that runs another program than this bundle's is ended
+// first, and where nobody serves every one is. Calling it again costs little, and brings back a helper that has
+// ended.
 //
 // Off: the entry goes, and the helpers of this login end. What is installed for all users stays.
 //

@@ -28,7 +28,8 @@ struct port_login_helper_t {
     bool serves;
 };
 
-// Of the bundle identifier, as this process would register it.
+// Of the bundle identifier, as this process would register it. For what is no identifier: EINVAL as obstacle, and
+// nothing else.
 void port_login_helper(const char* identifier, port_login_helper_t* helper);
 
 // Whether this process was started because its login item was switched on, and not by a login.
