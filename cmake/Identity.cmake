@@ -8,8 +8,8 @@ set(LFOUNDATION_APP_VERSION "2.14" CACHE STRING "The major and minor version tha
 set(LFOUNDATION_APP_PATH "" CACHE STRING "Where it is installed (empty: /Applications/NAME.app)")
 set(LFOUNDATION_HELPER_IDENTIFIER "" CACHE STRING "The helper's identifier, after which its service, settings, \
 autostart entry and units are called (empty: TEAM.ORGANISATION.loginhelper.APPLICATION, with the version's digits)")
-set(LFOUNDATION_HELPER_NAME "loginhelper" CACHE STRING "The helper's program and bundle; with ctl behind it the program \
-that controls it. Two helpers that are installed into one prefix need two names")
+set(LFOUNDATION_HELPER_NAME "loginhelper" CACHE STRING "The helper's program and bundle; with ctl behind it the \
+program that controls it. Two helpers that are installed into one prefix need two names")
 
 set(HELPER_IDENTIFIER "${LFOUNDATION_HELPER_IDENTIFIER}")
 if(HELPER_IDENTIFIER STREQUAL "")

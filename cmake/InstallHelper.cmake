@@ -1,6 +1,6 @@
 # The helper's bundle with what starts it at login, and its control program with manual pages and completions. All of
-# it is called after the helper, by its identifier or its name, so that the helpers of several vendors stand side by side.
-# The entry and the units alone hold a path, which they get at install time.
+# it is called after the helper, by its identifier or its name, so that the helpers of several vendors stand side by
+# side. The entry and the units alone hold a path, which they get at install time.
 lfoundation_install_login_helper(TARGET lfoundation_loginhelper DESTINATION ${CMAKE_INSTALL_LIBEXECDIR})
 install(FILES ${PROJECT_BINARY_DIR}/app/lfoundation_loginhelper_contract/LoginHelperContract.h
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${LFOUNDATION_HELPER_NAME})

@@ -65,10 +65,10 @@ endmacro()
 # in FOLDER (the current binary folder); in an application that is .../Contents/Library/LoginItems.
 #
 # APP_NAME, APP_IDENTIFIER and APP_VERSION are what the application's bundle is called and its Info.plist tells:
-# CFBundleDisplayName, CFBundleIdentifier and the beginning of CFBundleVersion. APP_PATH is where it is expected by who is
-# not told (/Applications/APP_NAME.app). IDENTIFIER is that of the helper: its service, its settings, and its autostart
-# entry and units, which are written for the bundle in FOLDER and stand in TARGET_login in the current binary folder.
-# GROUP, an application group, has the helper's entitlements written, as TARGET.entitlements.
+# CFBundleDisplayName, CFBundleIdentifier and the beginning of CFBundleVersion. APP_PATH is where it is expected by who
+# is not told (/Applications/APP_NAME.app). IDENTIFIER is that of the helper: its service, its settings, and its
+# autostart entry and units, which are written for the bundle in FOLDER and stand in TARGET_login in the current binary
+# folder. GROUP, an application group, has the helper's entitlements written, as TARGET.entitlements.
 #
 # TARGET_contract gives those who link with it <LoginHelperContract.h>: these names, and the keys of the messages.
 function(lfoundation_add_login_helper)

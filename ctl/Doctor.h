@@ -1,4 +1,5 @@
-// What the next login will do and what is so now, short or with all that is wrong, told from files, settings and running programs.
+// What the next login will do and what is so now, short or with all that is wrong, told from files, settings and
+// running programs.
 //
 // Thread-safety: none; the main thread.
 #pragma once

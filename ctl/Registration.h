@@ -6,7 +6,8 @@
 #include "Options.h"
 #include "Report.h"
 
-// Registers the helper that is registered already or installed beside this program, and starts it; see <ServiceManagement/ServiceManagement.h>.
+// Registers the helper that is registered already or installed beside this program, and starts it; see
+// <ServiceManagement/ServiceManagement.h>.
 void Register(const Options& options, Report& report);
 
 // Takes the user's entry and the helper's settings away and ends the helper.

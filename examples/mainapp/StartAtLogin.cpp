@@ -23,7 +23,8 @@ bool IsRegistered(const port_login_helper_t& helper) {
     return helper.entry.state == PORT_LOGIN_ITEM_ON || helper.entry.state == PORT_LOGIN_ITEM_LEFT;
 }
 
-// Registers the helper of this bundle, or makes sure that it still is and serves. What is wrong; empty when all is well.
+// Registers the helper of this bundle, or makes sure that it still is and serves. What is wrong; empty when all is
+// well.
 std::string Register() {
     if (SMLoginItemSetEnabled(LCFString(LHelperIdentifier).Get(), true))
         return "";
