@@ -16,6 +16,7 @@ clean_up() {
     rm -rf "$place"
 }
 trap clean_up EXIT
+trap 'exit 130' INT TERM
 cp -R "$1" "$place/"
 mkfifo "$place/commands"
 
