@@ -18,11 +18,16 @@ bool IsRegistered(const port_login_item_t& entry) {
     return entry.state == PORT_LOGIN_ITEM_ON || entry.state == PORT_LOGIN_ITEM_LEFT;
 }
 
+// Whether the user's entry starts the helper that is to be registered: one of another place may stand there still.
+bool IsEntryOfBundle(const port_login_helper_t& helper) {
+    return IsRegistered(helper.entry) &&
+           std::string_view(helper.entry.program).starts_with(std::string(helper.bundle) + "/");
+}
+
 // Empty when the bundle tells none.
 std::string VersionOf(const char* szBundle) {
-    const LCFString lsPath(szBundle);
-    const LCFURL url(
-        CFURLCreateWithFileSystemPath(kCFAllocatorDefault, lsPath.Get(), kCFURLPOSIXPathStyle, true));
+    LCFURL url;
+    url.CreateFromFullPath(szBundle);
     const LCFBundle bundle(url ? CFBundleCreate(kCFAllocatorDefault, url.Get()) : nullptr);
     int nMajor = 0;
     int nMinor = 0;
@@ -50,7 +55,7 @@ void FailToRegister(Report& report, const port_login_helper_t& helper, int nErro
                     : helper.error == ENOENT ? EX_NOINPUT
                                              : EX_NOPERM,
                     std::string("not registered: ") + helper.obstacle);
-    else if (IsRegistered(helper.entry))
+    else if (IsEntryOfBundle(helper))
         report.Fail(EX_UNAVAILABLE, std::string("registered, but no helper serves: ") + strerror(nError));
     else
         report.Fail(EX_CANTCREAT,
