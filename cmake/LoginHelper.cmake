@@ -83,6 +83,8 @@ function(lfoundation_add_login_helper)
       set(arg_${argument} "${default}")
     endif()
   endforeach()
+  # As the program's folder would be taken; the entry needs a full path.
+  cmake_path(ABSOLUTE_PATH arg_FOLDER BASE_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}" NORMALIZE)
   lfoundation_check_identity("${arg_NAME}" "${arg_IDENTIFIER}" "${arg_APP_NAME}" "${arg_APP_IDENTIFIER}"
     "${arg_APP_VERSION}" "${arg_APP_PATH}")
   get_property(arg_VERSION GLOBAL PROPERTY LFOUNDATION_VERSION)
