@@ -30,8 +30,8 @@
 // EWOULDBLOCK: another call lasts too long. "On" is refused, and `port_login_helper` of <port/login_helper.h> tells
 // why, when there is no such bundle or it cannot be executed, when others may change it, when it is in a temporary
 // folder (in one that is sticky, in $TMPDIR, in the runtime folder), which the entry would outlast, when no entry can
-// name its path, and for root in a user's home folder. Both are when there is an entry that cannot be read, for it may
-// be one that is switched off. Up to here nothing has changed. Another value: what kept the entry from being written or
+// name its path, and for root in a user's home folder. Both are refused for an entry that cannot be read: it may be
+// one that is switched off. Up to here nothing has changed. Another value: what kept the entry from being written or
 // removed whole, or, behind that, the helper from starting, from serving in time (ETIMEDOUT), or from ending.
 //
 // Blocks with the disk, up to 7 s for a helper that is to end, up to 5 s for one that is to serve, and up to 15 s for
