@@ -75,10 +75,14 @@ bool RemoveSettings(Report& report) {
 void WarnOfEntries(Report& report, const port_login_item_t& own) {
     port_login_item_t session;
     port_session_entry(LHelperSessionEntry, &session);
+    port_login_item_t unit;
+    port_user_unit(LHelperServiceUnit, &unit);
     if (own.line != nullptr)
         report.Warn(std::string("the entry that you have switched off stays: ") + own.path);
     else if (IsRegistered(session))
         report.Warn(std::string("an entry for all users still starts the helper: ") + session.path);
+    else if (unit.state == PORT_LOGIN_ITEM_ON && port_service_manager_runs())
+        report.Warn(std::string("a unit still starts the helper: ") + unit.path);
 }
 
 } // namespace
