@@ -1,6 +1,5 @@
 #include <ServiceManagement/ServiceManagement.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -107,8 +106,13 @@ bool removeEntry(const LoginHelper& helper) {
     return folder && sys::fsync(folder.get()) == 0;
 }
 
+// One that cannot be ended is no reason to leave the others.
 bool endAll(const std::vector<HelperProcess>& helpers) {
-    return std::all_of(helpers.begin(), helpers.end(), endHelper);
+    int error = 0;
+    for (const HelperProcess& helper : helpers)
+        if (!endHelper(helper))
+            error = errno;
+    return error == 0 || fail(error);
 }
 
 // Ends what is in the way: helpers of another program, and, where nobody serves, those that do not either.
