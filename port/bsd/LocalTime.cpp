@@ -1,5 +1,6 @@
 #include <port/time.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <unistd.h>
@@ -59,9 +60,15 @@ private:
         return size <= kNameSize;
     }
 
-    // The first entry comes first: in an environment that was made anew, and is shorter, it is another one.
+    // An environment may be shorter by now where it is, when the C library gave its end back: what is behind that is
+    // not looked at, and a text that stood there may be gone as well. Nothing but the entries tells where they end.
+    bool reachesPlace() const {
+        char** const place = environment_ + place_;
+        return std::find(environment_, place, nullptr) == place;
+    }
+
     bool isAsSeen() const {
-        return environment_ == now() && environment_[0] == first_ && entry() == entry_ &&
+        return environment_ == now() && environment_[0] == first_ && reachesPlace() && entry() == entry_ &&
                before() == before_ && (entry_ == nullptr || std::strcmp(zone(), name_) == 0) &&
                timezone == offset_ && daylight == hasSummer_ && second_ == coarseSeconds();
     }

@@ -57,8 +57,8 @@ TEST(DateTest, EveryDayAndRandomTimesInSeveralZones) {
 }
 
 TEST(DateTest, TheZoneIsThatOfTheEnvironmentNow) {
-    char own[] = "TZ=Asia/Tokyo";
-    char* few[] = {own, nullptr};
+    char own[] = "TZ=Asia/Tokyo", utc[] = "TZ=UTC", none[] = "NONE=";
+    char* few[] = {none, none, none, none, own, nullptr};
     char** all = nullptr;
     const std::pair<std::function<void()>, const char*> changes[] = {
         {[] { setenv("TZ", "Europe/Berlin", 1); }, "11:05"},
@@ -68,6 +68,7 @@ TEST(DateTest, TheZoneIsThatOfTheEnvironmentNow) {
         {[] { setenv("TZ", "UTC", 1), tzset(), unsetenv("TZ"), setenv("TZ", "Asia/Dubai", 1); }, "13:05"},
         {[] { setenv("TZ", "UTC", 1), tzset(), setenv("TZ", "Asia/Dubai", 1); }, "13:05"},
         {[&] { std::strcpy(own, "TZ=Asia/Tokyo"), all = std::exchange(environ, few); }, "18:05"},
+        {[&] { few[1] = utc, few[2] = nullptr; }, "09:05"}, // what was seen is behind the end now
         {[&] { few[0] = nullptr, environ = all, setenv("TZ", "UTC", 1); }, "09:05"}};
     for (const auto& [change, szExpected] : changes) {
         change();
