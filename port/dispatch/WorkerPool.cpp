@@ -225,9 +225,9 @@ bool WorkerPool::lead(Worker& self, Lock& lock) {
 // at the line until this worker is off the count the lock is held: what is submitted before is seen here, and who
 // comes later finds no worker and makes one. Input that is there by then calls the main loop at once.
 bool WorkerPool::staysAfterQuiet(Worker& self, bool wasShort, Lock& lock) {
+    callDue(lock); // which may put the first work in line
     if (!line_.isEmpty())
         callMonitor();
-    callDue(lock);
     if (wasShort || !line_.isEmpty() || !deadlines_.isEmpty())
         return true;
     self.stays = isWorkerNeeded();

@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <dispatch/dispatch.h>
+#include <functional>
 #include <gtest/gtest.h>
 #include <mutex>
 #include <port/UniqueFd.h>
@@ -127,11 +128,13 @@ struct Input final : port::Source {
     bool pin() noexcept override { return true; }
     void unpin() noexcept override { ++told; }
     port::SourceResult ready(std::uint32_t) override { return port::SourceResult::MoreIsNear; }
+    void expired() override { due(); }
     void tell() const { ::eventfd_write(fd.get(), 1); }
 
     const port::UniqueFd fd{::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)};
     const port::SourceKey key = port::SourceTable::shared().add(*this);
     std::atomic<int> told{0}; // of input, or that its time has come
+    std::function<void()> due = [] {};
 };
 
 // Blocks that hold a worker each until it ends.
@@ -189,6 +192,16 @@ TEST(Workers, GoOnUpToTheirBoundWhileHandlersAreStuck) {
                                     input.key); // whoever leads sleeps by then
         EXPECT_TRUE(reached([&] { return input.told > told + 1; })) << count;
     }
+    static std::binary_semaphore inside{0}, release{0};
+    const auto stuck = [] { inside.release(), release.acquire(); };
+    // The only work, and it does not come with input.
+    input.due = [&] { dispatch_async(dispatch_get_global_queue(0, 0), stuck); };
+    WorkerPool::shared().callAt(WorkerPool::Clock::now() + 20ms, input.key);
+    inside.acquire();
+    const int told = input.told;
+    input.tell();
+    EXPECT_TRUE(reached([&] { return input.told > told; }));
+    release.release();
 }
 
 TEST(Workers, LeaveWhenThereIsNoMoreWorkAndComeBackForInputOnceTheyCanBeMade) {
