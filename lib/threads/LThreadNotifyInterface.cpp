@@ -66,7 +66,7 @@ void LThreadNotifyInterface::SetProgress(double dFraction) {
     {
         const LLockScope scope(statusLock);
         const bool bJoins = unread.nReports != 0 && !unread.bClosed &&
-                            (dwPercent == unread.dwNewest || unread.nReports == kMostUnread);
+                            (dwPercent == unread.dwNewest || unread.nReports >= kMostUnread);
         unread.dwNewest = dwPercent;
         if (bJoins)
             return;
