@@ -205,6 +205,8 @@ private:
 };
 
 bool MakeTarget(const char* szTo, Copying& copying) {
+    if (szTo[0] == '\0')
+        return false;
     const Root root(szTo);
     return root.IsReachable() && copying.MakeTarget(root.GetParent(), root.GetName());
 }
