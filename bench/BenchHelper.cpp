@@ -122,6 +122,7 @@ public:
             application_ = spawn(BENCH_MAIN_APPLICATION);
             usleep(50'000);
         }
+        const Pinned aside(1); // who looks without pause is not to stand in the way
         const auto start = Clock::now();
         child_ = spawn(program, helper_ ? nullptr : socket_.c_str());
         while (!(ready == Ready::Answers ? connects(socket_) : access(socket_.c_str(), F_OK) == 0))
