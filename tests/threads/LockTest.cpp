@@ -28,7 +28,9 @@ struct Holder {
         if (process == 0)
             _exit(work() ? raise(SIGSTOP) : 1);
         siginfo_t state = {};
-        waitid(P_PID, static_cast<id_t>(process), &state, WSTOPPED | WEXITED | WNOWAIT);
+        while (waitid(P_PID, static_cast<id_t>(process), &state, WSTOPPED | WEXITED | WNOWAIT) != 0 &&
+               errno == EINTR) {
+        }
         EXPECT_EQ(state.si_code, CLD_STOPPED);
     }
     Holder(Holder&&) = delete;
